@@ -1,0 +1,118 @@
+// Error, signal, socket and file-flag numbers beside the platform's.
+#include "darwin/errors.h"
+#include "darwin/file_flags.h"
+#include "darwin/signals.h"
+#include "darwin/socket.h"
+#include "same.h"
+
+#define ERRORS(EACH)  \
+  EACH(EPERM);        \
+  EACH(ENOENT);       \
+  EACH(ESRCH);        \
+  EACH(EINTR);        \
+  EACH(EIO);          \
+  EACH(E2BIG);        \
+  EACH(EBADF);        \
+  EACH(EDEADLK);      \
+  EACH(ENOMEM);       \
+  EACH(EACCES);       \
+  EACH(EFAULT);       \
+  EACH(EBUSY);        \
+  EACH(EEXIST);       \
+  EACH(EINVAL);       \
+  EACH(ENOTTY);       \
+  EACH(ENOSPC);       \
+  EACH(ERANGE);       \
+  EACH(EAGAIN);       \
+  EACH(EINPROGRESS);  \
+  EACH(EALREADY);     \
+  EACH(ENOTSOCK);     \
+  EACH(EPROTOTYPE);   \
+  EACH(ENOTSUP);      \
+  EACH(ENOBUFS);      \
+  EACH(ENOTCONN);     \
+  EACH(ETIMEDOUT);    \
+  EACH(ECONNREFUSED); \
+  EACH(ENAMETOOLONG); \
+  EACH(ENOSYS);       \
+  EACH(EOVERFLOW);    \
+  EACH(EOPNOTSUPP)
+#define SIGNALS(EACH) \
+  EACH(SIGHUP);       \
+  EACH(SIGINT);       \
+  EACH(SIGQUIT);      \
+  EACH(SIGILL);       \
+  EACH(SIGTRAP);      \
+  EACH(SIGABRT);      \
+  EACH(SIGEMT);       \
+  EACH(SIGFPE);       \
+  EACH(SIGKILL);      \
+  EACH(SIGBUS);       \
+  EACH(SIGSEGV);      \
+  EACH(SIGSYS);       \
+  EACH(SIGPIPE);      \
+  EACH(SIGALRM);      \
+  EACH(SIGTERM);      \
+  EACH(SIGURG);       \
+  EACH(SIGSTOP);      \
+  EACH(SIGTSTP);      \
+  EACH(SIGCONT);      \
+  EACH(SIGCHLD);      \
+  EACH(SIGTTIN);      \
+  EACH(SIGTTOU);      \
+  EACH(SIGIO);        \
+  EACH(SIGXCPU);      \
+  EACH(SIGXFSZ);      \
+  EACH(SIGVTALRM);    \
+  EACH(SIGPROF);      \
+  EACH(SIGWINCH);     \
+  EACH(SIGINFO);      \
+  EACH(SIGUSR1);      \
+  EACH(SIGUSR2)
+#define FILE_FLAGS(EACH) \
+  EACH(FREAD);           \
+  EACH(FWRITE);          \
+  EACH(O_NONBLOCK);      \
+  EACH(O_APPEND);        \
+  EACH(O_CREAT);         \
+  EACH(O_TRUNC);         \
+  EACH(O_EXCL);          \
+  EACH(O_NOCTTY);        \
+  EACH(O_CLOEXEC)
+#define SOCKETS(EACH) \
+  EACH(AF_UNSPEC);    \
+  EACH(AF_UNIX);      \
+  EACH(AF_INET);      \
+  EACH(AF_ROUTE);     \
+  EACH(AF_NDRV);      \
+  EACH(AF_INET6);     \
+  EACH(AF_SYSTEM);    \
+  EACH(AF_VSOCK);     \
+  EACH(PF_KEY);       \
+  EACH(SOCK_STREAM);  \
+  EACH(SOCK_DGRAM);   \
+  EACH(SOCK_RAW);     \
+  EACH(IPPROTO_TCP);  \
+  EACH(IPPROTO_UDP)
+
+ERRORS(KEEP_PREFIXED);
+SIGNALS(KEEP_PREFIXED);
+FILE_FLAGS(KEEP_PREFIXED);
+SOCKETS(KEEP_PREFIXED);
+
+#include <errno.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+ERRORS(SAME_VALUE);
+SIGNALS(SAME_VALUE);
+FILE_FLAGS(SAME_VALUE);
+SOCKETS(SAME_VALUE);
+
+SAME_STRUCTURE(sockaddr_un, sun_len, sun_family, sun_path);
+SAME_STRUCTURE(in_addr, s_addr);
+static_assert(sizeof(::in6_addr) == sizeof(darwin::in6_addr));
+static_assert(alignof(::in6_addr) == alignof(darwin::in6_addr));

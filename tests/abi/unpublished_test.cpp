@@ -1,0 +1,288 @@
+// Layouts and numbers that the platform's public headers leave out, against tables written down
+// here from the kernel's published sources, and the offsets from the start of a whole answer at
+// which readers expect nested fields.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <ostream>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "darwin/code_signing.h"
+#include "darwin/kqueue.h"
+#include "darwin/libproc.h"
+#include "darwin/memorystatus.h"
+#include "darwin/sandbox.h"
+#include "darwin/socket.h"
+#include "darwin/syscalls.h"
+
+namespace {
+
+struct Field {
+  std::string_view name;
+  size_t offset;
+  size_t size;
+  bool operator==(const Field &) const = default;
+};
+
+void PrintTo(const Field &field, std::ostream *out) {
+  *out << field.name << " at " << field.offset << ", " << field.size << " bytes";
+}
+
+struct Layout {
+  size_t size;
+  size_t alignment;
+  std::vector<Field> fields;
+};
+
+#define FIELD(type, field)                                             \
+  Field {                                                              \
+#field, offsetof(darwin::type, field), sizeof(darwin::type::field) \
+  }
+
+template <typename Structure>
+void expectLayout(const std::vector<Field> &ours, const Layout &kernel) {
+  EXPECT_EQ(sizeof(Structure), kernel.size);
+  EXPECT_EQ(alignof(Structure), kernel.alignment);
+  EXPECT_EQ(ours, kernel.fields);
+}
+
+struct Number {
+  std::string_view name;
+  long long ours;
+  long long kernel;
+};
+
+#define NUMBER(name, kernel)                              \
+  Number {                                                \
+#name, static_cast < long long>(darwin::name), kernel \
+  }
+
+void expectNumbers(const std::vector<Number> &numbers) {
+  for (const Number &number : numbers) EXPECT_EQ(number.ours, number.kernel) << number.name;
+}
+
+TEST(UnpublishedLayout, CoalitionIdentifiers) {
+  expectLayout<darwin::proc_pidcoalitioninfo>(
+      {FIELD(proc_pidcoalitioninfo, coalition_id), FIELD(proc_pidcoalitioninfo, reserved1),
+       FIELD(proc_pidcoalitioninfo, reserved2), FIELD(proc_pidcoalitioninfo, reserved3)},
+      {40,
+       8,
+       {{"coalition_id", 0, 16},
+        {"reserved1", 16, 8},
+        {"reserved2", 24, 8},
+        {"reserved3", 32, 8}}});
+}
+
+TEST(UnpublishedLayout, QueuedEvent) {
+  expectLayout<darwin::kevent_qos_s>(
+      {FIELD(kevent_qos_s, ident), FIELD(kevent_qos_s, filter), FIELD(kevent_qos_s, flags),
+       FIELD(kevent_qos_s, qos), FIELD(kevent_qos_s, udata), FIELD(kevent_qos_s, fflags),
+       FIELD(kevent_qos_s, xflags), FIELD(kevent_qos_s, data), FIELD(kevent_qos_s, ext)},
+      {72,
+       8,
+       {{"ident", 0, 8},
+        {"filter", 8, 2},
+        {"flags", 10, 2},
+        {"qos", 12, 4},
+        {"udata", 16, 8},
+        {"fflags", 24, 4},
+        {"xflags", 28, 4},
+        {"data", 32, 8},
+        {"ext", 40, 32}}});
+  EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::filter)>);
+  EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::data)>);
+}
+
+TEST(UnpublishedLayout, RegisteredEvent) {
+  expectLayout<darwin::kevent_extinfo>(
+      {FIELD(kevent_extinfo, kqext_kev), FIELD(kevent_extinfo, kqext_sdata),
+       FIELD(kevent_extinfo, kqext_status), FIELD(kevent_extinfo, kqext_sfflags),
+       FIELD(kevent_extinfo, kqext_reserved)},
+      {104,
+       8,
+       {{"kqext_kev", 0, 72},
+        {"kqext_sdata", 72, 8},
+        {"kqext_status", 80, 4},
+        {"kqext_sfflags", 84, 4},
+        {"kqext_reserved", 88, 16}}});
+}
+
+TEST(UnpublishedLayout, JetsamEntry) {
+  expectLayout<darwin::memorystatus_priority_entry>(
+      {FIELD(memorystatus_priority_entry, pid), FIELD(memorystatus_priority_entry, priority),
+       FIELD(memorystatus_priority_entry, user_data), FIELD(memorystatus_priority_entry, limit),
+       FIELD(memorystatus_priority_entry, state)},
+      {24,
+       8,
+       {{"pid", 0, 4},
+        {"priority", 4, 4},
+        {"user_data", 8, 8},
+        {"limit", 16, 4},
+        {"state", 20, 4}}});
+  EXPECT_TRUE(std::is_signed_v<decltype(darwin::memorystatus_priority_entry::limit)>);
+}
+
+TEST(AnswerOffsets, TaskAllInfo) {
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_virtual_size), 136u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_resident_size), 144u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_total_user), 152u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_total_system), 160u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_syscalls_mach), 208u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_syscalls_unix), 212u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_csw), 216u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_threadnum), 220u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_numrunning), 224u);
+  EXPECT_EQ(offsetof(darwin::proc_taskallinfo, ptinfo.pti_priority), 228u);
+}
+
+TEST(AnswerOffsets, FilesAndPipes) {
+  EXPECT_EQ(offsetof(darwin::vnode_fdinfowithpath, pvip.vip_path), 176u);
+  EXPECT_EQ(offsetof(darwin::psem_fdinfo, pseminfo.psem_name), 160u);
+  EXPECT_EQ(offsetof(darwin::pshm_fdinfo, pshminfo.pshm_mappaddr), 160u);
+  EXPECT_EQ(offsetof(darwin::pshm_fdinfo, pshminfo.pshm_name), 168u);
+  EXPECT_EQ(offsetof(darwin::pipe_fdinfo, pipeinfo.pipe_handle), 160u);
+  EXPECT_EQ(offsetof(darwin::channel_fdinfo, channelinfo.chi_instance), 24u);
+  EXPECT_EQ(offsetof(darwin::channel_fdinfo, channelinfo.chi_port), 40u);
+  EXPECT_EQ(offsetof(darwin::channel_fdinfo, channelinfo.chi_type), 44u);
+  EXPECT_EQ(offsetof(darwin::kevent_extinfo, kqext_kev.ident), 0u);
+  EXPECT_EQ(offsetof(darwin::kevent_extinfo, kqext_kev.filter), 8u);
+}
+
+TEST(AnswerOffsets, Sockets) {
+  using darwin::socket_fdinfo;
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_so), 160u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_type), 176u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_protocol), 180u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_family), 184u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_kind), 256u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto), 264u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_fport), 264u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_lport), 268u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_vflag), 288u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_faddr.ina_6), 296u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_faddr.ina_46.i46a_addr4), 308u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_laddr.ina_6), 312u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_in.insi_laddr.ina_46.i46a_addr4), 324u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_tcp.tcpsi_state), 344u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_un.unsi_conn_so), 264u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_un.unsi_addr.ua_sun.sun_path), 282u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_un.unsi_caddr.ua_sun.sun_path), 537u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_kern_event.kesi_vendor_code_filter), 264u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_kern_event.kesi_class_filter), 268u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_kern_event.kesi_subclass_filter), 272u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_kern_ctl.kcsi_id), 264u);
+  EXPECT_EQ(offsetof(socket_fdinfo, psi.soi_proto.pri_kern_ctl.kcsi_name), 288u);
+}
+
+TEST(UnpublishedNumbers, ProcessInformation) {
+  expectNumbers({NUMBER(PROC_PIDCOALITIONINFO, 20), NUMBER(PROC_PIDLISTTHREADIDS, 28),
+                 NUMBER(PROC_PIDFDKQUEUE_EXTINFO, 9), NUMBER(PROC_KQUEUE_WORKQ, 64),
+                 NUMBER(PROC_KQUEUE_WORKLOOP, 128), NUMBER(WQ_EXCEEDED_CONSTRAINED_THREAD_LIMIT, 1),
+                 NUMBER(WQ_EXCEEDED_TOTAL_THREAD_LIMIT, 2), NUMBER(WQ_FLAGS_AVAILABLE, 4),
+                 NUMBER(WQ_EXCEEDED_COOPERATIVE_THREAD_LIMIT, 8),
+                 NUMBER(WQ_EXCEEDED_ACTIVE_CONSTRAINED_THREAD_LIMIT, 16),
+                 NUMBER(COALITION_TYPE_RESOURCE, 0), NUMBER(COALITION_TYPE_JETSAM, 1)});
+}
+
+TEST(UnpublishedNumbers, ProcessFlags) {
+  expectNumbers({NUMBER(PROC_FLAG_DARWINBG, 1 << 15), NUMBER(PROC_FLAG_EXT_DARWINBG, 1 << 16),
+                 NUMBER(PROC_FLAG_IOS_APPLEDAEMON, 1 << 17),
+                 NUMBER(PROC_FLAG_DELAYIDLESLEEP, 1 << 18),
+                 NUMBER(PROC_FLAG_IOS_IMPPROMOTION, 1 << 19), NUMBER(PROC_FLAG_ADAPTIVE, 1 << 20),
+                 NUMBER(PROC_FLAG_ADAPTIVE_IMPORTANT, 1 << 21),
+                 NUMBER(PROC_FLAG_IMPORTANCE_DONOR, 1 << 22), NUMBER(PROC_FLAG_SUPPRESSED, 1 << 23),
+                 NUMBER(PROC_FLAG_APPLICATION, 1 << 24), NUMBER(PROC_FLAG_ROSETTA, 1 << 25)});
+}
+
+TEST(UnpublishedNumbers, SocketProtocolsAndEvents) {
+  expectNumbers({NUMBER(SYSPROTO_EVENT, 1), NUMBER(SYSPROTO_CONTROL, 2), NUMBER(KEV_ANY_VENDOR, 0),
+                 NUMBER(KEV_ANY_CLASS, 0), NUMBER(KEV_ANY_SUBCLASS, 0), NUMBER(KEV_VENDOR_APPLE, 1),
+                 NUMBER(KEV_NETWORK_CLASS, 1), NUMBER(KEV_IOKIT_CLASS, 2),
+                 NUMBER(KEV_SYSTEM_CLASS, 3), NUMBER(KEV_APPLESHARE_CLASS, 4),
+                 NUMBER(KEV_FIREWALL_CLASS, 5), NUMBER(KEV_IEEE80211_CLASS, 6),
+                 NUMBER(KEV_NKE_CLASS, 7)});
+}
+
+TEST(UnpublishedNumbers, EventFilters) {
+  expectNumbers({NUMBER(EVFILT_SOCK, -13), NUMBER(EVFILT_MEMORYSTATUS, -14),
+                 NUMBER(EVFILT_NW_CHANNEL, -16), NUMBER(EVFILT_WORKLOOP, -17)});
+}
+
+TEST(UnpublishedNumbers, SystemCalls) {
+  expectNumbers({NUMBER(DARWIN_SYS_csops, 169), NUMBER(DARWIN_SYS_vm_pressure_monitor, 296),
+                 NUMBER(DARWIN_SYS_process_policy, 323), NUMBER(DARWIN_SYS_proc_info, 336),
+                 NUMBER(DARWIN_SYS_memorystatus_control, 440),
+                 NUMBER(DARWIN_SYS_memorystatus_get_level, 453),
+                 NUMBER(DARWIN_SYS_stack_snapshot_with_config, 491),
+                 NUMBER(PROC_INFO_CALL_LISTPIDS, 1), NUMBER(PROC_INFO_CALL_PIDINFO, 2),
+                 NUMBER(PROC_INFO_CALL_PIDFDINFO, 3), NUMBER(PROC_INFO_CALL_PIDRUSAGE, 9)});
+}
+
+TEST(UnpublishedNumbers, ProcessPolicy) {
+  expectNumbers({NUMBER(PROC_POLICY_SCOPE_PROCESS, 1), NUMBER(PROC_POLICY_SCOPE_THREAD, 2),
+                 NUMBER(PROC_POLICY_ACTION_APPLY, 1), NUMBER(PROC_POLICY_ACTION_SET, 10),
+                 NUMBER(PROC_POLICY_ACTION_GET, 11), NUMBER(PROC_POLICY_ACTION_ADD, 12),
+                 NUMBER(PROC_POLICY_ACTION_REMOVE, 13), NUMBER(PROC_POLICY_APP_LIFECYCLE, 5),
+                 NUMBER(PROC_POLICY_APPTYPE, 6), NUMBER(PROC_POLICY_APPLIFE_NONE, 0),
+                 NUMBER(PROC_POLICY_APPLIFE_STATE, 1), NUMBER(PROC_POLICY_APPLIFE_DEVSTATUS, 2),
+                 NUMBER(PROC_POLICY_APPLIFE_PIDBIND, 3), NUMBER(PROC_APPSTATE_NONE, 0),
+                 NUMBER(PROC_APPSTATE_ACTIVE, 1), NUMBER(PROC_APPSTATE_BACKGROUND, 2),
+                 NUMBER(PROC_APPSTATE_NONUI, 3), NUMBER(PROC_APPSTATE_INACTIVE, 4)});
+}
+
+TEST(UnpublishedNumbers, Jetsam) {
+  expectNumbers(
+      {NUMBER(MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 1), NUMBER(JETSAM_PRIORITY_IDLE, 0),
+       NUMBER(JETSAM_PRIORITY_BACKGROUND_OPPORTUNISTIC, 2), NUMBER(JETSAM_PRIORITY_BACKGROUND, 3),
+       NUMBER(JETSAM_PRIORITY_MAIL, 4), NUMBER(JETSAM_PRIORITY_PHONE, 5),
+       NUMBER(JETSAM_PRIORITY_UI_SUPPORT, 8), NUMBER(JETSAM_PRIORITY_FOREGROUND_SUPPORT, 9),
+       NUMBER(JETSAM_PRIORITY_FOREGROUND, 10), NUMBER(JETSAM_PRIORITY_AUDIO_AND_ACCESSORY, 12),
+       NUMBER(JETSAM_PRIORITY_CONDUCTOR, 13), NUMBER(JETSAM_PRIORITY_HOME, 16),
+       NUMBER(JETSAM_PRIORITY_EXECUTIVE, 17), NUMBER(JETSAM_PRIORITY_IMPORTANT, 18),
+       NUMBER(JETSAM_PRIORITY_CRITICAL, 19), NUMBER(JETSAM_PRIORITY_MAX, 21)});
+}
+
+TEST(UnpublishedNumbers, CodeSigning) {
+  expectNumbers({NUMBER(CS_OPS_STATUS, 0),
+                 NUMBER(CS_OPS_MARKINVALID, 1),
+                 NUMBER(CS_OPS_MARKHARD, 2),
+                 NUMBER(CS_OPS_MARKKILL, 3),
+                 NUMBER(CS_OPS_CDHASH, 5),
+                 NUMBER(CS_OPS_PIDOFFSET, 6),
+                 NUMBER(CS_OPS_ENTITLEMENTS_BLOB, 7),
+                 NUMBER(CS_OPS_SET_STATUS, 9),
+                 NUMBER(CS_OPS_BLOB, 10),
+                 NUMBER(CS_OPS_IDENTITY, 11),
+                 NUMBER(CS_OPS_TEAMID, 14),
+                 NUMBER(CS_VALID, 0x1),
+                 NUMBER(CS_ADHOC, 0x2),
+                 NUMBER(CS_GET_TASK_ALLOW, 0x4),
+                 NUMBER(CS_INSTALLER, 0x8),
+                 NUMBER(CS_HARD, 0x100),
+                 NUMBER(CS_KILL, 0x200),
+                 NUMBER(CS_CHECK_EXPIRATION, 0x400),
+                 NUMBER(CS_RESTRICT, 0x800),
+                 NUMBER(CS_ENFORCEMENT, 0x1000),
+                 NUMBER(CS_REQUIRE_LV, 0x2000),
+                 NUMBER(CS_ENTITLEMENTS_VALIDATED, 0x4000),
+                 NUMBER(CS_RUNTIME, 0x10000),
+                 NUMBER(CS_LINKER_SIGNED, 0x20000),
+                 NUMBER(CS_EXEC_SET_HARD, 0x100000),
+                 NUMBER(CS_EXEC_SET_KILL, 0x200000),
+                 NUMBER(CS_KILLED, 0x1000000),
+                 NUMBER(CS_PLATFORM_BINARY, 0x4000000),
+                 NUMBER(CS_DEBUGGED, 0x10000000),
+                 NUMBER(CS_SIGNED, 0x20000000)});
+}
+
+TEST(UnpublishedPrototypes, ArgumentsAndResults) {
+  EXPECT_TRUE((std::is_same_v<decltype(darwin::csops), int(int, unsigned int, void *, size_t)>));
+  EXPECT_TRUE((std::is_same_v<decltype(darwin::sandbox_check), int(int, const char *, int, ...)>));
+  EXPECT_TRUE(
+      (std::is_same_v<decltype(darwin::sandbox_container_path_for_pid), int(int, char *, size_t)>));
+  EXPECT_TRUE((std::is_same_v<darwin::memorystatus_get_level_function, int (*)(unsigned int *)>));
+}
+
+}  // namespace
