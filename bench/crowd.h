@@ -1,0 +1,23 @@
+// A number of sleeping processes for a benchmark to look at.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace bench {
+
+// Starts processes that sleep, and ends them with its own life.
+class Crowd {
+ public:
+  explicit Crowd(size_t count);
+  ~Crowd();
+  Crowd(const Crowd &) = delete;
+  Crowd &operator=(const Crowd &) = delete;
+
+ private:
+  std::vector<pid_t> pids_;
+};
+
+}  // namespace bench

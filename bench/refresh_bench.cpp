@@ -1,0 +1,145 @@
+// What a refresh costs with 100, 500 and 2,000 sleeping processes on this machine: its stages, the
+// whole program on a terminal, and htop and top beside it in the same run.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "columns/comparators.h"
+#include "columns/sort.h"
+#include "crowd.h"
+#include "darwin/libproc.h"
+#include "proc/sampler.h"
+#include "screens/process_list.h"
+#include "state/display.h"
+#include "state/system.h"
+#include "whole_program.h"
+
+namespace {
+
+using namespace sondex;
+
+constexpr int kRefreshes = 20;
+
+// The processes are shared by all measurements at one size: benchmarks run in order of
+// registration.
+void ensureCrowd(size_t count) {
+  static std::unique_ptr<bench::Crowd> crowd;
+  static size_t present = 0;
+  if (present == count) return;
+  crowd.reset();
+  crowd = std::make_unique<bench::Crowd>(count);
+  present = count;
+}
+
+void takeSample() {
+  ProcessRecord *before = load(g_previous_process_information);
+  store(g_previous_process_information, load(g_process_information));
+  store(previous_num_procs, load(num_procs));
+  indexProcessTable(load(g_previous_process_information), load(previous_num_procs));
+  store(g_process_information, getPIDList());
+  releaseProcessTable(before);
+}
+
+void reportPerProcess(benchmark::State &state) {
+  state.counters["processes"] = load(num_procs);
+  state.counters["per_process"] = benchmark::Counter(
+      load(num_procs), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void sample(benchmark::State &state) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  takeSample();
+  for (auto _ : state) takeSample();
+  reportPerProcess(state);
+}
+
+void sort(benchmark::State &state) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  takeSample();
+  takeSample();
+  // The order is turned round every time: the sort never finds its work done.
+  for (auto _ : state) {
+    store(g_reverse, load(g_reverse) ^ 1);
+    doSort(sort_pid);
+  }
+  reportPerProcess(state);
+}
+
+void frame(benchmark::State &state) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  takeSample();
+  takeSample();
+  fflush(stdout);
+  const int kept = dup(STDOUT_FILENO);
+  const int null = open("/dev/null", O_WRONLY);
+  dup2(null, STDOUT_FILENO);
+  for (auto _ : state) {
+    showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+    fflush(stdout);
+  }
+  dup2(kept, STDOUT_FILENO);
+  close(null);
+  close(kept);
+  reportPerProcess(state);
+}
+
+void wholeProgram(benchmark::State &state, double (*refresh)()) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  takeSample();
+  for (auto _ : state) {
+    const double seconds = refresh();
+    if (seconds < 0) {
+      state.SkipWithError("could not be run");
+      return;
+    }
+    state.SetIterationTime(seconds);
+  }
+  reportPerProcess(state);
+}
+
+using bench::Pace;
+using bench::secondsPerRefresh;
+
+double refreshOfSondex() {
+  return secondsPerRefresh({SONDEX_PROGRAM}, Pace::kOnResize, kRefreshes);
+}
+double refreshOfHtop() {
+  return secondsPerRefresh({"htop", "-d", "5"}, Pace::kOwn, kRefreshes);
+}
+double refreshOfTop() {
+  return secondsPerRefresh({"top", "-d", "0.5"}, Pace::kOwn, kRefreshes);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  g_r00t = geteuid() == 0 ? 1 : 0;
+  g_OsVer = 14;
+  proc_pid_rusage_funcptr = darwin::proc_pid_rusage;
+
+  const std::vector<std::pair<const char *, double (*)()>> programs = {
+      {"sondex", refreshOfSondex}, {"htop", refreshOfHtop}, {"top", refreshOfTop}};
+  for (const int64_t processes : {100, 500, 2000}) {
+    benchmark::RegisterBenchmark("sample", sample)->Arg(processes)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("sort", sort)->Arg(processes)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("frame", frame)->Arg(processes)->Unit(benchmark::kMillisecond);
+    for (const auto &[name, refresh] : programs) {
+      benchmark::RegisterBenchmark(
+          name, [refresh = refresh](benchmark::State &state) { wholeProgram(state, refresh); })
+          ->Arg(processes)
+          ->UseManualTime()
+          ->Iterations(1)
+          ->Unit(benchmark::kMillisecond);
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

@@ -1,0 +1,427 @@
+// Process information: which flavours there are, what buffer each needs, and in which order the
+// kernel refuses. What a process looks like is the machine's to say.
+#include "darwin/libproc.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "darwin/syscalls.h"
+#include "host/entry/answer.h"
+#include "host/entry/kernel.h"
+
+namespace host {
+
+namespace {
+
+using darwin::DARWIN_EBADF;
+using darwin::DARWIN_EINVAL;
+using darwin::DARWIN_ENOMEM;
+using darwin::DARWIN_ENOSPC;
+using darwin::DARWIN_ENOTSOCK;
+using darwin::DARWIN_ENOTSUP;
+using darwin::DARWIN_EOPNOTSUPP;
+using darwin::DARWIN_EOVERFLOW;
+
+// What the kernel adds to a size estimate, for what may start before the list is fetched.
+constexpr size_t kSpareEntries = 20;
+
+constexpr int32_t kLongestPathBuffer = 4 * darwin::DARWIN_MAXPATHLEN;
+
+struct Buffer {
+  void *data;
+  int32_t size;
+
+  template <typename T>
+  size_t room() const {
+    return static_cast<size_t>(size) / sizeof(T);
+  }
+};
+
+template <typename T>
+constexpr int32_t sizeOf() {
+  return static_cast<int32_t>(sizeof(T));
+}
+
+template <typename T>
+int bytesOf(size_t entries) {
+  return static_cast<int>(entries * sizeof(T));
+}
+
+template <typename T>
+Errno giveStructure(const T &structure, const Buffer &buffer, int &result) {
+  const Errno error = copyOut(&structure, sizeof(T), buffer.data);
+  if (error == kAnswered) result = sizeOf<T>();
+  return error;
+}
+
+// As much of the list as fits.
+template <typename T>
+Errno giveList(const std::vector<T> &list, const Buffer &buffer, int &result) {
+  const size_t entries = std::min(list.size(), buffer.room<T>());
+  const Errno error = copyOut(list.data(), entries * sizeof(T), buffer.data);
+  if (error == kAnswered) result = bytesOf<T>(entries);
+  return error;
+}
+
+// One question about a process, with what it needs besides the pid, whose answer is one structure.
+template <typename T, typename... Needs>
+Errno askStructure(Errno (Machine::*question)(pid_t, Needs..., T &), pid_t pid, Needs... needs,
+                   const Buffer &buffer, int &result) {
+  T answer{};
+  const Errno error = (machine().*question)(pid, needs..., answer);
+  return error == kAnswered ? giveStructure(answer, buffer, result) : error;
+}
+
+template <typename T>
+Errno askList(Errno (Machine::*question)(pid_t, std::vector<T> &), pid_t pid, const Buffer &buffer,
+              int &result) {
+  std::vector<T> list;
+  const Errno error = (machine().*question)(pid, list);
+  return error == kAnswered ? giveList(list, buffer, result) : error;
+}
+
+bool isOfKind(const darwin::proc_bsdinfo &process, uint32_t type, uint32_t value) {
+  switch (type) {
+    case darwin::PROC_PGRP_ONLY:
+      return process.pbi_pgid == value;
+    case darwin::PROC_TTY_ONLY:
+      return (process.pbi_flags & darwin::PROC_FLAG_CONTROLT) != 0 && process.e_tdev == value;
+    case darwin::PROC_UID_ONLY:
+      return process.pbi_uid == value;
+    case darwin::PROC_RUID_ONLY:
+      return process.pbi_ruid == value;
+    case darwin::PROC_PPID_ONLY:
+      return process.pbi_ppid == value;
+    default:
+      return false;
+  }
+}
+
+Errno listPids(uint32_t type, uint32_t value, const Buffer &buffer, int &result) {
+  if (buffer.data != nullptr) {
+    if (buffer.size < sizeOf<int32_t>()) return DARWIN_ENOMEM;
+    if (type < darwin::PROC_ALL_PIDS || type > darwin::PROC_PPID_ONLY) return DARWIN_EINVAL;
+  }
+
+  std::vector<int32_t> pids;
+  const Errno error = machine().processIDs(pids);
+  if (error != kAnswered) return error;
+
+  if (buffer.data == nullptr) {
+    result = bytesOf<int32_t>(pids.size() + kSpareEntries);
+    return kAnswered;
+  }
+  if (type != darwin::PROC_ALL_PIDS) {
+    std::erase_if(pids, [type, value](int32_t pid) {
+      darwin::proc_bsdinfo process{};
+      return machine().bsdInfo(pid, true, process) != kAnswered || !isOfKind(process, type, value);
+    });
+  }
+  return giveList(pids, buffer, result);
+}
+
+Errno pidListDescriptors(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  if (buffer.data == nullptr) {
+    size_t slots = 0;
+    const Errno error = machine().descriptorTableSize(pid, slots);
+    if (error == kAnswered) result = bytesOf<darwin::proc_fdinfo>(slots + kSpareEntries);
+    return error;
+  }
+  std::vector<darwin::proc_fdinfo> list;
+  const Errno error = machine().descriptors(pid, buffer.room<darwin::proc_fdinfo>(), list);
+  return error == kAnswered ? giveList(list, buffer, result) : error;
+}
+
+Errno pidTaskAllInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  return askStructure(&Machine::taskAllInfo, pid, buffer, result);
+}
+
+Errno pidBsdInfo(pid_t pid, uint64_t arg, const Buffer &buffer, int &result) {
+  const bool zombies = arg == 1;
+  return askStructure<darwin::proc_bsdinfo, bool>(&Machine::bsdInfo, pid, zombies, buffer, result);
+}
+
+Errno pidTaskInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  darwin::proc_taskallinfo info{};
+  const Errno error = machine().taskAllInfo(pid, info);
+  return error == kAnswered ? giveStructure(info.ptinfo, buffer, result) : error;
+}
+
+Errno pidThreadInfo(pid_t pid, uint64_t handle, const Buffer &buffer, int &result) {
+  return askStructure<darwin::proc_threadinfo, uint64_t>(&Machine::threadInfo, pid, handle, buffer,
+                                                         result);
+}
+
+Errno pidThreadInfoByID(pid_t pid, uint64_t id, const Buffer &buffer, int &result) {
+  return askStructure<darwin::proc_threadinfo, uint64_t>(&Machine::threadInfoByID, pid, id, buffer,
+                                                         result);
+}
+
+Errno pidListThreads(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  return askList(&Machine::threadHandles, pid, buffer, result);
+}
+
+Errno pidListThreadIDs(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  return askList(&Machine::threadIDs, pid, buffer, result);
+}
+
+// The system call answers 0 here, not the length.
+Errno pidPath(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  if (buffer.size > kLongestPathBuffer) return DARWIN_EOVERFLOW;
+  std::string path;
+  Errno error = machine().executablePath(pid, path);
+  if (error != kAnswered) return error;
+  if (path.size() >= static_cast<size_t>(buffer.size)) return DARWIN_ENOSPC;
+  error = copyOut(path.c_str(), path.size() + 1, buffer.data);
+  if (error == kAnswered) result = 0;
+  return error;
+}
+
+Errno pidWorkQueue(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  return askStructure(&Machine::workQueue, pid, buffer, result);
+}
+
+// Answer of PROC_PIDT_SHORTBSDINFO, which the program itself never asks for.
+struct ShortBsdInfo {
+  uint32_t pid;
+  uint32_t parent;
+  uint32_t group;
+  uint32_t status;
+  char command[darwin::DARWIN_MAXCOMLEN];
+  uint32_t flags;
+  uint32_t uid;
+  uint32_t gid;
+  uint32_t realUid;
+  uint32_t realGid;
+  uint32_t savedUid;
+  uint32_t savedGid;
+  uint32_t reserved;
+};
+static_assert(sizeof(ShortBsdInfo) == 64);
+
+Errno pidShortBsdInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  darwin::proc_bsdinfo info{};
+  const Errno error = machine().bsdInfo(pid, false, info);
+  if (error != kAnswered) return error;
+  ShortBsdInfo brief{};
+  brief.pid = info.pbi_pid;
+  brief.parent = info.pbi_ppid;
+  brief.group = info.pbi_pgid;
+  brief.status = info.pbi_status;
+  std::copy(std::begin(info.pbi_comm), std::end(info.pbi_comm), brief.command);
+  brief.flags = info.pbi_flags;
+  brief.uid = info.pbi_uid;
+  brief.gid = info.pbi_gid;
+  brief.realUid = info.pbi_ruid;
+  brief.realGid = info.pbi_rgid;
+  brief.savedUid = info.pbi_svuid;
+  brief.savedGid = info.pbi_svgid;
+  return giveStructure(brief, buffer, result);
+}
+
+Errno pidCoalition(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  return askStructure(&Machine::coalition, pid, buffer, result);
+}
+
+struct PidFlavour {
+  uint32_t number;
+  int32_t smallestBuffer;
+  Errno (*answer)(pid_t pid, uint64_t arg, const Buffer &buffer, int &result);
+};
+
+// Flavours that are not here are answered like ones that the kernel does not know. Of those that
+// kernels have, that concerns regions (7, 8, 22, 23), working directories (9, 10), fileports (14),
+// identifiers (17 to 19), exit notes (21, 24, 25), user pointers and dynamic queues (26, 27) and
+// fault counts (29): no machine is asked for them.
+constexpr PidFlavour kPidFlavours[] = {
+    {darwin::PROC_PIDLISTFDS, sizeOf<darwin::proc_fdinfo>(), pidListDescriptors},
+    {darwin::PROC_PIDTASKALLINFO, sizeOf<darwin::proc_taskallinfo>(), pidTaskAllInfo},
+    {darwin::PROC_PIDTBSDINFO, sizeOf<darwin::proc_bsdinfo>(), pidBsdInfo},
+    {darwin::PROC_PIDTASKINFO, sizeOf<darwin::proc_taskinfo>(), pidTaskInfo},
+    {darwin::PROC_PIDTHREADINFO, sizeOf<darwin::proc_threadinfo>(), pidThreadInfo},
+    {darwin::PROC_PIDLISTTHREADS, sizeOf<uint64_t>(), pidListThreads},
+    {darwin::PROC_PIDPATHINFO, darwin::DARWIN_MAXPATHLEN, pidPath},
+    {darwin::PROC_PIDWORKQUEUEINFO, sizeOf<darwin::proc_workqueueinfo>(), pidWorkQueue},
+    {darwin::PROC_PIDT_SHORTBSDINFO, sizeOf<ShortBsdInfo>(), pidShortBsdInfo},
+    {darwin::PROC_PIDTHREADID64INFO, sizeOf<darwin::proc_threadinfo>(), pidThreadInfoByID},
+    {darwin::PROC_PIDCOALITIONINFO, sizeOf<darwin::proc_pidcoalitioninfo>(), pidCoalition},
+    {darwin::PROC_PIDLISTTHREADIDS, sizeOf<uint64_t>(), pidListThreadIDs},
+};
+
+template <typename Flavour, size_t count>
+const Flavour *findFlavour(const Flavour (&table)[count], uint32_t number) {
+  const Flavour *found = std::find_if(std::begin(table), std::end(table),
+                                      [number](const auto &row) { return row.number == number; });
+  return found == std::end(table) ? nullptr : found;
+}
+
+Errno pidInfo(pid_t pid, uint32_t number, uint64_t arg, const Buffer &buffer, int &result) {
+  if (pid == 0 && number == darwin::PROC_PIDWORKQUEUEINFO) return DARWIN_EINVAL;
+  const PidFlavour *flavour = findFlavour(kPidFlavours, number);
+  if (flavour == nullptr) return DARWIN_EINVAL;
+  // Without a buffer this one is a question for the size.
+  const bool asksForSize = number == darwin::PROC_PIDLISTFDS && buffer.data == nullptr;
+  if (!asksForSize && buffer.size < flavour->smallestBuffer) return DARWIN_ENOMEM;
+  return flavour->answer(pid, arg, buffer, result);
+}
+
+// Tells "not open" from "not a file", which the kernel presented here keeps apart for this type.
+Errno askVnode(pid_t pid, int fd, darwin::vnode_fdinfowithpath &info) {
+  const Errno error = machine().vnodeDescriptor(pid, fd, info);
+  uint32_t type = darwin::PROX_FDTYPE_VNODE;
+  if (error == DARWIN_EBADF && machine().descriptorType(pid, fd, type) == kAnswered &&
+      type != darwin::PROX_FDTYPE_VNODE) {
+    return DARWIN_ENOTSUP;
+  }
+  return error;
+}
+
+Errno fdVnode(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  darwin::vnode_fdinfowithpath info{};
+  const Errno error = askVnode(pid, fd, info);
+  if (error != kAnswered) return error;
+  return giveStructure(darwin::vnode_fdinfo{info.pfi, info.pvip.vip_vi}, buffer, result);
+}
+
+Errno fdVnodePath(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  darwin::vnode_fdinfowithpath info{};
+  const Errno error = askVnode(pid, fd, info);
+  return error == kAnswered ? giveStructure(info, buffer, result) : error;
+}
+
+Errno fdSocket(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  const Errno error =
+      askStructure<darwin::socket_fdinfo, int>(&Machine::socketDescriptor, pid, fd, buffer, result);
+  return error == DARWIN_ENOTSOCK ? DARWIN_EOPNOTSUPP : error;
+}
+
+Errno fdSemaphore(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  return askStructure<darwin::psem_fdinfo, int>(&Machine::semaphoreDescriptor, pid, fd, buffer,
+                                                result);
+}
+
+Errno fdSharedMemory(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  return askStructure<darwin::pshm_fdinfo, int>(&Machine::sharedMemoryDescriptor, pid, fd, buffer,
+                                                result);
+}
+
+Errno fdPipe(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  return askStructure<darwin::pipe_fdinfo, int>(&Machine::pipeDescriptor, pid, fd, buffer, result);
+}
+
+Errno fdKqueue(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  return askStructure<darwin::kqueue_fdinfo, int>(&Machine::kqueueDescriptor, pid, fd, buffer,
+                                                  result);
+}
+
+// Answers how many events are registered, however few of them fitted.
+Errno fdKqueueEvents(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  std::vector<darwin::kevent_extinfo> events;
+  Errno error = machine().kqueueEvents(pid, fd, events);
+  if (error != kAnswered) return error;
+  int written = 0;
+  error = giveList(events, buffer, written);
+  if (error == kAnswered) result = static_cast<int>(events.size());
+  return error;
+}
+
+Errno fdChannel(pid_t pid, int fd, const Buffer &buffer, int &result) {
+  return askStructure<darwin::channel_fdinfo, int>(&Machine::channelDescriptor, pid, fd, buffer,
+                                                   result);
+}
+
+struct DescriptorFlavour {
+  uint32_t number;
+  int32_t smallestBuffer;
+  Errno (*answer)(pid_t pid, int fd, const Buffer &buffer, int &result);
+};
+
+constexpr DescriptorFlavour kDescriptorFlavours[] = {
+    {darwin::PROC_PIDFDVNODEINFO, sizeOf<darwin::vnode_fdinfo>(), fdVnode},
+    {darwin::PROC_PIDFDVNODEPATHINFO, sizeOf<darwin::vnode_fdinfowithpath>(), fdVnodePath},
+    {darwin::PROC_PIDFDSOCKETINFO, sizeOf<darwin::socket_fdinfo>(), fdSocket},
+    {darwin::PROC_PIDFDPSEMINFO, sizeOf<darwin::psem_fdinfo>(), fdSemaphore},
+    {darwin::PROC_PIDFDPSHMINFO, sizeOf<darwin::pshm_fdinfo>(), fdSharedMemory},
+    {darwin::PROC_PIDFDPIPEINFO, sizeOf<darwin::pipe_fdinfo>(), fdPipe},
+    {darwin::PROC_PIDFDKQUEUEINFO, sizeOf<darwin::kqueue_fdinfo>(), fdKqueue},
+    {darwin::PROC_PIDFDKQUEUE_EXTINFO, sizeOf<darwin::kevent_extinfo>(), fdKqueueEvents},
+    {darwin::PROC_PIDFDCHANNELINFO, sizeOf<darwin::channel_fdinfo>(), fdChannel},
+};
+
+Errno pidFdInfo(pid_t pid, int fd, uint32_t number, const Buffer &buffer, int &result) {
+  const DescriptorFlavour *flavour = findFlavour(kDescriptorFlavours, number);
+  if (flavour == nullptr) return DARWIN_EINVAL;
+  if (buffer.size < flavour->smallestBuffer) return DARWIN_ENOMEM;
+  return flavour->answer(pid, fd, buffer, result);
+}
+
+// By version: each is a prefix of the last.
+constexpr size_t kUsageSizes[] = {
+    sizeof(darwin::rusage_info_v0), sizeof(darwin::rusage_info_v1), sizeof(darwin::rusage_info_v2),
+    sizeof(darwin::rusage_info_v3), sizeof(darwin::rusage_info_v4),
+};
+
+// The process is looked up before the version is looked at.
+Errno pidRusage(pid_t pid, uint32_t version, void *buffer, int &result) {
+  darwin::rusage_info_v4 usage{};
+  Errno error = machine().resourceUsage(pid, usage);
+  if (error != kAnswered) return error;
+  if (version >= std::size(kUsageSizes)) return DARWIN_EINVAL;
+  error = copyOut(&usage, kUsageSizes[version], buffer);
+  if (error == kAnswered) result = 0;
+  return error;
+}
+
+// The library's form of the first three calls: a failure is 0.
+int bytesOrZero(int32_t call, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
+                int32_t size) {
+  int result = 0;
+  const Errno error = procInfo(call, pid, flavor, arg, buffer, size, result);
+  return libraryAnswer(error, result, 0);
+}
+
+}  // namespace
+
+Errno procInfo(int32_t call, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer, int32_t size,
+               int &result) noexcept {
+  return guarded([&]() -> Errno {
+    const Buffer out{buffer, size};
+    switch (call) {
+      case darwin::PROC_INFO_CALL_LISTPIDS:
+        return listPids(static_cast<uint32_t>(pid), flavor, out, result);
+      case darwin::PROC_INFO_CALL_PIDINFO:
+        return pidInfo(pid, flavor, arg, out, result);
+      case darwin::PROC_INFO_CALL_PIDFDINFO:
+        return pidFdInfo(pid, static_cast<int>(arg), flavor, out, result);
+      case darwin::PROC_INFO_CALL_PIDRUSAGE:
+        return pidRusage(pid, flavor, buffer, result);
+      default:
+        return DARWIN_EINVAL;
+    }
+  });
+}
+
+}  // namespace host
+
+int darwin::proc_listpids(uint32_t type, uint32_t typeinfo, void *buffer, int buffersize) {
+  return host::bytesOrZero(PROC_INFO_CALL_LISTPIDS, static_cast<int32_t>(type), typeinfo, 0, buffer,
+                           buffersize);
+}
+
+int darwin::proc_pidinfo(int pid, int flavor, uint64_t arg, void *buffer, int buffersize) {
+  return host::bytesOrZero(PROC_INFO_CALL_PIDINFO, pid, static_cast<uint32_t>(flavor), arg, buffer,
+                           buffersize);
+}
+
+int darwin::proc_pidfdinfo(int pid, int fd, int flavor, void *buffer, int buffersize) {
+  return host::bytesOrZero(PROC_INFO_CALL_PIDFDINFO, pid, static_cast<uint32_t>(flavor),
+                           static_cast<uint64_t>(fd), buffer, buffersize);
+}
+
+int darwin::proc_pid_rusage(int pid, int flavor, rusage_info_t *buffer) {
+  int result = 0;
+  const host::Errno error = host::procInfo(PROC_INFO_CALL_PIDRUSAGE, pid,
+                                           static_cast<uint32_t>(flavor), 0, buffer, 0, result);
+  return host::libraryAnswer(error, result, -1);
+}

@@ -1,0 +1,80 @@
+// The raw system calls: takes each number's arguments off the caller's list with the types that the
+// number has, and calls what answers it.
+#include "darwin/syscalls.h"
+
+#include <cstdarg>
+
+#include "darwin/code_signing.h"
+#include "host/entry/answer.h"
+#include "host/entry/kernel.h"
+
+namespace {
+
+using host::libraryAnswer;
+
+int procInfo(va_list arguments) {
+  const int32_t call = va_arg(arguments, int32_t);
+  const int32_t pid = va_arg(arguments, int32_t);
+  const uint32_t flavor = va_arg(arguments, uint32_t);
+  const uint64_t arg = va_arg(arguments, uint64_t);
+  void *buffer = va_arg(arguments, void *);
+  const int32_t size = va_arg(arguments, int32_t);
+  int result = 0;
+  const host::Errno error = host::procInfo(call, pid, flavor, arg, buffer, size, result);
+  return libraryAnswer(error, result, -1);
+}
+
+int memorystatusControl(va_list arguments) {
+  const uint32_t command = va_arg(arguments, uint32_t);
+  const int32_t pid = va_arg(arguments, int32_t);
+  const uint32_t flags = va_arg(arguments, uint32_t);
+  void *buffer = va_arg(arguments, void *);
+  const size_t size = va_arg(arguments, size_t);
+  int result = 0;
+  const host::Errno error = host::memorystatusControl(command, pid, flags, buffer, size, result);
+  return libraryAnswer(error, result, -1);
+}
+
+int codeSigning(va_list arguments) {
+  const int32_t pid = va_arg(arguments, int32_t);
+  const uint32_t operation = va_arg(arguments, uint32_t);
+  void *buffer = va_arg(arguments, void *);
+  const size_t size = va_arg(arguments, size_t);
+  return darwin::csops(pid, operation, buffer, size);
+}
+
+// Kernels of this age have the call but no longer answer the application state.
+int processPolicy() {
+  return libraryAnswer(darwin::DARWIN_ENOTSUP, 0, -1);
+}
+
+int noSuchCall() {
+  return libraryAnswer(darwin::DARWIN_ENOSYS, 0, -1);
+}
+
+int dispatch(long number, va_list arguments) {
+  switch (number) {
+    case darwin::DARWIN_SYS_csops:
+      return codeSigning(arguments);
+    case darwin::DARWIN_SYS_process_policy:
+      return processPolicy();
+    case darwin::DARWIN_SYS_proc_info:
+      return procInfo(arguments);
+    case darwin::DARWIN_SYS_memorystatus_control:
+      return memorystatusControl(arguments);
+    case darwin::DARWIN_SYS_memorystatus_get_level:
+      return memorystatus_get_level(va_arg(arguments, unsigned int *));
+    default:
+      return noSuchCall();
+  }
+}
+
+}  // namespace
+
+extern "C" long __wrap_syscall(long number, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, number);
+  const int result = dispatch(number, arguments);
+  va_end(arguments);
+  return result;
+}

@@ -1,0 +1,98 @@
+// Kernel state by name or number: which variables there are and how they are handed over. All of
+// them are read-only.
+#include "darwin/sysctl.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "host/entry/answer.h"
+
+namespace host {
+
+namespace {
+
+constexpr unsigned int kFewestNumbers = 2;
+constexpr unsigned int kMostNumbers = 12;
+constexpr size_t kLargestValue = 32;
+
+template <typename T>
+Errno read(Errno (Machine::*question)(T &), void *value) {
+  static_assert(sizeof(T) <= kLargestValue);
+  T answer{};
+  const Errno error = (machine().*question)(answer);
+  if (error == kAnswered) std::memcpy(value, &answer, sizeof(T));
+  return error;
+}
+
+struct Variable {
+  std::string_view name;
+  int numbers[2];
+  size_t size;
+  Errno (*read)(void *value);
+};
+
+constexpr Variable kVariables[] = {
+    {"kern.boottime",
+     {darwin::DARWIN_CTL_KERN, darwin::DARWIN_KERN_BOOTTIME},
+     sizeof(darwin::timeval),
+     [](void *value) { return read(&Machine::bootTime, value); }},
+    {"vm.loadavg",
+     {darwin::DARWIN_CTL_VM, darwin::DARWIN_VM_LOADAVG},
+     sizeof(darwin::loadavg),
+     [](void *value) { return read(&Machine::loadAverage, value); }},
+    {"vm.swapusage",
+     {darwin::DARWIN_CTL_VM, darwin::DARWIN_VM_SWAPUSAGE},
+     sizeof(darwin::xsw_usage),
+     [](void *value) { return read(&Machine::swapUsage, value); }},
+};
+
+template <typename Condition>
+const Variable *findVariable(Condition &&condition) {
+  const Variable *found = std::find_if(std::begin(kVariables), std::end(kVariables), condition);
+  return found == std::end(kVariables) ? nullptr : found;
+}
+
+Errno readVariable(const Variable *variable, void *old, size_t *oldlen, const void *newp) {
+  if (variable == nullptr) return darwin::DARWIN_ENOENT;
+  if (newp != nullptr) return darwin::DARWIN_EPERM;
+  unsigned char value[kLargestValue] = {};
+  const Errno error = guarded([&] { return variable->read(value); });
+  // A kernel without the feature has no such variable.
+  if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
+  if (error != kAnswered) return error;
+  if (old != nullptr) {
+    if (oldlen == nullptr || *oldlen < variable->size) return darwin::DARWIN_ENOMEM;
+    std::memcpy(old, value, variable->size);
+  }
+  if (oldlen != nullptr) *oldlen = variable->size;
+  return kAnswered;
+}
+
+Errno readByNumbers(const int *name, unsigned int count, void *old, size_t *oldlen,
+                    const void *newp) {
+  if (count < kFewestNumbers || count > kMostNumbers) return darwin::DARWIN_EINVAL;
+  if (name == nullptr) return darwin::DARWIN_EFAULT;
+  const Variable *variable = findVariable([name, count](const Variable &row) {
+    return count == std::size(row.numbers) && std::equal(name, name + count, row.numbers);
+  });
+  return readVariable(variable, old, oldlen, newp);
+}
+
+Errno readByName(const char *name, void *old, size_t *oldlen, const void *newp) {
+  if (name == nullptr) return darwin::DARWIN_EFAULT;
+  const Variable *variable = findVariable([name](const Variable &row) { return row.name == name; });
+  return readVariable(variable, old, oldlen, newp);
+}
+
+}  // namespace
+
+}  // namespace host
+
+int darwin::sysctl(int *name, unsigned int namelen, void *old, size_t *oldlen, void *newp, size_t) {
+  return host::libraryAnswer(host::readByNumbers(name, namelen, old, oldlen, newp), 0, -1);
+}
+
+int darwin::sysctlbyname(const char *name, void *old, size_t *oldlen, void *newp, size_t) {
+  return host::libraryAnswer(host::readByName(name, old, oldlen, newp), 0, -1);
+}

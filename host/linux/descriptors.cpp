@@ -1,0 +1,622 @@
+#include "host/linux/descriptors.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include "darwin/errors.h"
+#include "darwin/file_flags.h"
+#include "darwin/kqueue.h"
+#include "darwin/signals.h"
+
+namespace host::linux_machine {
+namespace {
+
+constexpr std::string_view kDeleted = " (deleted)";
+constexpr std::string_view kSharedMemory = "/dev/shm/";
+constexpr std::string_view kAnonymousMemory = "/memfd:";
+constexpr std::string_view kSocket = "socket:[";
+constexpr std::string_view kPipe = "pipe:[";
+
+// Position and flags stand at the beginning.
+constexpr size_t kFileInfoSize = 256;
+constexpr size_t kEventsSize = 1048576;
+// A directory entry of /proc/PID/fd, for numbers of up to twelve digits.
+constexpr size_t kEntrySize = 32;
+
+// Darwin's types of a vnode.
+enum VnodeType : int32_t {
+  kNoType = 0,
+  kRegular = 1,
+  kDirectory = 2,
+  kBlock = 3,
+  kCharacter = 4,
+  kLink = 5,
+  kSocketFile = 6,
+  kFifo = 7,
+};
+
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  FileDescriptor(const FileDescriptor &) = delete;
+  FileDescriptor &operator=(const FileDescriptor &) = delete;
+  ~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// "fd/7": the name of something of one descriptor below the process's directory.
+struct EntryName {
+  EntryName(const char *directory, int fd) { snprintf(text, sizeof(text), "%s/%d", directory, fd); }
+  char text[24];
+};
+
+ssize_t readRetrying(int fd, char *buffer, size_t size) {
+  ssize_t got;
+  do {
+    got = ::read(fd, buffer, size);
+  } while (got < 0 && errno == EINTR);
+  return got;
+}
+
+// Reads up to `limit` bytes. False, with errno set, if nothing could be read.
+bool readText(int fd, size_t limit, std::string &text) {
+  text.clear();
+  char piece[4096];
+  while (text.size() < limit) {
+    const ssize_t got = readRetrying(fd, piece, std::min(sizeof(piece), limit - text.size()));
+    if (got < 0 && text.empty()) return false;
+    if (got <= 0) break;
+    text.append(piece, static_cast<size_t>(got));
+    // The beginning was asked for, and comes whole: no need to see the end.
+    if (limit <= sizeof(piece)) break;
+  }
+  return true;
+}
+
+// Whether the process still runs; a zombie has no descriptors left.
+bool isAlive(int processDirectory) {
+  const FileDescriptor file(openat(processDirectory, "stat", O_RDONLY | O_CLOEXEC));
+  if (file.get() < 0) return errno != ENOENT && errno != ESRCH;
+  char text[256];
+  const ssize_t size = readRetrying(file.get(), text, sizeof(text));
+  if (size <= 0) return false;
+  const std::string_view stat(text, static_cast<size_t>(size));
+  const size_t nameEnd = stat.rfind(')');
+  if (nameEnd == std::string_view::npos || nameEnd + 2 >= stat.size()) return false;
+  const char state = stat[nameEnd + 2];
+  return state != 'Z' && state != 'X' && state != 'x';
+}
+
+// What a failed look below the process's directory means.
+Errno failure(int error, int processDirectory) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+      // What is left of a zombie belongs to root.
+      return isAlive(processDirectory) ? darwin::DARWIN_EPERM : darwin::DARWIN_ESRCH;
+    case ENOENT:
+    case ESRCH:
+      return isAlive(processDirectory) ? darwin::DARWIN_EBADF : darwin::DARWIN_ESRCH;
+    case ENOMEM:
+      return darwin::DARWIN_ENOMEM;
+    default:
+      return darwin::DARWIN_EIO;
+  }
+}
+
+template <typename Number>
+bool parseNumber(std::string_view text, int base, Number &number) {
+  const size_t start = text.find_first_not_of(" \t");
+  if (start == std::string_view::npos) return false;
+  text.remove_prefix(start);
+  return std::from_chars(text.data(), text.data() + text.size(), number, base).ec == std::errc();
+}
+
+// The number that follows "name" at the start of a line.
+template <typename Number>
+bool findNumber(std::string_view text, std::string_view name, int base, Number &number) {
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    if (line.starts_with(name)) return parseNumber(line.substr(name.size()), base, number);
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+  }
+  return false;
+}
+
+// The number after "name" within a line.
+template <typename Number>
+bool findInLine(std::string_view line, std::string_view name, int base, Number &number) {
+  const size_t at = line.find(name);
+  return at != std::string_view::npos && parseNumber(line.substr(at + name.size()), base, number);
+}
+
+uint32_t darwinOpenFlags(unsigned int flags) {
+  uint32_t result = 0;
+  if ((flags & O_PATH) == 0) {
+    // The access modes are 0, 1 and 2; the two bits are one more than the mode.
+    result = ((flags & O_ACCMODE) + 1) & (darwin::DARWIN_FREAD | darwin::DARWIN_FWRITE);
+  }
+  if ((flags & O_NONBLOCK) != 0) result |= darwin::DARWIN_O_NONBLOCK;
+  if ((flags & O_APPEND) != 0) result |= darwin::DARWIN_O_APPEND;
+  return result;
+}
+
+darwin::proc_fileinfo parseFileInfo(std::string_view text, uint32_t type) {
+  darwin::proc_fileinfo info = {};
+  unsigned int flags = 0;
+  info.fi_type = static_cast<int32_t>(type);
+  if (findNumber(text, "flags:", 8, flags)) {
+    info.fi_openflags = darwinOpenFlags(flags);
+    if ((flags & O_CLOEXEC) != 0) info.fi_status = darwin::PROC_FP_CLEXEC;
+  }
+  findNumber(text, "pos:", 10, info.fi_offset);
+  return info;
+}
+
+// Eight bits of major and 24 of minor number, as Darwin packs them.
+uint32_t darwinDevice(uint32_t majorNumber, uint32_t minorNumber) {
+  return (majorNumber & 0xff) << 24 | (minorNumber & 0xffffff);
+}
+
+// Looks at the open file itself. Doesn't wait for a server that holds the file: what is known here
+// is good enough, and a dead one must not hold up the whole listing. A file whose system refuses to
+// tell is left all zero, for its descriptor is open nevertheless.
+Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
+  const EntryName name("fd", fd);
+  struct statx file;
+  if (statx(processDirectory, name.text, AT_STATX_DONT_SYNC, STATX_BASIC_STATS | STATX_BTIME,
+            &file) != 0) {
+    const bool closed = errno == ENOENT || errno == ESRCH;
+    return closed ? failure(errno, processDirectory) : kAnswered;
+  }
+  stat.vst_dev = darwinDevice(file.stx_dev_major, file.stx_dev_minor);
+  stat.vst_mode = file.stx_mode;
+  stat.vst_nlink = static_cast<uint16_t>(std::min<uint32_t>(file.stx_nlink, UINT16_MAX));
+  stat.vst_ino = file.stx_ino;
+  stat.vst_uid = file.stx_uid;
+  stat.vst_gid = file.stx_gid;
+  stat.vst_atime = file.stx_atime.tv_sec;
+  stat.vst_atimensec = file.stx_atime.tv_nsec;
+  stat.vst_mtime = file.stx_mtime.tv_sec;
+  stat.vst_mtimensec = file.stx_mtime.tv_nsec;
+  stat.vst_ctime = file.stx_ctime.tv_sec;
+  stat.vst_ctimensec = file.stx_ctime.tv_nsec;
+  if ((file.stx_mask & STATX_BTIME) != 0) {
+    stat.vst_birthtime = file.stx_btime.tv_sec;
+    stat.vst_birthtimensec = file.stx_btime.tv_nsec;
+  }
+  stat.vst_size = static_cast<int64_t>(file.stx_size);
+  stat.vst_blocks = static_cast<int64_t>(file.stx_blocks);
+  stat.vst_blksize = static_cast<int32_t>(file.stx_blksize);
+  stat.vst_rdev = darwinDevice(file.stx_rdev_major, file.stx_rdev_minor);
+  return kAnswered;
+}
+
+int32_t vnodeType(uint16_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFREG:
+      return kRegular;
+    case S_IFDIR:
+      return kDirectory;
+    case S_IFBLK:
+      return kBlock;
+    case S_IFCHR:
+      return kCharacter;
+    case S_IFLNK:
+      return kLink;
+    case S_IFSOCK:
+      return kSocketFile;
+    case S_IFIFO:
+      return kFifo;
+    default:  // what has no file behind it
+      return kNoType;
+  }
+}
+
+// The kernel marks the names of files that are gone, but a file may also be named so.
+std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &file) {
+  const bool gone = file.vst_ino != 0 && file.vst_nlink == 0;
+  if (gone && path.ends_with(kDeleted)) path.remove_suffix(kDeleted.size());
+  return path;
+}
+
+template <size_t Size>
+void copyText(std::string_view text, char (&field)[Size]) {
+  const size_t length = std::min(text.size(), Size - 1);
+  memcpy(field, text.data(), length);
+  field[length] = '\0';
+}
+
+// 0 for a signal that Darwin does not have.
+int darwinSignal(int signal) {
+  switch (signal) {
+    case SIGBUS:
+      return darwin::DARWIN_SIGBUS;
+    case SIGSYS:
+      return darwin::DARWIN_SIGSYS;
+    case SIGURG:
+      return darwin::DARWIN_SIGURG;
+    case SIGSTOP:
+      return darwin::DARWIN_SIGSTOP;
+    case SIGTSTP:
+      return darwin::DARWIN_SIGTSTP;
+    case SIGCONT:
+      return darwin::DARWIN_SIGCONT;
+    case SIGCHLD:
+      return darwin::DARWIN_SIGCHLD;
+    case SIGIO:
+      return darwin::DARWIN_SIGIO;
+    case SIGUSR1:
+      return darwin::DARWIN_SIGUSR1;
+    case SIGUSR2:
+      return darwin::DARWIN_SIGUSR2;
+    case SIGSTKFLT:
+    case SIGPWR:
+      return 0;
+    default:
+      return signal <= SIGWINCH ? signal : 0;
+  }
+}
+
+using Events = std::vector<darwin::kevent_extinfo>;
+
+darwin::kevent_extinfo &addEvent(Events &events, uint64_t ident, int16_t filter) {
+  darwin::kevent_extinfo &event = events.emplace_back();
+  event = {};
+  event.kqext_kev.ident = ident;
+  event.kqext_kev.filter = filter;
+  return event;
+}
+
+void addEpollEvents(std::string_view line, Events &events) {
+  uint64_t target;
+  uint32_t mask;
+  uint64_t data;
+  if (!line.starts_with("tfd:") || !findInLine(line, "tfd:", 10, target) ||
+      !findInLine(line, "events:", 16, mask) || !findInLine(line, "data:", 16, data)) {
+    return;
+  }
+  struct Filter {
+    int16_t number;
+    uint32_t mask;
+  };
+  constexpr Filter kFilters[] = {
+      {darwin::EVFILT_READ, EPOLLIN | EPOLLRDNORM | EPOLLRDHUP},
+      {darwin::EVFILT_WRITE, EPOLLOUT | EPOLLWRNORM},
+      {darwin::EVFILT_EXCEPT, EPOLLPRI | EPOLLRDBAND},
+  };
+  for (const Filter &filter : kFilters) {
+    if ((mask & filter.mask) == 0) continue;
+    darwin::kevent_qos_s &event = addEvent(events, target, filter.number).kqext_kev;
+    event.udata = data;
+    if ((mask & EPOLLET) != 0) event.flags = darwin::EV_CLEAR;
+  }
+}
+
+void addSignalEvents(std::string_view text, Events &events) {
+  uint64_t mask = 0;
+  if (!findNumber(text, "sigmask:", 16, mask)) return;
+  for (int signal = 1; signal <= SIGSYS; signal++) {
+    const int number = darwinSignal(signal);
+    if ((mask >> (signal - 1) & 1) == 0 || number == 0) continue;
+    addEvent(events, static_cast<uint64_t>(number), darwin::EVFILT_SIGNAL);
+  }
+}
+
+// `kind` is the link's text: what sort of queue this is.
+void addEvents(std::string_view kind, std::string_view text, int fd, Events &events) {
+  const auto ident = static_cast<uint64_t>(fd);
+  int64_t count = 0;
+  if (kind == "anon_inode:[eventpoll]") {
+    // A line without its end was cut off by the limit.
+    for (size_t end; (end = text.find('\n')) != std::string_view::npos;) {
+      addEpollEvents(text.substr(0, end), events);
+      text.remove_prefix(end + 1);
+    }
+  } else if (kind == "anon_inode:[timerfd]") {
+    findNumber(text, "ticks:", 10, count);
+    addEvent(events, ident, darwin::EVFILT_TIMER).kqext_kev.data = count;
+  } else if (kind == "anon_inode:[eventfd]") {
+    uint64_t value = 0;
+    findNumber(text, "eventfd-count:", 16, value);
+    addEvent(events, ident, darwin::EVFILT_USER).kqext_kev.data = static_cast<int64_t>(value);
+  } else if (kind == "anon_inode:[signalfd]") {
+    addSignalEvents(text, events);
+  } else {
+    // The process of a pidfd; -1 once that has ended, as its registration then has. io_uring: none.
+    int64_t pid = 0;
+    if (findNumber(text, "Pid:", 10, pid) && pid > 0) {
+      addEvent(events, static_cast<uint64_t>(pid), darwin::EVFILT_PROC);
+    }
+  }
+}
+
+// The path of this process's own list of descriptors.
+std::string ownListing() {
+  return "/proc/" + std::to_string(getpid()) + "/fd";
+}
+
+// The descriptor number that an entry of /proc/PID/fd is named after.
+std::optional<int> parseEntry(std::string_view name) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+  if (error != std::errc() || end != name.data() + name.size() || number < 0) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+struct Descriptors::Link {
+  // The kernel makes these texts in a page.
+  char buffer[PATH_MAX + 64];
+  std::string_view text;
+  uint32_t type = darwin::PROX_FDTYPE_VNODE;
+
+  // False, with errno set, if there is no such link.
+  bool read(int directory, const char *name) {
+    const ssize_t length = readlinkat(directory, name, buffer, sizeof(buffer));
+    // Only a file can have a name that is too long for the kernel.
+    if (length < 0 && errno != ENAMETOOLONG) return false;
+    text = std::string_view(buffer, length < 0 ? 0 : static_cast<size_t>(length));
+    type = descriptorTypeOfLink(text);
+    return true;
+  }
+
+  // The number in "socket:[123]".
+  uint64_t inode() const {
+    uint64_t number = 0;
+    const size_t start = text.find('[');
+    if (start != std::string_view::npos) parseNumber(text.substr(start + 1), 10, number);
+    return number;
+  }
+};
+
+uint32_t descriptorTypeOfLink(std::string_view link) {
+  struct Kind {
+    std::string_view text;
+    uint32_t type;
+  };
+  constexpr Kind kKinds[] = {
+      {"anon_inode:[eventpoll]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:[timerfd]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:[eventfd]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:[signalfd]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:[pidfd]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:[io_uring]", darwin::PROX_FDTYPE_KQUEUE},
+      {"anon_inode:inotify", darwin::PROX_FDTYPE_FSEVENTS},
+      {"anon_inode:[fanotify]", darwin::PROX_FDTYPE_FSEVENTS},
+  };
+  if (link.starts_with(kSocket)) return darwin::PROX_FDTYPE_SOCKET;
+  if (link.starts_with(kPipe)) return darwin::PROX_FDTYPE_PIPE;
+  for (const Kind &kind : kKinds) {
+    if (link == kind.text) return kind.type;
+  }
+  if (link.starts_with(kAnonymousMemory)) return darwin::PROX_FDTYPE_PSHM;
+  // What shm_open makes stands in this directory itself, never further down.
+  if (link.starts_with(kSharedMemory) &&
+      link.find('/', kSharedMemory.size()) == std::string_view::npos) {
+    return darwin::PROX_FDTYPE_PSHM;
+  }
+  return darwin::PROX_FDTYPE_VNODE;
+}
+
+Descriptors::Descriptors() = default;
+Descriptors::~Descriptors() = default;
+
+void Descriptors::beginPass() {
+  sockets_.beginPass();
+}
+
+Errno Descriptors::list(int processDirectory, size_t limit,
+                        std::vector<darwin::proc_fdinfo> &list) {
+  const FileDescriptor directory(
+      openat(processDirectory, "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() < 0) {
+    return errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
+  }
+  list_.clear();
+  alignas(8) char buffer[16384];
+  Link link;
+  while (list_.size() < limit) {
+    // The kernel does some work for each entry it hands out: no more than the limit are asked for,
+    // and the two of the directory itself.
+    const size_t room = sizeof(buffer) / kEntrySize - 2;
+    const size_t wanted = std::min(limit - list_.size(), room) + 2;
+    const ssize_t size = getdents64(directory.get(), buffer, wanted * kEntrySize);
+    if (size < 0) return failure(errno, processDirectory);
+    if (size == 0) break;
+    for (size_t at = 0; at < static_cast<size_t>(size) && list_.size() < limit;) {
+      const char *entry = buffer + at;
+      uint16_t length;
+      memcpy(&length, entry + offsetof(dirent64, d_reclen), sizeof(length));
+      if (length <= offsetof(dirent64, d_name) || length > static_cast<size_t>(size) - at) {
+        return darwin::DARWIN_EIO;
+      }
+      at += length;
+      const char *name = entry + offsetof(dirent64, d_name);
+      const std::optional<int> number =
+          parseEntry({name, strnlen(name, length - offsetof(dirent64, d_name))});
+      if (!number.has_value()) continue;
+      if (link.read(directory.get(), EntryName(".", *number).text)) {
+        // In a listing of this process: what it is read from.
+        if (*number == directory.get() && link.text == ownListing()) continue;
+        list_.push_back({*number, link.type});
+      } else if (errno != ENOENT && errno != ESRCH) {
+        return failure(errno, processDirectory);
+      }
+    }
+  }
+  if (list_.empty() && !isAlive(processDirectory)) return darwin::DARWIN_ESRCH;
+  list.assign(list_.begin(), list_.end());
+  return kAnswered;
+}
+
+Errno Descriptors::readLink(int processDirectory, int fd, Link &link) {
+  if (fd < 0) return darwin::DARWIN_EBADF;
+  if (link.read(processDirectory, EntryName("fd", fd).text)) return kAnswered;
+  return failure(errno, processDirectory);
+}
+
+Errno Descriptors::readFileInfo(int processDirectory, int fd, size_t limit) {
+  const EntryName name("fdinfo", fd);
+  const FileDescriptor file(openat(processDirectory, name.text, O_RDONLY | O_CLOEXEC));
+  if (file.get() < 0 || !readText(file.get(), limit, text_)) {
+    return failure(errno, processDirectory);
+  }
+  return kAnswered;
+}
+
+Errno Descriptors::type(int processDirectory, int fd, uint32_t &type) {
+  Link link;
+  const Errno error = readLink(processDirectory, fd, link);
+  if (error == kAnswered) type = link.type;
+  return error;
+}
+
+// What all questions begin with: the link, which must be of the type asked about, and the fdinfo.
+Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Errno otherType, Link &link,
+                        darwin::proc_fileinfo &info) {
+  Errno error = readLink(processDirectory, fd, link);
+  if (error != kAnswered) return error;
+  if (link.type != type) return otherType;
+  error = readFileInfo(processDirectory, fd, kFileInfoSize);
+  if (error == kAnswered) info = parseFileInfo(text_, type);
+  return error;
+}
+
+Errno Descriptors::vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info) {
+  Link link;
+  darwin::vnode_fdinfowithpath answer = {};
+  Errno error =
+      open(processDirectory, fd, darwin::PROX_FDTYPE_VNODE, darwin::DARWIN_EBADF, link, answer.pfi);
+  if (error != kAnswered) return error;
+  darwin::vnode_info &vnode = answer.pvip.vip_vi;
+  error = lookAt(processDirectory, fd, vnode.vi_stat);
+  if (error != kAnswered) return error;
+  vnode.vi_type = vnodeType(vnode.vi_stat.vst_mode);
+  vnode.vi_fsid.val[0] = static_cast<int32_t>(vnode.vi_stat.vst_dev);
+  copyText(withoutMark(link.text, vnode.vi_stat), answer.pvip.vip_path);
+  info = answer;
+  return kAnswered;
+}
+
+// Whether sockets of the process's network namespace are in the tables that are read here.
+bool Descriptors::sharesNetwork(int processDirectory) {
+  struct stat network;
+  if (networkInode_ == 0 && stat("/proc/thread-self/ns/net", &network) == 0) {
+    networkDevice_ = network.st_dev;
+    networkInode_ = network.st_ino;
+  }
+  return fstatat(processDirectory, "ns/net", &network, 0) == 0 && networkInode_ != 0 &&
+         network.st_ino == networkInode_ && network.st_dev == networkDevice_;
+}
+
+Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &info) {
+  Link link;
+  darwin::socket_fdinfo answer = {};
+  Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_SOCKET, darwin::DARWIN_ENOTSOCK,
+                     link, answer.pfi);
+  if (error != kAnswered) return error;
+  error = lookAt(processDirectory, fd, answer.psi.soi_stat);
+  if (error != kAnswered) return error;
+  if (!sockets_.describe(link.inode(), answer.psi) && sharesNetwork(processDirectory)) {
+    // The kernel does not list Internet sockets before they are bound or connected.
+    char path[64];
+    char name[32];
+    snprintf(path, sizeof(path), "/proc/thread-self/fd/%d/fd/%d", processDirectory, fd);
+    const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
+    if (size > 0) describeUnbound({name, strnlen(name, static_cast<size_t>(size))}, answer.psi);
+  }
+  info = answer;
+  return kAnswered;
+}
+
+// Nothing on Linux is a semaphore with a descriptor.
+Errno Descriptors::semaphore(int processDirectory, int fd, darwin::psem_fdinfo &) {
+  Link link;
+  const Errno error = readLink(processDirectory, fd, link);
+  return error == kAnswered ? darwin::DARWIN_EBADF : error;
+}
+
+Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info) {
+  Link link;
+  darwin::pshm_fdinfo answer = {};
+  Errno error =
+      open(processDirectory, fd, darwin::PROX_FDTYPE_PSHM, darwin::DARWIN_EBADF, link, answer.pfi);
+  if (error != kAnswered) return error;
+  darwin::vinfo_stat file = {};
+  error = lookAt(processDirectory, fd, file);
+  if (error != kAnswered) return error;
+  darwin::vinfo_stat &stat = answer.pshminfo.pshm_stat;
+  stat.vst_mode = file.vst_mode;
+  stat.vst_uid = file.vst_uid;
+  stat.vst_gid = file.vst_gid;
+  stat.vst_size = file.vst_size;
+  std::string_view name = withoutMark(link.text, file);
+  const bool anonymous = name.starts_with(kAnonymousMemory);
+  name.remove_prefix(anonymous ? kAnonymousMemory.size() : kSharedMemory.size() - 1);
+  copyText(name, answer.pshminfo.pshm_name);
+  info = answer;
+  return kAnswered;
+}
+
+Errno Descriptors::pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info) {
+  Link link;
+  darwin::pipe_fdinfo answer = {};
+  Errno error =
+      open(processDirectory, fd, darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, link, answer.pfi);
+  if (error != kAnswered) return error;
+  error = lookAt(processDirectory, fd, answer.pipeinfo.pipe_stat);
+  if (error != kAnswered) return error;
+  const bool writes = (answer.pfi.fi_openflags & darwin::DARWIN_FWRITE) != 0;
+  const uint64_t reading = link.inode() * 2;
+  answer.pipeinfo.pipe_handle = reading + (writes ? 1 : 0);
+  answer.pipeinfo.pipe_peerhandle = reading + (writes ? 0 : 1);
+  info = answer;
+  return kAnswered;
+}
+
+Errno Descriptors::kqueue(int processDirectory, int fd, darwin::kqueue_fdinfo &info) {
+  Link link;
+  darwin::kqueue_fdinfo answer = {};
+  const Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_KQUEUE, darwin::DARWIN_EBADF,
+                           link, answer.pfi);
+  if (error != kAnswered) return error;
+  info = answer;
+  return kAnswered;
+}
+
+Errno Descriptors::kqueueEvents(int processDirectory, int fd,
+                                std::vector<darwin::kevent_extinfo> &events) {
+  Link link;
+  Errno error = readLink(processDirectory, fd, link);
+  if (error != kAnswered) return error;
+  if (link.type != darwin::PROX_FDTYPE_KQUEUE) return darwin::DARWIN_EBADF;
+  error = readFileInfo(processDirectory, fd, kEventsSize);
+  if (error != kAnswered) return error;
+  events_.clear();
+  addEvents(link.text, text_, fd, events_);
+  events.assign(events_.begin(), events_.end());
+  return kAnswered;
+}
+
+}  // namespace host::linux_machine

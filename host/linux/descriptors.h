@@ -1,0 +1,73 @@
+// The open descriptors of a process from /proc/PID/fd and fdinfo, in Darwin's structures. What is
+// known of sockets comes from socket_table.h. Which process, and whether the caller may ask about
+// it, is the business of whoever opened its directory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "darwin/proc_info.h"
+#include "host/linux/socket_table.h"
+#include "host/machine.h"
+
+namespace host::linux_machine {
+
+// The type (PROX_FDTYPE_*) of a descriptor from what its link in /proc/PID/fd says.
+uint32_t descriptorTypeOfLink(std::string_view link);
+
+// Every question takes an open directory descriptor of /proc/PID. Its answers: kAnswered;
+// DARWIN_EBADF if `fd` is not open or of another type (socket(): DARWIN_ENOTSOCK); DARWIN_ESRCH if
+// the process is gone or a zombie; DARWIN_EPERM if it may not be looked at. Not thread-safe.
+class Descriptors {
+ public:
+  Descriptors();
+  Descriptors(const Descriptors &) = delete;
+  Descriptors &operator=(const Descriptors &) = delete;
+  ~Descriptors();
+
+  // A new sample begins: the socket tables are read anew when next needed.
+  void beginPass();
+
+  // The descriptors in ascending order, at most `limit`. Work and memory are bounded by the limit.
+  Errno list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list);
+
+  // PROX_FDTYPE_*.
+  Errno type(int processDirectory, int fd, uint32_t &type);
+
+  // A file without a name left keeps the one it had. The offset is in bytes; an O_PATH descriptor
+  // has neither FREAD nor FWRITE.
+  Errno vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info);
+  // A socket that the kernel does not list (another network namespace, a kind it has no list of)
+  // has kind and family 0, unless it is of this namespace and tells its protocol.
+  Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
+  Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
+  // "/name" of a file in /dev/shm, or a memfd's own name.
+  Errno sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info);
+  // Both ends of a pipe have one inode here; its writing end's handle is the odd one.
+  Errno pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info);
+  Errno kqueue(int processDirectory, int fd, darwin::kqueue_fdinfo &info);
+  // One event per filter: what an epoll watches, or what a timerfd, eventfd, signalfd or pidfd is.
+  // At most some 10,000 registrations are read.
+  Errno kqueueEvents(int processDirectory, int fd, std::vector<darwin::kevent_extinfo> &events);
+
+ private:
+  struct Link;
+
+  Errno readLink(int processDirectory, int fd, Link &link);
+  Errno readFileInfo(int processDirectory, int fd, size_t limit);
+  Errno open(int processDirectory, int fd, uint32_t type, Errno otherType, Link &link,
+             darwin::proc_fileinfo &info);
+  bool sharesNetwork(int processDirectory);
+
+  SocketTable sockets_;
+  uint64_t networkDevice_ = 0;
+  uint64_t networkInode_ = 0;
+  std::string text_;                       // the last fdinfo read
+  std::vector<darwin::proc_fdinfo> list_;  // reused from one listing to the next
+  std::vector<darwin::kevent_extinfo> events_;
+};
+
+}  // namespace host::linux_machine

@@ -1,0 +1,67 @@
+#include "host/linux/known_processes.h"
+
+#include <linux/kcmp.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "host/posix.h"
+
+namespace host::linux_machine {
+
+void KnownProcess::forgetAnswers() {
+  status.reset();
+  ioResult.reset();
+  hasOwnUsers.reset();
+  descriptors.reset();
+  hasThreads = false;
+}
+
+bool hasRunSince(const std::optional<SchedulerRecord> &before,
+                 const std::optional<SchedulerRecord> &now, const ProcessStat &stat) {
+  if (stat.threads != 1 || stat.state == 'R' || !before || !now) return true;
+  // A kernel that keeps no such records writes zeros.
+  return now->turns == 0 || *before != *now;
+}
+
+KnownProcess &KnownProcesses::find(int32_t pid, uint64_t startTicks) {
+  auto [entry, isNew] = processes_.try_emplace(pid);
+  KnownProcess &process = entry->second;
+  if (isNew || process.startTicks != startTicks) {
+    process = KnownProcess{};
+    process.startTicks = startTicks;
+  }
+  return process;
+}
+
+void KnownProcesses::keepOnly(const std::vector<int32_t> &pids) {
+  std::erase_if(processes_, [&pids](const auto &entry) {
+    return !std::binary_search(pids.begin(), pids.end(), entry.first, std::greater<>());
+  });
+  std::erase_if(sharers_, [&pids](int32_t pid) {
+    return !std::binary_search(pids.begin(), pids.end(), pid, std::greater<>());
+  });
+}
+
+TableSharing compareDescriptorTables(int32_t pid, int32_t other) {
+  switch (__real_syscall(SYS_kcmp, pid, other, KCMP_FILES, 0UL, 0UL)) {
+    case -1:
+      return TableSharing::unknown;
+    case 0:
+      return TableSharing::shared;
+    default:
+      return TableSharing::none;
+  }
+}
+
+bool KnownProcesses::hasOwnDescriptors(KnownProcess &process, int32_t pid, int32_t parent) {
+  if (!process.sharing) {
+    // Only a process's creation can make it share its parent's table.
+    process.sharing = parent > 0 ? compareDescriptorTables(pid, parent) : TableSharing::none;
+    if (process.sharing == TableSharing::shared) sharers_.insert(parent);
+  }
+  return process.sharing == TableSharing::none && !sharers_.contains(pid);
+}
+
+}  // namespace host::linux_machine

@@ -1,0 +1,104 @@
+// The live Linux system as a machine: what is read where for each question, and who may ask. Every
+// answer comes from the kernel; host/DIFFERENCES.md says where it is not quite what a device would
+// answer.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/linux/descriptors.h"
+#include "host/linux/host_figures.h"
+#include "host/linux/known_processes.h"
+#include "host/linux/memory_status.h"
+#include "host/linux/present_process.h"
+#include "host/linux/processors.h"
+#include "host/linux/procfs.h"
+#include "host/machine.h"
+
+namespace host {
+
+namespace linux_machine {
+
+// Holds one directory handle of /proc, and at most one of a process.
+class LinuxMachine final : public Machine {
+ public:
+  // `proc` is an open handle of /proc.
+  explicit LinuxMachine(FileHandle proc);
+
+  Errno kernelName(KernelName &name) override;
+  bool isPrivileged() override;
+  bool hasEntryPoint(std::string_view name) override;
+
+  // Begins a pass: what may be remembered for one only is dropped, and so are processes that are
+  // gone.
+  Errno processIDs(std::vector<int32_t> &pids) override;
+
+  Errno taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) override;
+  Errno bsdInfo(pid_t pid, bool zombies, darwin::proc_bsdinfo &info) override;
+  Errno executablePath(pid_t pid, std::string &path) override;
+  Errno workQueue(pid_t pid, darwin::proc_workqueueinfo &info) override;
+  // Handles are thread IDs.
+  Errno threadHandles(pid_t pid, std::vector<uint64_t> &handles) override;
+  Errno threadInfo(pid_t pid, uint64_t handle, darwin::proc_threadinfo &info) override;
+  Errno threadIDs(pid_t pid, std::vector<uint64_t> &ids) override;
+  Errno threadInfoByID(pid_t pid, uint64_t id, darwin::proc_threadinfo &info) override;
+  Errno coalition(pid_t pid, darwin::proc_pidcoalitioninfo &info) override;
+  Errno resourceUsage(pid_t pid, darwin::rusage_info_v4 &usage) override;
+  int sandboxCheck(pid_t pid) override;
+  Errno codeSigningFlags(pid_t pid, uint32_t &flags) override;
+
+  Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
+  Errno descriptorTableSize(pid_t pid, size_t &slots) override;
+  Errno descriptorType(pid_t pid, int fd, uint32_t &type) override;
+  Errno vnodeDescriptor(pid_t pid, int fd, darwin::vnode_fdinfowithpath &info) override;
+  Errno socketDescriptor(pid_t pid, int fd, darwin::socket_fdinfo &info) override;
+  Errno semaphoreDescriptor(pid_t pid, int fd, darwin::psem_fdinfo &info) override;
+  Errno sharedMemoryDescriptor(pid_t pid, int fd, darwin::pshm_fdinfo &info) override;
+  Errno pipeDescriptor(pid_t pid, int fd, darwin::pipe_fdinfo &info) override;
+  Errno kqueueDescriptor(pid_t pid, int fd, darwin::kqueue_fdinfo &info) override;
+  Errno kqueueEvents(pid_t pid, int fd, std::vector<darwin::kevent_extinfo> &events) override;
+  Errno channelDescriptor(pid_t pid, int fd, darwin::channel_fdinfo &info) override;
+
+  Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &entries) override;
+  Errno memoryStatusLevel(unsigned int &level) override;
+
+  Errno hostBasicInfo(darwin::host_basic_info &info) override;
+  Errno virtualMemory(darwin::vm_statistics64 &statistics) override;
+  Errno processorCount(unsigned int &count) override;
+  Errno processorLoad(unsigned int processor, darwin::processor_cpu_load_info &load) override;
+  Errno bootTime(darwin::timeval &time) override;
+  Errno loadAverage(darwin::loadavg &averages) override;
+  Errno swapUsage(darwin::xsw_usage &usage) override;
+
+ private:
+  using Lock = std::lock_guard<std::mutex>;
+
+  Errno listProcesses(std::vector<int32_t> &pids);
+  Errno checkLive();
+  Errno readLive(pid_t pid);
+  Errno readLiveFor(pid_t pid, Question question);
+  Errno holdLive(pid_t pid);
+  Errno findThread(pid_t pid, uint64_t id, bool anew, ThreadReading *&thread);
+  template <typename T>
+  Errno askDescriptor(Errno (Descriptors::*question)(int, int, T &), pid_t pid, int fd, T &answer);
+
+  std::mutex mutex_;
+  FileHandle proc_;
+  DirectoryReader lister_;
+  KnownProcesses known_;
+  PresentProcess present_;
+  Descriptors descriptors_;
+  MemoryStatus memoryStatus_;
+  HostFigures figures_;
+  Processors processors_;
+};
+
+}  // namespace linux_machine
+
+// The machine that this program runs on; null when /proc can't be opened.
+std::unique_ptr<Machine> makeLinuxMachine();
+
+}  // namespace host

@@ -1,0 +1,62 @@
+#include "host/linux/memory_status.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "host/linux/process_text.h"
+
+namespace host::linux_machine {
+
+static constexpr int32_t kScoreMost = 1000;
+
+int32_t jetsamBand(int32_t scoreAdjustment) {
+  int32_t score = std::clamp(scoreAdjustment, -kScoreMost, kScoreMost);
+  return (kScoreMost - score) * darwin::JETSAM_PRIORITY_MAX / (2 * kScoreMost);
+}
+
+int32_t jetsamLimit(uint64_t limit) {
+  return limit == kNoMemoryLimit ? -1 : saturate<int32_t>(limit >> 20);
+}
+
+bool MemoryStatus::isAlive(int procDirectory, int32_t pid) {
+  // A zombie has no root directory any more: to ask for that is cheaper than to read its state,
+  // which says so too.
+  char name[32];
+  char root[8];
+  std::snprintf(name, sizeof name, "%d/root", pid);
+  if (readlinkat(procDirectory, name, root, sizeof root) >= 0) return true;
+  // Neither has a process whose first thread has ended, and others' may be kept from the caller.
+  std::string_view text;
+  ProcessStat stat{};
+  std::snprintf(name, sizeof name, "%d/stat", pid);
+  return reader_.readRecord(procDirectory, name, text) == kAnswered &&
+         parseProcessStat(text, stat) && !stat.isZombie();
+}
+
+void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids,
+                        std::vector<darwin::memorystatus_priority_entry> &entries) {
+  limits_.read();
+  entries.clear();
+  entries.reserve(pids.size());
+  for (int32_t pid : pids) {
+    char name[32];
+    std::snprintf(name, sizeof name, "%d/oom_score_adj", pid);
+    std::string_view text;
+    int32_t score = 0;
+    if (reader_.readRecord(procDirectory, name, text) != kAnswered ||
+        !TextCursor(text).number(score) || !isAlive(procDirectory, pid)) {
+      continue;
+    }
+    darwin::memorystatus_priority_entry entry{};
+    entry.pid = pid;
+    entry.priority = jetsamBand(score);
+    entry.limit = jetsamLimit(limits_.of(pid));
+    entries.push_back(entry);
+  }
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const auto &a, const auto &b) { return a.priority < b.priority; });
+}
+
+}  // namespace host::linux_machine

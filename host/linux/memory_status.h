@@ -1,0 +1,35 @@
+// Which processes Linux ends first when memory runs short, told as Darwin's jetsam list.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "darwin/memorystatus.h"
+#include "host/linux/cgroup_limits.h"
+#include "host/linux/procfs.h"
+#include "host/machine.h"
+
+namespace host::linux_machine {
+
+// The band for an oom_score_adj (-1000 never ended to 1000 ended first): 21 to 0, and 10 for the
+// usual 0.
+int32_t jetsamBand(int32_t scoreAdjustment);
+
+// A limit in bytes as an entry has it, in megabytes; -1 for kNoMemoryLimit.
+int32_t jetsamLimit(uint64_t limit);
+
+class MemoryStatus {
+ public:
+  // Entries of all processes among `pids` that are alive, lowest band first. `procDirectory` is an
+  // open handle of /proc.
+  void list(int procDirectory, const std::vector<int32_t> &pids,
+            std::vector<darwin::memorystatus_priority_entry> &entries);
+
+ private:
+  bool isAlive(int procDirectory, int32_t pid);
+
+  CgroupLimits limits_;
+  FileReader reader_;
+};
+
+}  // namespace host::linux_machine

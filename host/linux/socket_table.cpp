@@ -1,0 +1,323 @@
+#include "host/linux/socket_table.h"
+
+#include <linux/netlink.h>
+#include <net/if.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "darwin/socket.h"
+
+namespace host::linux_machine {
+namespace {
+
+using std::chrono::milliseconds;
+
+// How old a reading must be before an unknown socket makes it worth another.
+constexpr milliseconds kRereadAfter(100);
+// A caller that never begins a pass still sees changes after this time.
+constexpr milliseconds kLongestUse(1000);
+
+// SO_ACCEPTCONN: the socket listens.
+constexpr int16_t kListens = 0x2;
+
+struct NetlinkName {
+  uint8_t protocol;
+  const char *name;
+};
+
+constexpr NetlinkName kNetlinkNames[] = {
+    {NETLINK_ROUTE, "route"},         {NETLINK_USERSOCK, "usersock"},
+    {NETLINK_FIREWALL, "firewall"},   {NETLINK_SOCK_DIAG, "sock_diag"},
+    {NETLINK_NFLOG, "nflog"},         {NETLINK_XFRM, "xfrm"},
+    {NETLINK_SELINUX, "selinux"},     {NETLINK_ISCSI, "iscsi"},
+    {NETLINK_AUDIT, "audit"},         {NETLINK_FIB_LOOKUP, "fib_lookup"},
+    {NETLINK_CONNECTOR, "connector"}, {NETLINK_NETFILTER, "netfilter"},
+    {NETLINK_IP6_FW, "ip6_fw"},       {NETLINK_KOBJECT_UEVENT, "kobject_uevent"},
+    {NETLINK_GENERIC, "generic"},     {NETLINK_SCSITRANSPORT, "scsitransport"},
+    {NETLINK_ECRYPTFS, "ecryptfs"},   {NETLINK_RDMA, "rdma"},
+    {NETLINK_CRYPTO, "crypto"},       {NETLINK_SMC, "smc"},
+};
+
+// What the sockets of a source are on Darwin.
+struct Family {
+  SocketSource source;
+  int32_t family;
+  int32_t protocol;
+  int32_t kind;
+};
+
+// Multipath TCP is an ordinary stream to its user, and is shown as one.
+constexpr Family kFamilies[kSocketSources] = {
+    {SocketSource::mptcp4, darwin::DARWIN_AF_INET, darwin::DARWIN_IPPROTO_TCP,
+     darwin::SOCKINFO_TCP},
+    {SocketSource::mptcp6, darwin::DARWIN_AF_INET6, darwin::DARWIN_IPPROTO_TCP,
+     darwin::SOCKINFO_TCP},
+    {SocketSource::tcp4, darwin::DARWIN_AF_INET, darwin::DARWIN_IPPROTO_TCP, darwin::SOCKINFO_TCP},
+    {SocketSource::tcp6, darwin::DARWIN_AF_INET6, darwin::DARWIN_IPPROTO_TCP, darwin::SOCKINFO_TCP},
+    {SocketSource::udp4, darwin::DARWIN_AF_INET, darwin::DARWIN_IPPROTO_UDP, darwin::SOCKINFO_IN},
+    {SocketSource::udp6, darwin::DARWIN_AF_INET6, darwin::DARWIN_IPPROTO_UDP, darwin::SOCKINFO_IN},
+    {SocketSource::raw4, darwin::DARWIN_AF_INET, 0, darwin::SOCKINFO_IN},
+    {SocketSource::raw6, darwin::DARWIN_AF_INET6, 0, darwin::SOCKINFO_IN},
+    {SocketSource::unixDomain, darwin::DARWIN_AF_UNIX, 0, darwin::SOCKINFO_UN},
+    {SocketSource::netlink, darwin::DARWIN_AF_SYSTEM, darwin::SYSPROTO_CONTROL,
+     darwin::SOCKINFO_KERN_CTL},
+    {SocketSource::packet, darwin::DARWIN_AF_NDRV, 0, darwin::SOCKINFO_NDRV},
+};
+
+struct ProtocolName {
+  std::string_view name;
+  SocketSource source;
+  uint8_t type;
+};
+
+// "UNIX" covers datagrams and sequenced packets alike, "NETLINK" and "PACKET" two types each.
+constexpr ProtocolName kProtocolNames[] = {
+    {"MPTCP", SocketSource::mptcp4, SOCK_STREAM},
+    {"MPTCPv6", SocketSource::mptcp6, SOCK_STREAM},
+    {"NETLINK", SocketSource::netlink, 0},
+    {"PACKET", SocketSource::packet, 0},
+    {"RAW", SocketSource::raw4, SOCK_RAW},
+    {"RAWv6", SocketSource::raw6, SOCK_RAW},
+    {"TCP", SocketSource::tcp4, SOCK_STREAM},
+    {"TCPv6", SocketSource::tcp6, SOCK_STREAM},
+    {"UDP", SocketSource::udp4, SOCK_DGRAM},
+    {"UDPv6", SocketSource::udp6, SOCK_DGRAM},
+    {"UNIX", SocketSource::unixDomain, 0},
+    {"UNIX-STREAM", SocketSource::unixDomain, SOCK_STREAM},
+};
+
+const Family &familyOf(SocketSource source) {
+  return kFamilies[static_cast<size_t>(source)];
+}
+
+int32_t tcpState(uint8_t state) {
+  switch (state) {
+    case TCP_ESTABLISHED:
+      return darwin::TSI_S_ESTABLISHED;
+    case TCP_SYN_SENT:
+      return darwin::TSI_S_SYN_SENT;
+    case TCP_SYN_RECV:
+    case 12:  // the same, before the listener has made a socket of it
+      return darwin::TSI_S_SYN_RECEIVED;
+    case TCP_FIN_WAIT1:
+      return darwin::TSI_S_FIN_WAIT_1;
+    case TCP_FIN_WAIT2:
+      return darwin::TSI_S_FIN_WAIT_2;
+    case TCP_TIME_WAIT:
+      return darwin::TSI_S_TIME_WAIT;
+    case TCP_CLOSE_WAIT:
+      return darwin::TSI_S__CLOSE_WAIT;
+    case TCP_LAST_ACK:
+      return darwin::TSI_S_LAST_ACK;
+    case TCP_LISTEN:
+      return darwin::TSI_S_LISTEN;
+    case TCP_CLOSING:
+      return darwin::TSI_S_CLOSING;
+    default:  // closed, or bound and idle
+      return darwin::TSI_S_CLOSED;
+  }
+}
+
+bool isMapped(const std::array<uint8_t, 16> &address) {
+  constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+  return memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
+}
+
+void fillAddress(const uint8_t *bytes, bool ipv4, darwin::in_sockinfo_address &address) {
+  if (ipv4) {
+    memcpy(&address.ina_46.i46a_addr4, bytes, sizeof(address.ina_46.i46a_addr4));
+  } else {
+    memcpy(&address.ina_6, bytes, sizeof(address.ina_6));
+  }
+}
+
+void fillInternet(const DiagSocket &socket, darwin::in_sockinfo &info) {
+  const bool inet4 = familyOf(socket.source).family == darwin::DARWIN_AF_INET;
+  // An IPv6 socket in use with IPv4 addresses is an IPv4 one to Darwin, too.
+  const bool mapped = !inet4 && isMapped(socket.localAddress);
+  const bool ipv4 = inet4 || mapped;
+  const size_t start = mapped ? 12 : 0;
+  info.insi_lport = socket.localPort;
+  info.insi_fport = socket.foreignPort;
+  fillAddress(socket.localAddress.data() + start, ipv4, info.insi_laddr);
+  // A mapped socket that is not connected has an all-zero foreign address, which reads the same.
+  fillAddress(socket.foreignAddress.data() + start, ipv4, info.insi_faddr);
+  if (ipv4) {
+    info.insi_vflag = darwin::INI_IPV4;
+  } else {
+    const bool any = socket.localAddress == std::array<uint8_t, 16>{};
+    info.insi_vflag =
+        any && !socket.ipv6Only ? darwin::INI_IPV4 | darwin::INI_IPV6 : darwin::INI_IPV6;
+  }
+}
+
+// Abstract names, which begin with a NUL, are shown the way the system's own tools write them.
+void fillUnixName(std::string_view name, darwin::un_sockinfo_address &address) {
+  if (name.empty()) return;
+  const bool abstract = name[0] == '\0';
+  if (!abstract) name = name.substr(0, name.find('\0'));
+  darwin::sockaddr_un &local = address.ua_sun;
+  const size_t length = std::min(name.size(), sizeof(local.sun_path));
+  memcpy(local.sun_path, name.data(), length);
+  if (abstract) std::replace(local.sun_path, local.sun_path + length, '\0', '@');
+  local.sun_len = static_cast<uint8_t>(offsetof(darwin::sockaddr_un, sun_path) + length);
+  local.sun_family = darwin::DARWIN_AF_UNIX;
+}
+
+void fillNetlink(const DiagSocket &socket, darwin::kern_ctl_info &info) {
+  const auto *known = std::find_if(
+      std::begin(kNetlinkNames), std::end(kNetlinkNames),
+      [&](const NetlinkName &candidate) { return candidate.protocol == socket.protocol; });
+  if (known != std::end(kNetlinkNames)) {
+    snprintf(info.kcsi_name, sizeof(info.kcsi_name), "netlink:%s", known->name);
+  } else {
+    snprintf(info.kcsi_name, sizeof(info.kcsi_name), "netlink:%u", unsigned{socket.protocol});
+  }
+  info.kcsi_id = socket.protocol;
+  info.kcsi_unit = socket.portID;
+  info.kcsi_recvbufsize = socket.receiveLimit;
+  info.kcsi_sendbufsize = socket.sendLimit;
+}
+
+// "eth0" has the name and the unit number apart on Darwin.
+void fillPacket(const DiagSocket &socket, darwin::ndrv_info &info) {
+  static_assert(sizeof(info.ndrvsi_if_name) >= IF_NAMESIZE);
+  char name[IF_NAMESIZE] = "";
+  if (socket.interfaceIndex == 0 || if_indextoname(socket.interfaceIndex, name) == nullptr) return;
+  memcpy(info.ndrvsi_if_name, name, sizeof(name));
+}
+
+int16_t clampShort(uint32_t value) {
+  return static_cast<int16_t>(std::min<uint32_t>(value, std::numeric_limits<int16_t>::max()));
+}
+
+void fillQueues(const DiagSocket &socket, darwin::socket_info &info) {
+  info.soi_rcv.sbi_hiwat = socket.receiveLimit;
+  info.soi_snd.sbi_hiwat = socket.sendLimit;
+  // The kernel numbers the states of unix sockets as those of TCP.
+  const bool canListen = info.soi_kind == darwin::SOCKINFO_TCP ||
+                         (info.soi_kind == darwin::SOCKINFO_UN && socket.type != SOCK_DGRAM);
+  if (canListen && socket.state == TCP_LISTEN) {
+    info.soi_options = kListens;
+    info.soi_qlen = clampShort(socket.receiveQueue);
+    info.soi_qlimit = clampShort(socket.sendQueue);
+  } else {
+    info.soi_rcv.sbi_cc = socket.receiveQueue;
+    info.soi_snd.sbi_cc = socket.sendQueue;
+  }
+}
+
+void fillFamily(SocketSource source, int32_t type, int32_t protocol, darwin::socket_info &info) {
+  const Family &family = familyOf(source);
+  info.soi_family = family.family;
+  info.soi_kind = family.kind;
+  info.soi_type = type;
+  const bool raw = source == SocketSource::raw4 || source == SocketSource::raw6;
+  info.soi_protocol = raw ? protocol : family.protocol;
+}
+
+}  // namespace
+
+SocketTable::SocketTable()
+    : kernel_(std::make_unique<SockDiag>()),
+      dump_([this](SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {
+        return kernel_->dump(source, sockets, names);
+      }),
+      clock_(std::chrono::steady_clock::now) {}
+
+SocketTable::SocketTable(Dump dump, Clock clock)
+    : dump_(std::move(dump)), clock_(std::move(clock)) {}
+
+SocketTable::~SocketTable() = default;
+
+void SocketTable::beginPass() {
+  current_ = false;
+}
+
+void SocketTable::read() {
+  sockets_.clear();
+  names_.clear();
+  for (const Family &family : kFamilies) dump_(family.source, sockets_, names_);
+  // A subflow of multipath TCP carries the inode of its owner, which comes first by its source.
+  std::sort(sockets_.begin(), sockets_.end(), [](const DiagSocket &a, const DiagSocket &b) {
+    return a.inode != b.inode ? a.inode < b.inode : a.source < b.source;
+  });
+  readAt_ = clock_();
+  current_ = true;
+}
+
+const DiagSocket *SocketTable::find(uint64_t inode) const {
+  const auto found =
+      std::lower_bound(sockets_.begin(), sockets_.end(), inode,
+                       [](const DiagSocket &socket, uint64_t key) { return socket.inode < key; });
+  return found != sockets_.end() && found->inode == inode ? &*found : nullptr;
+}
+
+std::string_view SocketTable::nameOf(const DiagSocket &socket) const {
+  if (socket.nameStart > names_.size()) return {};
+  return std::string_view(names_).substr(socket.nameStart, socket.nameLength);
+}
+
+bool SocketTable::describe(uint64_t inode, darwin::socket_info &info) {
+  info.soi_so = inode;
+  if (!current_ || clock_() - readAt_ >= kLongestUse) read();
+  const DiagSocket *socket = find(inode);
+  if (socket == nullptr && clock_() - readAt_ >= kRereadAfter) {
+    read();
+    socket = find(inode);
+  }
+  if (socket == nullptr) return false;
+
+  fillFamily(socket->source, socket->type, socket->protocol, info);
+  fillQueues(*socket, info);
+  switch (info.soi_kind) {
+    case darwin::SOCKINFO_TCP:
+      fillInternet(*socket, info.soi_proto.pri_tcp.tcpsi_ini);
+      info.soi_proto.pri_tcp.tcpsi_state = tcpState(socket->state);
+      break;
+    case darwin::SOCKINFO_IN:
+      fillInternet(*socket, info.soi_proto.pri_in);
+      break;
+    case darwin::SOCKINFO_UN:
+      info.soi_proto.pri_un.unsi_conn_so = socket->peerInode;
+      fillUnixName(nameOf(*socket), info.soi_proto.pri_un.unsi_addr);
+      if (socket->peerInode == 0) break;
+      if (const DiagSocket *peer = find(socket->peerInode); peer != nullptr) {
+        fillUnixName(nameOf(*peer), info.soi_proto.pri_un.unsi_caddr);
+      }
+      break;
+    case darwin::SOCKINFO_KERN_CTL:
+      fillNetlink(*socket, info.soi_proto.pri_kern_ctl);
+      break;
+    case darwin::SOCKINFO_NDRV:
+      fillPacket(*socket, info.soi_proto.pri_ndrv);
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+bool describeUnbound(std::string_view protocolName, darwin::socket_info &info) {
+  const auto *known =
+      std::find_if(std::begin(kProtocolNames), std::end(kProtocolNames),
+                   [&](const ProtocolName &candidate) { return candidate.name == protocolName; });
+  if (known == std::end(kProtocolNames)) return false;
+  fillFamily(known->source, known->type, 0, info);
+  if (info.soi_family == darwin::DARWIN_AF_INET) {
+    info.soi_proto.pri_in.insi_vflag = darwin::INI_IPV4;
+  } else if (info.soi_family == darwin::DARWIN_AF_INET6) {
+    info.soi_proto.pri_in.insi_vflag = darwin::INI_IPV6;
+  } else if (info.soi_kind == darwin::SOCKINFO_KERN_CTL) {
+    snprintf(info.soi_proto.pri_kern_ctl.kcsi_name, sizeof(info.soi_proto.pri_kern_ctl.kcsi_name),
+             "netlink");
+  }
+  return true;
+}
+
+}  // namespace host::linux_machine

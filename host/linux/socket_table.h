@@ -1,0 +1,56 @@
+// The machine's sockets by inode, in Darwin's structures. Owns when the kernel's tables are read:
+// once per pass, and again only for a socket that the last reading did not have. Not thread-safe.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "darwin/proc_info.h"
+#include "host/linux/sock_diag.h"
+
+namespace host::linux_machine {
+
+class SocketTable {
+ public:
+  // Appends the sockets of one source, as SockDiag::dump does.
+  using Dump = std::function<bool(SocketSource, std::vector<DiagSocket> &, std::string &)>;
+  using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+  // Reads the sockets of this network namespace.
+  SocketTable();
+  SocketTable(Dump dump, Clock clock);
+  SocketTable(const SocketTable &) = delete;
+  SocketTable &operator=(const SocketTable &) = delete;
+  ~SocketTable();
+
+  // The next question reads the tables anew.
+  void beginPass();
+
+  // Fills all that depends on the socket itself: everything of `info` but soi_stat. False, with
+  // only soi_so set, if the kernel does not list the socket.
+  bool describe(uint64_t inode, darwin::socket_info &info);
+
+ private:
+  void read();
+  const DiagSocket *find(uint64_t inode) const;
+  std::string_view nameOf(const DiagSocket &socket) const;
+
+  std::unique_ptr<SockDiag> kernel_;
+  Dump dump_;
+  Clock clock_;
+  bool current_ = false;
+  std::chrono::steady_clock::time_point readAt_;
+  std::vector<DiagSocket> sockets_;  // by inode
+  std::string names_;
+};
+
+// Fills type, protocol, family and kind of a socket that has no address yet from the name that its
+// protocol has in the kernel ("TCPv6"). False, with nothing changed, for other names.
+bool describeUnbound(std::string_view protocolName, darwin::socket_info &info);
+
+}  // namespace host::linux_machine

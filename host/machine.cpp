@@ -1,0 +1,121 @@
+// The answers of a machine that was not taught a question: not supported.
+#include "host/machine.h"
+
+namespace host {
+
+using darwin::DARWIN_ENOTSUP;
+
+Errno Machine::kernelName(KernelName &) {
+  return DARWIN_ENOTSUP;
+}
+bool Machine::isPrivileged() {
+  return false;
+}
+bool Machine::hasEntryPoint(std::string_view) {
+  return false;
+}
+Errno Machine::processIDs(std::vector<int32_t> &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::taskAllInfo(pid_t, darwin::proc_taskallinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::bsdInfo(pid_t, bool, darwin::proc_bsdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::executablePath(pid_t, std::string &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::workQueue(pid_t, darwin::proc_workqueueinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::threadHandles(pid_t, std::vector<uint64_t> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::threadInfo(pid_t, uint64_t, darwin::proc_threadinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::threadIDs(pid_t, std::vector<uint64_t> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::threadInfoByID(pid_t, uint64_t, darwin::proc_threadinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::coalition(pid_t, darwin::proc_pidcoalitioninfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::resourceUsage(pid_t, darwin::rusage_info_v4 &) {
+  return DARWIN_ENOTSUP;
+}
+int Machine::sandboxCheck(pid_t) {
+  return -1;
+}
+Errno Machine::codeSigningFlags(pid_t, uint32_t &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::descriptors(pid_t, size_t, std::vector<darwin::proc_fdinfo> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::descriptorTableSize(pid_t, size_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::descriptorType(pid_t, int, uint32_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::vnodeDescriptor(pid_t, int, darwin::vnode_fdinfowithpath &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::socketDescriptor(pid_t, int, darwin::socket_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::semaphoreDescriptor(pid_t, int, darwin::psem_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::sharedMemoryDescriptor(pid_t, int, darwin::pshm_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::pipeDescriptor(pid_t, int, darwin::pipe_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::kqueueDescriptor(pid_t, int, darwin::kqueue_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::kqueueEvents(pid_t, int, std::vector<darwin::kevent_extinfo> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::channelDescriptor(pid_t, int, darwin::channel_fdinfo &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::memoryStatusLevel(unsigned int &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::hostBasicInfo(darwin::host_basic_info &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::virtualMemory(darwin::vm_statistics64 &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::processorCount(unsigned int &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::processorLoad(unsigned int, darwin::processor_cpu_load_info &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::bootTime(darwin::timeval &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::loadAverage(darwin::loadavg &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::swapUsage(darwin::xsw_usage &) {
+  return DARWIN_ENOTSUP;
+}
+
+}  // namespace host

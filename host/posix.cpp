@@ -1,0 +1,64 @@
+// C library calls whose meaning differs on the device, caught at link time. syscall() is with the
+// system calls (entry/syscalls.cpp).
+#include "host/posix.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "darwin/libproc.h"
+#include "host/entry/answer.h"
+#include "host/entry/kernel.h"
+
+namespace {
+
+// Functions that some releases of the device's C library lack, so that the program looks them up.
+struct OptionalEntryPoint {
+  const char *name;
+  void *address;
+};
+
+const OptionalEntryPoint kOptionalEntryPoints[] = {
+    {"memorystatus_get_level", reinterpret_cast<void *>(&memorystatus_get_level)},
+    {"proc_pid_rusage", reinterpret_cast<void *>(&darwin::proc_pid_rusage)},
+};
+
+template <size_t size>
+void fill(char (&field)[size], const std::string &text) {
+  const size_t length = std::min(text.size(), size - 1);
+  std::memcpy(field, text.data(), length);
+  field[length] = '\0';
+}
+
+}  // namespace
+
+extern "C" int __wrap_uname(struct utsname *name) noexcept {
+  const host::Errno error = host::guarded([name]() -> host::Errno {
+    host::KernelName kernel;
+    const host::Errno refused = host::machine().kernelName(kernel);
+    if (refused != host::kAnswered) return refused;
+    if (name == nullptr) return darwin::DARWIN_EFAULT;
+    *name = {};
+    fill(name->sysname, kernel.system);
+    fill(name->nodename, kernel.node);
+    fill(name->release, kernel.release);
+    fill(name->version, kernel.version);
+    fill(name->machine, kernel.hardware);
+    return host::kAnswered;
+  });
+  return host::libraryAnswer(error, 0, -1);
+}
+
+extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
+  if (handle == RTLD_DEFAULT && name != nullptr) {
+    for (const OptionalEntryPoint &entry : kOptionalEntryPoints) {
+      if (std::strcmp(name, entry.name) != 0) continue;
+      return host::isSo([name] { return host::machine().hasEntryPoint(name); }) ? entry.address
+                                                                                : nullptr;
+    }
+  }
+  return __real_dlsym(handle, name);
+}

@@ -1,0 +1,28 @@
+# What the scripts share: where the repository is, how they speak, how many jobs they start.
+# To be sourced, not run. Everything said goes to standard error: standard output belongs to the
+# program or to the result of the script.
+
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+# shellcheck disable=SC2034 # for the scripts that source this
+jobs=$(nproc 2>/dev/null || echo 2)
+
+say() {
+  printf '%s\n' "$*" >&2
+}
+
+die() {
+  say "$(basename "$0"): $*"
+  exit 1
+}
+
+# Prints the .h and .cpp files below the named folders of the repository, as paths from its root,
+# NUL after each, in order. Folders that do not exist, and what was built, are passed over.
+list_sources() {
+  local folder folders=()
+  for folder in "$@"; do
+    if [[ -d $repo/$folder ]]; then folders+=("$folder"); fi
+  done
+  if ((${#folders[@]} == 0)); then return; fi
+  (cd "$repo" && find "${folders[@]}" \( -path ./build -o -path ./.git \) -prune -o \
+    -type f \( -name '*.h' -o -name '*.cpp' \) -print0) | sort -z
+}

@@ -1,0 +1,11 @@
+#include "device/gestalt.h"
+
+namespace sondex {
+
+const char *gestaltAnswer(const char *) {
+  return nullptr;
+}
+
+void showGestalt() {}
+
+}  // namespace sondex

@@ -1,0 +1,7 @@
+#include "inspect/details.h"
+
+namespace sondex {
+
+void showProcessDetails(ProcessRecord *, ProcessRecord *) {}
+
+}  // namespace sondex

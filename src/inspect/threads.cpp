@@ -1,0 +1,9 @@
+#include "inspect/threads.h"
+
+namespace sondex {
+
+int showProcThreads(const ProcessRecord *) {
+  return 0;
+}
+
+}  // namespace sondex

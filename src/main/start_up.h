@@ -1,0 +1,13 @@
+// The probes of start-up, and what the arguments choose: the display, a monitor mode, the identity
+// screen or a report.
+#pragma once
+
+namespace sondex {
+
+// Sets g_isARM64, g_OsVer and g_Compression from the long version text of the kernel.
+void noteKernelVersion(const char *version);
+
+// The whole program. Returns the exit status of the plain list; every other way ends in exit().
+int runProgram(int argc, char **argv);
+
+}  // namespace sondex

@@ -1,0 +1,43 @@
+// What each process has received and sent over the network: per kernel network source its owner and
+// byte totals. The network-statistics client files them, columns and reports ask.
+#pragma once
+
+#include <cstdint>
+
+#include "state/word.h"
+
+namespace sondex {
+
+constexpr int kLastSource = 1024;  // highest source reference with a place in the tables
+
+struct SourceTotals {
+  std::atomic<uint64_t> received;
+  std::atomic<uint64_t> sent;
+};
+
+// By source reference: the owner's PID (0: not known yet, or the source is gone) and the running
+// totals in bytes. The totals stay when the source goes.
+extern SharedInt process_pid_info[kLastSource + 1];
+extern SourceTotals process_ntstat_info[kLastSource + 1];
+
+// Non-zero while the statistics socket is connected.
+extern SharedInt g_nstat_ok;
+
+struct NetworkTotals {
+  uint64_t received;
+  uint64_t sent;
+};
+
+// The sums over the sources that `pid` owns now, in bytes; null for PID 0 and for a process that
+// owns none. They can go down: a closed connection drops out. In a pair that the next call
+// overwrites; drawing thread only, like the two below.
+const NetworkTotals *getNTStatInfo(int32_t pid);
+
+// The low 32 bits of a total as a signed number, -1 where getNTStatInfo answers null.
+int32_t getRXBytesForProcess(int32_t pid);
+int32_t getTXBytesForProcess(int32_t pid);
+
+// g_nstat_ok: whether per-process network data can be expected.
+int32_t nstat_ok();
+
+}  // namespace sondex

@@ -1,0 +1,42 @@
+// The memory-status (jetsam) list of the kernel: priority band and memory limit of every process.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "darwin/memorystatus.h"
+
+namespace sondex {
+
+// What getJetsamPropertiesOfPID and getMemoryStatusPriorityOfPID answer without a list.
+constexpr int32_t kNoJetsamList = -2;
+
+// A list as taken: the byte count the kernel gave, negative when the second call failed, and that
+// many bytes of entries in ascending order of process ID.
+struct JetsamList {
+  int32_t byteCount;
+  darwin::memorystatus_priority_entry entries[];
+};
+
+// The kernel's memory-status control call. Returns its result: a byte count for the list command,
+// -1 with errno.
+int memorystatus_control(uint32_t command, int32_t pid, uint32_t flags, void *buffer,
+                         size_t bufferSize);
+
+// Takes the list. Returns a heap block that the caller frees; null, after a message when the kernel
+// refused.
+JetsamList *getMemoryStatusPriorityList();
+
+// The entry of `pid` inside the list, null when it is not in it, and kNoJetsamList as a pointer for
+// a null list.
+const darwin::memorystatus_priority_entry *getJetsamPropertiesOfPID(int32_t pid,
+                                                                    const JetsamList *list);
+
+// The priority band of `pid`, -1 when it is not in the list, kNoJetsamList for a null list.
+int32_t getMemoryStatusPriorityOfPID(int32_t pid, const JetsamList *list);
+
+// Orders of two entries for qsort. By process ID: 1 or -1, never 0. By band: 1, 0 or -1.
+int compare_jetsam_pids(const void *a, const void *b);
+int compare_jetsam_priorities(const void *a, const void *b);
+
+}  // namespace sondex

@@ -1,0 +1,46 @@
+// The tables of process records: where they come from and go to, the current and the previous one,
+// finding a process in one, and putting one in order.
+#pragma once
+
+#include "proc/process_record.h"
+#include "state/word.h"
+
+namespace sondex {
+
+extern std::atomic<ProcessRecord *> g_process_information;           // current table
+extern SharedInt num_procs;                                          // its records
+extern std::atomic<ProcessRecord *> g_previous_process_information;  // the refresh before, or null
+extern SharedInt previous_num_procs;                                 // its records
+
+// A table of `count` zeroed records whose pages stay untouched until written; `count` is at
+// least 1. Null when there is no memory or too many tables are still out. The caller owns it until
+// releaseProcessTable or retireProcessTable.
+ProcessRecord *allocateProcessTable(size_t count);
+
+// Frees a record's descriptor details.
+void releaseRecord(ProcessRecord *record);
+
+// Frees a table from allocateProcessTable with what its records own. Null is ignored.
+void releaseProcessTable(ProcessRecord *table);
+
+// Takes a table out of use: it is released as soon as no thread is inside one, at the latest by a
+// later call. Null only looks at the tables that still wait.
+void retireProcessTable(ProcessRecord *table);
+
+// Makes the lookup of a PID among the first `count` records cost the same for any table size.
+// Without it, or when memory is short, the lookup scans. Sorting the table afterwards drops the
+// index.
+void indexProcessTable(ProcessRecord *table, int32_t count);
+
+// The first of the first `count` records with that PID; null when there is none or `table` is null.
+ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, int32_t count);
+
+// Moves the records of `table` so that the one at order[i] comes to stand at i. `order` holds the
+// address of each of the `count` records once, and is used up.
+void reorderProcessTable(ProcessRecord *table, ProcessRecord **order, int32_t count);
+
+// A thread other than the main one stands between these while it reads a table.
+void enterProcessTables();
+void leaveProcessTables();
+
+}  // namespace sondex

@@ -1,0 +1,228 @@
+#include "proc/sampler.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include "darwin/libproc.h"
+#include "darwin/sandbox.h"
+#include "darwin/syscalls.h"
+#include "state/system.h"
+#include "ui/output.h"
+#include "ui/safe_text.h"
+
+namespace sondex {
+
+darwin::rusage_info_v3 g_Total_Rusage;
+darwin::rusage_info_v3 g_Prev_Total_Rusage;
+JetsamList *g_jetsam_list = nullptr;
+
+// Entries of the kernel's size estimate that are not sampled: its 20 spare ones but one. Kept: the
+// count is trusted and not taken again from the list itself, so a quiet system's last record is of
+// PID -1.
+constexpr int32_t kSpareEntries = 19;
+
+constexpr int kFDListSize =
+    1024;  // bytes asked for: at most 128 descriptors, fewer than a record has room for
+constexpr int kComparedNameLength = 15;
+
+constexpr int32_t kOsVerUsageV3 = 10;  // first kernel generation with the third usage structure
+constexpr int32_t kOsVerLongCoalitions = 11;  // first one with two coalition identifiers
+constexpr int kShortCoalitionSize = 32;
+
+int proc_info(int32_t callnum, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
+              int32_t buffersize) {
+  return static_cast<int>(
+      syscall(darwin::DARWIN_SYS_proc_info, callnum, pid, flavor, arg, buffer, buffersize));
+}
+
+int process_policy(int scope, int action, int policy, int policy_subtype, void *attribute,
+                   int32_t target_pid, uint64_t target_threadid) {
+  return static_cast<int>(syscall(darwin::DARWIN_SYS_process_policy, scope, action, policy,
+                                  policy_subtype, attribute, target_pid, target_threadid));
+}
+
+int getArrayOfPIDs() {
+  return darwin::proc_listpids(darwin::PROC_ALL_PIDS, 1, nullptr, 0);
+}
+
+[[noreturn]] static void cannotContinue(const char *failed) {
+  closeScreen();
+  perror(failed);
+  fputs(
+      "Can't continue! Did AAPL add another entitlement?? You might be able to fix this by "
+      "re-signing me..\n",
+      stderr);
+  exit(10);
+}
+
+ProcessRecord *getPIDList() {
+  const int size = getArrayOfPIDs();
+  if (size < 1) cannotContinue("proc_listpids");
+  const int32_t listed = size / static_cast<int>(sizeof(int32_t));
+
+  ProcessRecord *table = allocateProcessTable(static_cast<size_t>(listed) + 1);
+  int32_t *pids = static_cast<int32_t *>(malloc(static_cast<size_t>(size)));
+  if (table == nullptr || pids == nullptr) cannotContinue("malloc");
+  // An entry that the kernel leaves unused reads as PID -1.
+  memset(pids, 0xFF, static_cast<size_t>(size));
+  darwin::proc_listpids(darwin::PROC_ALL_PIDS, 1, pids, size);
+
+  free(g_jetsam_list);
+  g_jetsam_list = g_r00t != 0 ? getMemoryStatusPriorityList() : nullptr;
+
+  const int32_t sampled = listed > kSpareEntries ? listed - kSpareEntries : 0;
+  for (int32_t i = 0; i < sampled; i++) getProcInfo(pids[i], &table[i], g_jetsam_list);
+  free(pids);
+  store(num_procs, sampled);
+  return table;
+}
+
+static void getUsage(int32_t pid, ProcessRecord *record) {
+  memset(&record->rusage, 0xFF, sizeof record->rusage);
+  if (proc_pid_rusage_funcptr == nullptr) return;
+  const int flavour =
+      g_OsVer < kOsVerUsageV3 ? darwin::DARWIN_RUSAGE_INFO_V2 : darwin::DARWIN_RUSAGE_INFO_V3;
+  if (proc_pid_rusage_funcptr(pid, flavour,
+                              reinterpret_cast<darwin::rusage_info_t *>(&record->rusage)) < 0) {
+    return;
+  }
+  g_Total_Rusage.ri_diskio_bytesread += record->rusage.ri_diskio_bytesread;
+  g_Total_Rusage.ri_diskio_byteswritten += record->rusage.ri_diskio_byteswritten;
+  const ProcessRecord *previous = findProcessInformationByPid(load(g_previous_process_information),
+                                                              pid, load(previous_num_procs));
+  if (previous != nullptr) record->previousRusage = previous->rusage;
+}
+
+static void getThreads(int32_t pid, ProcessRecord *record) {
+  record->numThreads = record->taskAllInfo.ptinfo.pti_threadnum;
+  record->threadIDs[0] = 0;
+  record->totalCPU = 0;
+  if (record->numThreads > kThreadSlots) {
+    if (pid > 0) fprintf(stderr, "PID %d has more %d threads. Crazzzzy\n", pid, record->numThreads);
+    return;  // without handles there is no thread to ask about
+  }
+  darwin::proc_pidinfo(pid, darwin::PROC_PIDLISTTHREADS, 0, record->threadIDs,
+                       record->numThreads * static_cast<int>(sizeof record->threadIDs[0]));
+  for (int32_t i = 0; i < record->numThreads; i++) {
+    darwin::proc_threadinfo *thread = &record->threads[i];
+    darwin::proc_pidinfo(pid, darwin::PROC_PIDTHREADINFO, record->threadIDs[i], thread,
+                         sizeof *thread);
+    const int32_t share = thread->pth_cpu_usage > 0 ? thread->pth_cpu_usage : 0;
+    if (__builtin_add_overflow(record->totalCPU, share, &record->totalCPU))
+      record->totalCPU = INT32_MAX;
+  }
+}
+
+int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList) {
+  if (darwin::proc_pidinfo(pid, darwin::PROC_PIDTASKALLINFO, 0, &record->taskAllInfo,
+                           sizeof record->taskAllInfo) <= 0) {
+    perror("proc_pidinfo");
+  }
+  getUsage(pid, record);
+  darwin::proc_pidinfo(pid, darwin::PROC_PIDWORKQUEUEINFO, 0, &record->workqueueInfo,
+                       sizeof record->workqueueInfo);
+  getThreads(pid, record);
+  getProcFDInfo(pid, record);
+  getProcCoalitionInfo(pid, record);
+  if (jetsamList != nullptr) {
+    const darwin::memorystatus_priority_entry *entry = getJetsamPropertiesOfPID(pid, jetsamList);
+    if (entry != nullptr) {
+      record->jetsamPriority = entry->priority;
+      record->jetsamLimit = entry->limit;
+    }
+  }
+  record->sandboxed = darwin::sandbox_check(pid, nullptr, 0);
+  return 0;
+}
+
+// The flavour of proc_pidfdinfo for a descriptor type, 0 for a type whose details are not asked
+// for.
+static int detailFlavour(uint32_t type) {
+  switch (type) {
+    case darwin::PROX_FDTYPE_VNODE:
+      return darwin::PROC_PIDFDVNODEPATHINFO;
+    case darwin::PROX_FDTYPE_SOCKET:
+      return darwin::PROC_PIDFDSOCKETINFO;
+    case darwin::PROX_FDTYPE_PSHM:
+      return darwin::PROC_PIDFDPSHMINFO;
+    case darwin::PROX_FDTYPE_PSEM:
+      return darwin::PROC_PIDFDPSEMINFO;
+    case darwin::PROX_FDTYPE_KQUEUE:
+      return darwin::PROC_PIDFDKQUEUE_EXTINFO;
+    case darwin::PROX_FDTYPE_PIPE:
+      return darwin::PROC_PIDFDPIPEINFO;
+    default:
+      return 0;
+  }
+}
+
+int getProcFDInfo(int32_t pid, ProcessRecord *record) {
+  const int size = darwin::proc_pidinfo(pid, darwin::PROC_PIDLISTFDS, 0, record->fds, kFDListSize);
+  const int bytes = size < 0 ? 0 : size < kFDListSize ? size : kFDListSize;
+  record->numFDs = bytes / static_cast<int>(sizeof record->fds[0]);
+  releaseRecord(record);
+  if (record->numFDs == 0) return 0;
+  // Zeroed: most types' details are larger than a slot, and the kernel then leaves the slot alone.
+  record->fdDetails =
+      static_cast<uint8_t *>(calloc(static_cast<size_t>(record->numFDs), kFDDetailSize));
+  if (record->fdDetails == nullptr) return -1;
+
+  for (int32_t i = 0; i < record->numFDs; i++) {
+    const int flavour = detailFlavour(record->fds[i].proc_fdtype);
+    if (flavour == 0) return -1;
+    // Kept: asked by the place in the list, not by the descriptor's number.
+    uint8_t *slot = record->fdDetails + static_cast<size_t>(i) * kFDDetailSize;
+    if (darwin::proc_pidfdinfo(pid, i, flavour, slot, kFDDetailSize) < 0) {
+      closeScreen();
+      perror("proc_pidfinfo");
+      exit(0);
+    }
+  }
+  return 0;
+}
+
+int getProcCoalitionInfo(int32_t pid, ProcessRecord *record) {
+  const int wanted = g_OsVer < kOsVerLongCoalitions
+                         ? kShortCoalitionSize
+                         : static_cast<int>(sizeof record->coalitionInfo);
+  const int size =
+      darwin::proc_pidinfo(pid, darwin::PROC_PIDCOALITIONINFO, 0, &record->coalitionInfo, wanted);
+  if (size != wanted && getenv("ZDEBUG") != nullptr) {
+    closeScreen();
+    fprintf(stderr, "RC: %d\n", size);
+    perror("coalition");
+  }
+  return 0;
+}
+
+int32_t findProcess(const ProcessRecord *table, const char *name) {
+  if (table == nullptr) return 0;
+  const bool tracing = getenv("ZDEBUG") != nullptr;
+  bool found = false;
+  int32_t pid = 0;
+  const int32_t count = load(num_procs);
+  for (int32_t i = 0; i < count; i++) {
+    const char *command = table[i].taskAllInfo.pbsd.pbi_comm;
+    if (tracing) {
+      char safe[sizeof table[i].taskAllInfo.pbsd.pbi_comm];
+      fprintf(stderr, "%d: %s\n", pidOf(&table[i]),
+              makeSafe(safe, sizeof safe, command, sizeof safe));
+    }
+    if (strncasecmp(command, name, kComparedNameLength) != 0) continue;
+    if (found) {
+      char *safe = copySafe(name);
+      fprintf(stderr, "There are multiple matches for '%s' - %d, %d\n", safe != nullptr ? safe : "",
+              pid, pidOf(&table[i]));
+      free(safe);
+      return -1;
+    }
+    found = true;
+    pid = pidOf(&table[i]);
+  }
+  return pid;
+}
+
+}  // namespace sondex

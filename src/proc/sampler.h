@@ -1,0 +1,52 @@
+// Samples every process into a table of records, as the kernel's process-information calls give
+// them, and finds a process by name. The figures are not interpreted here.
+#pragma once
+
+#include <cstdint>
+
+#include "darwin/rusage.h"
+#include "proc/jetsam.h"
+#include "proc/process_table.h"
+
+namespace sondex {
+
+// System-wide accumulators of which the two disk counters are used: of this sample and of the one
+// before.
+extern darwin::rusage_info_v3 g_Total_Rusage;
+extern darwin::rusage_info_v3 g_Prev_Total_Rusage;
+
+// The memory-status list of the last sample, or null.
+extern JetsamList *g_jetsam_list;
+
+// Samples all processes into a new table, in the kernel's order, and sets num_procs. The caller
+// owns the table. Ends the program with status 10 when the kernel lists no process or there is no
+// memory for the table.
+ProcessRecord *getPIDList();
+
+// The byte size that the kernel proposes for a list of all processes (proc_listpids without a
+// buffer).
+int getArrayOfPIDs();
+
+// Fills a zeroed record of `pid`; `jetsamList` may be null. A query that fails leaves its field as
+// it was. Returns 0.
+int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList);
+
+// Fills the descriptor list and details. Returns 0, or -1 when it stopped at a type without
+// details.
+int getProcFDInfo(int32_t pid, ProcessRecord *record);
+
+// Fills the coalition identifiers. Returns 0.
+int getProcCoalitionInfo(int32_t pid, ProcessRecord *record);
+
+// The PID of the one process among the first num_procs of `table` whose short name equals `name`,
+// without regard to case, in the first 15 characters. 0 when there is none or `table` is null; -1,
+// after a message, when there are several.
+int32_t findProcess(const ProcessRecord *table, const char *name);
+
+// The raw system calls of these names. They return the call's result: -1 with errno on failure.
+int proc_info(int32_t callnum, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
+              int32_t buffersize);
+int process_policy(int scope, int action, int policy, int policy_subtype, void *attribute,
+                   int32_t target_pid, uint64_t target_threadid);
+
+}  // namespace sondex

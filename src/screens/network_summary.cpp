@@ -1,0 +1,11 @@
+#include "screens/network_summary.h"
+
+namespace sondex {
+
+const NetworkSample *sample_networks() {
+  return nullptr;
+}
+
+void showWiFiDetails() {}
+
+}  // namespace sondex

@@ -1,0 +1,9 @@
+#include "screens/power_summary.h"
+
+namespace sondex {
+
+const char *getPowerDetails() {
+  return "";
+}
+
+}  // namespace sondex

@@ -1,0 +1,195 @@
+#include "screens/process_list.h"
+
+#include <curses.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "columns/perspective.h"
+#include "nstat/accounting.h"
+#include "proc/process_table.h"
+#include "screens/cpu_summary.h"
+#include "screens/system_summary.h"
+#include "state/display.h"
+#include "ui/output.h"
+#include "ui/safe_text.h"
+#include "ui/status_bar.h"
+
+namespace sondex {
+
+constexpr int32_t kPlainRows = 1000;
+constexpr int32_t kFixedHeaderRows = 7;
+constexpr size_t kShownFilter = 240;
+constexpr int32_t kUntilReplaced = -1;
+
+static uint32_t colorPair(int pair) {
+  return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
+}
+
+static bool onScreen() {
+  return load(wantCurses) != 0;
+}
+
+static void measureScreen() {
+  if (onScreen()) {
+    store(y, getmaxy(stdscr));
+    store(x, getmaxx(stdscr));
+    idlok(stdscr, TRUE);
+    scrollok(stdscr, TRUE);
+  } else {
+    store(y, kPlainRows);
+  }
+  const Perspective *perspective = getCurrentPerspective();
+  const auto row = [](int32_t shown) { return shown != 0 ? 1 : 0; };
+  store(banners, kFixedHeaderRows + row(load(g_Compression)) + row(load(g_Processors)) +
+                     row(perspective->ShowPower) + row(load(g_Swap)) +
+                     row(perspective->ShowNetworks) + (load(g_EachCPU) != 0 ? g_num_cpus : 1));
+}
+
+static void showColumnHeaders(const Perspective *perspective) {
+  switchOn(colorPair(kPairHeader) | static_cast<uint32_t>(A_UNDERLINE));
+  int32_t width = 0;
+  for (int32_t i = 0; perspective->columns[i].print != nullptr; i++) {
+    const ColumnDescriptor *column = &perspective->columns[i];
+    if (!isColumnVisible(column) || width + column->width > load(x)) continue;
+    if (column->needsNetStat != 0 && nstat_ok() == 0) continue;
+    width += column->width;
+    store(g_lastVisibleCol, i);
+    // Kept: by the index, so a hidden first column still gives the first visible header a
+    // separator.
+    if (i != 0 && load(g_wantLines) != 0) output("|", 0);
+    const bool selected = i == perspective->selectedColumn;
+    if (selected) switchOn(colorPair(kPairSelected) | static_cast<uint32_t>(A_BOLD));
+    output(column->header, column->width);
+    if (selected) {
+      switchOff(static_cast<uint32_t>(A_BOLD));
+      switchOn(colorPair(kPairHeader));
+    }
+  }
+  output("\n", 0);
+  switchOff(colorPair(kPairHeader) | static_cast<uint32_t>(A_UNDERLINE));
+}
+
+static bool passes(const ProcessRecord *record, const char *filter) {
+  const char *command = record->taskAllInfo.pbsd.pbi_comm;
+  if (command[0] == '\0') return false;
+  char name[sizeof record->taskAllInfo.pbsd.pbi_comm + 1] = "";
+  memcpy(name, command, strnlen(command, sizeof record->taskAllInfo.pbsd.pbi_comm));
+  if (filter != nullptr && filter[0] != '-' && strstr(name, filter) == nullptr) return false;
+  return load(g_filterSockets) == 0 || getNTStatInfo(pidOf(record)) != nullptr;
+}
+
+static void showSeparator() {
+  const uint32_t attribute = colorPair(kPairHeader);
+  switchOn(attribute);
+  if (onScreen()) {
+    waddch(stdscr, ACS_VLINE);
+  } else {
+    output("|", 0);
+  }
+  switchOff(attribute);
+}
+
+static void showRow(const Perspective *perspective, ProcessRecord *record, ProcessRecord *previous,
+                    bool highlighted) {
+  int32_t width = 0;
+  for (int32_t i = 0; perspective->columns[i].print != nullptr; i++) {
+    const ColumnDescriptor *column = &perspective->columns[i];
+    if (!isColumnVisible(column) || width + column->width > load(x)) continue;
+    width += column->width;
+    if (i != 0 && load(g_wantLines) != 0) showSeparator();
+    const bool selected = i == perspective->selectedColumn;
+    const uint32_t pair = onScreen() && !highlighted ? colorPair(kPairSelected) : 0;
+    if (selected) switchOn(static_cast<uint32_t>(A_BOLD) | pair);
+    column->print(record, previous);
+    if (selected) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
+  }
+  output("\n", 0);
+}
+
+struct Rows {
+  int32_t matched;
+  int32_t drawn;
+};
+
+static Rows showRows(ProcessRecord *current, ProcessRecord *previous, const char *filter) {
+  const Perspective *perspective = getCurrentPerspective();
+  const int32_t count = load(num_procs);
+  const int32_t first = load(g_firstProcToShow);
+  const int32_t selected = load(g_selectedProcess);
+  const int32_t cursor = load(g_Row) + first;
+  const int32_t room = load(y) - load(banners);
+  Rows rows = {0, 0};
+  for (int32_t i = 0; i < count; i++) {
+    ProcessRecord *record = &current[i];
+    if (!passes(record, filter)) continue;
+    rows.matched++;
+    if (rows.drawn > room || i < first) continue;
+    record->displayed = 1;
+    rows.drawn++;
+    const bool highlighted = onScreen() && i == selected;
+    if (highlighted)
+      setAttributes(static_cast<uint32_t>(A_REVERSE) | static_cast<uint32_t>(A_BOLD));
+    ProcessRecord *before =
+        findProcessInformationByPid(previous, pidOf(record), load(previous_num_procs));
+    showRow(perspective, record, before, highlighted);
+    if (onScreen() && i == cursor) setAttributes(static_cast<uint32_t>(A_NORMAL));
+    if (highlighted) switchOff(static_cast<uint32_t>(A_REVERSE));
+  }
+  return rows;
+}
+
+static void reportScrolling(int32_t matched) {
+  const int32_t first = load(g_firstProcToShow);
+  if (first == 0) {
+    if (strstr(getStatusBar(), "Showing") != nullptr) clearStatusBar();
+    return;
+  }
+  if (!onScreen()) return;
+  const int32_t room = load(y) - load(banners);
+  char text[128];
+  snprintf(text, sizeof text,
+           "---- Showing processes %d-%d of %d%s(scroll up to see previous) ----", first + 1,
+           first + (matched < room ? matched : room), matched,
+           matched != load(num_procs) ? " viewable " : "");
+  setStatusBar(text, kUntilReplaced);
+}
+
+static void reportFilter(const char *filter) {
+  if (filter == nullptr || filter[0] == '\0') {
+    if (strstr(getStatusBar(), "Filter") != nullptr) clearStatusBar();
+    return;
+  }
+  char safe[kShownFilter + 1];
+  makeSafe(safe, sizeof safe, filter, kShownFilter);
+  char text[320];
+  snprintf(text, sizeof text, "---- Filtering processes by : %s %s----", safe,
+           load(g_Delta) != 0 ? "(Delta Mode)" : "");
+  setStatusBar(text, kUntilReplaced);
+}
+
+static void reportNoMatch(const char *filter) {
+  char safe[kShownFilter + 1] = "";
+  if (filter != nullptr) makeSafe(safe, sizeof safe, filter, kShownFilter);
+  char text[320];
+  snprintf(text, sizeof text,
+           "---- No processes match %s(press / again and hit <enter> to remove filter) ----", safe);
+  setStatusBar(text, kUntilReplaced);
+}
+
+void showProcesses(ProcessRecord *current, ProcessRecord *previous, const char *filter) {
+  if (current == nullptr) {
+    printf("No processes\n");
+    return;
+  }
+  measureScreen();
+  showSystemSummary(current, previous);
+  if (onScreen()) showColumnHeaders(getCurrentPerspective());
+  const Rows rows = showRows(current, previous, filter);
+  reportScrolling(rows.matched);
+  reportFilter(filter);
+  store(g_procs_viewable, rows.matched);
+  if (rows.drawn == 0) reportNoMatch(filter);
+  printStatusBar();
+}
+
+}  // namespace sondex

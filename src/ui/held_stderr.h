@@ -1,0 +1,17 @@
+// Holds back standard error while the full screen owns the same terminal, so that messages don't
+// tear the screen, and writes it out afterwards: each distinct line once, with how often it came.
+#pragma once
+
+namespace sondex {
+
+// Starts holding when standard error and standard output are the same terminal; otherwise does
+// nothing.
+void holdStandardError();
+
+// Takes in what was written since the last call. Called once a frame by the drawing thread.
+void collectStandardError();
+
+// Ends the holding and writes out what was collected. Nothing happens when nothing is held.
+void releaseStandardError();
+
+}  // namespace sondex

@@ -1,0 +1,17 @@
+// The threads of the interactive display, and its end by Ctrl-C.
+#pragma once
+
+namespace sondex {
+
+// Starts the network-statistics thread and the input thread.
+void startInteractiveThreads();
+
+// Handler of SIGINT: in full-screen mode the refresh loop is told to end the program; in plain mode
+// nothing happens.
+void sighandler(int signal);
+
+// Called by the refresh loop. When a signal asked for the end: leaves the screen, says so for
+// Ctrl-C, and exits with status 0.
+void endIfInterrupted();
+
+}  // namespace sondex

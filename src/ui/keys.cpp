@@ -1,0 +1,9 @@
+#include "ui/keys.h"
+
+namespace sondex {
+
+const char *getFilter() {
+  return nullptr;
+}
+
+}  // namespace sondex

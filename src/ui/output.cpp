@@ -1,0 +1,112 @@
+#include "ui/output.h"
+
+#include <curses.h>
+#include <locale.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "state/display.h"
+#include "ui/held_stderr.h"
+#include "ui/safe_text.h"
+
+namespace sondex {
+
+constexpr short kBrightRed = 9;
+
+struct ColorPair {
+  short pair;
+  short foreground;
+  short background;
+};
+
+// In the order in which they are set.
+static const ColorPair kColorPairs[] = {
+    {kPairHeader, COLOR_CYAN, COLOR_BLACK},   {kPairWarning, kBrightRed, COLOR_BLACK},
+    {kPairSelected, COLOR_CYAN, COLOR_BLACK}, {kPairStatus, COLOR_BLACK, kBrightRed},
+    {kPairPrompt, COLOR_BLACK, COLOR_YELLOW}, {kPairGrown, COLOR_RED, COLOR_BLACK},
+    {kPairShrunk, COLOR_GREEN, COLOR_BLACK},
+};
+
+static int writeBytes(const char *text, int length) {
+  if (load(wantCurses) == 0) {
+    const size_t size = static_cast<size_t>(length);
+    return fwrite(text, 1, size, stdout) == size ? length : -1;
+  }
+  return stdscr == nullptr ? -1 : waddnstr(stdscr, text, length);
+}
+
+int output(const char *text, int width) {
+  if (width <= 0) return writeBytes(text, static_cast<int>(strlen(text)));
+
+  const int room = width - 1;
+  const int length = static_cast<int>(strnlen(text, static_cast<size_t>(room)));
+  const int result = writeBytes(text, length);
+  return length < room ? writeBytes(" ", 1) : result;
+}
+
+void outputBlanks(int count) {
+  static const char kBlanks[] = "                                                                ";
+  constexpr int kPiece = sizeof kBlanks - 1;
+  for (; count > 0; count -= kPiece) writeBytes(kBlanks, count < kPiece ? count : kPiece);
+}
+
+static bool screenIsOpen() {
+  return load(cursesFailed) == 0 && stdscr != nullptr;
+}
+
+void switchOn(uint32_t attributes) {
+  if (screenIsOpen()) wattr_on(stdscr, attributes, nullptr);
+}
+
+void switchOff(uint32_t attributes) {
+  if (screenIsOpen()) wattr_off(stdscr, attributes, nullptr);
+}
+
+void setAttributes(uint32_t attributes) {
+  if (screenIsOpen()) wattrset(stdscr, static_cast<int>(attributes));
+}
+
+void openScreen() {
+  // Names in UTF-8 are shown as such only where the terminal's locale takes them.
+  setlocale(LC_CTYPE, "");
+  allowUTF8(MB_CUR_MAX > 1);
+  holdStandardError();
+  initscr();
+  store(cursesFailed, 0);
+  cbreak();
+  noecho();
+  start_color();
+  nodelay(stdscr, TRUE);
+  keypad(stdscr, TRUE);
+  for (const ColorPair &pair : kColorPairs) {
+    // A terminal of eight colours has no bright red: plain red is nearest.
+    const short foreground = pair.foreground < COLORS ? pair.foreground : short{COLOR_RED};
+    const short background = pair.background < COLORS ? pair.background : short{COLOR_RED};
+    init_pair(pair.pair, foreground, background);
+  }
+}
+
+void closeScreen() {
+  if (screenIsOpen() && !isendwin()) endwin();
+  releaseStandardError();
+}
+
+void fitScreen() {
+  winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
+  if (is_term_resized(size.ws_row, size.ws_col)) resizeterm(size.ws_row, size.ws_col);
+}
+
+void cursesMessage() {
+  if (load(cursesFailed) == 0) return;
+  fputs(
+      "If you are reading this, curses full screen initialization failed. This is either because "
+      "$TERM is not set properly,\nor because you are missing the terminfo files (which aren't "
+      "present on iOS).\nYou can fix either easily if you read the README.\n",
+      stdout);
+}
+
+}  // namespace sondex

@@ -1,0 +1,45 @@
+// The output sink: every line of the display and of the reports goes through here, to the curses
+// screen or to standard output. Owns the life of the screen too: opening it, and leaving the
+// terminal as it was.
+#pragma once
+
+#include <stdint.h>
+
+namespace sondex {
+
+// Colour pairs, set once when the screen is opened.
+constexpr int kPairHeader = 1;    // column headers and separators
+constexpr int kPairSelected = 2;  // the selected column
+constexpr int kPairStatus = 5;    // status bar
+constexpr int kPairWarning = 6;   // pressure mark, unsigned code
+constexpr int kPairPrompt = 7;    // prompts
+constexpr int kPairGrown = 13;    // a value that grew since the previous sample
+constexpr int kPairShrunk = 14;   // a value that shrank
+
+// Writes `text` (not null) at the cursor in full-screen mode, else to standard output. Width 0
+// writes it as it is; a width w above 0 cuts it to w - 1 bytes, and puts one blank after a shorter
+// text. Returns a negative number on failure.
+int output(const char *text, int width);
+
+// Writes `count` blanks; none when it is not positive.
+void outputBlanks(int count);
+
+// Attributes for what is written next, as curses attribute bits. Nothing happens without a screen.
+void switchOn(uint32_t attributes);
+void switchOff(uint32_t attributes);
+void setAttributes(uint32_t attributes);
+
+// Opens the full screen: modes, colours, colour pairs. Ends the program when the terminal can't do
+// it; what cursesMessage then prints says so.
+void openScreen();
+
+// Leaves the full screen if it is open, and gives back standard error. Safe to call more than once.
+void closeScreen();
+
+// Follows a terminal whose size has changed. Called before a frame is drawn.
+void fitScreen();
+
+// Registered with atexit: explains a full screen that could not be started.
+void cursesMessage();
+
+}  // namespace sondex

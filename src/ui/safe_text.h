@@ -1,0 +1,21 @@
+// Makes names and paths that come from other users' processes safe on their way to a terminal.
+#pragma once
+
+#include <stddef.h>
+
+namespace sondex {
+
+// Copies the text in `from` (up to a NUL or `fromSize` bytes) to `to` and terminates it. Control
+// characters, DEL and every byte of broken UTF-8 become "?"; so does each byte above 127 where
+// UTF-8 is not allowed. A text longer than `toSize` - 1 bytes is cut between characters. `toSize`
+// is at least 1. Returns `to`.
+char *makeSafe(char *to, size_t toSize, const char *from, size_t fromSize);
+
+// The same for a whole text of any length. Returns a heap copy that the caller frees; null when
+// memory is short.
+char *copySafe(const char *text);
+
+// Whether the terminal takes UTF-8; it does unless told otherwise.
+void allowUTF8(bool allowed);
+
+}  // namespace sondex

@@ -1,0 +1,26 @@
+// The status bar: one line on the bottom row that shows a message for a number of redraws. Any
+// thread may set it; a text caught half-written for one redraw is accepted.
+#pragma once
+
+#include <stdint.h>
+
+namespace sondex {
+
+// Shows `text` (not null, cut to 259 bytes) on the next `count` redraws. A negative count never
+// runs out.
+void setStatusBar(const char *text, int32_t count);
+
+// The present text, empty when there is none. In a buffer that the next call overwrites; drawing
+// thread only.
+const char *getStatusBar();
+
+void clearStatusBar();
+
+// Draws the bar if there is a text, and counts the redraw. Full-screen mode only; called once per
+// redraw.
+void printStatusBar();
+
+// Replaces the banner text. The text is not copied: the caller keeps it alive.
+void setMessage(const char *text);
+
+}  // namespace sondex

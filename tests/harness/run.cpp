@@ -1,0 +1,97 @@
+#include "harness/run.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <regex>
+
+#include "harness/file_handle.h"
+
+namespace test {
+
+// False at the end of what comes through the pipe.
+static bool readSome(const FileHandle &pipe, std::string &text) {
+  char buffer[65536];
+  const ssize_t length = read(pipe.get(), buffer, sizeof buffer);
+  if (length > 0) text.append(buffer, static_cast<size_t>(length));
+  return length > 0;
+}
+
+std::ostream &operator<<(std::ostream &out, const Outcome &outcome) {
+  if (outcome.ending) {
+    out << *outcome.ending;
+  } else {
+    out << "still running at the deadline";
+  }
+  return out << "\n--- standard output ---\n"
+             << outcome.output << "\n--- standard error ---\n"
+             << outcome.error << "\n---\n";
+}
+
+Outcome run(Launch launch, Duration patience) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  const auto left = [deadline] {
+    return std::max(std::chrono::duration_cast<Duration>(deadline - Clock::now()), Duration{0});
+  };
+  Pipe output = makePipe();
+  Pipe error = makePipe();
+  launch.input = -1;
+  launch.output = output.writeEnd.get();
+  launch.error = error.writeEnd.get();
+  Child child(launch);
+  output.writeEnd.close();
+  error.writeEnd.close();
+
+  Outcome outcome;
+  while (output.readEnd.isOpen() || error.readEnd.isOpen()) {
+    pollfd waited[2] = {{output.readEnd.get(), POLLIN, 0}, {error.readEnd.get(), POLLIN, 0}};
+    if (poll(waited, 2, static_cast<int>(left().count())) <= 0) break;
+    if (waited[0].revents != 0 && !readSome(output.readEnd, outcome.output)) output.readEnd.close();
+    if (waited[1].revents != 0 && !readSome(error.readEnd, outcome.error)) error.readEnd.close();
+  }
+  outcome.ending = child.waitForEnd(left());
+  return outcome;
+}
+
+std::string sondexPath() {
+  return SONDEX_PROGRAM;
+}
+
+Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment,
+                  std::optional<uid_t> user) {
+  Launch launch;
+  launch.program = sondexPath();
+  launch.arguments = arguments;
+  launch.environment = environment;
+  launch.user = user;
+  return run(launch);
+}
+
+Outcome listProcesses(std::optional<uid_t> user) {
+  return runSondex({}, {{"nc", "1"}}, user);
+}
+
+std::vector<std::string> splitLines(const std::string &text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    const size_t end = std::min(text.find('\n', start), text.size());
+    lines.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return lines;
+}
+
+std::string withoutSampling(const std::string &error) {
+  static const std::regex threads("PID [0-9]+ has more [0-9]+ threads\\. Crazzzzy");
+  std::string rest;
+  for (const std::string &line : splitLines(error)) {
+    if (line == kNoSuchProcess || line == kNotPermitted || std::regex_match(line, threads))
+      continue;
+    rest += line + "\n";
+  }
+  return rest;
+}
+
+}  // namespace test

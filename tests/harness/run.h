@@ -1,0 +1,48 @@
+// Runs a program to its end and keeps what it wrote.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "harness/child.h"
+
+namespace test {
+
+struct Outcome {
+  std::string output;
+  std::string error;
+  std::optional<Ending> ending;  // nothing: stopped by the harness, as it ran beyond the deadline
+
+  bool exitedWith(int status) const { return ending && ending->exitedWith(status); }
+};
+
+// All of it, for the message of a failed test.
+std::ostream &operator<<(std::ostream &out, const Outcome &outcome);
+
+// Standard input is empty. The descriptors of `launch` are not looked at.
+Outcome run(Launch launch, Duration patience = kPatience);
+
+// The program that was built.
+std::string sondexPath();
+Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment = {},
+                  std::optional<uid_t> user = std::nullopt);
+
+// The process list in plain text.
+Outcome listProcesses(std::optional<uid_t> user = std::nullopt);
+
+std::vector<std::string> splitLines(const std::string &text);
+
+// What the sampler says of entries that are no process: as many lines as there are zombies,
+// processes that ended meanwhile, and one for the list's spare entry.
+inline constexpr char kNoSuchProcess[] = "proc_pidinfo: No such process";
+// The same of processes that the caller may not look at.
+inline constexpr char kNotPermitted[] = "proc_pidinfo: Operation not permitted";
+
+// Standard error without those lines, and without those on processes with too many threads.
+std::string withoutSampling(const std::string &error);
+
+}  // namespace test

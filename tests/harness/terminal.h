@@ -1,0 +1,123 @@
+// A terminal of its own for sondex: a pseudo-terminal whose other end is libvterm. Keys go in,
+// cells with their characters, colours and attributes come out.
+#pragma once
+
+#include <termios.h>
+#include <vterm.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "harness/child.h"
+#include "harness/file_handle.h"
+
+namespace test {
+
+// A colour by its number, or the terminal's own.
+inline constexpr int kDefaultColour = -1;
+
+struct Cell {
+  std::string text;  // UTF-8; a blank for a cell that nothing was written to
+  int foreground = kDefaultColour;
+  int background = kDefaultColour;
+  bool bold = false;
+  bool underline = false;
+  bool reverse = false;
+};
+
+struct TerminalOptions {
+  int columns = 80;
+  int rows = 24;
+  std::string kind = "xterm-256color";  // the variable TERM
+  std::vector<std::string> arguments;
+  Environment environment;
+  std::optional<uid_t> user;
+  bool separateError = false;  // standard error goes to a pipe of its own
+  std::vector<int> ignoredSignals;
+};
+
+class Terminal {
+ public:
+  // Starts the program that was built. Throws std::system_error when there is no pseudo-terminal.
+  explicit Terminal(const TerminalOptions &options = {});
+  Terminal(const Terminal &) = delete;
+  Terminal &operator=(const Terminal &) = delete;
+  ~Terminal();
+
+  pid_t pid() const { return child_.pid(); }
+  void press(std::string_view keys);
+  void resize(int columns, int rows);
+  // Sends a signal. SIGWINCH makes the program draw again at once.
+  void signal(int number) const { child_.signal(number); }
+  // The terminal goes away.
+  void hangUp();
+
+  // Takes in what the program writes until `complaint` has none about the screen, and returns "".
+  // At the deadline, or once the program has ended, returns the last complaint and the screen.
+  std::string await(const std::function<std::string()> &complaint, Duration patience = kPatience);
+  std::string awaitText(std::string_view wanted, Duration patience = kPatience);
+  // For as long as `condition` does not hold. False at the deadline.
+  bool waitFor(const std::function<bool()> &condition, Duration patience = kPatience);
+  // Nothing when the program still runs at the deadline. Afterwards all that it wrote is taken in.
+  std::optional<Ending> waitForEnd(Duration patience = kPatience);
+  bool hasEnded() { return child_.poll().has_value(); }
+
+  int columns() const { return columns_; }
+  int rows() const { return rows_; }
+  Cell cell(int row, int column) const;
+  // Without the blanks at its end.
+  std::string rowText(int row) const;
+  // All rows, a newline after each.
+  std::string text() const;
+  // The first row with this text, -1 when there is none.
+  int findRow(std::string_view text) const;
+  bool isOnAlternateScreen() const { return alternate_; }
+  bool isCursorVisible() const { return cursorVisible_; }
+  // How often the program cleared the whole screen: once for each frame.
+  size_t frames() const { return frames_; }
+
+  // The line's modes before the program started and now.
+  const termios &modesBefore() const { return modesBefore_; }
+  termios modes() const;
+  // The last of what the program wrote to the terminal, and to its own standard error.
+  const std::string &written() const { return written_; }
+  const std::string &standardError() const { return standardError_; }
+
+ private:
+  struct PseudoTerminal {
+    FileHandle master;
+    FileHandle line;
+  };
+  static PseudoTerminal openPseudoTerminal(int columns, int rows);
+  Terminal(const TerminalOptions &options, PseudoTerminal pseudoTerminal, Pipe error);
+  static Launch launchOf(const TerminalOptions &options, int line, int error);
+  static int onProperty(VTermProp property, VTermValue *value, void *self);
+
+  // Takes in what there is, after waiting for it. False when nothing came.
+  bool takeIn(Duration patience);
+  bool takeInScreen();
+  bool takeInError();
+
+  int columns_;
+  int rows_;
+  FileHandle master_;
+  FileHandle line_;
+  FileHandle errorPipe_;
+  termios modesBefore_{};
+  VTerm *vterm_ = nullptr;
+  VTermScreen *screen_ = nullptr;
+  bool alternate_ = false;
+  bool cursorVisible_ = true;
+  size_t frames_ = 0;
+  std::string written_;
+  std::string standardError_;
+  Child child_;
+};
+
+// Whether two sets of line modes are the same.
+bool sameModes(const termios &a, const termios &b);
+
+}  // namespace test

@@ -1,0 +1,380 @@
+// Makes itself into a process of a kind that a test asks for, says so, and waits until its standard
+// input ends. Its arguments are steps, done one after the other:
+//
+//   name TEXT           the process's name, of any bytes
+//   user UID            another user's process
+//   session             a session of its own
+//   nice N, oom N       nice value, oom_score_adj
+//   scheduler idle|fifo
+//   threads N           N threads in all, asleep
+//   busy N              N threads that compute (the first one included) and do nothing else
+//   fds N               N descriptors in all
+//   memory MIB          memory, each page of it touched
+//   reserve GIB         address space without memory
+//   write BYTES         bytes written to a file and on to the disk
+//   seccomp             a system-call filter, which lets everything through
+//   user-namespace      a user namespace of its own
+//   deleted             goes on as a copy of this program that is no longer in the file system
+//   stop                stopped, once all is said
+//   zombies N           N children that ended and are not waited for
+//   children N          N children asleep
+//   churn RATE SECONDS  starts RATE processes a second, each of which ends at once or a little
+//                       later, and ends itself when the time is over
+//   run PROGRAM [ARGUMENT...]  starts a program with the same descriptors and ends with its status,
+//                       without a word
+//
+// The word is "ready", its PID, and its children's PIDs.
+#include <fcntl.h>
+#include <grp.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kThreadStack = 65536;
+constexpr int kRefused = 77;
+constexpr long kComputed = 10'000'000;
+
+struct State {
+  std::vector<pid_t> children;
+  bool stops = false;
+  long busyThreads = 0;
+};
+
+[[noreturn]] void fail(const std::string &what) {
+  const int error = errno;
+  std::fprintf(stderr, "make_process: %s: %s\n", what.c_str(), std::strerror(error));
+  // For a test to tell from a mistake.
+  std::exit(error == EPERM || error == EACCES ? kRefused : 1);
+}
+
+void require(bool succeeded, const char *what) {
+  if (!succeeded) fail(what);
+}
+
+[[noreturn]] void misuse(std::string_view word) {
+  std::fprintf(stderr, "make_process: what is \"%.*s\"?\n", static_cast<int>(word.size()),
+               word.data());
+  std::exit(2);
+}
+
+class Words {
+ public:
+  Words(int count, char **words) : words_(words, words + count) {}
+  bool atEnd() const { return next_ == words_.size(); }
+  std::string text() {
+    if (atEnd()) misuse("(end)");
+    return words_[next_++];
+  }
+  long number() {
+    const std::string word = text();
+    long value = 0;
+    const char *end = word.data() + word.size();
+    if (std::from_chars(word.data(), end, value).ptr != end || word.empty()) misuse(word);
+    return value;
+  }
+  std::vector<char *> rest() {
+    std::vector<char *> left(words_.begin() + static_cast<std::ptrdiff_t>(next_), words_.end());
+    left.push_back(nullptr);
+    next_ = words_.size();
+    return left;
+  }
+
+ private:
+  std::vector<char *> words_;
+  size_t next_ = 0;
+};
+
+void dieWithParent() {
+  require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl");
+}
+
+void setUser(long user) {
+  const uid_t id = static_cast<uid_t>(user);
+  require(setgroups(0, nullptr) == 0 && setgid(id) == 0 && setuid(id) == 0, "setuid");
+  dieWithParent();  // the change of user took it back
+}
+
+void setOOMScore(long score) {
+  const int fd = open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC);
+  require(fd >= 0 && dprintf(fd, "%ld", score) > 0 && close(fd) == 0, "oom_score_adj");
+}
+
+void setScheduler(const std::string &kind) {
+  sched_param parameters{};
+  int policy = 0;
+  if (kind == "idle") {
+    policy = SCHED_IDLE;
+  } else if (kind == "fifo") {
+    policy = SCHED_FIFO;
+    parameters.sched_priority = 1;
+  } else {
+    misuse(kind);
+  }
+  require(sched_setscheduler(0, policy, &parameters) == 0, "sched_setscheduler");
+}
+
+void *sleepForever(void *) {
+  while (true) pause();
+}
+
+void compute(long steps) {
+  static std::atomic<unsigned> mark{0};  // an effect, or the loop could be left out
+  for (long i = 0; i < steps; i++) mark.fetch_add(1, std::memory_order_relaxed);
+}
+
+void *computeForever(void *) {
+  while (true) compute(kComputed);
+}
+
+void startThreads(long count, void *(*body)(void *)) {
+  pthread_attr_t attributes;
+  require(pthread_attr_init(&attributes) == 0, "pthread_attr_init");
+  require(pthread_attr_setstacksize(&attributes, kThreadStack) == 0, "pthread_attr_setstacksize");
+  for (long i = 0; i < count; i++) {
+    pthread_t thread;
+    errno = pthread_create(&thread, &attributes, body, nullptr);
+    require(errno == 0, "pthread_create");
+  }
+  pthread_attr_destroy(&attributes);
+}
+
+void openDescriptors(long count) {
+  // Only the three standard ones are open so far, so the highest number tells how many there are.
+  int last = STDERR_FILENO;
+  while (last + 1 < count) {
+    last = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    require(last >= 0, "open");
+  }
+}
+
+void *map(size_t bytes, int protection) {
+  void *memory =
+      mmap(nullptr, bytes, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  require(memory != MAP_FAILED, "mmap");
+  return memory;
+}
+
+void touchMemory(long mebibytes) {
+  const size_t size = static_cast<size_t>(mebibytes) << 20;
+  std::memset(map(size, PROT_READ | PROT_WRITE), 1, size);
+}
+
+void writeToDisk(long bytes) {
+  // Not in /tmp, which may be memory.
+  char path[] = "/var/tmp/make_process.XXXXXX";
+  const int fd = mkostemp(path, O_CLOEXEC);
+  require(fd >= 0 && unlink(path) == 0, "mkostemp");
+  const std::string data(65536, 'x');
+  long left = bytes;
+  while (left > 0) {
+    const size_t size = std::min(data.size(), static_cast<size_t>(left));
+    const ssize_t written = write(fd, data.data(), size);
+    require(written > 0, "write");
+    left -= written;
+  }
+  require(fsync(fd) == 0 && close(fd) == 0, "fsync");
+}
+
+void filterSystemCalls() {
+  sock_filter allow = {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW};
+  const sock_fprog filter = {1, &allow};
+  require(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "no_new_privs");
+  require(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) == 0, "seccomp");
+}
+
+// Goes on with the remaining steps as a program whose file is gone.
+[[noreturn]] void becomeDeleted(std::vector<char *> steps) {
+  char path[] = "/tmp/make_process.XXXXXX";
+  const int copy = mkostemp(path, O_CLOEXEC);
+  const int original = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+  require(copy >= 0 && original >= 0, "deleted");
+  std::vector<char> buffer(65536);
+  ssize_t length = 0;
+  while ((length = read(original, buffer.data(), buffer.size())) > 0) {
+    require(write(copy, buffer.data(), static_cast<size_t>(length)) == length, "write");
+  }
+  require(length == 0 && fchmod(copy, 0755) == 0 && close(copy) == 0, "deleted");
+  std::string unlinkStep = "unlink";
+  std::vector<char *> arguments = {path, unlinkStep.data(), path};
+  arguments.insert(arguments.end(), steps.begin(), steps.end());
+  execv(path, arguments.data());
+  unlink(path);
+  fail("execv");
+}
+
+pid_t forkOne() {
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  require(child >= 0, "fork");
+  if (child == 0) {
+    dieWithParent();
+    if (getppid() != parent) _exit(0);
+  }
+  return child;
+}
+
+void makeZombies(long count, std::vector<pid_t> &children) {
+  for (long i = 0; i < count; i++) {
+    const pid_t child = forkOne();
+    if (child == 0) _exit(0);
+    siginfo_t ended;
+    require(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) == 0, "waitid");
+    children.push_back(child);
+  }
+}
+
+void makeChildren(long count, std::vector<pid_t> &children) {
+  for (long i = 0; i < count; i++) {
+    const pid_t child = forkOne();
+    if (child == 0) sleepForever(nullptr);
+    children.push_back(child);
+  }
+}
+
+void say(const State &state) {
+  std::string line = "ready " + std::to_string(getpid());
+  for (const pid_t child : state.children) line += " " + std::to_string(child);
+  std::printf("%s\n", line.c_str());
+  std::fflush(stdout);
+}
+
+bool inputHasEnded(int patience) {
+  pollfd waited = {STDIN_FILENO, POLLIN, 0};
+  char byte = 0;
+  return poll(&waited, 1, patience) > 0 && read(STDIN_FILENO, &byte, 1) <= 0;
+}
+
+// One in three ends at once, the others live for up to a third of a second: some are gone before
+// they are looked at, some while they are.
+void liveShortly(long number) {
+  if (number % 3 == 0) _exit(0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5 + number * 37 % 300));
+  _exit(0);
+}
+
+[[noreturn]] void churn(long rate, long seconds) {
+  const Clock::time_point start = Clock::now();
+  long started = 0;
+  while (true) {
+    const std::chrono::duration<double> passed = Clock::now() - start;
+    if (passed.count() >= static_cast<double>(seconds) || inputHasEnded(1)) break;
+    const long due = static_cast<long>(passed.count() * static_cast<double>(rate));
+    for (; started < due; started++) {
+      if (forkOne() == 0) liveShortly(started);
+    }
+    while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
+  }
+  while (waitpid(-1, nullptr, 0) > 0) continue;
+  std::exit(0);
+}
+
+[[noreturn]] void runProgram(const std::vector<char *> &arguments) {
+  if (arguments.front() == nullptr) misuse("run");
+  const pid_t child = forkOne();
+  if (child == 0) {
+    execv(arguments.front(), arguments.data());
+    _exit(127);
+  }
+  int status = 0;
+  require(waitpid(child, &status, 0) == child, "waitpid");
+  std::exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+}
+
+void doStep(const std::string &step, Words &words, State &state) {
+  if (step == "name") {
+    require(prctl(PR_SET_NAME, words.text().c_str()) == 0, "name");
+  } else if (step == "user") {
+    setUser(words.number());
+  } else if (step == "session") {
+    require(setsid() >= 0, "setsid");
+  } else if (step == "nice") {
+    require(setpriority(PRIO_PROCESS, 0, static_cast<int>(words.number())) == 0, "setpriority");
+  } else if (step == "oom") {
+    setOOMScore(words.number());
+  } else if (step == "scheduler") {
+    setScheduler(words.text());
+  } else if (step == "threads") {
+    startThreads(words.number() - 1, sleepForever);
+  } else if (step == "busy") {
+    state.busyThreads = words.number();
+    startThreads(state.busyThreads - 1, computeForever);
+  } else if (step == "fds") {
+    openDescriptors(words.number());
+  } else if (step == "memory") {
+    touchMemory(words.number());
+  } else if (step == "reserve") {
+    map(static_cast<size_t>(words.number()) << 30, PROT_NONE);
+  } else if (step == "write") {
+    writeToDisk(words.number());
+  } else if (step == "seccomp") {
+    filterSystemCalls();
+  } else if (step == "user-namespace") {
+    require(unshare(CLONE_NEWUSER) == 0, "unshare");
+  } else if (step == "deleted") {
+    becomeDeleted(words.rest());
+  } else if (step == "unlink") {
+    require(unlink(words.text().c_str()) == 0, "unlink");
+  } else if (step == "stop") {
+    state.stops = true;
+  } else if (step == "zombies") {
+    makeZombies(words.number(), state.children);
+  } else if (step == "children") {
+    makeChildren(words.number(), state.children);
+  } else if (step == "churn") {
+    const long rate = words.number();
+    const long seconds = words.number();
+    say(state);
+    churn(rate, seconds);
+  } else if (step == "run") {
+    runProgram(words.rest());
+  } else {
+    misuse(step);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  dieWithParent();
+  Words words(argc - 1, argv + 1);
+  State state;
+  while (!words.atEnd()) doStep(words.text(), words, state);
+  say(state);
+  if (state.stops) raise(SIGSTOP);
+  if (state.busyThreads > 0) {
+    while (!inputHasEnded(0)) compute(kComputed);
+  }
+  while (!inputHasEnded(-1)) continue;
+  for (const pid_t child : state.children) {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+  // Without the exit handlers: other threads still run.
+  _exit(0);
+}

@@ -1,0 +1,523 @@
+// The process list in plain text on this machine's kernel: what it says of processes that the test
+// made itself, against what /proc and ps say of them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <regex>
+#include <sstream>
+
+#include "harness/helper.h"
+#include "harness/process_facts.h"
+#include "harness/run.h"
+#include "live/list_row.h"
+
+namespace test {
+namespace {
+
+using testing::AnyOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+// A process under test, with what the kernel says before and after the program has run.
+struct Watched {
+  std::string kind;
+  std::string shownName;
+  std::unique_ptr<Helper> helper;
+  ProcessFacts before;
+  ProcessFacts after;
+
+  pid_t pid() const { return helper->pid(); }
+};
+
+ProcessFacts factsOf(pid_t pid) {
+  return readFacts(pid).value_or(ProcessFacts{});
+}
+
+Watched watch(const std::string &kind, const std::vector<std::string> &steps,
+              const std::string &shownName = "make_process") {
+  return {kind, shownName, std::make_unique<Helper>(steps), {}, {}};
+}
+
+bool isSettled(const Watched &watched, char state) {
+  const ProcessFacts facts = factsOf(watched.pid());
+  return facts.state == state;
+}
+
+// What needs no privileges.
+void addOrdinaryKinds(std::vector<Watched> &watched) {
+  watched.push_back(watch("asleep", {}));
+  watched.push_back(watch("busy", {"busy", "1"}));
+  watched.push_back(watch("three busy threads", {"busy", "3"}));
+  watched.push_back(watch("stopped", {"stop"}));
+  watched.push_back(watch("10 threads", {"threads", "10"}));
+  watched.push_back(watch("120 threads", {"threads", "120"}));
+  watched.push_back(watch("512 threads", {"threads", "512"}));
+  watched.push_back(watch("50 descriptors", {"fds", "50"}));
+  watched.push_back(watch("128 descriptors", {"fds", "128"}));
+  watched.push_back(watch("300 descriptors", {"fds", "300"}));
+  watched.push_back(watch("little memory", {"memory", "4"}));
+  watched.push_back(watch("much memory", {"memory", "200"}));
+  watched.push_back(watch("large address space", {"reserve", "9"}));
+  watched.push_back(watch("huge address space", {"reserve", "40"}));
+  watched.push_back(watch("writer", {"write", "5000000"}));
+  watched.push_back(watch("deleted executable", {"deleted", "name", "deleted"}, "deleted"));
+  watched.push_back(watch("name with blanks", {"name", "a b) R (c d)"}, "a b) R (c d)"));
+  watched.push_back(watch("name with separators", {"name", "a|b|c"}, "a|b|c"));
+  watched.push_back(watch("longest name", {"name", "abcdefghijklmno"}, "abcdefghijklmno"));
+  watched.push_back(watch("session of its own", {"session"}));
+  watched.push_back(watch("nice", {"nice", "7"}));
+  watched.push_back(watch("idle scheduler", {"scheduler", "idle"}));
+  watched.push_back(watch("easily ended", {"oom", "500"}));
+  watched.push_back(watch("first to be ended", {"oom", "1000"}));
+  watched.push_back(watch("system-call filter", {"seccomp"}));
+}
+
+// Root may do these, unless it is confined.
+void addKindsOfRoot(std::vector<Watched> &watched) {
+  struct Kind {
+    const char *what;
+    std::vector<std::string> steps;
+  };
+  const Kind kinds[] = {
+      {"other user", {"user", std::to_string(kNobody)}},
+      {"urgent", {"nice", "-11"}},
+      {"real-time", {"scheduler", "fifo"}},
+      {"hardly ended", {"oom", "-700"}},
+      {"user namespace", {"user-namespace"}},
+  };
+  for (const Kind &kind : kinds) {
+    try {
+      watched.push_back(watch(kind.what, kind.steps));
+    } catch (const Refused &refused) {
+      std::cout << kind.what << ": left out, " << refused.what() << '\n';
+    }
+  }
+}
+
+// The command may hold blanks, so it is asked for alone.
+std::string askPS(pid_t pid, const std::string &columns) {
+  Launch launch;
+  launch.program = "/usr/bin/ps";
+  launch.arguments = {"-o", columns, "-p", std::to_string(pid)};
+  const Outcome outcome = run(launch);
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  return outcome.output;
+}
+
+std::string trimmed(const std::string &text) {
+  const size_t start = text.find_first_not_of(" \n");
+  return start == std::string::npos ? ""
+                                    : text.substr(start, text.find_last_not_of(" \n") + 1 - start);
+}
+
+void expectNumber(const std::string &cell, uint64_t expected) {
+  EXPECT_EQ(trimmed(cell), std::to_string(expected));
+}
+
+// A figure that may move while the program runs: equal where it did not, and of the same form
+// between the two where it did.
+void expectTime(const std::string &cell, const Watched &watched) {
+  if (timeCell(watched.before.processorTicks) == timeCell(watched.after.processorTicks)) {
+    EXPECT_EQ(cell, timeCell(watched.before.processorTicks));
+    return;
+  }
+  const std::optional<long> shown = hundredthsOf(cell);
+  ASSERT_TRUE(shown.has_value()) << '"' << cell << '"';
+  EXPECT_GE(*shown, hundredthsOf(timeCell(watched.before.processorTicks)));
+  EXPECT_LE(*shown, hundredthsOf(timeCell(watched.after.processorTicks)));
+}
+
+// Nothing at all for who slept. Of the others, at least a part of their share over their life:
+// the figure follows what they got lately.
+void expectProcessor(const std::string &cell, const Watched &watched, int busyThreads) {
+  const std::optional<int> tenths = tenthsOf(cell);
+  ASSERT_TRUE(tenths.has_value()) << '"' << cell << '"';
+  if (busyThreads == 0) {
+    if (watched.after.processorTicks == 0) {
+      EXPECT_EQ(*tenths, 0);
+    }
+    return;
+  }
+  const uint64_t perSecond = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+  timespec sinceBoot{};
+  clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+  const uint64_t now = static_cast<uint64_t>(sinceBoot.tv_sec + 1) * perSecond;
+  const uint64_t lifetimeShare =
+      1000 * watched.before.processorTicks / (now - watched.before.startTicks);
+  EXPECT_GE(*tenths, static_cast<int>(lifetimeShare) / 10);
+  EXPECT_GT(*tenths, 0);
+  EXPECT_LE(*tenths, busyThreads * 1000);
+}
+
+void expectAsTheKernelSays(const Row &row, const Watched &watched) {
+  const ProcessFacts &facts = watched.before;
+  EXPECT_EQ(row.at(Column::user), userCell(facts.user));
+  EXPECT_EQ(row.at(Column::pid), pidCell(watched.pid()));
+  EXPECT_EQ(row.at(Column::parent), pidCell(getpid()));
+  EXPECT_EQ(row.at(Column::command), commandCell(watched.shownName));
+  EXPECT_EQ(row.at(Column::threads), threadsCell(facts.threads, facts.runningThreads));
+  EXPECT_EQ(row.at(Column::priority), priorityCell(facts));
+  EXPECT_EQ(row.at(Column::virtualSize), virtualCell(facts.virtualBytes));
+  EXPECT_THAT(row.at(Column::resident),
+              AnyOf(residentCell(facts.residentBytes), residentCell(watched.after.residentBytes)));
+  EXPECT_THAT(row.at(Column::read),
+              AnyOf(diskCell(facts.readBytes), diskCell(watched.after.readBytes)));
+  EXPECT_EQ(row.at(Column::written), diskCell(facts.writtenBytes));
+  EXPECT_EQ(row.at(Column::coalition), coalitionCell(facts.session));
+  EXPECT_EQ(row.at(Column::status), statusCell(facts));
+  EXPECT_EQ(row.at(Column::sandbox), sandboxCell(facts));
+  EXPECT_THAT(startTimeCells(facts.startTicks), Contains(row.at(Column::startTime)));
+  EXPECT_EQ(row.at(Column::descriptors), descriptorsCell(facts.descriptors));
+  EXPECT_EQ(row.at(Column::received), " ---- ");
+  EXPECT_EQ(row.at(Column::sent), " ---- ");
+  if (isRoot()) {
+    EXPECT_EQ(row.at(Column::band), bandCell(facts.oomScore));
+    EXPECT_EQ(row.at(Column::limit), limitCell(facts.memoryLimit));
+  }
+  expectTime(row.at(Column::time), watched);
+}
+
+void expectAsPSSays(const Row &row, const Watched &watched) {
+  std::istringstream figures(
+      askPS(watched.pid(), "uid=,pid=,ppid=,nlwp=,ni=,vsz=,rss=,sess=,stat="));
+  uint64_t user = 0;
+  uint64_t pid = 0;
+  uint64_t parent = 0;
+  uint64_t threads = 0;
+  std::string nice;
+  uint64_t virtualKiB = 0;
+  uint64_t residentKiB = 0;
+  uint64_t session = 0;
+  std::string state;
+  figures >> user >> pid >> parent >> threads >> nice >> virtualKiB >> residentKiB >> session >>
+      state;
+  ASSERT_FALSE(figures.fail()) << figures.str();
+  expectNumber(row.at(Column::user), user);
+  expectNumber(row.at(Column::pid), pid);
+  expectNumber(row.at(Column::parent), parent);
+  const std::string &threadText = row.at(Column::threads);
+  expectNumber(threadText.substr(0, threadText.find('/')), threads);
+  // The real-time process has no nice value.
+  if (nice != "-" && watched.kind != "idle scheduler") {
+    expectNumber(row.at(Column::priority), static_cast<uint64_t>(31 - std::stoi(nice)));
+  }
+  EXPECT_EQ(row.at(Column::virtualSize), virtualCell(virtualKiB * 1024));
+  // The kernel has an exact and an approximate count of pages; ps may take the other one.
+  const double shownKiB = std::stod(row.at(Column::resident)) *
+                          (row.at(Column::resident).find('M') != std::string::npos ? 1024 : 1);
+  EXPECT_NEAR(shownKiB, static_cast<double>(residentKiB), 2048);
+  expectNumber(row.at(Column::coalition), session);
+  const char letter = state.substr(0, 1) == "R" ? 'R' : state.substr(0, 1) == "T" ? 'T' : 'S';
+  EXPECT_EQ(row.at(Column::status), std::string(" ") + letter + " ");
+  EXPECT_EQ(row.at(Column::command), commandCell(trimmed(askPS(watched.pid(), "comm="))));
+}
+
+int busyThreadsOf(const std::string &kind) {
+  return kind == "busy" ? 1 : kind == "three busy threads" ? 3 : 0;
+}
+
+TEST(PlainList, SaysOfEachKindOfProcessWhatTheKernelSays) {
+  std::vector<Watched> watched;
+  addOrdinaryKinds(watched);
+  if (isRoot()) addKindsOfRoot(watched);
+  ASSERT_GE(watched.size(), 20u);
+  for (const Watched &process : watched) {
+    SCOPED_TRACE(process.kind);
+    const int busy = busyThreadsOf(process.kind);
+    const char state = busy != 0 ? 'R' : process.kind == "stopped" ? 'T' : 'S';
+    // The computing ones have figures to show, the others rest, their threads too.
+    ASSERT_TRUE(waitUntil([&] {
+      const ProcessFacts facts = factsOf(process.pid());
+      return isSettled(process, state) && facts.runningThreads == busy &&
+             (busy == 0 || facts.processorTicks > 0);
+    }));
+  }
+
+  for (Watched &process : watched) process.before = factsOf(process.pid());
+  const Outcome outcome = listProcesses();
+  for (Watched &process : watched) process.after = factsOf(process.pid());
+
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, isRoot());
+  for (const Watched &process : watched) {
+    SCOPED_TRACE(process.kind);
+    const std::vector<Row> rows = list.rowsOf(process.pid());
+    ASSERT_EQ(rows.size(), 1u) << outcome;
+    expectAsTheKernelSays(rows[0], process);
+    expectAsPSSays(rows[0], process);
+    expectProcessor(rows[0].at(Column::processor), process, busyThreadsOf(process.kind));
+  }
+}
+
+TEST(PlainList, ShowsTheFiguresThatWereAskedFor) {
+  // Independent of what the kernel says: what the helper was told to be.
+  const Helper threads({"threads", "17"});
+  const Helper descriptors({"fds", "77"});
+  const Helper memory({"memory", "300"});
+  const Helper session({"session"});
+  const Helper score({"oom", "500"});
+  const Helper filter({"seccomp"});
+  const Outcome outcome = listProcesses();
+  const PlainList list = parseList(outcome.output, isRoot());
+  const auto cell = [&list](const Helper &helper, Column column) {
+    const std::vector<Row> rows = list.rowsOf(helper.pid());
+    return rows.size() == 1 ? rows[0].at(column) : "(no row)";
+  };
+  EXPECT_EQ(cell(threads, Column::threads), "17  ");
+  EXPECT_EQ(cell(descriptors, Column::descriptors), "  77");
+  EXPECT_THAT(cell(memory, Column::resident), testing::MatchesRegex(" 30[0-9]M"));
+  EXPECT_EQ(trimmed(cell(session, Column::coalition)), std::to_string(session.pid()));
+  EXPECT_EQ(cell(filter, Column::sandbox), "SB");
+  EXPECT_EQ(cell(threads, Column::sandbox), "NO");
+  if (isRoot()) {
+    EXPECT_EQ(cell(score, Column::band), "5  ");
+    EXPECT_EQ(cell(threads, Column::band), bandCell(factsOf(threads.pid()).oomScore));
+  }
+}
+
+TEST(PlainList, IsPrintedOnceWithEveryProcess) {
+  const std::vector<pid_t> before = allProcesses();
+  const Outcome outcome = listProcesses();
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, isRoot());
+  const auto tellsLoad = [](const std::string &line) {
+    return line.find("Load Avg:") != std::string::npos;
+  };
+  EXPECT_EQ(std::count_if(list.header.begin(), list.header.end(), tellsLoad), 1);
+  EXPECT_THAT(list.strange, IsEmpty());
+  if (!isRoot()) GTEST_SKIP() << "other users' processes are not shown";
+  for (const pid_t pid : before) {
+    const std::optional<ProcessFacts> facts = readFacts(pid);
+    if (!facts || facts->isZombie()) continue;  // gone meanwhile, or as good as
+    EXPECT_EQ(list.rowsOf(pid).size(), 1u) << "PID " << pid << ", " << facts->name;
+  }
+}
+
+TEST(PlainList, HasAHeader) {
+  const size_t before = allProcesses().size();
+  const Outcome outcome = listProcesses();
+  const size_t after = allProcesses().size();
+  const PlainList list = parseList(outcome.output, isRoot());
+  ASSERT_GE(list.header.size(), 4u) << outcome;
+
+  std::smatch part;
+  const std::regex firstLine(
+      ".* [0-9]{2}:[0-9]{2}:[0-9]{2}  Up .* Load Avg:  [0-9]+\\.[0-9]{2} [0-9]+\\.[0-9]{2} "
+      "[0-9]+\\.[0-9]{2}\t([0-9]+) processes");
+  ASSERT_TRUE(std::regex_match(list.header[0], part, firstLine)) << list.header[0];
+  char host[256] = "";
+  ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+  EXPECT_THAT(list.header[0], HasSubstr(std::string(host).substr(0, 80) + " "));
+  // The list has a spare entry beside the processes, of which sondex itself is one more.
+  const double shown = std::stod(part[1]);
+  const double lowest = static_cast<double>(std::min(before, after));
+  const double highest = static_cast<double>(std::max(before, after));
+  // Others' processes come and go in between.
+  EXPECT_GE(shown, lowest - 100);
+  EXPECT_LE(shown, highest + 100);
+
+  const std::string processors = std::to_string(sysconf(_SC_NPROCESSORS_ONLN));
+  EXPECT_THAT(list.header[1], testing::StartsWith("CPU:   " + processors + "/"));
+  EXPECT_EQ(list.header[1].find("without being root") != std::string::npos, !isRoot());
+  EXPECT_THAT(list.header[2],
+              testing::MatchesRegex("RAM:  [ 0-9]{4,}M Free \\+ [ 0-9]{4,}M Used .*purgeable"));
+}
+
+TEST(PlainList, IsSortedByProcessorShare) {
+  const Helper busy({"busy", "1"});
+  const Outcome outcome = listProcesses();
+  std::vector<int> shares;
+  for (const Row &row : parseList(outcome.output, isRoot()).rows) {
+    const std::optional<int> share = tenthsOf(row.at(Column::processor));
+    ASSERT_TRUE(share.has_value()) << row.at(Column::processor);
+    shares.push_back(*share);
+  }
+  ASSERT_GE(shares.size(), 2u);
+  EXPECT_GT(shares.front(), 0);
+  EXPECT_TRUE(std::is_sorted(shares.rbegin(), shares.rend()));
+}
+
+struct NameCase {
+  const char *what;
+  const char *name;
+  const char *shown;
+};
+
+TEST(PlainList, ShowsNamesThatCanNotDriveATerminal) {
+  const NameCase cases[] = {
+      {"escape sequence", "\x1b[31mred\x1b[0m", "?[31mred?[0m"},
+      {"title", "\x1b]0;title\x07", "?]0;title?"},
+      {"newline", "two\nlines", "two?lines"},
+      {"carriage return, tab", "a\rb\tc", "a?b?c"},
+      {"delete, backspace",
+       "a\x7f"
+       "b\bc",
+       "a?b?c"},
+      {"first and last control character", "\x01-\x1f", "?-?"},
+      {"control characters of eight bits",
+       "\xc2\x9b"
+       "31m",
+       "??31m"},
+      {"UTF-8 of two bytes", "caf\xc3\xa9", "caf\xc3\xa9"},
+      {"UTF-8 of three bytes", "\xe6\x97\xa5\xe6\x9c\xac", "\xe6\x97\xa5\xe6\x9c\xac"},
+      {"UTF-8 of four bytes", "\xf0\x9f\x8d\x8e", "\xf0\x9f\x8d\x8e"},
+      {"UTF-8 cut by the kernel", "abcdefghijklmn\xc3\xa9", "abcdefghijklmn?"},
+      {"lone continuation",
+       "a\x80"
+       "b",
+       "a?b"},
+      {"first byte without its second",
+       "a\xc3"
+       "b",
+       "a?b"},
+      {"too long a form",
+       "a\xc0\xaf"
+       "b",
+       "a??b"},
+      {"half of a pair", "\xed\xa0\x80", "???"},
+      {"beyond the last character", "\xf4\x90\x80\x80", "????"},
+      {"bytes that are none", "\xfe\xff", "??"},
+      {"only blanks", "   ", "   "},
+  };
+  std::vector<std::unique_ptr<Helper>> helpers;
+  for (const NameCase &row : cases) {
+    helpers.push_back(
+        std::make_unique<Helper>(std::vector<std::string>{"name", std::string(row.name)}));
+  }
+  const Outcome outcome = listProcesses();
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, isRoot());
+  size_t i = 0;
+  for (const NameCase &row : cases) {
+    SCOPED_TRACE(row.what);
+    const std::vector<Row> rows = list.rowsOf(helpers[i++]->pid());
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].at(Column::command), commandCell(row.shown));
+  }
+  // Tabs are the program's own: they stand between parts of the header.
+  const auto isControl = [](char byte) {
+    const unsigned char code = static_cast<unsigned char>(byte);
+    return code == 0x7f || (code < 32 && byte != '\n');
+  };
+  const size_t rowsStart = outcome.output.find("\n" + list.rows.front().at(Column::user) + "|");
+  ASSERT_NE(rowsStart, std::string::npos);
+  EXPECT_TRUE(std::none_of(outcome.output.begin() + static_cast<std::ptrdiff_t>(rowsStart),
+                           outcome.output.end(), isControl));
+  EXPECT_TRUE(std::none_of(outcome.output.begin(), outcome.output.end(),
+                           [&](char byte) { return byte != '\t' && isControl(byte); }));
+}
+
+std::ptrdiff_t countNoSuchProcess(const Outcome &outcome) {
+  const std::vector<std::string> lines = splitLines(outcome.error);
+  return std::count(lines.begin(), lines.end(), kNoSuchProcess);
+}
+
+// The list is sampled once before the arguments are looked at, and once more to be shown.
+constexpr int kSamples = 2;
+
+TEST(PlainList, LeavesZombiesOut) {
+  const Helper parent({"zombies", "7"});
+  const Outcome outcome = listProcesses();
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, isRoot());
+  EXPECT_EQ(list.rowsOf(parent.pid()).size(), 1u);
+  ASSERT_EQ(parent.children().size(), 7u);
+  for (const pid_t zombie : parent.children()) {
+    EXPECT_TRUE(factsOf(zombie).isZombie());
+    EXPECT_THAT(list.rowsOf(zombie), IsEmpty());
+  }
+  // One line for each and one for the spare entry. Other processes may end meanwhile: more.
+  EXPECT_GE(countNoSuchProcess(outcome), kSamples * (7 + 1)) << outcome;
+}
+
+// In a world of its own: the helper, its zombies and sondex, and nothing that comes or goes.
+Outcome listInOwnWorld(int zombies) {
+  Launch launch;
+  launch.program = "/usr/bin/unshare";
+  launch.arguments = {"--pid", "--fork", "--mount-proc", makeProcessPath()};
+  for (const std::string &word :
+       {std::string("zombies"), std::to_string(zombies), std::string("run"), sondexPath()}) {
+    launch.arguments.push_back(word);
+  }
+  launch.environment = {{"nc", "1"}};
+  return run(launch);
+}
+
+TEST(PlainList, CountsWhatTheListIsMadeOf) {
+  const Outcome outcome = listInOwnWorld(5);
+  if (outcome.error.find("unshare failed") != std::string::npos) {
+    GTEST_SKIP() << "no PID namespace: " << outcome.error;
+  }
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  EXPECT_EQ(countNoSuchProcess(outcome), kSamples * (5 + 1)) << outcome;
+  EXPECT_EQ(withoutSampling(outcome.error), "");
+  const PlainList list = parseList(outcome.output, true);
+  ASSERT_FALSE(list.header.empty());
+  // The helper, its zombies, sondex and the spare entry.
+  EXPECT_THAT(list.header[0], testing::EndsWith("\t8 processes"));
+  std::vector<std::string> commands;
+  for (const Row &row : list.rows) commands.push_back(trimmed(row.at(Column::command)));
+  EXPECT_THAT(commands, testing::UnorderedElementsAre("make_process", "sondex"));
+}
+
+TEST(PlainList, PassesOverTheThreadsOfAProcessWithTooMany) {
+  const Helper crowd({"threads", "600"});
+  const Helper crowdAtWork({"busy", "2", "threads", "600"});
+  const Helper full({"busy", "1", "threads", "512"});
+  ASSERT_TRUE(waitUntil([&] { return factsOf(full.pid()).processorTicks > 0; }));
+  const Outcome outcome = listProcesses();
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, isRoot());
+
+  const auto line = [](const Helper &helper, int threads) {
+    return "PID " + std::to_string(helper.pid()) + " has more " + std::to_string(threads) +
+           " threads. Crazzzzy";
+  };
+  const std::vector<std::string> lines = splitLines(outcome.error);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), line(crowd, 600)), kSamples) << outcome;
+  // The busy ones are started on top of the others.
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), line(crowdAtWork, 601)), kSamples) << outcome;
+  EXPECT_THAT(outcome.error, Not(HasSubstr("PID " + std::to_string(full.pid()) + " has")));
+
+  const std::vector<Row> rows = list.rowsOf(crowd.pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::processor), "  0.0");
+  EXPECT_EQ(rows[0].at(Column::threads), "600 ");
+  const std::vector<Row> atWork = list.rowsOf(crowdAtWork.pid());
+  ASSERT_EQ(atWork.size(), 1u);
+  EXPECT_EQ(atWork[0].at(Column::processor), "  0.0");
+  const std::vector<Row> fullRows = list.rowsOf(full.pid());
+  ASSERT_EQ(fullRows.size(), 1u);
+  EXPECT_GT(tenthsOf(fullRows[0].at(Column::processor)), 0);
+}
+
+TEST(PlainList, ShowsAnotherUserOnlyHisOwnProcesses) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to become someone else";
+  const Helper roots({});
+  const Helper nobodys({"user", std::to_string(kNobody)});
+  const Outcome outcome = listProcesses(kNobody);
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const PlainList list = parseList(outcome.output, false);
+  EXPECT_THAT(list.strange, IsEmpty());
+  EXPECT_THAT(list.rowsOf(roots.pid()), IsEmpty());
+  ASSERT_EQ(list.rowsOf(nobodys.pid()).size(), 1u) << outcome;
+  for (const Row &row : list.rows) EXPECT_EQ(row.at(Column::user), userCell(kNobody));
+  EXPECT_EQ(withoutSampling(outcome.error), "");
+  EXPECT_THAT(splitLines(outcome.error), Contains(std::string(kNotPermitted)));
+  ASSERT_GE(list.header.size(), 2u);
+  const std::string processors = std::to_string(sysconf(_SC_NPROCESSORS_ONLN));
+  EXPECT_THAT(list.header[1],
+              testing::MatchesRegex("CPU:   " + processors +
+                                    "/[0-9]+ active  \\(can't tell you more without being "
+                                    "root\\) "));
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,479 @@
+// The full screen, seen through a terminal: what is drawn at which size, on which kind of terminal
+// and for whom, and how the terminal is left.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "harness/helper.h"
+#include "harness/process_facts.h"
+#include "harness/run.h"
+#include "harness/terminal.h"
+#include "screen/list_screen.h"
+
+namespace test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr std::string_view kCtrlC = "\x03";
+constexpr char kFarewell[] = "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.";
+constexpr char kNotice[] =
+    "If you are reading this, curses full screen initialization failed. This is either because "
+    "$TERM is not set properly,\r\nor because you are missing the terminfo files (which aren't "
+    "present on iOS).\r\nYou can fix either easily if you read the README.\r\n";
+
+constexpr int kBlack = 0;
+constexpr int kRed = 1;
+constexpr int kBrightRed = 9;
+
+// Of the columns that root sees at 132.
+constexpr size_t kTimeCell = 16;
+constexpr size_t kNameCell = 3;
+
+struct Size {
+  int columns;
+  int rows;
+};
+
+TerminalOptions optionsOf(Size size, const std::string &kind = "xterm-256color") {
+  TerminalOptions options;
+  options.columns = size.columns;
+  options.rows = size.rows;
+  options.kind = kind;
+  return options;
+}
+
+std::string awaitFrame(Terminal &terminal, bool forRoot = isRoot(), Abilities abilities = {}) {
+  return terminal.await([&] { return complaintAboutFrame(terminal, forRoot, abilities); });
+}
+
+std::string awaitHeader(Terminal &terminal) {
+  return terminal.await([&] { return complaintAboutHeader(terminal, isRoot()); });
+}
+
+// One frame more than there is now.
+void refresh(Terminal &terminal) {
+  const size_t before = terminal.frames();
+  terminal.signal(SIGWINCH);
+  ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > before; }));
+}
+
+void expectLeftWell(Terminal &terminal) {
+  EXPECT_TRUE(sameModes(terminal.modes(), terminal.modesBefore()));
+  EXPECT_FALSE(terminal.isOnAlternateScreen());
+  EXPECT_TRUE(terminal.isCursorVisible());
+}
+
+void expectEndByCtrlC(Terminal &terminal) {
+  terminal.press(kCtrlC);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << terminal.text();
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending << '\n' << terminal.text();
+  expectLeftWell(terminal);
+}
+
+class Frame : public testing::TestWithParam<Size> {};
+
+TEST_P(Frame, IsDrawn) {
+  Terminal terminal(optionsOf(GetParam()));
+  EXPECT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+}
+
+TEST_P(Frame, IsDrawnForAnotherUser) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to become someone else";
+  TerminalOptions options = optionsOf(GetParam());
+  options.user = kNobody;
+  Terminal terminal(options);
+  EXPECT_EQ(awaitFrame(terminal, false), "");
+  EXPECT_THAT(terminal.text(), Not(HasSubstr("MEML")));
+  expectEndByCtrlC(terminal);
+}
+
+std::string nameOf(const testing::TestParamInfo<Size> &info) {
+  return std::to_string(info.param.columns) + "x" + std::to_string(info.param.rows);
+}
+
+INSTANTIATE_TEST_SUITE_P(Size, Frame, testing::Values(Size{80, 24}, Size{132, 50}, Size{300, 100}),
+                         nameOf);
+
+TEST(Header, HasTheColumnsThatFit) {
+  // Independent of how the layout is reckoned.
+  EXPECT_EQ(headerLayout(20, true).text, " UID |PID  |PPID ");
+  EXPECT_EQ(headerLayout(80, true).text,
+            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE | S ");
+  EXPECT_EQ(headerLayout(300, false).text,
+            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE |COAL| S "
+            "|SB|   TIME  |   STIME   | FDs|Net RX|Net TX");
+  EXPECT_EQ(headerLayout(300, true).text,
+            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE |COAL| S "
+            "|MS |MEML|SB|   TIME  |   STIME   | FDs|Net RX|Net TX");
+}
+
+// Too low for any process: the status bar says so, or is blank where that does not fit.
+void expectStatusBar(Size size, const std::string &kind, int background) {
+  SCOPED_TRACE(kind);
+  Terminal terminal(optionsOf(size, kind));
+  std::string text =
+      "---- No processes match (press / again and hit <enter> to remove filter) ----";
+  const int length = static_cast<int>(text.size());
+  if (length < size.columns) {
+    text.insert(0, static_cast<size_t>(size.columns / 2 - length / 2), ' ');
+  } else {
+    text.clear();
+  }
+  const int row = size.rows - 1;
+  const auto complaint = [&]() -> std::string {
+    if (terminal.rowText(row) != text) return "another text in the status bar";
+    for (int column = 0; column < size.columns - 1; column++) {
+      const Cell cell = terminal.cell(row, column);
+      const std::string place = " at column " + std::to_string(column);
+      if (background == kDefaultColour) {
+        if (!cell.reverse && cell.background != kDefaultColour) return "a colour" + place;
+        continue;
+      }
+      if (cell.background != background) return "not on red" + place;
+      if (cell.foreground != kBlack) return "not black" + place;
+    }
+    const Cell last = terminal.cell(row, size.columns - 1);
+    return last.background == kDefaultColour && last.text == " " ? "" : "the bar is too long";
+  };
+  EXPECT_EQ(terminal.await(complaint), "");
+  expectEndByCtrlC(terminal);
+}
+
+TEST(StatusBar, SaysThatThereAreNoProcesses) {
+  expectStatusBar({132, 8}, "xterm-256color", kBrightRed);
+  expectStatusBar({79, 9}, "xterm-256color", kBrightRed);
+}
+
+TEST(StatusBar, IsBlankWhereItsTextDoesNotFit) {
+  expectStatusBar({20, 5}, "xterm-256color", kBrightRed);
+}
+
+TEST(StatusBar, IsPlainRedWhereThereAreEightColours) {
+  expectStatusBar({100, 9}, "linux", kRed);
+}
+
+TEST(SmallScreen, HasAHeaderRow) {
+  Terminal terminal(optionsOf({20, 5}));
+  EXPECT_EQ(awaitHeader(terminal), "");
+  EXPECT_EQ(headerRow(terminal), 3);
+  expectEndByCtrlC(terminal);
+}
+
+TEST(SmallScreen, OfOneCellDoesNoHarm) {
+  Terminal terminal(optionsOf({1, 1}));
+  ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
+  for (int i = 0; i < 3; i++) refresh(terminal);
+  terminal.resize(132, 50);
+  EXPECT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+}
+
+class Shape : public testing::TestWithParam<Size> {};
+
+TEST_P(Shape, IsSurvived) {
+  Terminal terminal(optionsOf(GetParam()));
+  ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
+  refresh(terminal);
+  expectEndByCtrlC(terminal);
+}
+
+INSTANTIATE_TEST_SUITE_P(Odd, Shape,
+                         testing::Values(Size{1, 1}, Size{2, 1}, Size{1, 24}, Size{2, 2},
+                                         Size{80, 1}, Size{5, 40}, Size{1000, 3}, Size{500, 500}),
+                         nameOf);
+
+struct Kind {
+  const char *name;
+  Abilities abilities;
+};
+
+class TerminalKind : public testing::TestWithParam<Kind> {};
+
+TEST_P(TerminalKind, ShowsTheFrame) {
+  Terminal terminal(optionsOf({132, 50}, GetParam().name));
+  EXPECT_EQ(awaitFrame(terminal, isRoot(), GetParam().abilities), "");
+  expectEndByCtrlC(terminal);
+}
+
+INSTANTIATE_TEST_SUITE_P(Terminal, TerminalKind,
+                         testing::Values(Kind{"xterm-256color", {true}}, Kind{"linux", {true}},
+                                         Kind{"vt100", {false}}),
+                         [](const auto &row) {
+                           std::string name = row.param.name;
+                           std::replace(name.begin(), name.end(), '-', '_');
+                           return name;
+                         });
+
+TEST(Screen, IsTakenWhenStandardOutputIsATerminal) {
+  TerminalOptions options = optionsOf({132, 50});
+  options.environment = {{"nc", "1"}};
+  Terminal terminal(options);
+  EXPECT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+}
+
+TEST(Row, OfA32BitProcessHasItsNameUnderlined) {
+#ifdef MAKE_PROCESS_32_PROGRAM
+  std::unique_ptr<Helper> narrow;
+  try {
+    narrow = std::make_unique<Helper>(MAKE_PROCESS_32_PROGRAM, std::vector<std::string>{});
+  } catch (const std::runtime_error &error) {
+    GTEST_SKIP() << "this kernel runs no 32-bit programs: " << error.what();
+  }
+  const Helper wide({});
+  // High enough for all processes.
+  Terminal terminal(optionsOf({132, 900}));
+  const auto complaint = [&]() -> std::string {
+    const int narrowRow = rowOfProcess(terminal, narrow->pid());
+    const int wideRow = rowOfProcess(terminal, wide.pid());
+    if (narrowRow < 0 || wideRow < 0) return "a process is missing";
+    const CellRange name = cellsOfRow(terminal, narrowRow)[kNameCell];
+    for (int column = 0; column < name.end + 1; column++) {
+      const bool isName = column >= name.start && column < name.end;
+      if (terminal.cell(narrowRow, column).underline != isName) return "underline is wrong";
+      if (terminal.cell(wideRow, column).underline) return "a 64-bit process is underlined";
+    }
+    return "";
+  };
+  EXPECT_EQ(terminal.await(complaint), "");
+  expectEndByCtrlC(terminal);
+#else
+  GTEST_SKIP() << "the compiler makes no 32-bit programs";
+#endif
+}
+
+TEST(Row, ShowsInRedThatTimeHasGrown) {
+  if (!isRoot()) GTEST_SKIP() << "needs root: others have fewer columns";
+  const Helper busy({"busy", "1"});
+  const Helper asleep({});
+  Terminal terminal(optionsOf({132, 900}));
+  ASSERT_EQ(awaitHeader(terminal), "");
+  const auto timeCell = [&terminal](pid_t pid) -> std::optional<Cell> {
+    const int row = rowOfProcess(terminal, pid);
+    if (row < 0) return std::nullopt;
+    const std::vector<CellRange> cells = cellsOfRow(terminal, row);
+    // The seconds: there are blanks before them.
+    return terminal.cell(row, cells.at(kTimeCell).start + 4);
+  };
+  // Whole frames: the sleeping process is far down.
+  ASSERT_TRUE(terminal.waitFor([&] { return timeCell(asleep.pid()).has_value(); }));
+  ASSERT_TRUE(timeCell(busy.pid()).has_value());
+  EXPECT_NE(timeCell(busy.pid())->foreground, kRed) << "without a frame before it";
+
+  const uint64_t before = readFacts(busy.pid())->processorTicks;
+  ASSERT_TRUE(waitUntil([&] { return readFacts(busy.pid())->processorTicks > before; }));
+  refresh(terminal);
+  const auto complaint = [&]() -> std::string {
+    const std::optional<Cell> grown = timeCell(busy.pid());
+    const std::optional<Cell> same = timeCell(asleep.pid());
+    if (!grown || !same) return "a process is missing";
+    if (grown->foreground != kRed || grown->background != kBlack) return "not red on black";
+    return same->foreground == kDefaultColour ? "" : "a colour without a change";
+  };
+  EXPECT_EQ(terminal.await(complaint), "");
+  expectEndByCtrlC(terminal);
+}
+
+TEST(Resizing, DrawsEachSize) {
+  Terminal terminal(optionsOf({80, 24}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  const Size sizes[] = {{132, 50}, {80, 24}, {1, 1},   {132, 50}, {20, 5},  {300, 100},
+                        {2, 2},    {80, 50}, {40, 12}, {1, 100},  {100, 1}, {132, 50}};
+  for (const Size size : sizes) {
+    SCOPED_TRACE(std::to_string(size.columns) + "x" + std::to_string(size.rows));
+    const size_t before = terminal.frames();
+    terminal.resize(size.columns, size.rows);
+    ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > before; })) << terminal.text();
+    const bool hasHeader = size.columns >= 20 && size.rows >= 5;
+    if (size.columns >= 80 && size.rows >= 24) {
+      ASSERT_EQ(awaitFrame(terminal), "");
+    } else if (hasHeader) {
+      ASSERT_EQ(awaitHeader(terminal), "");
+    }
+  }
+  expectEndByCtrlC(terminal);
+}
+
+TEST(Resizing, InQuickSuccessionEndsWithTheLastSize) {
+  Terminal terminal(optionsOf({80, 24}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  for (int i = 0; i < 60; i++) {
+    terminal.resize(1 + i * 37 % 200, 1 + i * 23 % 90);
+    if (i % 7 == 0) refresh(terminal);
+  }
+  terminal.resize(132, 50);
+  EXPECT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+}
+
+TEST(CtrlC, SaysGoodbyeOnStandardError) {
+  TerminalOptions options = optionsOf({132, 50});
+  options.separateError = true;
+  Terminal terminal(options);
+  ASSERT_EQ(awaitFrame(terminal), "");
+  EXPECT_TRUE(terminal.isOnAlternateScreen());
+  EXPECT_FALSE(sameModes(terminal.modes(), terminal.modesBefore()));
+  expectEndByCtrlC(terminal);
+  EXPECT_EQ(withoutSampling(terminal.standardError()), std::string(kFarewell) + "\n");
+  EXPECT_THAT(terminal.written(), Not(HasSubstr(kFarewell)));
+}
+
+TEST(CtrlC, SaysGoodbyeBelowTheScreenThatWasLeft) {
+  Terminal terminal(optionsOf({132, 50}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+  EXPECT_GE(terminal.findRow(kFarewell), 0) << terminal.text();
+  EXPECT_EQ(headerRow(terminal), -1);
+}
+
+TEST(CtrlC, MayComeAsASignal) {
+  Terminal terminal(optionsOf({132, 50}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  terminal.signal(SIGINT);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending;
+  expectLeftWell(terminal);
+  EXPECT_GE(terminal.findRow(kFarewell), 0) << terminal.text();
+}
+
+TEST(CtrlC, MayComeWhileAFrameIsDrawn) {
+  Terminal terminal(optionsOf({300, 100}));
+  ASSERT_EQ(awaitHeader(terminal), "");
+  for (int i = 0; i < 20; i++) terminal.signal(SIGWINCH);
+  expectEndByCtrlC(terminal);
+  EXPECT_GE(terminal.findRow(kFarewell), 0) << terminal.text();
+}
+
+class DefaultSignal : public testing::TestWithParam<int> {};
+
+TEST_P(DefaultSignal, EndsTheProgram) {
+  Terminal terminal(optionsOf({80, 24}));
+  ASSERT_EQ(awaitHeader(terminal), "");
+  terminal.signal(GetParam());
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_EQ(ending->signal, GetParam()) << *ending;
+}
+
+INSTANTIATE_TEST_SUITE_P(Signal, DefaultSignal, testing::Values(SIGTERM, SIGHUP, SIGALRM, SIGUSR1),
+                         [](const auto &row) { return std::string(sigabbrev_np(row.param)); });
+
+constexpr double kMuchProcessorTime = 20;
+
+void expectEndByHangUp(const TerminalOptions &options) {
+  Terminal terminal(options);
+  ASSERT_EQ(awaitHeader(terminal), "");
+  terminal.hangUp();
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << "still running";
+  EXPECT_TRUE(ending->signal == SIGHUP || ending->exitedWith(0)) << *ending;
+  EXPECT_LT(ending->processorSeconds, kMuchProcessorTime);
+}
+
+TEST(HangUp, EndsTheProgram) {
+  expectEndByHangUp(optionsOf({80, 24}));
+}
+
+TEST(HangUp, EndsTheProgramThatIgnoresItsSignal) {
+  TerminalOptions options = optionsOf({80, 24});
+  options.ignoredSignals = {SIGHUP};
+  expectEndByHangUp(options);
+}
+
+TEST(UnknownTerminal, IsExplainedOnStandardOutput) {
+  TerminalOptions options = optionsOf({200, 50}, "dumb-unknown");
+  options.separateError = true;
+  Terminal terminal(options);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_EQ(ending->signal, 0);
+  EXPECT_NE(ending->status, 0);
+  EXPECT_EQ(terminal.written(), kNotice);
+  expectLeftWell(terminal);
+}
+
+TEST(UnknownTerminal, IsExplainedOnTheOneTerminal) {
+  Terminal terminal(optionsOf({200, 50}, "dumb-unknown"));
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_EQ(ending->signal, 0);
+  EXPECT_NE(ending->status, 0);
+  EXPECT_THAT(terminal.written(), HasSubstr(kNotice));
+  // What curses says itself is not lost either.
+  EXPECT_THAT(terminal.written(), HasSubstr("dumb-unknown"));
+  expectLeftWell(terminal);
+}
+
+// The lines of a text that begin like this.
+std::vector<std::string> linesWith(const std::string &text, const std::string &start) {
+  std::vector<std::string> found;
+  for (const std::string &line : splitLines(text)) {
+    if (line.starts_with(start)) found.push_back(line.substr(0, line.find('\r')));
+  }
+  return found;
+}
+
+TEST(StandardError, IsHeldBackWhileTheScreenIsOpen) {
+  constexpr std::string_view kOpened = "\x1b[?1049h";
+  constexpr std::string_view kClosed = "\x1b[?1049l";
+  const Helper zombies({"zombies", "3"});
+  const Helper crowd({"threads", "513"});
+  Terminal terminal(optionsOf({132, 50}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  for (int i = 0; i < 4; i++) refresh(terminal);
+  ASSERT_EQ(awaitFrame(terminal), "");
+  expectEndByCtrlC(terminal);
+
+  const std::string &written = terminal.written();
+  const size_t opened = written.find(kOpened);
+  const size_t closed = written.find(kClosed);
+  ASSERT_NE(opened, std::string::npos);
+  ASSERT_NE(closed, std::string::npos);
+  const std::string onScreen = written.substr(opened, closed - opened);
+  EXPECT_THAT(onScreen, Not(HasSubstr("proc_pidinfo")));
+  EXPECT_THAT(onScreen, Not(HasSubstr("Crazzzzy")));
+
+  const std::string after = written.substr(closed + kClosed.size());
+  const auto times = [](const std::string &line) {
+    const size_t open = line.rfind(" (");
+    return open == std::string::npos ? 1 : std::stoi(line.substr(open + 2));
+  };
+  // Five frames at least, each with three zombies and the spare entry.
+  const std::vector<std::string> gone = linesWith(after, kNoSuchProcess);
+  ASSERT_EQ(gone.size(), 1u) << after;
+  EXPECT_GE(times(gone[0]), 5 * 4);
+  EXPECT_EQ(gone[0],
+            std::string(kNoSuchProcess) + " (" + std::to_string(times(gone[0])) + " times)");
+  const std::string tooMany =
+      "PID " + std::to_string(crowd.pid()) + " has more 513 threads. Crazzzzy";
+  const std::vector<std::string> crowded = linesWith(after, tooMany);
+  ASSERT_EQ(crowded.size(), 1u) << after;
+  EXPECT_GE(times(crowded[0]), 5);
+  EXPECT_EQ(linesWith(after, kFarewell).size(), 1u) << after;
+}
+
+TEST(StandardError, ThatGoesElsewhereIsLeftAlone) {
+  TerminalOptions options = optionsOf({132, 50});
+  options.separateError = true;
+  Terminal terminal(options);
+  ASSERT_EQ(awaitFrame(terminal), "");
+  for (int i = 0; i < 3; i++) refresh(terminal);
+  const auto linesSoFar = [&] {
+    return linesWith(terminal.standardError(), kNoSuchProcess).size();
+  };
+  // One for each sample: that of the start and those of four frames. They come at once.
+  EXPECT_TRUE(terminal.waitFor([&] { return linesSoFar() >= 5; })) << terminal.standardError();
+  EXPECT_THAT(terminal.standardError(), Not(HasSubstr("times)")));
+  expectEndByCtrlC(terminal);
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,239 @@
+#include "screen/list_screen.h"
+
+#include <algorithm>
+#include <regex>
+#include <vector>
+
+#include "harness/process_facts.h"
+
+namespace test {
+
+namespace {
+
+constexpr int kCyan = 6;
+constexpr int kBlack = 0;
+constexpr char kSeparator[] = "\u2502";
+constexpr std::string_view kSelectedHeader = " CPU ";
+constexpr size_t kSelectedIndex = 8;
+
+// Lines above the list that the number of rows is reckoned with: seven, one each for the
+// compressor, the processors' line and the swap, and one for the processors themselves.
+constexpr int kBanners = 7 + 1 + 1 + 1 + 1;
+
+struct ColumnText {
+  const char *header;  // as it is drawn: cut to its field, or with a blank behind it
+  int width;           // that it claims
+  bool isForRoot;
+};
+
+constexpr ColumnText kColumns[] = {
+    {" UID ", 6, false},      {"PID  ", 6, false},
+    {"PPID ", 6, false},      {"COMMAND        ", 16, false},
+    {"#THR", 5, false},       {"PRI ", 5, false},
+    {" RSS ", 6, false},      {" VSS ", 6, false},
+    {" CPU ", 6, false},      {" READ ", 7, false},
+    {"WRITE ", 7, false},     {"COAL", 5, false},
+    {" S ", 4, false},        {"MS ", 4, true},
+    {"MEML", 5, true},        {"SB", 3, false},
+    {"   TIME  ", 11, false}, {"   STIME   ", 12, false},
+    {" FDs", 5, false},       {"Net RX", 7, false},
+    {"Net TX", 7, false},
+};
+
+std::string at(int row, int column, const std::string &what) {
+  return what + " at row " + std::to_string(row) + ", column " + std::to_string(column);
+}
+
+std::string complaintAboutColour(const Cell &cell, int row, int column, bool isCyan) {
+  if (isCyan && (cell.foreground != kCyan || cell.background != kBlack)) {
+    return at(row, column, "not cyan on black");
+  }
+  if (!isCyan && (cell.foreground != kDefaultColour || cell.background != kDefaultColour)) {
+    return at(row, column, "a colour");
+  }
+  return "";
+}
+
+}  // namespace
+
+HeaderLayout headerLayout(int columns, bool forRoot) {
+  HeaderLayout layout;
+  int claimed = 0;
+  for (const ColumnText &column : kColumns) {
+    if ((column.isForRoot && !forRoot) || claimed + column.width > columns) continue;
+    claimed += column.width;
+    // By the column's place in the view, not by what is drawn to the left of it.
+    if (&column != kColumns) layout.text += "|";
+    const bool isSelected = column.header == kSelectedHeader;
+    if (isSelected) layout.selectedStart = static_cast<int>(layout.text.size());
+    layout.text += column.header;
+    if (isSelected) layout.selectedEnd = static_cast<int>(layout.text.size());
+  }
+  return layout;
+}
+
+int headerRow(const Terminal &terminal) {
+  for (int row = 0; row < terminal.rows(); row++) {
+    if (terminal.rowText(row).starts_with(" UID |PID")) return row;
+  }
+  return -1;
+}
+
+std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abilities abilities) {
+  const HeaderLayout layout = headerLayout(terminal.columns(), forRoot);
+  const int row = headerRow(terminal);
+  if (row < 0) return "no header row";
+  std::string expected = layout.text;
+  expected.erase(expected.find_last_not_of(' ') + 1);
+  if (terminal.rowText(row) != expected) return "the header is not \"" + expected + "\"";
+
+  for (int column = 0; column < static_cast<int>(layout.text.size()); column++) {
+    const Cell cell = terminal.cell(row, column);
+    const bool isSelected = column >= layout.selectedStart && column < layout.selectedEnd;
+    if (!cell.underline) return at(row, column, "no underline");
+    if (cell.bold != isSelected) return at(row, column, isSelected ? "not bold" : "bold");
+    if (cell.reverse) return at(row, column, "reverse");
+    const std::string colour = complaintAboutColour(cell, row, column, abilities.colours);
+    if (!colour.empty()) return colour;
+  }
+  return "";
+}
+
+// The lines above the header row as one text: a line may go on in the next row of the screen.
+static std::string summaryOf(const Terminal &terminal) {
+  std::string text;
+  for (int row = 0; row < std::max(headerRow(terminal), 0); row++) {
+    for (int column = 0; column < terminal.columns(); column++) {
+      text += terminal.cell(row, column).text;
+    }
+  }
+  return text;
+}
+
+static int mostRows(const Terminal &terminal) {
+  return terminal.rows() - kBanners + 1;
+}
+
+std::string complaintAboutSummary(const Terminal &terminal, bool forRoot) {
+  struct Line {
+    const char *what;
+    const char *pattern;
+    bool isFirst;
+  };
+  static constexpr Line kLines[] = {
+      {"time and uptime", " [0-9]{2}:[0-9]{2}:[0-9]{2}  Up [0-9: daysmin.,]+ Load Avg:", true},
+      {"load", "Load Avg:  [0-9]+\\.[0-9]{2} [0-9]+\\.[0-9]{2} [0-9]+\\.[0-9]{2} +[0-9]+ processes",
+       true},
+      {"memory", "RAM: +[0-9]+M Free \\+ +[0-9]+M Used \\(Active: +[0-9]+M \\+ Inactive: ", false},
+      {"compressor", "Memstatus: +[0-9]+ +Comp: +[0-9]+M , Decomp: +[0-9]+M +File: ", false},
+      {"disks", "Disks: Read:[ 0-9.]+[BKMG]/sec Written:[ 0-9.]+[BKMG]/sec", false},
+  };
+  const std::string text = summaryOf(terminal);
+  // A frame higher than the screen scrolls its beginning away.
+  const bool isWhole = headerRow(terminal) + 1 + mostRows(terminal) < terminal.rows() - 1;
+  for (const Line &line : kLines) {
+    if (line.isFirst && !isWhole) continue;
+    if (!std::regex_search(text, std::regex(line.pattern))) {
+      return std::string("no line on ") + line.what;
+    }
+  }
+  static const std::regex forAll(
+      "CPU:   [0-9]+/[0-9]+ active  \\(can't tell you more without being root\\) ");
+  static const std::regex shares(
+      "CPU:   [0-9]+/[0-9]+ active +[0-9.]+% User, +[0-9.]+% System, +[0-9.]+% Idle");
+  return std::regex_search(text, forRoot ? shares : forAll) ? "" : "no line on processors";
+}
+
+std::vector<CellRange> cellsOfRow(const Terminal &terminal, int row) {
+  std::vector<CellRange> cells;
+  int start = 0;
+  for (int column = 0; column < terminal.columns(); column++) {
+    if (terminal.cell(row, column).text != kSeparator) continue;
+    cells.push_back({start, column});
+    start = column + 1;
+  }
+  cells.push_back({start, terminal.columns()});
+  return cells;
+}
+
+std::string textOf(const Terminal &terminal, int row, CellRange range) {
+  std::string text;
+  for (int column = range.start; column < range.end; column++) {
+    text += terminal.cell(row, column).text;
+  }
+  return text;
+}
+
+int rowOfProcess(const Terminal &terminal, pid_t pid) {
+  std::string wanted = std::to_string(pid);
+  wanted.resize(5, ' ');
+  for (int row = headerRow(terminal) + 1; row > 0 && row < terminal.rows(); row++) {
+    const std::vector<CellRange> cells = cellsOfRow(terminal, row);
+    if (cells.size() > 2 && textOf(terminal, row, cells[1]) == wanted) return row;
+  }
+  return -1;
+}
+
+// Figures that moved since the frame before may have another colour: these don't.
+constexpr int kLastSteadyCell = 3;
+
+static std::string complaintAboutRow(const Terminal &terminal, int row, size_t shownColumns,
+                                     bool isFirst, Abilities abilities) {
+  static const std::regex number(" *-?[0-9]+ *");
+  const std::vector<CellRange> cells = cellsOfRow(terminal, row);
+  if (cells.size() != shownColumns) return at(row, 0, "another number of separators");
+  for (size_t i = 0; i < 3; i++) {
+    if (!std::regex_match(textOf(terminal, row, cells[i]), number)) {
+      return at(row, cells[i].start, "no number");
+    }
+  }
+  const int lastSeparator = cells.back().start - 1;
+  for (int column = 0; column <= lastSeparator; column++) {
+    const Cell cell = terminal.cell(row, column);
+    const bool isSelected = cells.size() > kSelectedIndex &&
+                            column >= cells[kSelectedIndex].start &&
+                            column < cells[kSelectedIndex].end;
+    if (cell.reverse != isFirst) return at(row, column, isFirst ? "not reverse" : "reverse");
+    if (cell.bold != (isFirst || isSelected)) {
+      return at(row, column, cell.bold ? "bold" : "not bold");
+    }
+    const bool isSeparator = cell.text == kSeparator;
+    const bool isSteady = column < cells[kLastSteadyCell].end;
+    if (!isSteady && !isSeparator && !isSelected) continue;
+    const bool isCyan = abilities.colours && (isSeparator || (isSelected && !isFirst));
+    const std::string colour = complaintAboutColour(cell, row, column, isCyan);
+    if (!colour.empty()) return colour;
+  }
+  return "";
+}
+
+std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities abilities) {
+  const int header = headerRow(terminal);
+  if (header < 0) return "no header row";
+  const std::string columns = headerLayout(terminal.columns(), forRoot).text;
+  const size_t shownColumns =
+      static_cast<size_t>(std::count(columns.begin(), columns.end(), '|')) + 1;
+  const int fitting = terminal.rows() - header - 1;
+  // Others' processes come and go.
+  const int processes = forRoot ? static_cast<int>(allProcesses().size()) / 2 : 1;
+  const int certain = std::min({mostRows(terminal), fitting, processes});
+  for (int i = 0; i < certain; i++) {
+    const std::string complaint =
+        complaintAboutRow(terminal, header + 1 + i, shownColumns, i == 0, abilities);
+    if (!complaint.empty()) return complaint;
+  }
+  const int beyond = header + 1 + std::max(mostRows(terminal), 0);
+  if (beyond < terminal.rows() - 1 && !terminal.rowText(beyond).empty()) {
+    return at(beyond, 0, "one row too many");
+  }
+  return "";
+}
+
+std::string complaintAboutFrame(const Terminal &terminal, bool forRoot, Abilities abilities) {
+  std::string complaint = complaintAboutHeader(terminal, forRoot, abilities);
+  if (complaint.empty()) complaint = complaintAboutSummary(terminal, forRoot);
+  if (complaint.empty()) complaint = complaintAboutRows(terminal, forRoot, abilities);
+  return complaint;
+}
+
+}  // namespace test

@@ -1,0 +1,194 @@
+// Processes that start and end by the hundred, and two thousand at once, while the program draws
+// ten times a second: it neither falls over nor grows.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "harness/helper.h"
+#include "harness/process_facts.h"
+#include "harness/run.h"
+#include "harness/terminal.h"
+
+namespace test {
+namespace {
+
+constexpr int kProcessesPerSecond = 200;
+constexpr int kManyProcesses = 2000;
+constexpr Duration kRefreshPeriod{100};
+constexpr std::string_view kCtrlC = "\x03";
+
+// What an allocator may keep back of memory that it once had.
+constexpr uint64_t kSlack = uint64_t{2} << 20;
+
+int secondsOfChurn() {
+  const char *wanted = std::getenv("SONDEX_STRESS_SECONDS");
+  const int seconds = wanted != nullptr ? std::atoi(wanted) : 0;
+  return seconds > 0 ? seconds : 10;
+}
+
+TerminalOptions largeTerminal() {
+  TerminalOptions options;
+  options.columns = 200;
+  options.rows = 60;
+  return options;
+}
+
+struct Footprint {
+  size_t descriptors;
+  uint64_t residentBytes;
+};
+
+Footprint footprintOf(pid_t pid) {
+  const std::optional<ProcessFacts> facts = readFacts(pid);
+  return facts ? Footprint{facts->descriptors, facts->residentBytes} : Footprint{0, 0};
+}
+
+void waitForFrames(Terminal &terminal, size_t count) {
+  for (size_t i = 0; i < count; i++) {
+    const size_t before = terminal.frames();
+    terminal.signal(SIGWINCH);
+    ASSERT_TRUE(
+        terminal.waitFor([&] { return terminal.frames() > before || terminal.hasEnded(); }));
+    ASSERT_FALSE(terminal.hasEnded()) << terminal.text();
+  }
+}
+
+// Asks for a frame every so often for as long as `condition` does not hold.
+void refreshUntil(Terminal &terminal, const std::function<bool()> &condition, Duration patience) {
+  Clock::time_point next = Clock::now();
+  const auto drawAndAsk = [&] {
+    if (Clock::now() >= next) {
+      terminal.signal(SIGWINCH);
+      next = Clock::now() + kRefreshPeriod;
+    }
+    return terminal.hasEnded() || condition();
+  };
+  ASSERT_TRUE(terminal.waitFor(drawAndAsk, patience));
+  ASSERT_FALSE(terminal.hasEnded()) << terminal.text();
+}
+
+void expectEndByCtrlC(Terminal &terminal) {
+  terminal.press(kCtrlC);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << terminal.text();
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending << '\n' << terminal.text();
+  EXPECT_TRUE(sameModes(terminal.modes(), terminal.modesBefore()));
+}
+
+std::vector<std::string> churn(int seconds) {
+  return {"churn", std::to_string(kProcessesPerSecond), std::to_string(seconds)};
+}
+
+void churnFor(Terminal &terminal, int seconds) {
+  Helper helper(churn(seconds));
+  refreshUntil(
+      terminal, [&helper] { return helper.hasEnded(); }, Duration{seconds * 1000} + kPatience);
+  const std::optional<Ending> ending = helper.waitForEnd(Duration{0});
+  ASSERT_TRUE(ending.has_value());
+  ASSERT_TRUE(ending->exitedWith(0)) << *ending;
+}
+
+TEST(Churn, LeavesTheProgramAsItWas) {
+  constexpr int kWarmUpSeconds = 3;
+  constexpr size_t kQuietFrames = 3;
+  Terminal terminal(largeTerminal());
+  ASSERT_EQ(terminal.awaitText("COMMAND"), "");
+  churnFor(terminal, kWarmUpSeconds);
+  waitForFrames(terminal, kQuietFrames);
+  const Footprint before = footprintOf(terminal.pid());
+  ASSERT_GT(before.descriptors, 0u);
+  const size_t framesBefore = terminal.frames();
+
+  const int seconds = secondsOfChurn();
+  churnFor(terminal, seconds);
+  waitForFrames(terminal, kQuietFrames);
+
+  // At least one a second, however slow the build.
+  EXPECT_GE(terminal.frames() - framesBefore, static_cast<size_t>(seconds));
+  // A frame may be under way, with descriptors that it closes again.
+  EXPECT_TRUE(terminal.waitFor(
+      [&] { return footprintOf(terminal.pid()).descriptors <= before.descriptors; },
+      Duration{5000}))
+      << footprintOf(terminal.pid()).descriptors << " descriptors, " << before.descriptors
+      << " before";
+#ifndef SONDEX_IS_SANITIZED
+  EXPECT_LE(footprintOf(terminal.pid()).residentBytes, before.residentBytes + kSlack);
+#endif
+  RecordProperty("frames", static_cast<int>(terminal.frames()));
+  RecordProperty("residentKiBBefore", static_cast<int>(before.residentBytes >> 10));
+  RecordProperty("residentKiBAfter",
+                 static_cast<int>(footprintOf(terminal.pid()).residentBytes >> 10));
+  expectEndByCtrlC(terminal);
+}
+
+TEST(Churn, CanBeListedAgainAndAgain) {
+  const Helper helper(churn(60));
+  for (int i = 0; i < 5; i++) {
+    const Outcome list = listProcesses();
+    EXPECT_TRUE(list.exitedWith(0)) << list;
+    EXPECT_EQ(withoutSampling(list.error), "");
+  }
+  const Outcome ports = runSondex({"all", "ports"});
+  EXPECT_TRUE(ports.exitedWith(0)) << ports.error;
+}
+
+// As the first line tells it, -1 while there is none. It counts the list's spare entry too.
+int shownProcesses(const Terminal &terminal) {
+  static const std::regex count("([0-9]+) processes");
+  std::smatch part;
+  const std::string line = terminal.rowText(0);
+  return std::regex_search(line, part, count) ? std::stoi(part[1]) : -1;
+}
+
+TEST(ManyProcesses, AreCounted) {
+  Terminal terminal(largeTerminal());
+  ASSERT_EQ(terminal.awaitText("COMMAND"), "");
+  const int fewShown = shownProcesses(terminal);
+  ASSERT_GT(fewShown, 0);
+
+  const Helper many({"children", std::to_string(kManyProcesses)});
+  ASSERT_EQ(many.children().size(), static_cast<size_t>(kManyProcesses));
+  const int before = static_cast<int>(allProcesses().size());
+  waitForFrames(terminal, 2);
+  const int after = static_cast<int>(allProcesses().size());
+  const auto isCounted = [&] {
+    const int shown = shownProcesses(terminal);
+    // Others may come and go.
+    return shown >= kManyProcesses && shown >= std::min(before, after) + 1 - 50 &&
+           shown <= std::max(before, after) + 1 + 50;
+  };
+  EXPECT_TRUE(terminal.waitFor(isCounted)) << before << " to " << after << " processes\n"
+                                           << terminal.text();
+  expectEndByCtrlC(terminal);
+}
+
+TEST(ManyProcesses, GoAsTheyCame) {
+  Terminal terminal(largeTerminal());
+  ASSERT_EQ(terminal.awaitText("COMMAND"), "");
+  const auto crowd = [&terminal] {
+    const Helper many({"children", std::to_string(kManyProcesses)});
+    waitForFrames(terminal, 2);
+  };
+  crowd();
+  waitForFrames(terminal, 2);
+  const Footprint before = footprintOf(terminal.pid());
+  for (int i = 0; i < 3; i++) crowd();
+  waitForFrames(terminal, 2);
+  EXPECT_LT(shownProcesses(terminal), kManyProcesses);
+  EXPECT_TRUE(terminal.waitFor(
+      [&] { return footprintOf(terminal.pid()).descriptors <= before.descriptors; },
+      Duration{5000}));
+#ifndef SONDEX_IS_SANITIZED
+  EXPECT_LE(footprintOf(terminal.pid()).residentBytes, before.residentBytes + kSlack);
+#endif
+  expectEndByCtrlC(terminal);
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,231 @@
+// A machine for tests of the C entry points: it answers from its fields, can be told to refuse or
+// to throw, and counts how often it was asked.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <map>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/machine.h"
+
+namespace entry_test {
+
+// What the machine's own system calls leave in errno: it must never reach a caller.
+inline constexpr int kForeignErrno = 4711;
+
+class EntryMachine : public host::Machine {
+ public:
+  // Answer of every question that can be refused; the fields count only while it is kAnswered.
+  host::Errno refusal = host::kAnswered;
+  bool throws = false;
+  std::atomic<int> asked{0};
+
+  host::KernelName name;
+  bool privileged = true;
+  std::set<std::string, std::less<>> entryPoints;
+
+  std::vector<int32_t> pids;
+  // bsdInfo is answered for these, taskAllInfo too.
+  std::map<int32_t, darwin::proc_bsdinfo> processes;
+  std::set<int32_t> zombies;
+  darwin::proc_taskinfo task{};
+  std::string path;
+  darwin::proc_workqueueinfo queue{};
+  std::vector<uint64_t> handles;
+  std::vector<uint64_t> threadNumbers;
+  darwin::proc_pidcoalitioninfo coalitions{};
+  darwin::rusage_info_v4 usage{};
+  int sandboxed = 0;
+  uint32_t signing = 0;
+  pid_t signingAsked = -1;
+
+  std::vector<darwin::proc_fdinfo> open;
+  size_t limitAsked = 0;
+  size_t slots = 0;
+  // Left out, a machine does not tell types.
+  std::map<int, uint32_t> types;
+  bool tellsTypes = true;
+  std::vector<darwin::kevent_extinfo> events;
+
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  unsigned int level = 0;
+
+  darwin::host_basic_info basic{};
+  darwin::vm_statistics64 memory{};
+  unsigned int processors = 0;
+  darwin::timeval boot{};
+  darwin::loadavg load{};
+  darwin::xsw_usage swap{};
+
+  host::Errno kernelName(host::KernelName &out) override { return give(out, name); }
+  bool isPrivileged() override {
+    if (throws) throw std::bad_alloc();
+    errno = kForeignErrno;
+    return privileged;
+  }
+  bool hasEntryPoint(std::string_view wanted) override {
+    if (throws) throw std::bad_alloc();
+    return entryPoints.count(wanted) != 0;
+  }
+  host::Errno processIDs(std::vector<int32_t> &out) override { return give(out, pids); }
+
+  host::Errno taskAllInfo(pid_t pid, darwin::proc_taskallinfo &out) override {
+    const host::Errno error = bsdInfo(pid, false, out.pbsd);
+    if (error == host::kAnswered) out.ptinfo = task;
+    return error;
+  }
+  host::Errno bsdInfo(pid_t pid, bool zombiesToo, darwin::proc_bsdinfo &out) override {
+    const auto process = processes.find(pid);
+    if (process == processes.end()) return darwin::DARWIN_ESRCH;
+    if (zombies.count(pid) != 0 && !zombiesToo) return darwin::DARWIN_ESRCH;
+    return give(out, process->second);
+  }
+  host::Errno executablePath(pid_t, std::string &out) override { return give(out, path); }
+  host::Errno workQueue(pid_t, darwin::proc_workqueueinfo &out) override {
+    return give(out, queue);
+  }
+  host::Errno threadHandles(pid_t, std::vector<uint64_t> &out) override {
+    return give(out, handles);
+  }
+  host::Errno threadIDs(pid_t, std::vector<uint64_t> &out) override {
+    return give(out, threadNumbers);
+  }
+  host::Errno threadInfo(pid_t, uint64_t key, darwin::proc_threadinfo &out) override {
+    return giveThread(handles, key, out);
+  }
+  host::Errno threadInfoByID(pid_t, uint64_t key, darwin::proc_threadinfo &out) override {
+    return giveThread(threadNumbers, key, out);
+  }
+  host::Errno coalition(pid_t, darwin::proc_pidcoalitioninfo &out) override {
+    return give(out, coalitions);
+  }
+  host::Errno resourceUsage(pid_t, darwin::rusage_info_v4 &out) override {
+    return give(out, usage);
+  }
+  int sandboxCheck(pid_t) override {
+    if (throws) throw std::bad_alloc();
+    errno = kForeignErrno;
+    return sandboxed;
+  }
+  host::Errno codeSigningFlags(pid_t pid, uint32_t &out) override {
+    signingAsked = pid;
+    return give(out, signing);
+  }
+
+  host::Errno descriptors(pid_t, size_t limit, std::vector<darwin::proc_fdinfo> &out) override {
+    limitAsked = limit;
+    return give(out, open);
+  }
+  host::Errno descriptorTableSize(pid_t, size_t &out) override { return give(out, slots); }
+  host::Errno descriptorType(pid_t pid, int fd, uint32_t &out) override {
+    if (!tellsTypes) return host::Machine::descriptorType(pid, fd, out);
+    const auto type = types.find(fd);
+    return type == types.end() ? darwin::DARWIN_EBADF : give(out, type->second);
+  }
+  host::Errno vnodeDescriptor(pid_t, int fd, darwin::vnode_fdinfowithpath &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_VNODE, out);
+  }
+  host::Errno socketDescriptor(pid_t, int fd, darwin::socket_fdinfo &out) override {
+    const host::Errno error = giveDescriptor(fd, darwin::PROX_FDTYPE_SOCKET, out);
+    return error == darwin::DARWIN_EBADF && types.count(fd) != 0 ? darwin::DARWIN_ENOTSOCK : error;
+  }
+  host::Errno semaphoreDescriptor(pid_t, int fd, darwin::psem_fdinfo &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_PSEM, out);
+  }
+  host::Errno sharedMemoryDescriptor(pid_t, int fd, darwin::pshm_fdinfo &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_PSHM, out);
+  }
+  host::Errno pipeDescriptor(pid_t, int fd, darwin::pipe_fdinfo &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_PIPE, out);
+  }
+  host::Errno kqueueDescriptor(pid_t, int fd, darwin::kqueue_fdinfo &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_KQUEUE, out);
+  }
+  host::Errno kqueueEvents(pid_t, int fd, std::vector<darwin::kevent_extinfo> &out) override {
+    if (!isOpenAs(fd, darwin::PROX_FDTYPE_KQUEUE)) return refuse(darwin::DARWIN_EBADF);
+    return give(out, events);
+  }
+  host::Errno channelDescriptor(pid_t, int fd, darwin::channel_fdinfo &out) override {
+    return giveDescriptor(fd, darwin::PROX_FDTYPE_CHANNEL, out);
+  }
+
+  host::Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &out) override {
+    const std::lock_guard<std::mutex> lock(entriesMutex);
+    return give(out, entries);
+  }
+  host::Errno memoryStatusLevel(unsigned int &out) override { return give(out, level); }
+
+  host::Errno hostBasicInfo(darwin::host_basic_info &out) override { return give(out, basic); }
+  host::Errno virtualMemory(darwin::vm_statistics64 &out) override { return give(out, memory); }
+  host::Errno processorCount(unsigned int &out) override { return give(out, processors); }
+  host::Errno processorLoad(unsigned int processor, darwin::processor_cpu_load_info &out) override {
+    return give(out, darwin::processor_cpu_load_info{{processor, 20, 30, 0}});
+  }
+  host::Errno bootTime(darwin::timeval &out) override { return give(out, boot); }
+  host::Errno loadAverage(darwin::loadavg &out) override { return give(out, load); }
+  host::Errno swapUsage(darwin::xsw_usage &out) override { return give(out, swap); }
+
+  std::mutex entriesMutex;
+
+ private:
+  host::Errno refuse(host::Errno otherwise) {
+    ++asked;
+    if (throws) throw std::bad_alloc();
+    errno = kForeignErrno;
+    return refusal == host::kAnswered ? otherwise : refusal;
+  }
+
+  template <typename T>
+  host::Errno give(T &out, const T &answer) {
+    const host::Errno error = refuse(host::kAnswered);
+    if (error == host::kAnswered) out = answer;
+    return error;
+  }
+
+  bool isOpenAs(int fd, uint32_t type) const {
+    const auto found = types.find(fd);
+    return found != types.end() && found->second == type;
+  }
+
+  template <typename T>
+  host::Errno giveDescriptor(int fd, uint32_t type, T &out) {
+    if (!isOpenAs(fd, type)) return refuse(darwin::DARWIN_EBADF);
+    T answer{};
+    answer.pfi.fi_type = static_cast<int32_t>(type);
+    answer.pfi.fi_offset = fd;
+    return give(out, answer);
+  }
+
+  host::Errno giveThread(const std::vector<uint64_t> &keys, uint64_t key,
+                         darwin::proc_threadinfo &out) {
+    for (const uint64_t known : keys) {
+      if (known != key) continue;
+      darwin::proc_threadinfo answer{};
+      answer.pth_user_time = key;
+      return give(out, answer);
+    }
+    return refuse(darwin::DARWIN_ESRCH);
+  }
+};
+
+// Puts a machine of the test's own in place for the length of a test.
+class EntryTest : public testing::Test {
+ protected:
+  EntryTest() : m_before(host::useMachine(&machine)) { errno = 0; }
+  ~EntryTest() override { host::useMachine(m_before); }
+
+  EntryMachine machine;
+
+ private:
+  host::Machine *m_before;
+};
+
+}  // namespace entry_test

@@ -1,0 +1,149 @@
+#include "proc/jetsam.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <random>
+
+#include "darwin/errors.h"
+#include "tests/unit/sampled_machine.h"
+
+namespace {
+
+using namespace sondex;
+using sampled::errorOutputOf;
+using sampled::SampledTest;
+using Entry = darwin::memorystatus_priority_entry;
+
+struct Freed {
+  void operator()(JetsamList *list) const { std::free(list); }
+};
+using List = std::unique_ptr<JetsamList, Freed>;
+
+class JetsamTest : public SampledTest {
+ protected:
+  List take() {
+    List list;
+    errors = errorOutputOf([&] { list.reset(getMemoryStatusPriorityList()); });
+    return list;
+  }
+
+  std::string errors;
+};
+
+TEST_F(JetsamTest, ListIsInOrderOfProcessIDs) {
+  machine.entries = {{300, 0, 1, 50, 7}, {5, 3, 2, 60, 0}, {-1, 4, 3, 0, 0}, {41, 10, 4, 70, 9}};
+  const List list = take();
+  ASSERT_NE(list, nullptr);
+  ASSERT_EQ(list->byteCount, 4 * 24);
+  EXPECT_EQ(list->entries[0].pid, -1);
+  EXPECT_EQ(list->entries[1].pid, 5);
+  EXPECT_EQ(list->entries[2].pid, 41);
+  EXPECT_EQ(list->entries[3].pid, 300);
+  EXPECT_EQ(list->entries[3].user_data, 1u);
+  EXPECT_EQ(list->entries[3].limit, 50);
+  EXPECT_EQ(list->entries[3].state, 7u);
+  EXPECT_EQ(errors, "");
+}
+
+TEST_F(JetsamTest, LookupsFindEveryEntryOfALongList) {
+  std::mt19937 random(5);
+  for (int32_t pid = 0; pid < 700; pid += 2) machine.entries.push_back({pid, pid + 1, 0, pid, 0});
+  std::shuffle(machine.entries.begin(), machine.entries.end(), random);
+  const List list = take();
+  for (int32_t pid = 0; pid < 700; pid++) {
+    const Entry *entry = getJetsamPropertiesOfPID(pid, list.get());
+    if (pid % 2 == 0) {
+      ASSERT_NE(entry, nullptr) << pid;
+      EXPECT_EQ(entry->pid, pid);
+      EXPECT_EQ(entry->limit, pid);
+      EXPECT_EQ(getMemoryStatusPriorityOfPID(pid, list.get()), pid + 1);
+    } else {
+      EXPECT_EQ(entry, nullptr) << pid;
+      EXPECT_EQ(getMemoryStatusPriorityOfPID(pid, list.get()), -1);
+    }
+  }
+  EXPECT_EQ(getJetsamPropertiesOfPID(-5, list.get()), nullptr);
+  EXPECT_EQ(getJetsamPropertiesOfPID(INT32_MAX, list.get()), nullptr);
+}
+
+TEST_F(JetsamTest, LookupAnswersAPlaceInsideTheList) {
+  machine.entries = {{5, 3, 0, 60, 0}, {9, 3, 0, 60, 0}};
+  const List list = take();
+  EXPECT_EQ(getJetsamPropertiesOfPID(9, list.get()), &list->entries[1]);
+}
+
+TEST_F(JetsamTest, NoListIsMinusTwo) {
+  EXPECT_EQ(reinterpret_cast<intptr_t>(getJetsamPropertiesOfPID(5, nullptr)), -2);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(5, nullptr), -2);
+}
+
+TEST_F(JetsamTest, EmptyListHoldsNobody) {
+  const List list = take();
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list->byteCount, 0);
+  EXPECT_EQ(getJetsamPropertiesOfPID(0, list.get()), nullptr);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(0, list.get()), -1);
+}
+
+TEST_F(JetsamTest, RefusedSizeIsReportedAndGivesNoList) {
+  machine.entries = {{5, 3, 0, 60, 0}};
+  machine.privileges = {false};
+  EXPECT_EQ(take(), nullptr);
+  EXPECT_EQ(errors, "memorystatus_control: Operation not permitted\n");
+}
+
+TEST_F(JetsamTest, RefusedContentsGiveAListThatHoldsNobody) {
+  machine.entries = {{0, 1, 0, 2, 0}, {5, 3, 0, 60, 0}};
+  machine.privileges = {true, false};
+  const List list = take();
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list->byteCount, -1);
+  EXPECT_EQ(getJetsamPropertiesOfPID(5, list.get()), nullptr);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(0, list.get()), -1);
+  EXPECT_EQ(errors, "");
+}
+
+TEST_F(JetsamTest, PartOfAnEntryAtTheEndIsNotLookedAt) {
+  alignas(JetsamList) unsigned char bytes[sizeof(JetsamList) + 2 * sizeof(Entry)] = {};
+  JetsamList *list = reinterpret_cast<JetsamList *>(bytes);
+  list->entries[0] = {5, 3, 0, 60, 0};
+  list->entries[1] = {9, 4, 0, 70, 0};
+  list->byteCount = 47;
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(5, list), 3);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(9, list), -1);
+}
+
+TEST_F(JetsamTest, ControlIsTheSystemCall) {
+  machine.entries = {{5, 3, 0, 60, 0}};
+  EXPECT_EQ(memorystatus_control(1, 0, 0, nullptr, 0), 24);
+  Entry entry{};
+  EXPECT_EQ(memorystatus_control(1, 0, 0, &entry, sizeof entry), 24);
+  EXPECT_EQ(entry.pid, 5);
+  EXPECT_EQ(memorystatus_control(1, 0, 0, &entry, sizeof entry - 1), -1);
+  EXPECT_EQ(errno, darwin::DARWIN_EINVAL);
+  EXPECT_EQ(memorystatus_control(99, 0, 0, nullptr, 0), -1);
+}
+
+TEST_F(JetsamTest, ComparingProcessIDsNeverSaysEqual) {
+  const Entry one = {1, 9, 0, 0, 0};
+  const Entry two = {2, 3, 0, 0, 0};
+  const Entry lowest = {INT32_MIN, 3, 0, 0, 0};
+  EXPECT_EQ(compare_jetsam_pids(&two, &one), 1);
+  EXPECT_EQ(compare_jetsam_pids(&one, &two), -1);
+  EXPECT_EQ(compare_jetsam_pids(&one, &one), -1);
+  EXPECT_EQ(compare_jetsam_pids(&two, &lowest), 1);
+}
+
+TEST_F(JetsamTest, ComparingBandsSaysEqual) {
+  const Entry low = {9, 1, 0, 0, 0};
+  const Entry high = {1, 2, 0, 0, 0};
+  const Entry alsoHigh = {5, 2, 0, 0, 0};
+  const Entry lowest = {5, INT32_MIN, 0, 0, 0};
+  EXPECT_EQ(compare_jetsam_priorities(&high, &low), 1);
+  EXPECT_EQ(compare_jetsam_priorities(&low, &high), -1);
+  EXPECT_EQ(compare_jetsam_priorities(&high, &alsoHigh), 0);
+  EXPECT_EQ(compare_jetsam_priorities(&high, &lowest), 1);
+}
+
+}  // namespace

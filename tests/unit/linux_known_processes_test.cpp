@@ -1,0 +1,121 @@
+// What is remembered of processes, and the rule that tells whether one has run.
+#include "host/linux/known_processes.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
+
+namespace host::linux_machine {
+namespace {
+
+TEST(LinuxKnownProcesses, OnlyARestingProcessWithOneThreadHasNotRun) {
+  const SchedulerRecord record{1000, 5};
+  struct {
+    const char *what;
+    std::optional<SchedulerRecord> before;
+    std::optional<SchedulerRecord> now;
+    char state;
+    uint32_t threads;
+    bool hasRun;
+  } const cases[] = {
+      {"same record, asleep", record, record, 'S', 1, false},
+      {"same record, stopped", record, record, 'T', 1, false},
+      {"first look", std::nullopt, record, 'S', 1, true},
+      {"no record now", record, std::nullopt, 'S', 1, true},
+      {"ran longer", record, SchedulerRecord{1001, 5}, 'S', 1, true},
+      {"had a turn", record, SchedulerRecord{1000, 6}, 'S', 1, true},
+      {"on a processor", record, record, 'R', 1, true},
+      {"several threads", record, record, 'S', 2, true},
+      {"a kernel without records", SchedulerRecord{0, 0}, SchedulerRecord{0, 0}, 'S', 1, true},
+  };
+  for (const auto &one : cases) {
+    ProcessStat stat{};
+    stat.state = one.state;
+    stat.threads = one.threads;
+    EXPECT_EQ(hasRunSince(one.before, one.now, stat), one.hasRun) << one.what;
+  }
+}
+
+TEST(LinuxKnownProcesses, AReusedNumberIsANewProcess) {
+  KnownProcesses processes;
+  processes.find(7, 100).is64Bit = false;
+  EXPECT_FALSE(processes.find(7, 100).is64Bit);
+  EXPECT_TRUE(processes.find(7, 101).is64Bit);
+  EXPECT_EQ(processes.size(), 1u);
+}
+
+TEST(LinuxKnownProcesses, ThoseNotListedAreForgotten) {
+  KnownProcesses processes;
+  for (int32_t pid : {3, 5, 9}) processes.find(pid, 1).is64Bit = false;
+  processes.keepOnly({9, 4, 3});
+  EXPECT_EQ(processes.size(), 2u);
+  EXPECT_FALSE(processes.find(3, 1).is64Bit);
+  EXPECT_FALSE(processes.find(9, 1).is64Bit);
+  EXPECT_TRUE(processes.find(5, 1).is64Bit);
+  processes.keepOnly({});
+  EXPECT_EQ(processes.size(), 0u);
+}
+
+TEST(LinuxKnownProcesses, ForgettingAnswersKeepsWhatOutlastsRunning) {
+  KnownProcess process;
+  process.status = ProcessStatus{};
+  process.ioResult = kAnswered;
+  process.hasOwnUsers = true;
+  process.descriptors.emplace();
+  process.hasThreads = true;
+  process.threads.resize(1);
+  process.isProcess = true;
+  process.forgetAnswers();
+  EXPECT_FALSE(process.status || process.ioResult || process.hasOwnUsers || process.descriptors ||
+               process.hasThreads);
+  EXPECT_EQ(process.threads.size(), 1u);
+  EXPECT_TRUE(process.isProcess);
+}
+
+int waitForEnd(void *) {
+  for (;;) pause();
+}
+
+// A child that is ended with the test; `flags` go to clone().
+class Child {
+ public:
+  explicit Child(int flags)
+      : pid_(clone(waitForEnd, stack_ + sizeof stack_, flags | SIGCHLD, nullptr)) {}
+  ~Child() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  alignas(16) char stack_[16384];
+  pid_t pid_;
+};
+
+TEST(LinuxKnownProcesses, DescriptorsOfASharedTableAreNotOwn) {
+  Child separate(0);
+  Child sharing(CLONE_FILES);
+  ASSERT_GT(separate.pid(), 0);
+  ASSERT_GT(sharing.pid(), 0);
+  if (compareDescriptorTables(getpid(), getpid()) == TableSharing::unknown) {
+    GTEST_SKIP() << "this kernel does not compare descriptor tables";
+  }
+  EXPECT_EQ(compareDescriptorTables(separate.pid(), getpid()), TableSharing::none);
+  EXPECT_EQ(compareDescriptorTables(sharing.pid(), getpid()), TableSharing::shared);
+
+  KnownProcesses processes;
+  pid_t self = getpid();
+  KnownProcess &parent = processes.find(self, 1);
+  EXPECT_TRUE(processes.hasOwnDescriptors(processes.find(separate.pid(), 2), separate.pid(), self));
+  EXPECT_TRUE(processes.hasOwnDescriptors(parent, self, 0));
+  EXPECT_FALSE(processes.hasOwnDescriptors(processes.find(sharing.pid(), 3), sharing.pid(), self));
+  EXPECT_FALSE(processes.hasOwnDescriptors(parent, self, 0)) << "its child can change them now";
+}
+
+}  // namespace
+}  // namespace host::linux_machine

@@ -1,0 +1,542 @@
+// The live machine's answers about children that do known things, beside what the test did itself
+// and an independent reading of /proc.
+#include "host/linux/linux_machine.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "darwin/errors.h"
+#include "host/linux/clock.h"
+#include "host/posix.h"
+
+namespace host::linux_machine {
+namespace {
+
+using testing::Contains;
+using testing::Not;
+
+// A child that runs `work` and is ended with the test. The constructor returns when the child said
+// that it is ready.
+class Child {
+ public:
+  using Work = std::function<void(const std::function<void()> &ready)>;
+
+  explicit Child(const Work &work) {
+    int ready[2];
+    EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(ready[0]);
+      work([&ready] {
+        if (write(ready[1], "r", 1) != 1) _exit(1);
+      });
+      _exit(0);
+    }
+    close(ready[1]);
+    char word = 0;
+    EXPECT_EQ(read(ready[0], &word, 1), 1) << "the child ended too early";
+    close(ready[0]);
+  }
+  Child(const Child &) = delete;
+  Child &operator=(const Child &) = delete;
+  ~Child() { end(); }
+
+  void end() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+  void signalAndWait(int number, int options) {
+    ASSERT_EQ(kill(pid_, number), 0);
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &info, options | WNOWAIT), 0);
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+[[noreturn]] void sleepForever() {
+  for (;;) pause();
+}
+
+void sleeping(const std::function<void()> &ready) {
+  ready();
+  sleepForever();
+}
+
+void busy(const std::function<void()> &ready) {
+  ready();
+  for (std::atomic<uint64_t> count = 0;; count++) {
+  }
+}
+
+bool within(std::chrono::seconds limit, const std::function<bool()> &condition) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+constexpr std::chrono::seconds kPatience(20);
+
+// The value of a line of /proc/PID/status, read apart from what is tested.
+std::string statusLine(pid_t pid, const std::string &key) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.rfind(key + ":", 0) != 0) continue;
+    std::istringstream words(line.substr(key.size() + 1));
+    std::string word;
+    words >> word;
+    return word;
+  }
+  return "";
+}
+
+size_t openDescriptors() {
+  DirectoryReader lister;
+  FileHandle directory = openDirectory(AT_FDCWD, "/proc/self/fd");
+  size_t count = 0;
+  EXPECT_EQ(lister.readNames(directory.get(), [&count](const char *, bool) { count++; }),
+            kAnswered);
+  return count;
+}
+
+class LinuxMachineTest : public testing::Test {
+ protected:
+  // The state that two looks agree on, once the child has come to rest.
+  bool reaches(pid_t pid, uint32_t state) {
+    return within(kPatience, [&] {
+      darwin::proc_bsdinfo info{};
+      return machine_->bsdInfo(pid, true, info) == kAnswered && info.pbi_status == state;
+    });
+  }
+  std::vector<int32_t> listed() {
+    std::vector<int32_t> pids;
+    EXPECT_EQ(machine_->processIDs(pids), kAnswered);
+    return pids;
+  }
+
+  std::unique_ptr<Machine> machine_ = makeLinuxMachine();
+};
+
+TEST_F(LinuxMachineTest, PresentsItsKernelAsDarwin) {
+  KernelName name;
+  ASSERT_EQ(machine_->kernelName(name), kAnswered);
+  struct utsname own {};
+  ASSERT_EQ(__real_uname(&own), 0);
+  EXPECT_EQ(name.system, "Darwin");
+  EXPECT_EQ(name.node, own.nodename);
+  EXPECT_EQ(name.release, "18.7.0");
+  EXPECT_EQ(name.hardware, own.machine);
+  EXPECT_NE(name.version.find("xnu-49"), std::string::npos);
+  EXPECT_LE(name.version.size(), 64u);
+  EXPECT_EQ(name.version.find("ARM64") != std::string::npos, name.hardware == "aarch64");
+  EXPECT_EQ(machine_->isPrivileged(), geteuid() == 0);
+  EXPECT_TRUE(machine_->hasEntryPoint("memorystatus_get_level"));
+  EXPECT_TRUE(machine_->hasEntryPoint("proc_pid_rusage"));
+  EXPECT_FALSE(machine_->hasEntryPoint("proc_pid_rusag"));
+}
+
+TEST_F(LinuxMachineTest, ListsProcessesNewestFirstZombiesIncluded) {
+  Child child(sleeping);
+  EXPECT_THAT(listed(), Contains(child.pid()));
+  std::vector<int32_t> pids = listed();
+  EXPECT_TRUE(std::is_sorted(pids.begin(), pids.end(), std::greater<>()));
+  child.signalAndWait(SIGKILL, WEXITED);
+  EXPECT_THAT(listed(), Contains(child.pid()));
+  pid_t gone = child.pid();
+  child.end();
+  EXPECT_THAT(listed(), Not(Contains(gone)));
+}
+
+TEST_F(LinuxMachineTest, ASleepingChild) {
+  Child child([](const std::function<void()> &ready) {
+    setpriority(PRIO_PROCESS, 0, 7);
+    setsid();
+    sleeping(ready);
+  });
+  ASSERT_TRUE(reaches(child.pid(), darwin::SSLEEP));
+  darwin::proc_taskallinfo info;
+  std::memset(&info, 0xAA, sizeof info);
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(info.pbsd.pbi_pid, static_cast<uint32_t>(child.pid()));
+  EXPECT_EQ(info.pbsd.pbi_ppid, static_cast<uint32_t>(getpid()));
+  EXPECT_EQ(info.pbsd.pbi_pgid, static_cast<uint32_t>(child.pid()));
+  EXPECT_EQ(info.pbsd.pbi_uid, geteuid());
+  EXPECT_EQ(info.pbsd.pbi_ruid, getuid());
+  EXPECT_EQ(info.pbsd.pbi_gid, getegid());
+  EXPECT_EQ(info.pbsd.pbi_nice, 7);
+  EXPECT_EQ(info.pbsd.e_tdev, UINT32_MAX) << "a new session has no terminal";
+  EXPECT_EQ(std::to_string(info.pbsd.pbi_nfiles), statusLine(child.pid(), "FDSize"));
+  EXPECT_EQ(info.pbsd.pbi_flags,
+            darwin::PROC_FLAG_SLEADER | (sizeof(void *) == 8 ? darwin::PROC_FLAG_LP64 : 0));
+  // A sanitizer may have a thread of its own in there.
+  EXPECT_EQ(std::to_string(info.ptinfo.pti_threadnum), statusLine(child.pid(), "Threads"));
+  EXPECT_EQ(info.ptinfo.pti_numrunning, 0);
+  EXPECT_EQ(info.ptinfo.pti_priority, 24);
+  EXPECT_EQ(info.ptinfo.pti_policy, darwin::POLICY_TIMESHARE);
+  EXPECT_EQ(std::to_string(info.ptinfo.pti_virtual_size / 1024), statusLine(child.pid(), "VmSize"));
+  EXPECT_GT(info.ptinfo.pti_resident_size, 0u);
+  EXPECT_EQ(std::to_string(info.ptinfo.pti_csw),
+            std::to_string(std::stoi(statusLine(child.pid(), "voluntary_ctxt_switches")) +
+                           std::stoi(statusLine(child.pid(), "nonvoluntary_ctxt_switches"))));
+
+  // It was started just now, to within the second that start times are counted from.
+  WallTime boot = bootMoment();
+  uint64_t now = boot.seconds + nanosecondsSinceBoot() / kNanosecondsPerSecond;
+  EXPECT_LE(info.pbsd.pbi_start_tvsec, now + 1);
+  EXPECT_GE(info.pbsd.pbi_start_tvsec + 30, now);
+  EXPECT_LT(info.pbsd.pbi_start_tvusec, 1000000u);
+
+  darwin::proc_pidcoalitioninfo coalition{};
+  ASSERT_EQ(machine_->coalition(child.pid(), coalition), kAnswered);
+  EXPECT_EQ(coalition.coalition_id[0], static_cast<uint64_t>(child.pid()));
+  EXPECT_EQ(coalition.coalition_id[1], static_cast<uint64_t>(child.pid()));
+}
+
+TEST_F(LinuxMachineTest, NamesAreTheirBytes) {
+  for (const std::string name :
+       {"a b", "(", ") S 1 2", "a)b(c", "\x1b[31mred", "\x01\x02\n\x7f", "fifteen-letters"}) {
+    Child child([&name](const std::function<void()> &ready) {
+      prctl(PR_SET_NAME, name.c_str());
+      sleeping(ready);
+    });
+    darwin::proc_taskallinfo info{};
+    ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+    EXPECT_EQ(info.pbsd.pbi_comm, name);
+    EXPECT_EQ(info.pbsd.pbi_name, name);
+    EXPECT_EQ(info.pbsd.pbi_ppid, static_cast<uint32_t>(getpid()));
+    darwin::proc_threadinfo thread{};
+    ASSERT_EQ(machine_->threadInfo(child.pid(), static_cast<uint64_t>(child.pid()), thread),
+              kAnswered);
+    EXPECT_EQ(thread.pth_name, name);
+  }
+}
+
+TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
+  Child child(busy);
+  const uint64_t id = static_cast<uint64_t>(child.pid());
+  darwin::proc_threadinfo thread{};
+  // The other processor time of this machine is not ours to say: it need only be clearly above
+  // nothing.
+  ASSERT_TRUE(within(kPatience, [&] {
+    return machine_->threadInfo(child.pid(), id, thread) == kAnswered &&
+           thread.pth_user_time > 200'000'000 && thread.pth_cpu_usage > 100;
+  }));
+  EXPECT_LE(thread.pth_cpu_usage, 1000);
+  EXPECT_TRUE(reaches(child.pid(), darwin::SRUN));
+  darwin::proc_taskallinfo info{};
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(info.ptinfo.pti_numrunning, 1);
+
+  child.signalAndWait(SIGSTOP, WSTOPPED);
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(info.pbsd.pbi_status, darwin::SSTOP);
+  EXPECT_EQ(info.ptinfo.pti_numrunning, 0);
+  ASSERT_EQ(machine_->threadInfo(child.pid(), id, thread), kAnswered);
+  EXPECT_EQ(thread.pth_run_state, darwin::TH_STATE_STOPPED);
+  const uint64_t used = thread.pth_user_time + thread.pth_system_time;
+  EXPECT_TRUE(within(kPatience, [&] {
+    return machine_->threadInfo(child.pid(), id, thread) == kAnswered && thread.pth_cpu_usage == 0;
+  })) << "the estimate fades";
+  EXPECT_EQ(thread.pth_user_time + thread.pth_system_time, used);
+
+  ASSERT_EQ(kill(child.pid(), SIGCONT), 0);
+  EXPECT_TRUE(within(kPatience, [&] {
+    return machine_->threadInfo(child.pid(), id, thread) == kAnswered && thread.pth_cpu_usage > 0;
+  }));
+}
+
+TEST_F(LinuxMachineTest, AZombieAnswersOnlyWhatZombiesAnswer) {
+  Child child(sleeping);
+  child.signalAndWait(SIGKILL, WEXITED);
+  pid_t pid = child.pid();
+  darwin::proc_taskallinfo all{};
+  darwin::proc_bsdinfo info{};
+  darwin::rusage_info_v4 usage{};
+  darwin::proc_pidcoalitioninfo coalition{};
+  std::vector<uint64_t> threads = {77};
+  std::vector<darwin::proc_fdinfo> descriptors(3);
+  std::string path = "untouched";
+  EXPECT_EQ(machine_->taskAllInfo(pid, all), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->bsdInfo(pid, false, info), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->threadHandles(pid, threads), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->descriptors(pid, 10, descriptors), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->coalition(pid, coalition), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->executablePath(pid, path), darwin::DARWIN_ESRCH);
+  EXPECT_LT(machine_->sandboxCheck(pid), 0);
+  EXPECT_EQ(threads, std::vector<uint64_t>{77});
+  EXPECT_EQ(descriptors.size(), 3u);
+  EXPECT_EQ(path, "untouched");
+  ASSERT_EQ(machine_->bsdInfo(pid, true, info), kAnswered);
+  EXPECT_EQ(info.pbi_status, darwin::SZOMB);
+  EXPECT_EQ(info.pbi_ppid, static_cast<uint32_t>(getpid()));
+  EXPECT_EQ(machine_->resourceUsage(pid, usage),
+            machine_->isPrivileged() ? kAnswered : darwin::DARWIN_EPERM);
+
+  child.end();
+  EXPECT_EQ(machine_->bsdInfo(pid, true, info), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->resourceUsage(pid, usage), darwin::DARWIN_ESRCH);
+}
+
+TEST_F(LinuxMachineTest, NoProcessHasThesePids) {
+  darwin::proc_taskallinfo info{};
+  for (pid_t pid : {0, -1, INT32_MIN, INT32_MAX}) {
+    EXPECT_EQ(machine_->taskAllInfo(pid, info), darwin::DARWIN_ESRCH) << pid;
+    EXPECT_LT(machine_->sandboxCheck(pid), 0);
+  }
+}
+
+constexpr int kThreads = 40;
+
+void *waitForever(void *) {
+  sleepForever();
+}
+
+TEST_F(LinuxMachineTest, AllThreadsOfAChild) {
+  Child child([](const std::function<void()> &ready) {
+    for (int i = 1; i < kThreads; i++) {
+      pthread_t thread;
+      pthread_attr_t attributes;
+      pthread_attr_init(&attributes);
+      pthread_attr_setstacksize(&attributes, 65536);
+      if (pthread_create(&thread, &attributes, waitForever, nullptr) != 0) _exit(1);
+    }
+    sleeping(ready);
+  });
+  ASSERT_TRUE(within(kPatience, [&] {
+    darwin::proc_taskallinfo info{};
+    return machine_->taskAllInfo(child.pid(), info) == kAnswered &&
+           info.ptinfo.pti_threadnum >= kThreads && info.ptinfo.pti_numrunning == 0;
+  }));
+  std::vector<uint64_t> handles;
+  std::vector<uint64_t> ids;
+  ASSERT_EQ(machine_->threadHandles(child.pid(), handles), kAnswered);
+  ASSERT_EQ(machine_->threadIDs(child.pid(), ids), kAnswered);
+  EXPECT_EQ(handles, ids);
+
+  std::vector<int32_t> expected;
+  DirectoryReader lister;
+  FileHandle task =
+      openDirectory(AT_FDCWD, ("/proc/" + std::to_string(child.pid()) + "/task").c_str());
+  ASSERT_EQ(lister.readNumbers(task.get(), expected), kAnswered);
+  EXPECT_THAT(handles, testing::UnorderedElementsAreArray(expected));
+  for (uint64_t handle : handles) {
+    for (int again = 0; again < 2; again++) {
+      darwin::proc_threadinfo info{};
+      ASSERT_EQ(machine_->threadInfo(child.pid(), handle, info), kAnswered);
+      EXPECT_EQ(info.pth_run_state, darwin::TH_STATE_WAITING);
+    }
+  }
+  darwin::proc_threadinfo info{};
+  EXPECT_EQ(machine_->threadInfo(child.pid(), static_cast<uint64_t>(getpid()), info),
+            darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->threadInfo(child.pid(), UINT64_MAX, info), darwin::DARWIN_ESRCH);
+
+  // The number of a thread that is not the first is in /proc too, but is no process.
+  pid_t other = static_cast<pid_t>(handles.back());
+  ASSERT_NE(other, child.pid());
+  darwin::proc_taskallinfo all{};
+  EXPECT_EQ(machine_->taskAllInfo(other, all), darwin::DARWIN_ESRCH);
+}
+
+TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
+  Child child([](const std::function<void()> &ready) {
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, waitForever, nullptr) != 0) _exit(1);
+    ready();
+    __real_syscall(SYS_exit, 0);  // ends this thread alone
+  });
+  ASSERT_TRUE(within(kPatience, [&] { return statusLine(child.pid(), "State") == "Z"; }));
+  darwin::proc_taskallinfo info{};
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(info.pbsd.pbi_status, darwin::SSLEEP);
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  if (machine_->isPrivileged()) {
+    ASSERT_EQ(machine_->memoryStatusList(entries), kAnswered);
+    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(),
+                            [&](const auto &entry) { return entry.pid == child.pid(); }));
+  }
+}
+
+TEST_F(LinuxMachineTest, ARestingChildIsReadAgainOnceItRan) {
+  int orders[2];
+  int answers[2];
+  ASSERT_EQ(pipe2(orders, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(answers, O_CLOEXEC), 0);
+  Child child([&](const std::function<void()> &ready) {
+    ready();
+    char order = 0;
+    while (read(orders[0], &order, 1) == 1) {
+      if (dup(orders[0]) < 0 || write(answers[1], "d", 1) != 1) _exit(1);
+    }
+  });
+  size_t before = 0;
+  for (int round = 0; round < 20; round++) {
+    if (round % 5 == 0) listed();
+    ASSERT_TRUE(reaches(child.pid(), darwin::SSLEEP));
+    std::vector<darwin::proc_fdinfo> list;
+    darwin::proc_taskallinfo info{};
+    ASSERT_EQ(machine_->descriptors(child.pid(), 1000, list), kAnswered);
+    if (round > 0) {
+      EXPECT_EQ(list.size(), before + 1) << "it duplicated one since";
+    }
+    before = list.size();
+    // Looks at a child at rest change nothing.
+    ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+    ASSERT_EQ(machine_->descriptors(child.pid(), 1000, list), kAnswered);
+    EXPECT_EQ(list.size(), before);
+    ASSERT_EQ(machine_->descriptors(child.pid(), 2, list), kAnswered);
+    EXPECT_EQ(list.size(), 2u);
+
+    char answer = 0;
+    ASSERT_EQ(write(orders[1], "o", 1), 1);
+    ASSERT_EQ(read(answers[0], &answer, 1), 1);
+  }
+  for (int fd : {orders[0], orders[1], answers[0], answers[1]}) close(fd);
+}
+
+TEST_F(LinuxMachineTest, AnExecIsNoticed) {
+  Child child([](const std::function<void()> &ready) {
+    ready();
+    execlp("sleep", "sleep", "1000", nullptr);
+    _exit(1);
+  });
+  darwin::proc_bsdinfo info{};
+  ASSERT_TRUE(within(kPatience, [&] {
+    return machine_->bsdInfo(child.pid(), false, info) == kAnswered &&
+           std::string(info.pbi_comm) == "sleep";
+  }));
+  EXPECT_NE(info.pbi_flags & darwin::PROC_FLAG_EXEC, 0u);
+  std::string path;
+  ASSERT_EQ(machine_->executablePath(child.pid(), path), kAnswered);
+  char expected[4096];
+  ssize_t length = readlink(("/proc/" + std::to_string(child.pid()) + "/exe").c_str(), expected,
+                            sizeof expected);
+  ASSERT_GT(length, 0);
+  EXPECT_EQ(path, std::string(expected, static_cast<size_t>(length)));
+}
+
+TEST_F(LinuxMachineTest, UsageAgreesWithTheTasksTimes) {
+  Child child(busy);
+  ASSERT_TRUE(within(kPatience, [&] {
+    darwin::rusage_info_v4 usage{};
+    return machine_->resourceUsage(child.pid(), usage) == kAnswered &&
+           usage.ri_user_time >= 100'000'000;
+  }));
+  child.signalAndWait(SIGSTOP, WSTOPPED);
+  darwin::rusage_info_v4 usage{};
+  darwin::proc_taskallinfo info{};
+  ASSERT_EQ(machine_->resourceUsage(child.pid(), usage), kAnswered);
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(usage.ri_user_time, info.ptinfo.pti_total_user);
+  EXPECT_EQ(usage.ri_system_time, info.ptinfo.pti_total_system);
+  EXPECT_EQ(usage.ri_resident_size, info.ptinfo.pti_resident_size);
+  EXPECT_EQ(std::to_string(usage.ri_phys_footprint / 1024), statusLine(child.pid(), "RssAnon"));
+}
+
+TEST_F(LinuxMachineTest, NothingHereHasWorkQueuesChannelsOrSignatures) {
+  Child child(sleeping);
+  darwin::proc_workqueueinfo queue{};
+  darwin::channel_fdinfo channel{};
+  uint32_t flags = 99;
+  EXPECT_EQ(machine_->workQueue(child.pid(), queue), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->channelDescriptor(child.pid(), 0, channel), darwin::DARWIN_EBADF);
+  EXPECT_EQ(machine_->channelDescriptor(child.pid(), 9999, channel), darwin::DARWIN_EBADF);
+  ASSERT_EQ(machine_->codeSigningFlags(child.pid(), flags), kAnswered);
+  EXPECT_EQ(flags, 0u);
+  EXPECT_EQ(machine_->sandboxCheck(child.pid()), statusLine(child.pid(), "Seccomp") == "2" ? 1 : 0);
+}
+
+TEST_F(LinuxMachineTest, OtherUsersProcessesAreRefusedToUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  Child target(sleeping);
+  Child asker([&target](const std::function<void()> &ready) {
+    if (setresuid(65534, 65534, 65534) != 0) _exit(1);
+    std::unique_ptr<Machine> machine = makeLinuxMachine();
+    darwin::proc_taskallinfo info{};
+    darwin::proc_pidcoalitioninfo coalition{};
+    darwin::rusage_info_v4 usage{};
+    std::vector<uint64_t> threads;
+    std::vector<darwin::proc_fdinfo> list;
+    std::vector<darwin::memorystatus_priority_entry> entries;
+    bool asExpected = !machine->isPrivileged() &&
+                      machine->taskAllInfo(target.pid(), info) == darwin::DARWIN_EPERM &&
+                      machine->bsdInfo(target.pid(), true, info.pbsd) == darwin::DARWIN_EPERM &&
+                      machine->resourceUsage(target.pid(), usage) == darwin::DARWIN_EPERM &&
+                      machine->threadHandles(target.pid(), threads) == darwin::DARWIN_EPERM &&
+                      machine->descriptors(target.pid(), 9, list) == darwin::DARWIN_EPERM &&
+                      machine->coalition(target.pid(), coalition) == kAnswered &&
+                      machine->memoryStatusList(entries) == darwin::DARWIN_EPERM &&
+                      machine->taskAllInfo(getpid(), info) == kAnswered &&
+                      info.pbsd.pbi_uid == 65534;
+    if (asExpected) ready();
+  });
+}
+
+TEST_F(LinuxMachineTest, NothingLeaksAndOneProcessIsHeldAtMost) {
+  Child child(sleeping);
+  size_t before = openDescriptors();
+  for (int round = 0; round < 50; round++) {
+    for (int32_t pid : listed()) {
+      darwin::proc_taskallinfo info{};
+      std::vector<darwin::proc_fdinfo> list;
+      machine_->taskAllInfo(pid, info);
+      machine_->descriptors(pid, 128, list);
+    }
+    EXPECT_LE(openDescriptors(), before + 2) << "a process, and the socket that lists sockets";
+  }
+}
+
+TEST_F(LinuxMachineTest, MayBeAskedByManyThreads) {
+  Child child(sleeping);
+  Child other(busy);
+  std::atomic<int> failures{0};
+  std::vector<std::thread> askers;
+  for (int i = 0; i < 4; i++) {
+    askers.emplace_back([&, i] {
+      pid_t pid = i % 2 == 0 ? child.pid() : other.pid();
+      for (int round = 0; round < 200; round++) {
+        darwin::proc_taskallinfo info{};
+        darwin::proc_threadinfo thread{};
+        std::vector<int32_t> pids;
+        if (round % 20 == 0 && machine_->processIDs(pids) != kAnswered) failures++;
+        if (machine_->taskAllInfo(pid, info) != kAnswered ||
+            info.pbsd.pbi_pid != static_cast<uint32_t>(pid) ||
+            machine_->threadInfo(pid, static_cast<uint64_t>(pid), thread) != kAnswered) {
+          failures++;
+        }
+      }
+    });
+  }
+  for (std::thread &asker : askers) asker.join();
+  EXPECT_EQ(failures, 0);
+}
+
+}  // namespace
+}  // namespace host::linux_machine

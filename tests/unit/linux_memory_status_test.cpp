@@ -1,0 +1,199 @@
+// Jetsam bands and limits from Linux's figures, over tables and a made-up tree of control groups.
+#include "host/linux/memory_status.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace host::linux_machine {
+namespace {
+
+using testing::ElementsAre;
+
+TEST(LinuxMemoryStatus, BandsFallAsTheScoreRises) {
+  EXPECT_EQ(jetsamBand(0), 10);
+  EXPECT_EQ(jetsamBand(1000), 0);
+  EXPECT_EQ(jetsamBand(-1000), 21);
+  EXPECT_EQ(jetsamBand(500), 5);
+  EXPECT_EQ(jetsamBand(5000), 0);
+  EXPECT_EQ(jetsamBand(INT32_MIN), 21);
+  for (int32_t score = -999; score <= 1000; score++) {
+    EXPECT_LE(jetsamBand(score), jetsamBand(score - 1));
+  }
+}
+
+TEST(LinuxMemoryStatus, LimitsAreMegabytes) {
+  EXPECT_EQ(jetsamLimit(kNoMemoryLimit), -1);
+  EXPECT_EQ(jetsamLimit(0), 0);
+  EXPECT_EQ(jetsamLimit((uint64_t{1} << 20) - 1), 0);
+  EXPECT_EQ(jetsamLimit(uint64_t{512} << 20), 512);
+  EXPECT_EQ(jetsamLimit(uint64_t{1} << 60), INT32_MAX);
+}
+
+TEST(LinuxCgroupLimits, LimitTexts) {
+  EXPECT_EQ(parseMemoryLimit("max\n"), kNoMemoryLimit);
+  EXPECT_EQ(parseMemoryLimit("0\n"), 0u);
+  EXPECT_EQ(parseMemoryLimit("1073741824\n"), 1073741824u);
+  EXPECT_EQ(parseMemoryLimit("9223372036854771712\n"), kNoMemoryLimit) << "4 KiB pages";
+  EXPECT_EQ(parseMemoryLimit("9223372036854710272\n"), kNoMemoryLimit) << "64 KiB pages";
+  EXPECT_EQ(parseMemoryLimit(""), kNoMemoryLimit);
+  EXPECT_EQ(parseMemoryLimit("-1\n"), kNoMemoryLimit);
+}
+
+TEST(LinuxCgroupLimits, MountsThatMayLimitMemory) {
+  EXPECT_THAT(
+      parseCgroupMounts(
+          "31 23 0:28 / /sys/fs/cgroup rw,relatime - tmpfs tmpfs rw,mode=755\n"
+          "32 31 0:29 / /sys/fs/cgroup/cpu rw,relatime - cgroup cgroup rw,cpu\n"
+          "35 31 0:32 / /sys/fs/cgroup/mem\\040ory rw shared:9 master:3 - cgroup cgroup rw,memory\n"
+          "36 31 0:33 / /x rw - cgroup cgroup rw,memoryless\n"
+          "40 31 0:37 / /sys/fs/cgroup/systemd rw - cgroup cgroup rw,name=memory\n"
+          "41 31 0:38 / /sys/fs/cgroup/unified rw,relatime - cgroup2 cgroup2 rw\n"
+          "42 31 0:39 / /cut rw - cgroup2\n"
+          "43 31 0:39 / /no/dash rw cgroup2 cgroup2 rw\n"
+          "44 31 0:38 / /unfinished rw - cgroup2 cgroup2 rw"),
+      ElementsAre(CgroupMount{"/sys/fs/cgroup/mem ory", true},
+                  CgroupMount{"/sys/fs/cgroup/unified", false}));
+}
+
+class CgroupTree : public testing::Test {
+ protected:
+  CgroupTree() : root_(std::filesystem::path("/tmp/linux_cgroup_test.XXXXXX")) {
+    std::string name = root_.string();
+    EXPECT_NE(mkdtemp(name.data()), nullptr);
+    root_ = name;
+  }
+  ~CgroupTree() override { std::filesystem::remove_all(root_); }
+
+  void put(const std::string &file, const std::string &text) {
+    std::filesystem::create_directories((root_ / file).parent_path());
+    std::ofstream(root_ / file) << text;
+  }
+  std::vector<CgroupMount> mounted(bool isVersion1) const { return {{root_.string(), isVersion1}}; }
+
+  std::filesystem::path root_;
+  CgroupLimits limits_;
+};
+
+TEST_F(CgroupTree, ALimitHoldsForAllBelow) {
+  put("cgroup.controllers", "cpu memory pids\n");
+  put("cgroup.procs", "1\n2\n");
+  put("free/memory.max", "max\n");
+  put("free/cgroup.procs", "3\n");
+  put("tight/memory.max", "1000000\n");
+  put("tight/cgroup.procs", "4\n5\n");
+  put("tight/looser/memory.max", "2000000\n");
+  put("tight/looser/cgroup.procs", "6\n");
+  put("tight/tighter/memory.max", "500000\n");
+  put("tight/tighter/none/memory.max", "max\n");
+  put("tight/tighter/none/cgroup.procs", "7\n");
+  limits_.read(mounted(false));
+  EXPECT_EQ(limits_.of(1), kNoMemoryLimit);
+  EXPECT_EQ(limits_.of(3), kNoMemoryLimit);
+  EXPECT_EQ(limits_.of(4), 1000000u);
+  EXPECT_EQ(limits_.of(5), 1000000u);
+  EXPECT_EQ(limits_.of(6), 1000000u);
+  EXPECT_EQ(limits_.of(7), 500000u);
+  EXPECT_EQ(limits_.of(8), kNoMemoryLimit);
+  limits_.read({});
+  EXPECT_EQ(limits_.of(4), kNoMemoryLimit) << "each reading starts anew";
+}
+
+TEST_F(CgroupTree, Version1HasItsOwnNames) {
+  put("memory.limit_in_bytes", "9223372036854771712\n");
+  put("cgroup.procs", "1\n");
+  put("a/memory.limit_in_bytes", "4096\n");
+  put("a/cgroup.procs", "2\nnonsense\n3\n99999999999\n4");
+  limits_.read(mounted(true));
+  EXPECT_EQ(limits_.of(1), kNoMemoryLimit);
+  EXPECT_EQ(limits_.of(2), 4096u);
+  EXPECT_EQ(limits_.of(3), 4096u);
+  EXPECT_EQ(limits_.of(4), kNoMemoryLimit) << "a line that is cut is not read";
+}
+
+TEST_F(CgroupTree, Version2WithoutTheControllerHasNoLimits) {
+  put("cgroup.controllers", "hugetlb\n");
+  put("a/memory.max", "4096\n");
+  put("a/cgroup.procs", "2\n");
+  limits_.read(mounted(false));
+  EXPECT_EQ(limits_.of(2), kNoMemoryLimit);
+}
+
+TEST_F(CgroupTree, AMountThatIsGoneHasNoLimits) {
+  limits_.read({{(root_ / "gone").string(), true}, {(root_ / "gone").string(), false}});
+  EXPECT_EQ(limits_.of(2), kNoMemoryLimit);
+}
+
+TEST_F(CgroupTree, AVeryDeepTreeEnds) {
+  std::string path = "memory.limit_in_bytes";
+  put(path, "4096\n");
+  std::filesystem::path deep = root_;
+  for (int depth = 0; depth < 200; depth++) deep /= "d";
+  std::filesystem::create_directories(deep);
+  std::ofstream(root_ / "d" / "cgroup.procs") << "2\n";
+  std::ofstream(deep / "cgroup.procs") << "3\n";
+  limits_.read(mounted(true));
+  EXPECT_EQ(limits_.of(2), 4096u);
+  EXPECT_EQ(limits_.of(3), kNoMemoryLimit);
+}
+
+pid_t startWaiting(const char *score) {
+  int ready[2];
+  EXPECT_EQ(pipe(ready), 0);
+  pid_t pid = fork();
+  if (pid == 0) {
+    int file = open("/proc/self/oom_score_adj", O_WRONLY);
+    char told = file >= 0 && write(file, score, strlen(score)) > 0 ? 'y' : 'n';
+    if (write(ready[1], &told, 1) != 1) _exit(1);
+    for (;;) pause();
+  }
+  char told = 'n';
+  EXPECT_EQ(read(ready[0], &told, 1), 1);
+  EXPECT_EQ(told, 'y');
+  close(ready[0]);
+  close(ready[1]);
+  return pid;
+}
+
+TEST(LinuxMemoryStatus, ListsTheLivingLowestBandFirst) {
+  pid_t first = startWaiting("1000");
+  pid_t second = startWaiting("300");
+  pid_t zombie = fork();
+  if (zombie == 0) _exit(0);
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(zombie), &ended, WEXITED | WNOWAIT), 0);
+
+  MemoryStatus status;
+  FileHandle proc = openDirectory(AT_FDCWD, "/proc");
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  status.list(proc.get(), {zombie, second, first, getpid(), INT32_MAX}, entries);
+  std::vector<int32_t> pids;
+  std::vector<int32_t> bands;
+  for (const auto &entry : entries) {
+    pids.push_back(entry.pid);
+    bands.push_back(entry.priority);
+  }
+  EXPECT_EQ(pids.front(), first);
+  EXPECT_THAT(pids, testing::UnorderedElementsAre(first, second, getpid()));
+  EXPECT_EQ(bands.front(), 0);
+  EXPECT_TRUE(std::is_sorted(bands.begin(), bands.end()));
+  for (const auto &entry : entries) {
+    if (entry.pid == second) {
+      EXPECT_EQ(entry.priority, 7);
+    }
+  }
+  for (pid_t pid : {first, second}) kill(pid, SIGKILL);
+  for (pid_t pid : {first, second, zombie}) waitpid(pid, nullptr, 0);
+}
+
+}  // namespace
+}  // namespace host::linux_machine
