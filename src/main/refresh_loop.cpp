@@ -105,7 +105,8 @@ int runDisplay() {
   do {
     // Read once: a key that freezes the display in the middle of a cycle must not tear sampling
     // from retiring.
-    const bool updating = load(g_updates) != 0;
+    const bool frozen = load(g_updates) == 0;
+    const bool updating = !frozen && hasRoomForTable();
     const bool onScreen = load(wantCurses) != 0;
     if (onScreen) {
       fitScreen();
@@ -113,11 +114,8 @@ int runDisplay() {
     }
     if (updating) sample();
     showProcesses(load(g_process_information), load(g_previous_process_information), getFilter());
-    if (updating) {
-      keepAsPrevious();
-    } else {
-      setStatusBar("Updates Frozen ('F' to toggle back)", 3);
-    }
+    if (updating) keepAsPrevious();
+    if (frozen) setStatusBar("Updates Frozen ('F' to toggle back)", 3);
     if (onScreen) {
       wrefresh(stdscr);
       collectStandardError();

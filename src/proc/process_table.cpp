@@ -11,45 +11,113 @@ SharedInt num_procs{0};
 std::atomic<ProcessRecord *> g_previous_process_information{nullptr};
 SharedInt previous_num_procs{0};
 
+// Tables are mapped in steps of this many records, so that one fits the next sample too.
+constexpr size_t kCapacityStep = 256;
+
+struct Index {
+  Index *older;     // one that this table had before
+  int32_t indexed;  // how many records it covers
+  uint32_t mask;    // slots - 1; a power of two
+  int32_t slots[];  // open addressing: the place of a record, -1 in a free slot
+};
+
 // A table is mapped, not taken from the heap: the heap would clear reused memory and so touch all
 // of a record's unused slots. What belongs to a table beside its records stands in one of these.
 struct Table {
-  ProcessRecord *records;
-  size_t capacity;
+  std::atomic<ProcessRecord *> records;
+  size_t mapped;    // records that there is memory for
+  size_t capacity;  // those that were asked for
   bool retired;
-  // Index of the PIDs of the first `indexed` records: open addressing, -1 in a free slot. Null: not
-  // indexed.
-  int32_t *index;
-  uint32_t indexMask;
-  int32_t indexed;
+  std::atomic<Index *> index;  // null: not indexed
+  Index *outdated;             // indexes that a reader may still be in; they go with the table
 };
 
 // The current and the previous table, one being filled, and some that wait for a reader to leave.
 static Table tables[8];
+
+// A released table, cleared: the next one takes its pages, which cost more to get than to fill.
+static ProcessRecord *spareRecords = nullptr;
+static size_t spareMapped = 0;
+
 static SharedInt readers{0};
 
 static Table *tableOf(const ProcessRecord *table) {
   if (table == nullptr) return nullptr;
   for (Table &entry : tables) {
-    if (entry.records == table) return &entry;
+    if (load(entry.records) == table) return &entry;
   }
   return nullptr;
 }
 
-ProcessRecord *allocateProcessTable(size_t count) {
-  Table *entry = nullptr;
-  for (Table &candidate : tables) {
-    if (candidate.records == nullptr) entry = &candidate;
+static Table *unusedEntry() {
+  for (Table &entry : tables) {
+    if (load(entry.records) == nullptr) return &entry;
   }
-  size_t bytes = 0;
-  if (entry == nullptr || __builtin_mul_overflow(count, sizeof(ProcessRecord), &bytes))
-    return nullptr;
-  void *memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
-  if (memory == MAP_FAILED) return nullptr;
-  *entry = {};
-  entry->records = static_cast<ProcessRecord *>(memory);
+  return nullptr;
+}
+
+bool hasRoomForTable() {
+  return unusedEntry() != nullptr;
+}
+
+static ProcessRecord *mapRecords(size_t count, size_t *mapped) {
+  if (count > SIZE_MAX / sizeof(ProcessRecord) - kCapacityStep) return nullptr;
+  *mapped = (count + kCapacityStep - 1) / kCapacityStep * kCapacityStep;
+  void *memory = mmap(nullptr, *mapped * sizeof(ProcessRecord), PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANON, -1, 0);
+  return memory == MAP_FAILED ? nullptr : static_cast<ProcessRecord *>(memory);
+}
+
+static void dropSpare() {
+  if (spareRecords == nullptr) return;
+  munmap(spareRecords, spareMapped * sizeof(ProcessRecord));
+  spareRecords = nullptr;
+}
+
+ProcessRecord *allocateProcessTable(size_t count) {
+  Table *entry = unusedEntry();
+  if (entry == nullptr) return nullptr;
+  // A spare one of several times the size is from a time of more processes: it goes back.
+  if (spareRecords != nullptr && (spareMapped < count || spareMapped / 4 > count + kCapacityStep)) {
+    dropSpare();
+  }
+  ProcessRecord *table = spareRecords;
+  if (table != nullptr) {
+    entry->mapped = spareMapped;
+    spareRecords = nullptr;
+  } else {
+    table = mapRecords(count, &entry->mapped);
+    if (table == nullptr) return nullptr;
+  }
   entry->capacity = count;
-  return entry->records;
+  entry->retired = false;
+  store(entry->records, table);
+  return table;
+}
+
+static size_t usedThreads(const ProcessRecord *record) {
+  return record->numThreads > 0 && record->numThreads <= kThreadSlots
+             ? static_cast<size_t>(record->numThreads)
+             : 0;
+}
+
+static size_t usedFDs(const ProcessRecord *record) {
+  if (record->numFDs <= 0) return 0;
+  return static_cast<size_t>(record->numFDs < kFDSlots ? record->numFDs : kFDSlots);
+}
+
+// Zeroes a record without touching the slots that it does not use: most of its pages.
+static void clearRecord(ProcessRecord *record) {
+  memset(record->fds, 0, usedFDs(record) * sizeof record->fds[0]);
+  memset(record->threadIDs, 0, usedThreads(record) * sizeof record->threadIDs[0]);
+  memset(record->threads, 0, usedThreads(record) * sizeof record->threads[0]);
+
+  const auto clearBytes = [record](size_t begin, size_t end) {
+    memset(reinterpret_cast<char *>(record) + begin, 0, end - begin);
+  };
+  clearBytes(0, offsetof(ProcessRecord, fds));
+  clearBytes(offsetof(ProcessRecord, numThreads), offsetof(ProcessRecord, threadIDs));
+  clearBytes(offsetof(ProcessRecord, totalCPU), sizeof(ProcessRecord));
 }
 
 void releaseRecord(ProcessRecord *record) {
@@ -58,28 +126,39 @@ void releaseRecord(ProcessRecord *record) {
 }
 
 static void dropIndex(Table *entry) {
-  free(entry->index);
-  entry->index = nullptr;
-  entry->indexed = 0;
+  Index *index = load(entry->index);
+  if (index == nullptr) return;
+  store(entry->index, nullptr);
+  index->older = entry->outdated;
+  entry->outdated = index;
 }
 
 void releaseProcessTable(ProcessRecord *table) {
   Table *entry = tableOf(table);
   if (entry == nullptr) return;
-  for (size_t i = 0; i < entry->capacity; i++) releaseRecord(&table[i]);
   dropIndex(entry);
-  munmap(table, entry->capacity * sizeof(ProcessRecord));
-  *entry = {};
+  while (Index *index = entry->outdated) {
+    entry->outdated = index->older;
+    free(index);
+  }
+  for (size_t i = 0; i < entry->capacity; i++) {
+    releaseRecord(&table[i]);
+    clearRecord(&table[i]);
+  }
+  dropSpare();
+  spareRecords = table;
+  spareMapped = entry->mapped;
+  store(entry->records, nullptr);
 }
 
 void retireProcessTable(ProcessRecord *table) {
   Table *retiring = tableOf(table);
   if (retiring != nullptr) retiring->retired = true;
-  // Ordered against enterProcessTables: a reader seen as gone can no longer hold a table that was
-  // current before.
+  // A reader announces itself before it takes a table's address, and that address was replaced
+  // before this: with all four in one order, a reader that is not seen here can't have it.
   if (readers.load(std::memory_order_seq_cst) != 0) return;
   for (Table &entry : tables) {
-    if (entry.retired) releaseProcessTable(entry.records);
+    if (entry.retired) releaseProcessTable(load(entry.records));
   }
 }
 
@@ -96,53 +175,45 @@ static uint32_t slotOf(int32_t pid, uint32_t mask) {
   return static_cast<uint32_t>(pid) * 2654435769u & mask;
 }
 
+// The place of the first record of `pid`, or else the free slot where it belongs.
+static uint32_t findSlot(const Index *index, const ProcessRecord *table, int32_t pid) {
+  uint32_t slot = slotOf(pid, index->mask);
+  while (index->slots[slot] >= 0 && pidOf(&table[index->slots[slot]]) != pid) {
+    slot = (slot + 1) & index->mask;
+  }
+  return slot;
+}
+
 void indexProcessTable(ProcessRecord *table, int32_t count) {
   Table *entry = tableOf(table);
   if (entry == nullptr || count <= 0) return;
   dropIndex(entry);
   size_t slots = 64;
   while (slots < static_cast<size_t>(count) * 2) slots *= 2;
-  int32_t *index = static_cast<int32_t *>(malloc(slots * sizeof(int32_t)));
+  Index *index = static_cast<Index *>(malloc(sizeof(Index) + slots * sizeof(int32_t)));
   if (index == nullptr) return;
-  memset(index, 0xFF, slots * sizeof(int32_t));
-  const uint32_t mask = static_cast<uint32_t>(slots - 1);
+  index->indexed = count;
+  index->mask = static_cast<uint32_t>(slots - 1);
+  memset(index->slots, 0xFF, slots * sizeof(int32_t));
   for (int32_t i = 0; i < count; i++) {
-    uint32_t slot = slotOf(pidOf(&table[i]), mask);
-    while (index[slot] >= 0 && pidOf(&table[index[slot]]) != pidOf(&table[i]))
-      slot = (slot + 1) & mask;
-    if (index[slot] < 0) index[slot] = i;  // the first record of a PID wins
+    int32_t *place = &index->slots[findSlot(index, table, pidOf(&table[i]))];
+    if (*place < 0) *place = i;  // the first record of a PID wins
   }
-  entry->index = index;
-  entry->indexMask = mask;
-  entry->indexed = count;
+  store(entry->index, index);
 }
 
 ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, int32_t count) {
-  const Table *entry = tableOf(table);
   if (table == nullptr) return nullptr;
-  if (entry != nullptr && entry->index != nullptr && entry->indexed == count) {
-    uint32_t slot = slotOf(pid, entry->indexMask);
-    for (; entry->index[slot] >= 0; slot = (slot + 1) & entry->indexMask) {
-      ProcessRecord *record = &table[entry->index[slot]];
-      if (pidOf(record) == pid) return record;
-    }
-    return nullptr;
+  const Table *entry = tableOf(table);
+  const Index *index = entry != nullptr ? load(entry->index) : nullptr;
+  if (index != nullptr && index->indexed == count) {
+    const int32_t place = index->slots[findSlot(index, table, pid)];
+    return place >= 0 ? &table[place] : nullptr;
   }
   for (int32_t i = 0; i < count; i++) {
     if (pidOf(&table[i]) == pid) return &table[i];
   }
   return nullptr;
-}
-
-static size_t usedThreads(const ProcessRecord *record) {
-  return record->numThreads > 0 && record->numThreads <= kThreadSlots
-             ? static_cast<size_t>(record->numThreads)
-             : 0;
-}
-
-static size_t usedFDs(const ProcessRecord *record) {
-  if (record->numFDs <= 0) return 0;
-  return static_cast<size_t>(record->numFDs < kFDSlots ? record->numFDs : kFDSlots);
 }
 
 template <typename T>
@@ -151,7 +222,7 @@ static void moveSlots(T *to, size_t usedTo, const T *from, size_t usedFrom) {
   if (usedTo > usedFrom) memset(to + usedFrom, 0, (usedTo - usedFrom) * sizeof(T));
 }
 
-// Copies a record without touching the slots that neither of the two uses: most of its pages.
+// Copies a record without touching the slots that neither of the two uses.
 static void moveRecord(ProcessRecord *to, const ProcessRecord *from) {
   moveSlots(to->fds, usedFDs(to), from->fds, usedFDs(from));
   moveSlots(to->threadIDs, usedThreads(to), from->threadIDs, usedThreads(from));

@@ -17,6 +17,9 @@ extern SharedInt previous_num_procs;                                 // its reco
 // releaseProcessTable or retireProcessTable.
 ProcessRecord *allocateProcessTable(size_t count);
 
+// Whether allocateProcessTable has a place left: not while a reader keeps too many retired tables.
+bool hasRoomForTable();
+
 // Frees a record's descriptor details.
 void releaseRecord(ProcessRecord *record);
 

@@ -104,6 +104,7 @@ static void getThreads(int32_t pid, ProcessRecord *record) {
     if (pid > 0) fprintf(stderr, "PID %d has more %d threads. Crazzzzy\n", pid, record->numThreads);
     return;  // without handles there is no thread to ask about
   }
+  if (record->numThreads < 1) return;
   darwin::proc_pidinfo(pid, darwin::PROC_PIDLISTTHREADS, 0, record->threadIDs,
                        record->numThreads * static_cast<int>(sizeof record->threadIDs[0]));
   for (int32_t i = 0; i < record->numThreads; i++) {

@@ -139,16 +139,16 @@ static void showMemoryStatus() {
 
 static void showCompressor(const darwin::vm_statistics64 &memory, ProcessRecord *current,
                            const ProcessRecord *previous) {
-  const int compressed = megabytes(memory.compressions);
-  const int decompressed = megabytes(memory.decompressions);
+  const uint32_t compressed = static_cast<uint32_t>(memory.compressions / kPagesPerMegabyte);
+  const uint32_t decompressed = static_cast<uint32_t>(memory.decompressions / kPagesPerMegabyte);
   const bool delta = load(g_Delta) != 0 && previous != nullptr;
   outputLine("Comp: %4dM , Decomp: %4dM  File: %4dM  Anon: %4dM Throttled: %4dM\n",
-             compressed - (delta ? static_cast<int>(previous->compressionsStash) : 0),
-             decompressed - (delta ? static_cast<int>(previous->decompressionsStash) : 0),
+             static_cast<int>(compressed - (delta ? previous->compressionsStash : 0)),
+             static_cast<int>(decompressed - (delta ? previous->decompressionsStash : 0)),
              megabytes(memory.external_page_count), megabytes(memory.internal_page_count),
              megabytes(memory.throttled_count));
-  current->decompressionsStash = static_cast<uint32_t>(decompressed);
-  current->compressionsStash = static_cast<uint32_t>(compressed);
+  current->decompressionsStash = decompressed;
+  current->compressionsStash = compressed;
 }
 
 static void showSwap(const darwin::xsw_usage &swap) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <type_traits>
 
 namespace sondex {
 
@@ -18,6 +19,16 @@ inline T load(const std::atomic<T> &word) {
 template <typename T>
 inline void store(std::atomic<T> &word, typename std::atomic<T>::value_type value) {
   word.store(value, std::memory_order_relaxed);
+}
+
+template <typename T>
+inline T *load(const std::atomic<T *> &word) {
+  return word.load(std::memory_order_seq_cst);
+}
+
+template <typename T>
+inline void store(std::atomic<T *> &word, std::type_identity_t<T> *value) {
+  word.store(value, std::memory_order_seq_cst);
 }
 
 }  // namespace sondex
