@@ -97,11 +97,12 @@ static void showRow(const Perspective *perspective, ProcessRecord *record, Proce
     if (!isColumnVisible(column) || width + column->width > load(x)) continue;
     width += column->width;
     if (i != 0 && load(g_wantLines) != 0) showSeparator();
-    const bool selected = i == perspective->selectedColumn;
-    const uint32_t pair = onScreen() && !highlighted ? colorPair(kPairSelected) : 0;
-    if (selected) switchOn(static_cast<uint32_t>(A_BOLD) | pair);
+    // A highlighted row is bold as a whole already.
+    const bool marked = i == perspective->selectedColumn && !highlighted;
+    const uint32_t pair = onScreen() ? colorPair(kPairSelected) : 0;
+    if (marked) switchOn(static_cast<uint32_t>(A_BOLD) | pair);
     column->print(record, previous);
-    if (selected) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
+    if (marked) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
   }
   output("\n", 0);
 }

@@ -1,0 +1,89 @@
+#include "main/refresh_loop.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "columns/column_table.h"
+#include "columns/perspective.h"
+#include "proc/sampler.h"
+#include "state/display.h"
+#include "tests/unit/sampled_machine.h"
+
+namespace {
+
+using namespace sondex;
+using sampled::errorOutputOf;
+using sampled::SampledTest;
+
+class PlainList : public SampledTest {
+ protected:
+  std::string run() {
+    testing::internal::CaptureStdout();
+    errorOutputOf([this] { result = runDisplay(); });
+    return testing::internal::GetCapturedStdout();
+  }
+
+  ProcessRecord *recordOf(int32_t pid) {
+    return findProcessInformationByPid(load(g_process_information), pid, load(num_procs));
+  }
+
+  int result = -1;
+};
+
+TEST_F(PlainList, IsDrawnOnce) {
+  machine.add(5, "only");
+  const std::string list = run();
+  EXPECT_EQ(result, 0);
+  const size_t row = list.find("|only           |");
+  ASSERT_NE(row, std::string::npos) << list;
+  EXPECT_EQ(list.find("|only ", row + 1), std::string::npos);
+}
+
+TEST_F(PlainList, SampleOfStartUpIsGivenBack) {
+  std::vector<ProcessRecord *> all;
+  while (hasRoomForTable()) all.push_back(allocateProcessTable(1));
+  const size_t room = all.size();
+  for (ProcessRecord *table : all) releaseProcessTable(table);
+
+  machine.add(5, "only");
+  errorOutputOf([] { store(g_process_information, getPIDList()); });
+  run();
+  EXPECT_EQ(load(g_process_information), load(g_previous_process_information));
+  EXPECT_EQ(load(previous_num_procs), load(num_procs));
+  std::vector<ProcessRecord *> others;
+  while (hasRoomForTable()) others.push_back(allocateProcessTable(1));
+  for (ProcessRecord *table : others) releaseProcessTable(table);
+  EXPECT_EQ(others.size(), room - 1) << "only the current table is out";
+}
+
+TEST_F(PlainList, FrozenOneTakesNoSample) {
+  machine.add(5, "before");
+  errorOutputOf([] { store(g_process_information, getPIDList()); });
+  machine.add(6, "after");
+  store(g_updates, 0);
+  const std::string list = run();
+  EXPECT_NE(list.find("|before "), std::string::npos);
+  EXPECT_EQ(list.find("|after "), std::string::npos);
+  EXPECT_EQ(load(g_previous_process_information), nullptr);
+}
+
+TEST_F(PlainList, VerdictsAreAskedForOnlyWhileTheirColumnIsThere) {
+  machine.add(5, "signed").signing = 1;
+  machine.add(6, "plain");
+  run();
+  EXPECT_EQ(machine.timesAsked("codeSigningFlags"), 0u);
+  EXPECT_STREQ(recordOf(5)->csStatus, "");
+
+  Perspective perspective = *getDefaultPerspective();
+  perspective.columns[0] = col_codesign;
+  setDefaultPerspective(&perspective);
+  const std::string list = run();
+  EXPECT_STREQ(recordOf(5)->csStatus, "OK");
+  EXPECT_STREQ(recordOf(6)->csStatus, "NO");
+  EXPECT_NE(list.find("\nOK|5    |"), std::string::npos) << list;
+  EXPECT_NE(list.find("\nNO|6    |"), std::string::npos) << list;
+  setDefaultPerspective(nullptr);
+}
+
+}  // namespace
