@@ -81,16 +81,13 @@ static bool passes(const ProcessRecord *record, const char *filter) {
 static void showSeparator() {
   const uint32_t attribute = colorPair(kPairHeader);
   switchOn(attribute);
-  if (onScreen()) {
-    waddch(stdscr, ACS_VLINE);
-  } else {
-    output("|", 0);
-  }
+  outputSeparator();
   switchOff(attribute);
 }
 
 static void showRow(const Perspective *perspective, ProcessRecord *record, ProcessRecord *previous,
                     bool highlighted) {
+  confineToLine(true);  // a value too wide for its column must not cost the list a line
   int32_t width = 0;
   for (int32_t i = 0; perspective->columns[i].print != nullptr; i++) {
     const ColumnDescriptor *column = &perspective->columns[i];
@@ -104,6 +101,7 @@ static void showRow(const Perspective *perspective, ProcessRecord *record, Proce
     column->print(record, previous);
     if (marked) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
   }
+  confineToLine(false);
   output("\n", 0);
 }
 

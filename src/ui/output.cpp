@@ -30,12 +30,26 @@ static const ColorPair kColorPairs[] = {
     {kPairShrunk, COLOR_GREEN, COLOR_BLACK},
 };
 
+static bool confined = false;
+
+// How much of the text may be written without leaving the screen's line; the last cell stays free.
+static int confinedLength(const char *text, int length) {
+  const int room = getmaxx(stdscr) - 1 - getcurx(stdscr);
+  if (length <= room) return length;
+  int end = room > 0 ? room : 0;
+  // Never in the middle of a character.
+  while (end > 0 && (text[end] & 0xC0) == 0x80) end--;
+  return end;
+}
+
 static int writeBytes(const char *text, int length) {
   if (load(wantCurses) == 0) {
     const size_t size = static_cast<size_t>(length);
     return fwrite(text, 1, size, stdout) == size ? length : -1;
   }
-  return stdscr == nullptr ? -1 : waddnstr(stdscr, text, length);
+  if (stdscr == nullptr) return -1;
+  const int shown = confined ? confinedLength(text, length) : length;
+  return shown > 0 ? waddnstr(stdscr, text, shown) : 0;
 }
 
 int output(const char *text, int width) {
@@ -51,6 +65,18 @@ void outputBlanks(int count) {
   static const char kBlanks[] = "                                                                ";
   constexpr int kPiece = sizeof kBlanks - 1;
   for (; count > 0; count -= kPiece) writeBytes(kBlanks, count < kPiece ? count : kPiece);
+}
+
+void outputSeparator() {
+  if (load(wantCurses) == 0) {
+    output("|", 0);
+  } else if (stdscr != nullptr && (!confined || confinedLength("|", 1) > 0)) {
+    waddch(stdscr, ACS_VLINE);
+  }
+}
+
+void confineToLine(bool on) {
+  confined = on;
 }
 
 static bool screenIsOpen() {

@@ -24,6 +24,12 @@ int output(const char *text, int width);
 // Writes `count` blanks; none when it is not positive.
 void outputBlanks(int count);
 
+// Writes the separator between two columns: a line-drawing character on the screen, else "|".
+void outputSeparator();
+
+// While on, what is written on the screen is cut at the end of its line instead of going on below.
+void confineToLine(bool on);
+
 // Attributes for what is written next, as curses attribute bits. Nothing happens without a screen.
 void switchOn(uint32_t attributes);
 void switchOff(uint32_t attributes);

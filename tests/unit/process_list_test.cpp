@@ -444,6 +444,33 @@ TEST_F(ListOnScreen, LastVisibleColumnIsTheLastThatFits) {
   EXPECT_EQ(load(g_lastVisibleCol), 2);
 }
 
+int printTooWide(ProcessRecord *, ProcessRecord *) {
+  return output(std::string(150, 'w').c_str(), 0);
+}
+
+int printTooWideText(ProcessRecord *, ProcessRecord *) {
+  // Up to the last cell that may be written, then a character of three bytes.
+  return output((std::string(116, 'w') + "\u20ac" + "end").c_str(), 0);
+}
+
+TEST_F(ListOnScreen, AValueTooWideForTheScreenIsCutAtItsEdge) {
+  addColumn("X", 5, printTooWide);
+  addColumn("Y", 5, printX);
+  current({"a", "b"});
+  frame();
+  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(117, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow + 1), "b\u2502" + std::string(117, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow + 2), "");
+}
+
+TEST_F(ListOnScreen, AValueIsNotCutInsideACharacter) {
+  addColumn("X", 5, printTooWideText);
+  current({"a"});
+  frame();
+  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(116, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow + 1), "");
+}
+
 TEST_F(ListOnScreen, HeaderIsUnderlinedAndTheSelectedColumnBold) {
   addColumn("X", 4, printX);
   perspective.selectedColumn = 1;

@@ -100,6 +100,7 @@ int wattr_on(WINDOW *window, attr_t attributes, void *reserved);
 int wattr_off(WINDOW *window, attr_t attributes, void *reserved);
 int wattrset(WINDOW *window, int attributes);
 
+int getcurx(const WINDOW *window);
 int getmaxx(const WINDOW *window);
 int getmaxy(const WINDOW *window);
 bool is_term_resized(int rows, int columns);
