@@ -1,5 +1,6 @@
 #include "crowd.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -9,6 +10,13 @@
 #include <cstdlib>
 
 namespace bench {
+
+// Keeps of what is open here no more than a daemon has.
+static void becomeQuiet() {
+  const int null = open("/dev/null", O_RDWR);
+  for (int descriptor = 0; descriptor <= 2; descriptor++) dup2(null, descriptor);
+  close_range(3, ~0U, 0);
+}
 
 Crowd::Crowd(size_t count) {
   pids_.reserve(count);
@@ -20,6 +28,7 @@ Crowd::Crowd(size_t count) {
     }
     if (pid == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
+      becomeQuiet();
       for (;;) pause();
     }
     pids_.push_back(pid);

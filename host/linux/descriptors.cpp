@@ -5,6 +5,7 @@
 #include <linux/limits.h>
 #include <signal.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
@@ -94,6 +95,9 @@ bool readText(int fd, size_t limit, std::string &text) {
 
 // Whether the process still runs; a zombie has no descriptors left.
 bool isAlive(int processDirectory) {
+  // Nor has it a root directory, which is cheaper to ask for than its state.
+  char root[8];
+  if (readlinkat(processDirectory, "root", root, sizeof(root)) >= 0) return true;
   const FileDescriptor file(openat(processDirectory, "stat", O_RDONLY | O_CLOEXEC));
   if (file.get() < 0) return errno != ENOENT && errno != ESRCH;
   char text[256];
@@ -179,8 +183,9 @@ uint32_t darwinDevice(uint32_t majorNumber, uint32_t minorNumber) {
 
 // Looks at the open file itself. Doesn't wait for a server that holds the file: what is known here
 // is good enough, and a dead one must not hold up the whole listing. A file whose system refuses to
-// tell is left all zero, for its descriptor is open nevertheless.
-Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
+// tell is left all zero, for its descriptor is open nevertheless. `device` is the whole number of
+// which `stat` has room for a part.
+Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat, uint64_t &device) {
   const EntryName name("fd", fd);
   struct statx file;
   if (statx(processDirectory, name.text, AT_STATX_DONT_SYNC, STATX_BASIC_STATS | STATX_BTIME,
@@ -188,6 +193,7 @@ Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
     const bool closed = errno == ENOENT || errno == ESRCH;
     return closed ? failure(errno, processDirectory) : kAnswered;
   }
+  device = makedev(file.stx_dev_major, file.stx_dev_minor);
   stat.vst_dev = darwinDevice(file.stx_dev_major, file.stx_dev_minor);
   stat.vst_mode = file.stx_mode;
   stat.vst_nlink = static_cast<uint16_t>(std::min<uint32_t>(file.stx_nlink, UINT16_MAX));
@@ -209,6 +215,28 @@ Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
   stat.vst_blksize = static_cast<int32_t>(file.stx_blksize);
   stat.vst_rdev = darwinDevice(file.stx_rdev_major, file.stx_rdev_minor);
   return kAnswered;
+}
+
+Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
+  uint64_t device = 0;
+  return lookAt(processDirectory, fd, stat, device);
+}
+
+// The file system that an open file stands in; 0 if none was opened.
+uint64_t deviceOf(const FileDescriptor &file) {
+  struct stat stat;
+  return file.get() >= 0 && fstat(file.get(), &stat) == 0 ? stat.st_dev : 0;
+}
+
+uint64_t deviceOfSockets() {
+  return deviceOf(FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+}
+
+uint64_t deviceOfPipes() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return 0;
+  const FileDescriptor writing(ends[1]);
+  return deviceOf(FileDescriptor(ends[0]));
 }
 
 int32_t vnodeType(uint16_t mode) {
@@ -419,7 +447,9 @@ uint32_t descriptorTypeOfLink(std::string_view link) {
   return darwin::PROX_FDTYPE_VNODE;
 }
 
-Descriptors::Descriptors() = default;
+Descriptors::Descriptors()
+    : socketKind_{darwin::PROX_FDTYPE_SOCKET, darwin::DARWIN_ENOTSOCK, deviceOfSockets()},
+      pipeKind_{darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, deviceOfPipes()} {}
 Descriptors::~Descriptors() = default;
 
 void Descriptors::beginPass() {
@@ -493,11 +523,11 @@ Errno Descriptors::type(int processDirectory, int fd, uint32_t &type) {
 }
 
 // What all questions begin with: the link, which must be of the type asked about, and the fdinfo.
-Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Errno otherType, Link &link,
+Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Link &link,
                         darwin::proc_fileinfo &info) {
   Errno error = readLink(processDirectory, fd, link);
   if (error != kAnswered) return error;
-  if (link.type != type) return otherType;
+  if (link.type != type) return darwin::DARWIN_EBADF;
   error = readFileInfo(processDirectory, fd, kFileInfoSize);
   if (error == kAnswered) info = parseFileInfo(text_, type);
   return error;
@@ -506,8 +536,7 @@ Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Errno other
 Errno Descriptors::vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info) {
   Link link;
   darwin::vnode_fdinfowithpath answer = {};
-  Errno error =
-      open(processDirectory, fd, darwin::PROX_FDTYPE_VNODE, darwin::DARWIN_EBADF, link, answer.pfi);
+  Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_VNODE, link, answer.pfi);
   if (error != kAnswered) return error;
   darwin::vnode_info &vnode = answer.pvip.vip_vi;
   error = lookAt(processDirectory, fd, vnode.vi_stat);
@@ -517,6 +546,28 @@ Errno Descriptors::vnode(int processDirectory, int fd, darwin::vnode_fdinfowithp
   copyText(withoutMark(link.text, vnode.vi_stat), answer.pvip.vip_path);
   info = answer;
   return kAnswered;
+}
+
+// What questions about sockets and pipes begin with. The file system tells them from everything
+// else: the link is read only of what is none, or does not tell.
+Errno Descriptors::openNameless(int processDirectory, int fd, const NamelessKind &kind,
+                                uint64_t &inode, darwin::proc_fileinfo &info,
+                                darwin::vinfo_stat &stat) {
+  if (fd < 0) return darwin::DARWIN_EBADF;
+  uint64_t device = 0;
+  Errno error = lookAt(processDirectory, fd, stat, device);
+  if (error != kAnswered) return error;
+  inode = stat.vst_ino;
+  if (device == 0 || device != kind.device) {
+    Link link;
+    error = readLink(processDirectory, fd, link);
+    if (error != kAnswered) return error;
+    if (link.type != kind.type) return kind.otherType;
+    inode = link.inode();
+  }
+  error = readFileInfo(processDirectory, fd, kFileInfoSize);
+  if (error == kAnswered) info = parseFileInfo(text_, kind.type);
+  return error;
 }
 
 // Whether sockets of the process's network namespace are in the tables that are read here.
@@ -531,14 +582,12 @@ bool Descriptors::sharesNetwork(int processDirectory) {
 }
 
 Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &info) {
-  Link link;
   darwin::socket_fdinfo answer = {};
-  Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_SOCKET, darwin::DARWIN_ENOTSOCK,
-                     link, answer.pfi);
+  uint64_t inode = 0;
+  const Errno error =
+      openNameless(processDirectory, fd, socketKind_, inode, answer.pfi, answer.psi.soi_stat);
   if (error != kAnswered) return error;
-  error = lookAt(processDirectory, fd, answer.psi.soi_stat);
-  if (error != kAnswered) return error;
-  if (!sockets_.describe(link.inode(), answer.psi) && sharesNetwork(processDirectory)) {
+  if (!sockets_.describe(inode, answer.psi) && sharesNetwork(processDirectory)) {
     // The kernel does not list Internet sockets before they are bound or connected.
     char path[64];
     char name[32];
@@ -560,8 +609,7 @@ Errno Descriptors::semaphore(int processDirectory, int fd, darwin::psem_fdinfo &
 Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info) {
   Link link;
   darwin::pshm_fdinfo answer = {};
-  Errno error =
-      open(processDirectory, fd, darwin::PROX_FDTYPE_PSHM, darwin::DARWIN_EBADF, link, answer.pfi);
+  Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_PSHM, link, answer.pfi);
   if (error != kAnswered) return error;
   darwin::vinfo_stat file = {};
   error = lookAt(processDirectory, fd, file);
@@ -580,15 +628,13 @@ Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinf
 }
 
 Errno Descriptors::pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info) {
-  Link link;
   darwin::pipe_fdinfo answer = {};
-  Errno error =
-      open(processDirectory, fd, darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, link, answer.pfi);
-  if (error != kAnswered) return error;
-  error = lookAt(processDirectory, fd, answer.pipeinfo.pipe_stat);
+  uint64_t inode = 0;
+  const Errno error =
+      openNameless(processDirectory, fd, pipeKind_, inode, answer.pfi, answer.pipeinfo.pipe_stat);
   if (error != kAnswered) return error;
   const bool writes = (answer.pfi.fi_openflags & darwin::DARWIN_FWRITE) != 0;
-  const uint64_t reading = link.inode() * 2;
+  const uint64_t reading = inode * 2;
   answer.pipeinfo.pipe_handle = reading + (writes ? 1 : 0);
   answer.pipeinfo.pipe_peerhandle = reading + (writes ? 0 : 1);
   info = answer;
@@ -598,8 +644,7 @@ Errno Descriptors::pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info)
 Errno Descriptors::kqueue(int processDirectory, int fd, darwin::kqueue_fdinfo &info) {
   Link link;
   darwin::kqueue_fdinfo answer = {};
-  const Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_KQUEUE, darwin::DARWIN_EBADF,
-                           link, answer.pfi);
+  const Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_KQUEUE, link, answer.pfi);
   if (error != kAnswered) return error;
   info = answer;
   return kAnswered;

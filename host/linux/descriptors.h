@@ -55,13 +55,22 @@ class Descriptors {
 
  private:
   struct Link;
+  // What tells sockets, or pipes, from everything else.
+  struct NamelessKind {
+    uint32_t type;
+    Errno otherType;
+    uint64_t device;  // of the file system that has nothing else in it; 0 if not known
+  };
 
   Errno readLink(int processDirectory, int fd, Link &link);
   Errno readFileInfo(int processDirectory, int fd, size_t limit);
-  Errno open(int processDirectory, int fd, uint32_t type, Errno otherType, Link &link,
-             darwin::proc_fileinfo &info);
+  Errno open(int processDirectory, int fd, uint32_t type, Link &link, darwin::proc_fileinfo &info);
+  Errno openNameless(int processDirectory, int fd, const NamelessKind &kind, uint64_t &inode,
+                     darwin::proc_fileinfo &info, darwin::vinfo_stat &stat);
   bool sharesNetwork(int processDirectory);
 
+  const NamelessKind socketKind_;
+  const NamelessKind pipeKind_;
   SocketTable sockets_;
   uint64_t networkDevice_ = 0;
   uint64_t networkInode_ = 0;

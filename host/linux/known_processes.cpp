@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "host/posix.h"
 
@@ -55,13 +56,21 @@ TableSharing compareDescriptorTables(int32_t pid, int32_t other) {
   }
 }
 
-bool KnownProcesses::hasOwnDescriptors(KnownProcess &process, int32_t pid, int32_t parent) {
+bool KnownProcesses::takeLife(int32_t pid) {
+  auto found = processes_.find(pid);
+  return found != processes_.end() && std::exchange(found->second.isAlive, false);
+}
+
+bool KnownProcesses::hasOwnDescriptors(KnownProcess &process, const ProcessStat &stat) {
+  // Kernel threads share one table, in which the kernel opens nothing.
+  if (stat.isKernelThread()) return true;
   if (!process.sharing) {
     // Only a process's creation can make it share its parent's table.
-    process.sharing = parent > 0 ? compareDescriptorTables(pid, parent) : TableSharing::none;
-    if (process.sharing == TableSharing::shared) sharers_.insert(parent);
+    process.sharing =
+        stat.parent > 0 ? compareDescriptorTables(stat.id, stat.parent) : TableSharing::none;
+    if (process.sharing == TableSharing::shared) sharers_.insert(stat.parent);
   }
-  return process.sharing == TableSharing::none && !sharers_.contains(pid);
+  return process.sharing == TableSharing::none && !sharers_.contains(stat.id);
 }
 
 }  // namespace host::linux_machine

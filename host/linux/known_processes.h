@@ -36,6 +36,8 @@ TableSharing compareDescriptorTables(int32_t pid, int32_t other);
 
 struct KnownProcess {
   uint64_t startTicks = 0;
+  // It was alive at the last look, and takeLife() was not asked since.
+  bool isAlive = false;
 
   // The scheduler's record at the last look; absent where it can't tell whether the process ran.
   std::optional<SchedulerRecord> record;
@@ -77,9 +79,13 @@ class KnownProcesses {
   void keepOnly(const std::vector<int32_t> &pids);
   size_t size() const { return processes_.size(); }
 
+  // Whether `pid` was alive at the last look. A look tells so once: who asks again without having
+  // looked at the process must find out.
+  bool takeLife(int32_t pid);
+
   // Whether no other process can have changed the descriptors of `process`, as far as its parent
   // and children go.
-  bool hasOwnDescriptors(KnownProcess &process, int32_t pid, int32_t parent);
+  bool hasOwnDescriptors(KnownProcess &process, const ProcessStat &stat);
 
  private:
   std::unordered_map<int32_t, KnownProcess> processes_;

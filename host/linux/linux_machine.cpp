@@ -241,7 +241,7 @@ Errno LinuxMachine::descriptors(pid_t pid, size_t limit, std::vector<darwin::pro
   // One that was shorter than its limit was whole.
   bool isKnown = process.descriptors && (process.descriptors->size() < process.descriptorLimit ||
                                          process.descriptorLimit >= limit);
-  bool isOwn = known_.hasOwnDescriptors(process, pid, present_.stat().parent);
+  bool isOwn = known_.hasOwnDescriptors(process, present_.stat());
   if (!isKnown || !isOwn) {
     process.descriptors.reset();
     std::vector<darwin::proc_fdinfo> listed;
@@ -317,7 +317,7 @@ Errno LinuxMachine::memoryStatusList(std::vector<darwin::memorystatus_priority_e
   Lock lock(mutex_);
   std::vector<int32_t> pids;
   Errno error = listProcesses(pids);
-  if (error == kAnswered) memoryStatus_.list(proc_.get(), pids, entries);
+  if (error == kAnswered) memoryStatus_.list(proc_.get(), pids, known_, entries);
   return error;
 }
 

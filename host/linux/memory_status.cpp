@@ -35,7 +35,7 @@ bool MemoryStatus::isAlive(int procDirectory, int32_t pid) {
          parseProcessStat(text, stat) && !stat.isZombie();
 }
 
-void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids,
+void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
                         std::vector<darwin::memorystatus_priority_entry> &entries) {
   limits_.read();
   entries.clear();
@@ -46,9 +46,10 @@ void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids,
     std::string_view text;
     int32_t score = 0;
     if (reader_.readRecord(procDirectory, name, text) != kAnswered ||
-        !TextCursor(text).number(score) || !isAlive(procDirectory, pid)) {
+        !TextCursor(text).number(score)) {
       continue;
     }
+    if (!known.takeLife(pid) && !isAlive(procDirectory, pid)) continue;
     darwin::memorystatus_priority_entry entry{};
     entry.pid = pid;
     entry.priority = jetsamBand(score);

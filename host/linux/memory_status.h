@@ -6,6 +6,7 @@
 
 #include "darwin/memorystatus.h"
 #include "host/linux/cgroup_limits.h"
+#include "host/linux/known_processes.h"
 #include "host/linux/procfs.h"
 #include "host/machine.h"
 
@@ -21,8 +22,9 @@ int32_t jetsamLimit(uint64_t limit);
 class MemoryStatus {
  public:
   // Entries of all processes among `pids` that are alive, lowest band first. `procDirectory` is an
-  // open handle of /proc.
-  void list(int procDirectory, const std::vector<int32_t> &pids,
+  // open handle of /proc. One that was alive at the last look is taken to be so once more: ended
+  // since, it is in one list yet until it is reaped.
+  void list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
             std::vector<darwin::memorystatus_priority_entry> &entries);
 
  private:

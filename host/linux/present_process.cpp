@@ -85,6 +85,7 @@ Errno PresentProcess::findOut(pid_t pid) {
   access_.reset();
   threadsRead_ = false;
   known_ = &all_.find(pid, stat_.startTicks);
+  known_->isAlive = !stat_.isZombie();
 
   std::optional<SchedulerRecord> record;
   std::string_view text;
@@ -188,12 +189,15 @@ static Errno readUserNamespace(int directory, const char *name, std::string &tex
 
 Errno PresentProcess::hasOwnUsers(bool &own) {
   if (!known_->hasOwnUsers) {
-    std::string ours;
-    std::string theirs;
-    Errno error = readUserNamespace(procDirectory_, "self/ns/user", ours);
-    if (error == kAnswered) error = readUserNamespace(directory_.get(), "ns/user", theirs);
+    std::string text;
+    Errno error = kAnswered;
+    if (!ownUsers_) {
+      error = readUserNamespace(procDirectory_, "self/ns/user", text);
+      if (error == kAnswered) ownUsers_ = text;
+    }
+    if (error == kAnswered) error = readUserNamespace(directory_.get(), "ns/user", text);
     if (error != kAnswered) return error;
-    known_->hasOwnUsers = !theirs.empty() && theirs != ours;
+    known_->hasOwnUsers = !text.empty() && text != *ownUsers_;
   }
   own = *known_->hasOwnUsers;
   return kAnswered;

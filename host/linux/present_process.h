@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -85,6 +86,7 @@ class PresentProcess {
   uint64_t readAt_ = 0;
   uint32_t answered_ = 0;
   std::optional<Errno> access_;
+  std::optional<std::string> ownUsers_;  // our own user namespace, which stays
   std::vector<ThreadReading> threads_;
   bool threadsRead_ = false;
 };

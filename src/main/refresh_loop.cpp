@@ -10,6 +10,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "columns/column_table.h"
 #include "columns/perspective.h"
 #include "columns/sort.h"
@@ -40,6 +42,8 @@ static void startDisplay() {
   atexit(closeScreen);
   openScreen();
   signal(SIGINT, sighandler);
+  // In place of curses' own: a size that changes just before the wait must not go unnoticed.
+  signal(SIGWINCH, resizehandler);
   pthread_t watcher;
   const int failure = pthread_create(&watcher, nullptr, watchPressure, nullptr);
   if (failure == 0) {
@@ -80,24 +84,17 @@ static void keepAsPrevious() {
   retireProcessTable(retired);
 }
 
-// Waits for the next refresh. A byte on the pipe, a signal (the window's new size among them) or
-// the terminal's end cuts it short.
+// Waits for the next refresh. A byte on the pipe or the terminal's end cuts it short.
 static void waitForRefresh() {
-  const int32_t delay = load(g_Delay);
-  const int32_t longest = INT_MAX / kMillisecondsPerDelay;
-  const int milliseconds = (delay < 0         ? 0
-                            : delay < longest ? delay
-                                              : longest) *
-                           kMillisecondsPerDelay;
-  // poll passes over a negative descriptor: without a pipe the wait just can't be cut short by a
-  // key.
+  const int32_t delay = std::clamp(load(g_Delay), 0, INT_MAX / kMillisecondsPerDelay);
+  // poll passes over a negative descriptor: without a pipe the wait just can't be cut short.
   pollfd waited[2] = {{g_pipe[0] != 0 ? g_pipe[0] : -1, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
-  if (poll(waited, 2, milliseconds) <= 0) return;
-  if ((waited[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) exit(0);
+  const int result = poll(waited, 2, delay * kMillisecondsPerDelay);
+  if (result == 0) return;
+  if (result > 0 && (waited[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) exit(0);
+  // A signal that ended the wait left a byte too. Nothing there is nothing lost: this never blocks.
   char byte = 0;
-  if ((waited[0].revents & POLLIN) != 0) {
-    [[maybe_unused]] const ssize_t taken = read(g_pipe[0], &byte, 1);
-  }
+  [[maybe_unused]] const ssize_t taken = read(waited[0].fd, &byte, 1);
 }
 
 int runDisplay() {

@@ -1,6 +1,7 @@
 #include "main/start_up.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -58,7 +59,13 @@ static Function optionalEntryPoint(const char *name) {
 static void probeSystem() {
   g_pipe[0] = 0;
   g_pipe[1] = 0;
-  if (pipe(g_pipe) != 0) perror("pipe");
+  if (pipe(g_pipe) != 0) {
+    perror("pipe");
+  } else {
+    // Neither who wakes the loop nor the loop itself may hang on the pipe.
+    fcntl(g_pipe[0], F_SETFL, O_NONBLOCK);
+    fcntl(g_pipe[1], F_SETFL, O_NONBLOCK);
+  }
   g_gotGestalt = gestaltAnswer("marketing-name") != nullptr ? 1 : 0;
   getCurrentPerspective();
   host_self = darwin::mach_host_self();

@@ -18,14 +18,23 @@ static_assert(SharedInt::is_always_lock_free, "written by a signal handler");
 
 void startInteractiveThreads() {}
 
+// The pipe never blocks: when it is full of wake-ups, one more is not missed.
+static void wakeLoop() {
+  const int saved = errno;
+  [[maybe_unused]] const ssize_t written = write(g_pipe[1], "x", 1);
+  errno = saved;
+}
+
 // Neither curses nor the exit handlers may be entered from a signal handler: it leaves a note and
 // wakes the loop.
 void sighandler(int signal) {
   if (load(wantCurses) == 0) return;
-  const int saved = errno;
   store(endingSignal, signal);
-  [[maybe_unused]] const ssize_t written = write(g_pipe[1], "x", 1);
-  errno = saved;
+  wakeLoop();
+}
+
+void resizehandler(int) {
+  wakeLoop();
 }
 
 void endIfInterrupted() {

@@ -10,6 +10,9 @@ void startInteractiveThreads();
 // nothing happens.
 void sighandler(int signal);
 
+// Handler of SIGWINCH: wakes the refresh loop, which then fits the screen to its new size.
+void resizehandler(int signal);
+
 // Called by the refresh loop. When a signal asked for the end: leaves the screen, says so for
 // Ctrl-C, and exits with status 0.
 void endIfInterrupted();

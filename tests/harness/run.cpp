@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <regex>
 
 #include "harness/file_handle.h"
@@ -66,6 +67,14 @@ Outcome runSondex(const std::vector<std::string> &arguments, const Environment &
   launch.environment = environment;
   launch.user = user;
   return run(launch);
+}
+
+Environment withoutLeakDetection(Environment environment) {
+  const char *options = std::getenv("ASAN_OPTIONS");
+  environment.emplace_back(
+      "ASAN_OPTIONS",
+      (options != nullptr ? std::string(options) + ":" : std::string()) + "detect_leaks=0");
+  return environment;
 }
 
 Outcome listProcesses(std::optional<uid_t> user) {

@@ -31,6 +31,10 @@ std::string sondexPath();
 Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment = {},
                   std::optional<uid_t> user = std::nullopt);
 
+// Curses does not give back what it has when it can't start: to be left unsaid in a sanitizer
+// build.
+Environment withoutLeakDetection(Environment environment = {});
+
 // The process list in plain text.
 Outcome listProcesses(std::optional<uid_t> user = std::nullopt);
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -146,6 +147,14 @@ void Terminal::resize(int columns, int rows) {
   vterm_set_size(vterm_, rows, columns);
   const winsize size = sizeOf(columns, rows);
   ioctl(master_.get(), TIOCSWINSZ, &size);  // the kernel sends SIGWINCH
+}
+
+bool Terminal::drawAgain(Duration patience) {
+  const size_t before = frames_;
+  child_.signal(SIGWINCH);
+  const auto isDrawn = [&] { return frames_ > before || hasEnded(); };
+  waitFor(isDrawn, patience);
+  return frames_ > before;
 }
 
 void Terminal::hangUp() {

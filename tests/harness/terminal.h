@@ -50,8 +50,10 @@ class Terminal {
   pid_t pid() const { return child_.pid(); }
   void press(std::string_view keys);
   void resize(int columns, int rows);
-  // Sends a signal. SIGWINCH makes the program draw again at once.
   void signal(int number) const { child_.signal(number); }
+  // Tells the program once that its window has changed, and waits for the frame that it then draws.
+  // False when there is none by the deadline, which is before the one that it would draw by itself.
+  bool drawAgain(Duration patience = Duration{9'000});
   // The terminal goes away.
   void hangUp();
 

@@ -264,7 +264,7 @@ TEST(Output, ThatIsClosedDoesNoHarm) {
 
 TEST(Screen, ThatCanNotBeOpenedIsExplained) {
   // Without the variable "nc", a list goes to the screen even when standard output is a pipe.
-  const Outcome outcome = runSondex({}, {{"TERM", "dumb-unknown"}});
+  const Outcome outcome = runSondex({}, withoutLeakDetection({{"TERM", "dumb-unknown"}}));
   ASSERT_TRUE(outcome.ending.has_value()) << outcome;
   EXPECT_EQ(outcome.ending->signal, 0);
   EXPECT_NE(outcome.ending->status, 0);

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kCyan = 6;
 constexpr int kBlack = 0;
+constexpr int kWhite = 7;
 constexpr char kSeparator[] = "\u2502";
 constexpr std::string_view kSelectedHeader = " CPU ";
 constexpr size_t kSelectedIndex = 8;
@@ -48,13 +49,16 @@ std::string complaintAboutColour(const Cell &cell, int row, int column, bool isC
   if (isCyan && (cell.foreground != kCyan || cell.background != kBlack)) {
     return at(row, column, "not cyan on black");
   }
-  if (!isCyan && (cell.foreground != kDefaultColour || cell.background != kDefaultColour)) {
-    return at(row, column, "a colour");
-  }
+  if (!isCyan && !isPlain(cell)) return at(row, column, "a colour");
   return "";
 }
 
 }  // namespace
+
+bool isPlain(const Cell &cell) {
+  if (cell.foreground == kDefaultColour) return cell.background == kDefaultColour;
+  return cell.foreground == kWhite && cell.background == kBlack;
+}
 
 HeaderLayout headerLayout(int columns, bool forRoot) {
   HeaderLayout layout;
@@ -90,7 +94,8 @@ std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abiliti
   for (int column = 0; column < static_cast<int>(layout.text.size()); column++) {
     const Cell cell = terminal.cell(row, column);
     const bool isSelected = column >= layout.selectedStart && column < layout.selectedEnd;
-    if (!cell.underline) return at(row, column, "no underline");
+    const bool isUnderlined = !abilities.colours || abilities.underlinedColours;
+    if (cell.underline != isUnderlined) return at(row, column, "underline is wrong");
     if (cell.bold != isSelected) return at(row, column, isSelected ? "not bold" : "bold");
     if (cell.reverse) return at(row, column, "reverse");
     const std::string colour = complaintAboutColour(cell, row, column, abilities.colours);
@@ -177,11 +182,13 @@ int rowOfProcess(const Terminal &terminal, pid_t pid) {
 // Figures that moved since the frame before may have another colour: these don't.
 constexpr int kLastSteadyCell = 3;
 
+// `shownColumns` is 0 for a row that goes on in the next row of the screen.
 static std::string complaintAboutRow(const Terminal &terminal, int row, size_t shownColumns,
                                      bool isFirst, Abilities abilities) {
   static const std::regex number(" *-?[0-9]+ *");
   const std::vector<CellRange> cells = cellsOfRow(terminal, row);
-  if (cells.size() != shownColumns) return at(row, 0, "another number of separators");
+  const bool isWhole = shownColumns == 0 || cells.size() == shownColumns;
+  if (!isWhole || cells.size() < 3) return at(row, 0, "another number of separators");
   for (size_t i = 0; i < 3; i++) {
     if (!std::regex_match(textOf(terminal, row, cells[i]), number)) {
       return at(row, cells[i].start, "no number");
@@ -190,11 +197,13 @@ static std::string complaintAboutRow(const Terminal &terminal, int row, size_t s
   const int lastSeparator = cells.back().start - 1;
   for (int column = 0; column <= lastSeparator; column++) {
     const Cell cell = terminal.cell(row, column);
-    const bool isSelected = cells.size() > kSelectedIndex &&
+    const bool isSelected = cells.size() > kSelectedIndex + 1 &&
                             column >= cells[kSelectedIndex].start &&
                             column < cells[kSelectedIndex].end;
     if (cell.reverse != isFirst) return at(row, column, isFirst ? "not reverse" : "reverse");
-    if (cell.bold != (isFirst || isSelected)) {
+    // Of the first row, only what is left of the selected column: see complaintAboutHighlight.
+    const bool isRight = cells.size() > kSelectedIndex && column >= cells[kSelectedIndex].end;
+    if (cell.bold != (isFirst || isSelected) && !(isFirst && isRight)) {
       return at(row, column, cell.bold ? "bold" : "not bold");
     }
     const bool isSeparator = cell.text == kSeparator;
@@ -207,6 +216,11 @@ static std::string complaintAboutRow(const Terminal &terminal, int row, size_t s
   return "";
 }
 
+static bool startsRow(const Terminal &terminal, int row) {
+  static const std::regex number(" *-?[0-9]+ *");
+  return std::regex_match(textOf(terminal, row, cellsOfRow(terminal, row).front()), number);
+}
+
 std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities abilities) {
   const int header = headerRow(terminal);
   if (header < 0) return "no header row";
@@ -217,14 +231,37 @@ std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities
   // Others' processes come and go.
   const int processes = forRoot ? static_cast<int>(allProcesses().size()) / 2 : 1;
   const int certain = std::min({mostRows(terminal), fitting, processes});
-  for (int i = 0; i < certain; i++) {
-    const std::string complaint =
-        complaintAboutRow(terminal, header + 1 + i, shownColumns, i == 0, abilities);
+  int row = header + 1;
+  // The first record of the list is highlighted: one that is not shown, where all are as idle as
+  // it.
+  const bool isFirstHighlighted = terminal.cell(row, 0).reverse;
+  bool anyWrapped = false;
+  for (int i = 0; i < certain && row < terminal.rows(); i++) {
+    // Figures of more digits than their column is wide make a row longer than the screen.
+    const bool isWrapped =
+        i + 1 < certain && row + 1 < terminal.rows() && !startsRow(terminal, row + 1);
+    const std::string complaint = complaintAboutRow(terminal, row, isWrapped ? 0 : shownColumns,
+                                                    i == 0 && isFirstHighlighted, abilities);
     if (!complaint.empty()) return complaint;
+    anyWrapped = anyWrapped || isWrapped;
+    row += isWrapped ? 2 : 1;
   }
   const int beyond = header + 1 + std::max(mostRows(terminal), 0);
-  if (beyond < terminal.rows() - 1 && !terminal.rowText(beyond).empty()) {
+  if (!anyWrapped && beyond < terminal.rows() - 1 && startsRow(terminal, beyond)) {
     return at(beyond, 0, "one row too many");
+  }
+  return "";
+}
+
+std::string complaintAboutHighlight(const Terminal &terminal) {
+  const int row = headerRow(terminal) + 1;
+  if (row < 1) return "no header row";
+  const int end = cellsOfRow(terminal, row).back().start;
+  if (end == 0) return "no row";
+  for (int column = 0; column < end; column++) {
+    const Cell cell = terminal.cell(row, column);
+    if (!cell.reverse) return at(row, column, "not reverse");
+    if (!cell.bold) return at(row, column, "not bold");
   }
   return "";
 }

@@ -14,7 +14,11 @@ namespace test {
 // What the terminal can show.
 struct Abilities {
   bool colours = true;
+  bool underlinedColours = true;  // the Linux console has either the one or the other
 };
+
+// Without a colour of its own. On a terminal with colours curses writes that as white on black.
+bool isPlain(const Cell &cell);
 
 // The texts of the columns that fit into this width, with the separators between them. The selected
 // one is the CPU column.
@@ -42,7 +46,9 @@ std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abiliti
 std::string complaintAboutSummary(const Terminal &terminal, bool forRoot);
 // The number of rows, which follows from the screen's, and how the first and the others look.
 std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities abilities = {});
-// All three.
+// Whether the first row is highlighted from its beginning to its end.
+std::string complaintAboutHighlight(const Terminal &terminal);
+// All but that.
 std::string complaintAboutFrame(const Terminal &terminal, bool forRoot, Abilities abilities = {});
 
 }  // namespace test

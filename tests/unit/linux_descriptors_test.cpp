@@ -212,6 +212,35 @@ TEST_F(DescriptorsTest, DirectoryDeviceAndFifoAreVnodes) {
   EXPECT_EQ(descriptors_.pipe(self_.get(), fifo.get(), pipe), darwin::DARWIN_EBADF);
 }
 
+TEST_F(DescriptorsTest, NamedSocketsAndPipesAreFiles) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string name = path("socket");
+  memcpy(address.sun_path, name.c_str(), name.size() + 1);
+  const Owned bound(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(bound.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  const Owned socketName(open(name.c_str(), O_PATH | O_CLOEXEC));
+  const Owned fifo(open(paths_.back().c_str(), O_RDWR | O_CLOEXEC));
+  for (const int fd : {socketName.get(), fifo.get()}) {
+    darwin::socket_fdinfo socket = {};
+    darwin::pipe_fdinfo pipe = {};
+    EXPECT_EQ(descriptors_.socket(self_.get(), fd, socket), darwin::DARWIN_ENOTSOCK);
+    EXPECT_EQ(descriptors_.pipe(self_.get(), fd, pipe), darwin::DARWIN_EBADF);
+    vnode(fd);
+  }
+
+  // A number means what it is now: this one was a fifo before.
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const Owned reading(ends[0]);
+  const Owned writing(ends[1]);
+  ASSERT_EQ(dup3(reading.get(), fifo.get(), O_CLOEXEC), fifo.get());
+  darwin::pipe_fdinfo pipe = {};
+  ASSERT_EQ(descriptors_.pipe(self_.get(), fifo.get(), pipe), kAnswered);
+  EXPECT_EQ(pipe.pipeinfo.pipe_stat.vst_ino, inodeOf(reading.get()));
+}
+
 TEST_F(DescriptorsTest, OnlyTheMarkOfADeletedFileIsRemoved) {
   const std::string gone = path("gone");
   const Owned deleted(open(gone.c_str(), O_RDWR | O_CREAT, 0600));

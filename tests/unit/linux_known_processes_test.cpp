@@ -60,6 +60,18 @@ TEST(LinuxKnownProcesses, ThoseNotListedAreForgotten) {
   EXPECT_EQ(processes.size(), 0u);
 }
 
+TEST(LinuxKnownProcesses, ALookTellsOnceThatAProcessIsAlive) {
+  KnownProcesses processes;
+  EXPECT_FALSE(processes.takeLife(7)) << "nobody looked at it";
+  EXPECT_EQ(processes.size(), 0u);
+  processes.find(7, 100).isAlive = true;
+  EXPECT_TRUE(processes.takeLife(7));
+  EXPECT_FALSE(processes.takeLife(7)) << "that was one look";
+  processes.find(7, 100).isAlive = true;
+  processes.find(7, 101);
+  EXPECT_FALSE(processes.takeLife(7)) << "the number has another owner";
+}
+
 TEST(LinuxKnownProcesses, ForgettingAnswersKeepsWhatOutlastsRunning) {
   KnownProcess process;
   process.status = ProcessStatus{};
@@ -110,11 +122,20 @@ TEST(LinuxKnownProcesses, DescriptorsOfASharedTableAreNotOwn) {
 
   KnownProcesses processes;
   pid_t self = getpid();
-  KnownProcess &parent = processes.find(self, 1);
-  EXPECT_TRUE(processes.hasOwnDescriptors(processes.find(separate.pid(), 2), separate.pid(), self));
-  EXPECT_TRUE(processes.hasOwnDescriptors(parent, self, 0));
-  EXPECT_FALSE(processes.hasOwnDescriptors(processes.find(sharing.pid(), 3), sharing.pid(), self));
-  EXPECT_FALSE(processes.hasOwnDescriptors(parent, self, 0)) << "its child can change them now";
+  auto hasOwn = [&processes](pid_t pid, pid_t parent, uint32_t flags) {
+    ProcessStat stat{};
+    stat.id = pid;
+    stat.parent = parent;
+    stat.flags = flags;
+    return processes.hasOwnDescriptors(processes.find(pid, 1), stat);
+  };
+  constexpr uint32_t kKernelThread = 0x200000;
+  EXPECT_TRUE(hasOwn(separate.pid(), self, 0));
+  EXPECT_TRUE(hasOwn(self, 0, 0));
+  EXPECT_TRUE(hasOwn(sharing.pid(), self, kKernelThread)) << "nothing is opened in a shared table";
+  EXPECT_TRUE(hasOwn(self, 0, 0)) << "no kernel thread changes it";
+  EXPECT_FALSE(hasOwn(sharing.pid(), self, 0));
+  EXPECT_FALSE(hasOwn(self, 0, 0)) << "its child can change them now";
 }
 
 }  // namespace

@@ -384,6 +384,41 @@ TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
   }
 }
 
+TEST_F(LinuxMachineTest, AProcessThatEndedLeavesTheMemoryStatusListAfterTheNextLook) {
+  if (!machine_->isPrivileged()) GTEST_SKIP() << "needs root, to see the list";
+  Child child(sleeping);
+  auto isListed = [&] {
+    std::vector<darwin::memorystatus_priority_entry> entries;
+    EXPECT_EQ(machine_->memoryStatusList(entries), kAnswered);
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const auto &entry) { return entry.pid == child.pid(); });
+  };
+  darwin::proc_taskallinfo info{};
+  for (int pass = 0; pass < 3; pass++) {
+    EXPECT_TRUE(isListed());
+    ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  }
+  child.signalAndWait(SIGKILL, WEXITED);
+  EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), darwin::DARWIN_ESRCH);
+  EXPECT_FALSE(isListed());
+}
+
+TEST_F(LinuxMachineTest, KernelThreadsHaveNoDescriptors) {
+  size_t seen = 0;
+  for (int pass = 0; pass < 2; pass++) {
+    for (int32_t pid : listed()) {
+      darwin::proc_taskallinfo info{};
+      std::vector<darwin::proc_fdinfo> list(1);
+      if (machine_->taskAllInfo(pid, info) != kAnswered) continue;
+      if ((info.pbsd.pbi_flags & darwin::PROC_FLAG_SYSTEM) == 0) continue;
+      if (machine_->descriptors(pid, 128, list) != kAnswered) continue;
+      EXPECT_TRUE(list.empty()) << pid;
+      seen++;
+    }
+  }
+  if (seen == 0) GTEST_SKIP() << "no kernel thread is to be seen from here";
+}
+
 TEST_F(LinuxMachineTest, ARestingChildIsReadAgainOnceItRan) {
   int orders[2];
   int answers[2];

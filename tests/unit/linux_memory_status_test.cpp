@@ -175,7 +175,8 @@ TEST(LinuxMemoryStatus, ListsTheLivingLowestBandFirst) {
   MemoryStatus status;
   FileHandle proc = openDirectory(AT_FDCWD, "/proc");
   std::vector<darwin::memorystatus_priority_entry> entries;
-  status.list(proc.get(), {zombie, second, first, getpid(), INT32_MAX}, entries);
+  KnownProcesses known;
+  status.list(proc.get(), {zombie, second, first, getpid(), INT32_MAX}, known, entries);
   std::vector<int32_t> pids;
   std::vector<int32_t> bands;
   for (const auto &entry : entries) {
@@ -193,6 +194,30 @@ TEST(LinuxMemoryStatus, ListsTheLivingLowestBandFirst) {
   }
   for (pid_t pid : {first, second}) kill(pid, SIGKILL);
   for (pid_t pid : {first, second, zombie}) waitpid(pid, nullptr, 0);
+}
+
+TEST(LinuxMemoryStatus, OneThatEndedSinceTheLastLookIsInOneMoreList) {
+  pid_t pid = startWaiting("300");
+  KnownProcesses known;
+  known.find(pid, 1).isAlive = true;
+  kill(pid, SIGKILL);
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT), 0);
+
+  MemoryStatus status;
+  FileHandle proc = openDirectory(AT_FDCWD, "/proc");
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  status.list(proc.get(), {pid, getpid()}, known, entries);
+  EXPECT_EQ(entries.size(), 2u);
+  status.list(proc.get(), {pid, getpid()}, known, entries);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries.front().pid, getpid());
+
+  // Once it is reaped there is nothing left to list.
+  known.find(pid, 1).isAlive = true;
+  waitpid(pid, nullptr, 0);
+  status.list(proc.get(), {pid, getpid()}, known, entries);
+  EXPECT_EQ(entries.size(), 1u);
 }
 
 }  // namespace
