@@ -14,7 +14,6 @@ namespace host {
 namespace {
 
 using darwin::KERN_FAILURE;
-using darwin::KERN_INVALID_ADDRESS;
 using darwin::KERN_INVALID_ARGUMENT;
 using darwin::KERN_RESOURCE_SHORTAGE;
 using darwin::kern_return_t;

@@ -1,5 +1,6 @@
-// Built with the address sanitizer only: its leak check does not look into mapped memory by itself, and the program's
-// process tables are mapped. Every mapping made by the program's own code is told to it.
+// Built with the address sanitizer only: its leak check does not look into mapped memory by itself,
+// and the program's process tables are mapped. Every mapping made by the program's own code is told
+// to it.
 #include <sanitizer/lsan_interface.h>
 #include <sys/mman.h>
 
