@@ -1,5 +1,6 @@
 #include "host/linux/socket_table.h"
 
+#include <fcntl.h>
 #include <linux/netlink.h>
 #include <net/if.h>
 #include <netinet/tcp.h>
@@ -11,6 +12,7 @@
 #include <limits>
 
 #include "darwin/socket.h"
+#include "host/linux/procfs.h"
 
 namespace host::linux_machine {
 namespace {
@@ -223,10 +225,20 @@ void fillFamily(SocketSource source, int32_t type, int32_t protocol, darwin::soc
 
 }  // namespace
 
+// The kernel walks a large table to list multipath connections, whether there are any or not: the
+// counts of protocols are had for a hundredth of that.
+static bool isInUse(SocketSource source) {
+  if (source != SocketSource::mptcp4 && source != SocketSource::mptcp6) return true;
+  FileReader reader;
+  std::string_view protocols;
+  if (reader.readList(AT_FDCWD, "/proc/self/net/protocols", protocols) != kAnswered) return true;
+  return countsSockets(protocols, source == SocketSource::mptcp4 ? "MPTCP" : "MPTCPv6");
+}
+
 SocketTable::SocketTable()
     : kernel_(std::make_unique<SockDiag>()),
       dump_([this](SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {
-        return kernel_->dump(source, sockets, names);
+        return !isInUse(source) || kernel_->dump(source, sockets, names);
       }),
       clock_(std::chrono::steady_clock::now) {}
 
@@ -301,6 +313,26 @@ bool SocketTable::describe(uint64_t inode, darwin::socket_info &info) {
       break;
   }
   return true;
+}
+
+bool countsSockets(std::string_view protocols, std::string_view name) {
+  const auto nextWord = [](std::string_view &line) {
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    const std::string_view word = line.substr(0, line.find(' '));
+    line.remove_prefix(word.size());
+    return word;
+  };
+  bool isTable = false;
+  while (!protocols.empty()) {
+    std::string_view line = protocols.substr(0, protocols.find('\n'));
+    protocols.remove_prefix(std::min(line.size() + 1, protocols.size()));
+    const std::string_view protocol = nextWord(line);
+    const std::string_view size = nextWord(line);
+    const std::string_view sockets = nextWord(line);
+    if (protocol == "protocol" && size == "size" && sockets == "sockets") isTable = true;
+    if (protocol == name) return sockets != "0";
+  }
+  return !isTable;
 }
 
 bool describeUnbound(std::string_view protocolName, darwin::socket_info &info) {

@@ -53,4 +53,8 @@ class SocketTable {
 // protocol has in the kernel ("TCPv6"). False, with nothing changed, for other names.
 bool describeUnbound(std::string_view protocolName, darwin::socket_info &info);
 
+// Whether a table like /proc/net/protocols counts sockets of a protocol of that name ("MPTCP"),
+// also where the table can't be made out.
+bool countsSockets(std::string_view protocols, std::string_view name);
+
 }  // namespace host::linux_machine

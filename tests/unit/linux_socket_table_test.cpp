@@ -591,6 +591,23 @@ TEST_F(SocketTableTest, DoesNotTrustAnOldReading) {
   EXPECT_EQ(readings_, 2);
 }
 
+TEST(ProtocolCounts, SayWhetherThereAreSockets) {
+  constexpr std::string_view kTable =
+      "protocol  size sockets  memory press maxhdr  slab module     cl co di ac io in de sh\n"
+      "MPTCPv6   2064      3     222   no       0   yes  kernel      y  y  y  n  y  y  y  y\n"
+      "UDPv6     1472      0       0   NI       0   yes  kernel      y  y  y  n  y  y  y  n\n"
+      "MPTCP     1896      0     222   no       0   yes  kernel      y  y  y  n  y  y  y  y\n"
+      "TCP       2248     12       1   no     320   yes  kernel      y  y  y  y  y  y  y  y\n";
+  EXPECT_FALSE(countsSockets(kTable, "MPTCP"));
+  EXPECT_TRUE(countsSockets(kTable, "MPTCPv6"));
+  EXPECT_TRUE(countsSockets(kTable, "TCP"));
+  EXPECT_FALSE(countsSockets(kTable, "UDPv6"));
+  EXPECT_FALSE(countsSockets(kTable, "SCTP")) << "a protocol that is not there has none";
+  EXPECT_TRUE(countsSockets("", "MPTCP")) << "nothing is known";
+  EXPECT_TRUE(countsSockets("another kind of text\n", "MPTCP"));
+  EXPECT_TRUE(countsSockets(kTable.substr(0, kTable.find("MPTCP ") + 5), "MPTCP")) << "cut short";
+}
+
 TEST(UnboundSocket, IsKnownByItsProtocolName) {
   const struct {
     const char *name;
