@@ -4,6 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "columns/perspective.h"
 #include "nstat/accounting.h"
 #include "proc/process_table.h"
@@ -18,6 +20,7 @@ namespace sondex {
 
 constexpr int32_t kPlainRows = 1000;
 constexpr int32_t kFixedHeaderRows = 7;
+constexpr int32_t kMostProcessorRows = 1 << 16;  // beyond any screen; only keeps the sum in range
 constexpr size_t kShownFilter = 240;
 constexpr int32_t kUntilReplaced = -1;
 
@@ -42,7 +45,8 @@ static void measureScreen() {
   const auto row = [](int32_t shown) { return shown != 0 ? 1 : 0; };
   store(banners, kFixedHeaderRows + row(load(g_Compression)) + row(load(g_Processors)) +
                      row(perspective->ShowPower) + row(load(g_Swap)) +
-                     row(perspective->ShowNetworks) + (load(g_EachCPU) != 0 ? g_num_cpus : 1));
+                     row(perspective->ShowNetworks) +
+                     (load(g_EachCPU) != 0 ? std::clamp(g_num_cpus, 0, kMostProcessorRows) : 1));
 }
 
 static void showColumnHeaders(const Perspective *perspective) {

@@ -72,8 +72,10 @@ static void showUptime() {
   size_t size = sizeof booted;
   const bool known =
       darwin::sysctlbyname("kern.boottime", &booted, &size, nullptr, 0) == 0 && booted.tv_sec != 0;
-  const int64_t up = static_cast<int64_t>(time(nullptr)) - booted.tv_sec;
-  output(known ? secsToTimeString(up > 0 ? static_cast<uint64_t>(up) : 0, 0, 1) : "<unknown>", 0);
+  int64_t up = 0;
+  if (__builtin_sub_overflow(static_cast<int64_t>(time(nullptr)), booted.tv_sec, &up) || up < 0)
+    up = 0;
+  output(known ? secsToTimeString(static_cast<uint64_t>(up), 0, 1) : "<unknown>", 0);
 }
 
 static void showLoad() {

@@ -237,6 +237,12 @@ TEST_F(Banners, OfEachProcessorAreAsManyAsThere) {
   g_num_cpus = 6;
   show();
   EXPECT_EQ(load(banners), 13);
+  g_num_cpus = INT32_MAX;
+  show();
+  EXPECT_EQ(load(banners), 7 + 65536);
+  g_num_cpus = INT32_MIN;
+  show();
+  EXPECT_EQ(load(banners), 7);
   store(g_EachCPU, 0);
   show();
   EXPECT_EQ(load(banners), 8);

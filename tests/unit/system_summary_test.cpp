@@ -83,6 +83,11 @@ TEST_F(SystemSummary, UptimeOfAFutureBootIsNone) {
   EXPECT_EQ(afterIdentity(show()), std::string(" Up    00.00") + kLoad + "\n");
 }
 
+TEST_F(SystemSummary, UptimeSinceNoPossibleTimeIsNone) {
+  machine.boot.tv_sec = INT64_MIN;
+  EXPECT_EQ(afterIdentity(show()), std::string(" Up    00.00") + kLoad + "\n");
+}
+
 TEST_F(SystemSummary, LoadThatIsRefusedShowsTheReason) {
   machine.refusals["loadAverage"] = darwin::DARWIN_EPERM;
   EXPECT_EQ(afterIdentity(show()), std::string(kUp) + "Load Avg: Operation not permitted\n\n");
