@@ -363,6 +363,8 @@ Errno LinuxMachine::bootTime(darwin::timeval &time) {
 
 Errno LinuxMachine::loadAverage(darwin::loadavg &averages) {
   Lock lock(mutex_);
+  // Who asks about the whole machine has done with its processes: none is held while nobody looks.
+  present_.release();
   return figures_.loadAverage(averages);
 }
 

@@ -346,11 +346,18 @@ TEST_F(LinuxMachineTest, AllThreadsOfAChild) {
       openDirectory(AT_FDCWD, ("/proc/" + std::to_string(child.pid()) + "/task").c_str());
   ASSERT_EQ(lister.readNumbers(task.get(), expected), kAnswered);
   EXPECT_THAT(handles, testing::UnorderedElementsAreArray(expected));
+  // Each has gone to sleep by now or soon will: none of them has anything to do.
+  for (uint64_t handle : handles) {
+    EXPECT_TRUE(within(kPatience, [&] {
+      darwin::proc_threadinfo info{};
+      return machine_->threadInfo(child.pid(), handle, info) == kAnswered &&
+             info.pth_run_state == darwin::TH_STATE_WAITING;
+    })) << handle;
+  }
   for (uint64_t handle : handles) {
     for (int again = 0; again < 2; again++) {
       darwin::proc_threadinfo info{};
       ASSERT_EQ(machine_->threadInfo(child.pid(), handle, info), kAnswered);
-      EXPECT_EQ(info.pth_run_state, darwin::TH_STATE_WAITING);
     }
   }
   darwin::proc_threadinfo info{};
@@ -546,6 +553,18 @@ TEST_F(LinuxMachineTest, NothingLeaksAndOneProcessIsHeldAtMost) {
     }
     EXPECT_LE(openDescriptors(), before + 2) << "a process, and the socket that lists sockets";
   }
+}
+
+TEST_F(LinuxMachineTest, NoProcessIsHeldOnceTheWholeMachineIsAskedAbout) {
+  Child child(sleeping);
+  const size_t before = openDescriptors();
+  darwin::proc_taskallinfo info{};
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  ASSERT_EQ(openDescriptors(), before + 1);
+  darwin::loadavg averages{};
+  ASSERT_EQ(machine_->loadAverage(averages), kAnswered);
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
 }
 
 TEST_F(LinuxMachineTest, MayBeAskedByManyThreads) {
