@@ -2,7 +2,6 @@
 
 #include <curses.h>
 #include <limits.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,17 +15,6 @@
 
 namespace sondex {
 
-// One text for all cells: each is written out at once.
-static char cell[80];
-
-__attribute__((format(printf, 2, 3))) static int outputCell(int width, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(cell, sizeof cell, format, arguments);
-  va_end(arguments);
-  return output(cell, width);
-}
-
 static bool wantsDelta(const ProcessRecord *previous) {
   return load(g_Delta) != 0 && previous != nullptr;
 }
@@ -37,8 +25,7 @@ static int toInt(int64_t value) {
 
 // The attribute that marks a value as changed, 0 where colours are off.
 static uint32_t changeAttribute(int pair) {
-  if (load(wantCurses) == 0 || load(g_Color) == 0) return 0;
-  return static_cast<uint32_t>(COLOR_PAIR(pair));
+  return load(wantCurses) != 0 ? colorPair(pair) : 0;
 }
 
 static uint32_t changeAttribute(uint64_t before, uint64_t now) {
@@ -47,11 +34,11 @@ static uint32_t changeAttribute(uint64_t before, uint64_t now) {
 }
 
 int print_pid(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(6, "%-5d", pidOf(current));
+  return outputFormatted(6, "%-5d", pidOf(current));
 }
 
 int print_ppid(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(6, "%-5d", static_cast<int>(current->taskAllInfo.pbsd.pbi_ppid));
+  return outputFormatted(6, "%-5d", static_cast<int>(current->taskAllInfo.pbsd.pbi_ppid));
 }
 
 int print_uid(ProcessRecord *current, ProcessRecord *) {
@@ -61,8 +48,8 @@ int print_uid(ProcessRecord *current, ProcessRecord *) {
 }
 
 int print_coalition(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(0, "%4llu",
-                    static_cast<unsigned long long>(current->coalitionInfo.coalition_id[0]));
+  return outputFormatted(0, "%4llu",
+                         static_cast<unsigned long long>(current->coalitionInfo.coalition_id[0]));
 }
 
 int print_name(ProcessRecord *current, ProcessRecord *) {
@@ -71,13 +58,13 @@ int print_name(ProcessRecord *current, ProcessRecord *) {
   char name[sizeof process.pbi_comm];
   makeSafe(name, sizeof name, process.pbi_comm, sizeof process.pbi_comm);
   if (underlined) switchOn(static_cast<uint32_t>(A_UNDERLINE));
-  const int result = outputCell(16, "%-16s", name);
+  const int result = outputFormatted(16, "%-16s", name);
   if (underlined) switchOff(static_cast<uint32_t>(A_UNDERLINE));
   return result;
 }
 
 int print_priority(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(5, "%3d ", current->taskAllInfo.ptinfo.pti_priority);
+  return outputFormatted(5, "%3d ", current->taskAllInfo.ptinfo.pti_priority);
 }
 
 int print_numthreads(ProcessRecord *current, ProcessRecord *previous) {
@@ -92,9 +79,9 @@ int print_numthreads(ProcessRecord *current, ProcessRecord *previous) {
   switchOn(attribute);
   int result = 0;
   if (task.pti_numrunning != 0) {
-    result = outputCell(5, "%2d/%d", task.pti_threadnum, task.pti_numrunning);
+    result = outputFormatted(5, "%2d/%d", task.pti_threadnum, task.pti_numrunning);
   } else {
-    result = outputCell(5, "%2d%s", task.pti_threadnum, task.pti_threadnum < 100 ? " " : "");
+    result = outputFormatted(5, "%2d%s", task.pti_threadnum, task.pti_threadnum < 100 ? " " : "");
   }
   switchOff(attribute);
   return result;
@@ -106,8 +93,8 @@ int print_vsize(ProcessRecord *current, ProcessRecord *previous) {
     megabytes -= static_cast<int64_t>(previous->taskAllInfo.ptinfo.pti_virtual_size >> 20);
   }
   const int64_t gigabytes = megabytes / 1024;
-  return gigabytes >= 10 ? outputCell(0, "%4d%s", toInt(gigabytes), "G")
-                         : outputCell(0, "%4d%s", toInt(megabytes), "M");
+  return gigabytes >= 10 ? outputFormatted(0, "%4d%s", toInt(gigabytes), "G")
+                         : outputFormatted(0, "%4d%s", toInt(megabytes), "M");
 }
 
 int print_rsize(ProcessRecord *current, ProcessRecord *previous) {
@@ -117,8 +104,9 @@ int print_rsize(ProcessRecord *current, ProcessRecord *previous) {
   const uint32_t attribute = before != 0 ? changeAttribute(before, now) : 0;
   switchOn(attribute);
   const int64_t megabytes = value >> 20;
-  const int result = megabytes >= 10 ? outputCell(6, "%4dM", toInt(megabytes))
-                                     : outputCell(6, "%4lldK", static_cast<long long>(value >> 10));
+  const int result = megabytes >= 10
+                         ? outputFormatted(6, "%4dM", toInt(megabytes))
+                         : outputFormatted(6, "%4lldK", static_cast<long long>(value >> 10));
   switchOff(attribute);
   return result;
 }
@@ -155,11 +143,12 @@ int print_status(ProcessRecord *current, ProcessRecord *previous) {
 
 int print_memstatus(ProcessRecord *current, ProcessRecord *) {
   return current->jetsamPriority < 0 ? output("??", 0)
-                                     : outputCell(0, "%-3d", current->jetsamPriority);
+                                     : outputFormatted(0, "%-3d", current->jetsamPriority);
 }
 
 int print_memlimit(ProcessRecord *current, ProcessRecord *) {
-  return current->jetsamLimit < 0 ? output(" ?? ", 0) : outputCell(0, "%4d", current->jetsamLimit);
+  return current->jetsamLimit < 0 ? output(" ?? ", 0)
+                                  : outputFormatted(0, "%4d", current->jetsamLimit);
 }
 
 int print_sandbox(ProcessRecord *current, ProcessRecord *) {
@@ -169,8 +158,7 @@ int print_sandbox(ProcessRecord *current, ProcessRecord *) {
 int print_cs(ProcessRecord *current, ProcessRecord *) {
   char text[sizeof current->csStatus];
   makeSafe(text, sizeof text, current->csStatus, sizeof current->csStatus);
-  const bool unsignedCode = text[0] == 'N' && load(g_Color) != 0;
-  const uint32_t attribute = unsignedCode ? static_cast<uint32_t>(COLOR_PAIR(kPairWarning)) : 0;
+  const uint32_t attribute = text[0] == 'N' ? colorPair(kPairWarning) : 0;
   switchOn(attribute);
   const int result = output(text, 0);
   switchOff(attribute);
@@ -187,10 +175,10 @@ int print_stime(ProcessRecord *current, ProcessRecord *) {
   }
   // Kept: only the day of the year is compared, and the month counts from 0.
   if (start.tm_yday == today.tm_yday) {
-    return outputCell(0, "  %02d:%02d:%02d ", start.tm_hour, start.tm_min, start.tm_sec);
+    return outputFormatted(0, "  %02d:%02d:%02d ", start.tm_hour, start.tm_min, start.tm_sec);
   }
-  return outputCell(0, "%02d/%02d %02d:%02d", start.tm_mday, start.tm_mon, start.tm_hour,
-                    start.tm_min);
+  return outputFormatted(0, "%02d/%02d %02d:%02d", start.tm_mday, start.tm_mon, start.tm_hour,
+                         start.tm_min);
 }
 
 int print_time(ProcessRecord *current, ProcessRecord *previous) {
@@ -207,11 +195,11 @@ int print_time(ProcessRecord *current, ProcessRecord *previous) {
 }
 
 int print_cpu_usage(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(0, "%3d.%1d", current->totalCPU / 10, current->totalCPU % 10);
+  return outputFormatted(0, "%3d.%1d", current->totalCPU / 10, current->totalCPU % 10);
 }
 
 int print_numfds(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(0, "%4d", current->numFDs);
+  return outputFormatted(0, "%4d", current->numFDs);
 }
 
 // A previous record without figures is no base for growth.
@@ -267,14 +255,14 @@ int print_nettx(ProcessRecord *current, ProcessRecord *previous) {
 
 int print_tty(ProcessRecord *current, ProcessRecord *) {
   const int32_t device = static_cast<int32_t>(current->taskAllInfo.pbsd.e_tdev);
-  return device == -1 ? output(" none ", 7) : outputCell(7, "%-10d ", device);
+  return device == -1 ? output(" none ", 7) : outputFormatted(7, "%-10d ", device);
 }
 
 int print_rx_tx(ProcessRecord *current, ProcessRecord *) {
   const NetworkTotals *totals = getNTStatInfo(pidOf(current));
   const unsigned long long sent = totals != nullptr ? totals->sent : 0;
   const unsigned long long received = totals != nullptr ? totals->received : 0;
-  return outputCell(0, "%5llu/%5llu", sent, received);
+  return outputFormatted(0, "%5llu/%5llu", sent, received);
 }
 
 int print_io_rusage(ProcessRecord *current, ProcessRecord *) {
@@ -282,12 +270,12 @@ int print_io_rusage(ProcessRecord *current, ProcessRecord *) {
   if (read == kUsageUnknown) return output("?????", 0);
   const uint64_t total = read + current->rusage.ri_diskio_byteswritten;
   const bool inMegabytes = total >> 10 > 1024;
-  return outputCell(0, "%5lld%c", static_cast<long long>(total >> (inMegabytes ? 20 : 10)),
-                    inMegabytes ? 'M' : 'K');
+  return outputFormatted(0, "%5lld%c", static_cast<long long>(total >> (inMegabytes ? 20 : 10)),
+                         inMegabytes ? 'M' : 'K');
 }
 
 int print_csw(ProcessRecord *current, ProcessRecord *) {
-  return outputCell(0, "%8d", current->taskAllInfo.ptinfo.pti_csw);
+  return outputFormatted(0, "%8d", current->taskAllInfo.ptinfo.pti_csw);
 }
 
 int print_bitness(ProcessRecord *current, ProcessRecord *) {

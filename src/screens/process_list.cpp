@@ -24,10 +24,6 @@ constexpr int32_t kMostProcessorRows = 1 << 16;  // beyond any screen; only keep
 constexpr size_t kShownFilter = 240;
 constexpr int32_t kUntilReplaced = -1;
 
-static uint32_t colorPair(int pair) {
-  return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
-}
-
 static bool onScreen() {
   return load(wantCurses) != 0;
 }

@@ -1,8 +1,6 @@
 #include "screens/system_summary.h"
 
-#include <curses.h>
 #include <errno.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -28,15 +26,6 @@ constexpr darwin::mach_msg_type_number_t kStatisticsWords =
     152;                                // more than the kernel needs; it takes up to 256
 constexpr int kPagesPerMegabyte = 256;  // of a fixed page size of 4 KiB
 constexpr uint64_t kImplausibleGrowth = 1073741824;  // more means that processes went away
-
-__attribute__((format(printf, 1, 2))) static void outputLine(const char *format, ...) {
-  char line[512];
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
-  output(line, 0);
-}
 
 static void outputAnswer(const char *key) {
   const char *answer = gestaltAnswer(key);
@@ -82,12 +71,12 @@ static void showLoad() {
   darwin::loadavg load_average = {};
   size_t size = sizeof load_average;
   if (darwin::sysctlbyname("vm.loadavg", &load_average, &size, nullptr, 0) != 0) {
-    outputLine("Load Avg: %s\n", strerror(errno));
+    outputFormatted(0, "Load Avg: %s\n", strerror(errno));
     return;
   }
   const double scale = static_cast<double>(load_average.fscale != 0 ? load_average.fscale : 1);
-  outputLine(" Load Avg:  %0.2f %0.2f %0.2f\t%d processes\n", load_average.ldavg[0] / scale,
-             load_average.ldavg[1] / scale, load_average.ldavg[2] / scale, load(num_procs));
+  outputFormatted(0, " Load Avg:  %0.2f %0.2f %0.2f\t%d processes\n", load_average.ldavg[0] / scale,
+                  load_average.ldavg[1] / scale, load_average.ldavg[2] / scale, load(num_procs));
 }
 
 static int megabytes(uint64_t pages) {
@@ -102,13 +91,15 @@ static void showRAM(const darwin::vm_statistics64 &memory) {
   const int wired = megabytes(memory.wire_count);
   const int purgeable = megabytes(memory.purgeable_count);
   if (load(g_Compression) != 0) {
-    outputLine(
+    outputFormatted(
+        0,
         "RAM:  %4dM Free + %4dM Used (Active: %4dM + Inactive: %4dM + Wired: %4dM Comp: %4dM) %4dM "
         "purgeable\n",
         free, megabytes(used + memory.compressor_page_count), active, inactive, wired,
         megabytes(memory.compressor_page_count), purgeable);
   } else {
-    outputLine(
+    outputFormatted(
+        0,
         "RAM:  %4dM Free + %4dM Used (Active: %4dM + Inactive: %4dM + Wired: %4dM) %4dM "
         "purgeable\n",
         free, megabytes(used), active, inactive, wired, purgeable);
@@ -122,8 +113,7 @@ static void showPressure() {
     return;
   }
   store(g_VMPressureDetected, left - 1);
-  const uint32_t attribute =
-      load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(kPairWarning)) : 0;
+  const uint32_t attribute = colorPair(kPairWarning);
   switchOn(attribute);
   output(" <PRESSURE> ", 0);
   switchOff(attribute);
@@ -144,11 +134,11 @@ static void showCompressor(const darwin::vm_statistics64 &memory, ProcessRecord 
   const uint32_t compressed = static_cast<uint32_t>(memory.compressions / kPagesPerMegabyte);
   const uint32_t decompressed = static_cast<uint32_t>(memory.decompressions / kPagesPerMegabyte);
   const bool delta = load(g_Delta) != 0 && previous != nullptr;
-  outputLine("Comp: %4dM , Decomp: %4dM  File: %4dM  Anon: %4dM Throttled: %4dM\n",
-             static_cast<int>(compressed - (delta ? previous->compressionsStash : 0)),
-             static_cast<int>(decompressed - (delta ? previous->decompressionsStash : 0)),
-             megabytes(memory.external_page_count), megabytes(memory.internal_page_count),
-             megabytes(memory.throttled_count));
+  outputFormatted(0, "Comp: %4dM , Decomp: %4dM  File: %4dM  Anon: %4dM Throttled: %4dM\n",
+                  static_cast<int>(compressed - (delta ? previous->compressionsStash : 0)),
+                  static_cast<int>(decompressed - (delta ? previous->decompressionsStash : 0)),
+                  megabytes(memory.external_page_count), megabytes(memory.internal_page_count),
+                  megabytes(memory.throttled_count));
   current->decompressionsStash = decompressed;
   current->compressionsStash = compressed;
 }
@@ -156,8 +146,9 @@ static void showCompressor(const darwin::vm_statistics64 &memory, ProcessRecord 
 static void showSwap(const darwin::xsw_usage &swap) {
   if (swap.xsu_total == 0 || load(g_Swap) == 0) return;
   const uint64_t free = swap.xsu_total > swap.xsu_used ? swap.xsu_total - swap.xsu_used : 0;
-  outputLine("Swap: %4lldM Free + %4lldM Used %s\n", static_cast<long long>(free >> 20),
-             static_cast<long long>(swap.xsu_used >> 20), swap.xsu_encrypted != 0 ? "(enc) " : "");
+  outputFormatted(0, "Swap: %4lldM Free + %4lldM Used %s\n", static_cast<long long>(free >> 20),
+                  static_cast<long long>(swap.xsu_used >> 20),
+                  swap.xsu_encrypted != 0 ? "(enc) " : "");
 }
 
 static void showMemory(ProcessRecord *current, const ProcessRecord *previous) {
@@ -194,10 +185,11 @@ static void showDisks() {
   const darwin::rusage_info_v3 &now = g_Total_Rusage;
   const darwin::rusage_info_v3 &before = g_Prev_Total_Rusage;
   output("Disks: ", 0);
-  outputLine("Read: %s/sec",
-             printSize(plausibleGrowth(before.ri_diskio_bytesread, now.ri_diskio_bytesread)));
-  outputLine(" Written: %s/sec\t",
-             printSize(plausibleGrowth(before.ri_diskio_byteswritten, now.ri_diskio_byteswritten)));
+  outputFormatted(0, "Read: %s/sec",
+                  printSize(plausibleGrowth(before.ri_diskio_bytesread, now.ri_diskio_bytesread)));
+  outputFormatted(
+      0, " Written: %s/sec\t",
+      printSize(plausibleGrowth(before.ri_diskio_byteswritten, now.ri_diskio_byteswritten)));
 }
 
 static void showNetworks() {
@@ -206,11 +198,11 @@ static void showNetworks() {
     output("Error sampling network information\n", 0);
     return;
   }
-  outputLine("Pkts: RX: %lld/%s (%llu bytes/sec) ", static_cast<long long>(sample->receivedPackets),
-             printSize(sample->receivedBytes),
-             static_cast<unsigned long long>(sample->receivedBytesPerSecond));
-  outputLine("TX: %lld/%s (%lld bytes/sec) ", static_cast<long long>(sample->sentPackets),
-             printSize(sample->sentBytes), static_cast<long long>(sample->sentBytesPerSecond));
+  outputFormatted(0, "Pkts: RX: %lld/%s (%llu bytes/sec) ",
+                  static_cast<long long>(sample->receivedPackets), printSize(sample->receivedBytes),
+                  static_cast<unsigned long long>(sample->receivedBytesPerSecond));
+  outputFormatted(0, "TX: %lld/%s (%lld bytes/sec) ", static_cast<long long>(sample->sentPackets),
+                  printSize(sample->sentBytes), static_cast<long long>(sample->sentBytesPerSecond));
 }
 
 void showSystemSummary(ProcessRecord *current, const ProcessRecord *previous) {

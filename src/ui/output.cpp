@@ -2,6 +2,7 @@
 
 #include <curses.h>
 #include <locale.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -61,6 +62,15 @@ int output(const char *text, int width) {
   return length < room ? writeBytes(" ", 1) : result;
 }
 
+int outputFormatted(int width, const char *format, ...) {
+  char text[512];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  return output(text, width);
+}
+
 void outputBlanks(int count) {
   static const char kBlanks[] = "                                                                ";
   constexpr int kPiece = sizeof kBlanks - 1;
@@ -93,6 +103,10 @@ void switchOff(uint32_t attributes) {
 
 void setAttributes(uint32_t attributes) {
   if (screenIsOpen()) wattrset(stdscr, static_cast<int>(attributes));
+}
+
+uint32_t colorPair(int pair) {
+  return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
 }
 
 void openScreen() {

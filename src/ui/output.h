@@ -21,6 +21,9 @@ constexpr int kPairShrunk = 14;   // a value that shrank
 // text. Returns a negative number on failure.
 int output(const char *text, int width);
 
+// The same for a printf format and its arguments, cut to 511 bytes first.
+__attribute__((format(printf, 2, 3))) int outputFormatted(int width, const char *format, ...);
+
 // Writes `count` blanks; none when it is not positive.
 void outputBlanks(int count);
 
@@ -34,6 +37,9 @@ void confineToLine(bool on);
 void switchOn(uint32_t attributes);
 void switchOff(uint32_t attributes);
 void setAttributes(uint32_t attributes);
+
+// The attribute of a colour pair; 0 while colours are off.
+uint32_t colorPair(int pair);
 
 // Opens the full screen: modes, colours, colour pairs. Ends the program when the terminal can't do
 // it; what cursesMessage then prints says so.
