@@ -78,14 +78,16 @@ static size_t countEntries(const std::string &folder) {
       std::distance(fs::directory_iterator(folder, error), fs::directory_iterator()));
 }
 
-static int countRunning(const std::string &tasks) {
-  int running = 0;
+static void readThreads(const std::string &tasks, ProcessFacts &facts) {
   std::error_code error;
   for (const auto &task : fs::directory_iterator(tasks, error)) {
     const std::vector<std::string> fields = statFields(task.path().string() + "/stat");
-    if (!fields.empty() && fields[kState] == "R") running++;
+    if (fields.size() <= kStartTicks) continue;
+    if (fields[kState] == "R") facts.runningThreads++;
+    const std::string schedule = readFile(task.path().string() + "/schedstat");
+    facts.allThreads.push_back(
+        {toNumber<uint64_t>(schedule), toNumber<uint64_t>(fields[kStartTicks])});
   }
-  return running;
 }
 
 static std::string linkText(const std::string &path) {
@@ -149,7 +151,7 @@ std::optional<ProcessFacts> readFacts(pid_t pid) {
   facts.session = toNumber<pid_t>(stat[kSession]);
   facts.user = toNumber<uint32_t>(users[1]);
   facts.threads = toNumber<int>(stat[kThreads]);
-  facts.runningThreads = countRunning(folder + "/task");
+  readThreads(folder + "/task", facts);
   facts.nice = toNumber<int>(stat[kNice]);
   facts.realTimePriority = toNumber<int>(stat[kRealTimePriority]);
   facts.policy = toNumber<int>(stat[kPolicy]);

@@ -11,6 +11,11 @@
 
 namespace test {
 
+struct ThreadFacts {
+  uint64_t runNanoseconds = 0;  // on a processor, since its start
+  uint64_t startTicks = 0;      // since boot
+};
+
 struct ProcessFacts {
   pid_t pid = 0;
   std::string name;
@@ -25,6 +30,7 @@ struct ProcessFacts {
   int policy = 0;  // SCHED_*
   uint64_t processorTicks = 0;
   uint64_t startTicks = 0;  // since boot
+  std::vector<ThreadFacts> allThreads;
   uint64_t virtualBytes = 0;
   uint64_t residentBytes = 0;
   std::optional<uint64_t> readBytes;  // nothing where the caller may not know
