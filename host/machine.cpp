@@ -1,6 +1,8 @@
 // The answers of a machine that was not taught a question: not supported.
 #include "host/machine.h"
 
+#include "host/posix.h"
+
 namespace host {
 
 using darwin::DARWIN_ENOTSUP;
@@ -14,6 +16,13 @@ bool Machine::isPrivileged() {
 bool Machine::hasEntryPoint(std::string_view) {
   return false;
 }
+uint32_t Machine::callerUser() {
+  return __real_geteuid();
+}
+int64_t Machine::timeOfDay() {
+  return __real_time(nullptr);
+}
+void Machine::beginSample() {}
 Errno Machine::processIDs(std::vector<int32_t> &) {
   return DARWIN_ENOTSUP;
 }
@@ -52,6 +61,21 @@ int Machine::sandboxCheck(pid_t) {
   return -1;
 }
 Errno Machine::codeSigningFlags(pid_t, uint32_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::codeSignature(pid_t, std::vector<uint8_t> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::containerPath(pid_t, std::string &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::applicationState(pid_t, int32_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::arguments(pid_t, ProcessArguments &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::region(pid_t, uint64_t, darwin::proc_regionwithpathinfo &) {
   return DARWIN_ENOTSUP;
 }
 

@@ -35,6 +35,14 @@ struct KernelName {
   std::string hardware;
 };
 
+// What a process was started with.
+struct ProcessArguments {
+  std::string path;  // of the executable
+  std::vector<std::string> arguments;
+  std::vector<std::string> environment;
+  bool is64Bit = true;
+};
+
 // Every question may be asked from any thread. The defaults answer "not supported"
 // (DARWIN_ENOTSUP). A process question answers DARWIN_ESRCH for a process that is gone or a zombie,
 // and DARWIN_EPERM where the caller may not look at it.
@@ -52,6 +60,12 @@ class Machine {
   // Whether the C library has an entry point that only some releases have, such as
   // "memorystatus_get_level".
   virtual bool hasEntryPoint(std::string_view name);
+  // Effective user of the program; 0 is root. By default the one that it has on this system.
+  virtual uint32_t callerUser();
+  // The time of day in seconds since the epoch. By default that of this system.
+  virtual int64_t timeOfDay();
+  // The program begins to sample all processes. A machine with a stepped clock moves on.
+  virtual void beginSample();
 
   // All processes, zombies included, newest first.
   virtual Errno processIDs(std::vector<int32_t> &pids);
@@ -76,6 +90,14 @@ class Machine {
   // 1 sandboxed, 0 not, negative when that can't be said.
   virtual int sandboxCheck(pid_t pid);
   virtual Errno codeSigningFlags(pid_t pid, uint32_t &flags);
+  // Empty for a process without a signature.
+  virtual Errno codeSignature(pid_t pid, std::vector<uint8_t> &blob);
+  virtual Errno containerPath(pid_t pid, std::string &path);
+  // PROC_APPSTATE_* of an application.
+  virtual Errno applicationState(pid_t pid, int32_t &state);
+  virtual Errno arguments(pid_t pid, ProcessArguments &arguments);
+  // The region that contains `address`, or the next one above it; DARWIN_EINVAL past the last.
+  virtual Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info);
 
   // Descriptors of one process, ascending. `limit` is how many the caller has room for: a machine
   // need not look further.

@@ -33,6 +33,15 @@ void fill(char (&field)[size], const std::string &text) {
   field[length] = '\0';
 }
 
+uid_t callerUser() noexcept {
+  uid_t user = 0;
+  const host::Errno error = host::guarded([&user]() -> host::Errno {
+    user = host::machine().callerUser();
+    return host::kAnswered;
+  });
+  return error == host::kAnswered ? user : __real_geteuid();
+}
+
 }  // namespace
 
 extern "C" int __wrap_uname(struct utsname *name) noexcept {
@@ -61,4 +70,24 @@ extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
     }
   }
   return __real_dlsym(handle, name);
+}
+
+extern "C" uid_t __wrap_geteuid(void) noexcept {
+  return callerUser();
+}
+
+// The program is never started with another real user.
+extern "C" uid_t __wrap_getuid(void) noexcept {
+  return callerUser();
+}
+
+extern "C" time_t __wrap_time(time_t *seconds) noexcept {
+  time_t now = 0;
+  const host::Errno error = host::guarded([&now]() -> host::Errno {
+    now = host::machine().timeOfDay();
+    return host::kAnswered;
+  });
+  if (error != host::kAnswered) now = __real_time(nullptr);
+  if (seconds != nullptr) *seconds = now;
+  return now;
 }

@@ -104,6 +104,9 @@ Errno listPids(uint32_t type, uint32_t value, const Buffer &buffer, int &result)
     if (type < darwin::PROC_ALL_PIDS || type > darwin::PROC_PPID_ONLY) return DARWIN_EINVAL;
   }
 
+  // Whoever asks for the size is about to look at all of them.
+  if (buffer.data == nullptr && type == darwin::PROC_ALL_PIDS) machine().beginSample();
+
   std::vector<int32_t> pids;
   const Errno error = machine().processIDs(pids);
   if (error != kAnswered) return error;
@@ -164,6 +167,17 @@ Errno pidListThreads(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
 
 Errno pidListThreadIDs(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   return askList(&Machine::threadIDs, pid, buffer, result);
+}
+
+Errno pidRegion(pid_t pid, uint64_t address, const Buffer &buffer, int &result) {
+  darwin::proc_regionwithpathinfo info{};
+  const Errno error = machine().region(pid, address, info);
+  return error == kAnswered ? giveStructure(info.prp_prinfo, buffer, result) : error;
+}
+
+Errno pidRegionPath(pid_t pid, uint64_t address, const Buffer &buffer, int &result) {
+  return askStructure<darwin::proc_regionwithpathinfo, uint64_t>(&Machine::region, pid, address,
+                                                                 buffer, result);
 }
 
 // The system call answers 0 here, not the length.
@@ -231,9 +245,9 @@ struct PidFlavour {
 };
 
 // Flavours that are not here are answered like ones that the kernel does not know. Of those that
-// kernels have, that concerns regions (7, 8, 22, 23), working directories (9, 10), fileports (14),
-// identifiers (17 to 19), exit notes (21, 24, 25), user pointers and dynamic queues (26, 27) and
-// fault counts (29): no machine is asked for them.
+// kernels have, that concerns short region paths (22, 23), working directories (9, 10), fileports
+// (14), identifiers (17 to 19), exit notes (21, 24, 25), user pointers and dynamic queues (26, 27)
+// and fault counts (29): no machine is asked for them.
 constexpr PidFlavour kPidFlavours[] = {
     {darwin::PROC_PIDLISTFDS, sizeOf<darwin::proc_fdinfo>(), pidListDescriptors},
     {darwin::PROC_PIDTASKALLINFO, sizeOf<darwin::proc_taskallinfo>(), pidTaskAllInfo},
@@ -241,6 +255,8 @@ constexpr PidFlavour kPidFlavours[] = {
     {darwin::PROC_PIDTASKINFO, sizeOf<darwin::proc_taskinfo>(), pidTaskInfo},
     {darwin::PROC_PIDTHREADINFO, sizeOf<darwin::proc_threadinfo>(), pidThreadInfo},
     {darwin::PROC_PIDLISTTHREADS, sizeOf<uint64_t>(), pidListThreads},
+    {darwin::PROC_PIDREGIONINFO, sizeOf<darwin::proc_regioninfo>(), pidRegion},
+    {darwin::PROC_PIDREGIONPATHINFO, sizeOf<darwin::proc_regionwithpathinfo>(), pidRegionPath},
     {darwin::PROC_PIDPATHINFO, darwin::DARWIN_MAXPATHLEN, pidPath},
     {darwin::PROC_PIDWORKQUEUEINFO, sizeOf<darwin::proc_workqueueinfo>(), pidWorkQueue},
     {darwin::PROC_PIDT_SHORTBSDINFO, sizeOf<ShortBsdInfo>(), pidShortBsdInfo},

@@ -1,5 +1,7 @@
-// Sandbox queries: whether a process is confined, not what it may do.
+// Sandbox queries: whether a process is confined and where its container is, not what it may do.
 #include "darwin/sandbox.h"
+
+#include <string>
 
 #include "host/entry/answer.h"
 
@@ -13,7 +15,12 @@ int darwin::sandbox_check(int pid, const char *operation, int type, ...) {
   return host::libraryAnswer(error, answer, -1);
 }
 
-// No process here has a container.
-int darwin::sandbox_container_path_for_pid(int, char *, size_t) {
-  return DARWIN_ENOTSUP;
+int darwin::sandbox_container_path_for_pid(int pid, char *buffer, size_t size) {
+  return host::guarded([&]() -> host::Errno {
+    std::string path;
+    const host::Errno error = host::machine().containerPath(pid, path);
+    if (error != host::kAnswered) return error;
+    if (path.size() >= size) return DARWIN_ERANGE;
+    return host::copyOut(path.c_str(), path.size() + 1, buffer);
+  });
 }

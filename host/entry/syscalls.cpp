@@ -2,6 +2,8 @@
 // number has, and calls what answers it.
 #include "darwin/syscalls.h"
 
+#include <unistd.h>
+
 #include <cstdarg>
 
 #include "darwin/code_signing.h"
@@ -43,9 +45,33 @@ int codeSigning(va_list arguments) {
   return darwin::csops(pid, operation, buffer, size);
 }
 
-// Kernels of this age have the call but no longer answer the application state.
-int processPolicy() {
-  return libraryAnswer(darwin::DARWIN_ENOTSUP, 0, -1);
+// Of the policies only the state of an application can be had, and not of every machine.
+host::Errno applicationState(int scope, int action, int policy, int subtype, void *attribute,
+                             pid_t pid) {
+  const bool isScope =
+      scope == darwin::PROC_POLICY_SCOPE_PROCESS || scope == darwin::PROC_POLICY_SCOPE_THREAD;
+  const bool isPolicy =
+      policy == darwin::PROC_POLICY_APP_LIFECYCLE || policy == darwin::PROC_POLICY_APPTYPE;
+  if (!isScope || !isPolicy) return darwin::DARWIN_EINVAL;
+  if (scope != darwin::PROC_POLICY_SCOPE_PROCESS || action != darwin::PROC_POLICY_ACTION_GET ||
+      policy != darwin::PROC_POLICY_APP_LIFECYCLE || subtype != darwin::PROC_POLICY_APPLIFE_STATE) {
+    return darwin::DARWIN_ENOTSUP;
+  }
+  int32_t state = darwin::PROC_APPSTATE_NONE;
+  const host::Errno error = host::machine().applicationState(pid == 0 ? getpid() : pid, state);
+  return error == host::kAnswered ? host::copyOut(&state, sizeof state, attribute) : error;
+}
+
+int processPolicy(va_list arguments) {
+  const int scope = va_arg(arguments, int);
+  const int action = va_arg(arguments, int);
+  const int policy = va_arg(arguments, int);
+  const int subtype = va_arg(arguments, int);
+  void *attribute = va_arg(arguments, void *);
+  const int32_t pid = va_arg(arguments, int32_t);
+  const host::Errno error = host::guarded(
+      [&] { return applicationState(scope, action, policy, subtype, attribute, pid); });
+  return libraryAnswer(error, 0, -1);
 }
 
 int noSuchCall() {
@@ -57,7 +83,7 @@ int dispatch(long number, va_list arguments) {
     case darwin::DARWIN_SYS_csops:
       return codeSigning(arguments);
     case darwin::DARWIN_SYS_process_policy:
-      return processPolicy();
+      return processPolicy(arguments);
     case darwin::DARWIN_SYS_proc_info:
       return procInfo(arguments);
     case darwin::DARWIN_SYS_memorystatus_control:

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "host/entry/answer.h"
@@ -69,10 +70,68 @@ Errno readVariable(const Variable *variable, void *old, size_t *oldlen, const vo
   return kAnswered;
 }
 
+// The argument area of a process: a count, then the path, the arguments and the environment.
+constexpr int kArgumentsName[] = {darwin::DARWIN_CTL_KERN, darwin::DARWIN_KERN_PROCARGS2};
+constexpr size_t kLargestArgumentArea = 262144;
+
+void padTo(size_t multiple, std::string &area) {
+  area.resize((area.size() + multiple - 1) / multiple * multiple);
+}
+
+std::string argumentArea(const ProcessArguments &process) {
+  const size_t pointerSize = process.is64Bit ? sizeof(uint64_t) : sizeof(uint32_t);
+  // c_str(): each text ends at its first NUL, and with one.
+  std::string area = process.path.c_str();
+  area += '\0';
+  padTo(pointerSize, area);
+  for (const auto *texts : {&process.arguments, &process.environment}) {
+    for (const std::string &text : *texts) {
+      area += text.c_str();
+      area += '\0';
+    }
+  }
+  padTo(pointerSize, area);
+  if (area.size() > kLargestArgumentArea) area.resize(kLargestArgumentArea);
+  return area;
+}
+
+// Whatever is in the way, the kernel says "invalid". Of an area that is too long for the buffer it
+// gives the end.
+Errno readArguments(pid_t pid, void *old, size_t *oldlen) {
+  if (pid == 0) return darwin::DARWIN_EINVAL;  // it was started with none
+  ProcessArguments process;
+  const Errno error = guarded([&] { return machine().arguments(pid, process); });
+  if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
+  if (error == darwin::DARWIN_ENOMEM) return error;
+  if (error != kAnswered || oldlen == nullptr) return darwin::DARWIN_EINVAL;
+
+  const int32_t count = static_cast<int32_t>(process.arguments.size());
+  return guarded([&]() -> Errno {
+    const std::string area = argumentArea(process);
+    if (old == nullptr) {
+      *oldlen = (sizeof count + area.size() + 3) / 4 * 4;
+      return kAnswered;
+    }
+    if (*oldlen <= sizeof count || *oldlen > sizeof count + kLargestArgumentArea) {
+      return darwin::DARWIN_EINVAL;
+    }
+    const size_t given = std::min(area.size(), *oldlen - sizeof count);
+    std::memcpy(old, &count, sizeof count);
+    std::memcpy(static_cast<char *>(old) + sizeof count, area.data() + area.size() - given, given);
+    *oldlen = sizeof count + given;
+    return kAnswered;
+  });
+}
+
 Errno readByNumbers(const int *name, unsigned int count, void *old, size_t *oldlen,
                     const void *newp) {
   if (count < kFewestNumbers || count > kMostNumbers) return darwin::DARWIN_EINVAL;
   if (name == nullptr) return darwin::DARWIN_EFAULT;
+  if (count == std::size(kArgumentsName) + 1 &&
+      std::equal(std::begin(kArgumentsName), std::end(kArgumentsName), name)) {
+    if (newp != nullptr) return darwin::DARWIN_EPERM;
+    return readArguments(name[std::size(kArgumentsName)], old, oldlen);
+  }
   const Variable *variable = findVariable([name, count](const Variable &row) {
     return count == std::size(row.numbers) && std::equal(name, name + count, row.numbers);
   });

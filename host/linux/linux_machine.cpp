@@ -42,7 +42,7 @@ Errno LinuxMachine::kernelName(KernelName &name) {
 }
 
 bool LinuxMachine::isPrivileged() {
-  return geteuid() == 0;
+  return __real_geteuid() == 0;
 }
 
 bool LinuxMachine::hasEntryPoint(std::string_view name) {

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "host/linux/clock.h"
+#include "host/posix.h"
 
 namespace host::linux_machine {
 
@@ -126,7 +127,7 @@ Errno PresentProcess::hold(pid_t pid) {
 
 Errno PresentProcess::checkAccess() {
   if (!access_) {
-    uid_t caller = geteuid();
+    uid_t caller = __real_geteuid();
     ProcessStatus owner{};
     Errno error = caller == 0 ? kAnswered : status(owner);
     if (error != kAnswered) return error;

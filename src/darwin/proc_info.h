@@ -279,6 +279,61 @@ struct vnode_info_path {
 };
 DARWIN_LAYOUT(vnode_info_path, 1176, 8, (vip_vi, 0), (vip_path, 152));
 
+// One region of a task's memory. Pages are the kernel's; pri_obj_id is the same for regions that
+// share an object.
+struct proc_regioninfo {
+  uint32_t pri_protection;
+  uint32_t pri_max_protection;
+  uint32_t pri_inheritance;
+  uint32_t pri_flags;
+  uint64_t pri_offset;
+  uint32_t pri_behavior;
+  uint32_t pri_user_wired_count;
+  uint32_t pri_user_tag;
+  uint32_t pri_pages_resident;
+  uint32_t pri_pages_shared_now_private;
+  uint32_t pri_pages_swapped_out;
+  uint32_t pri_pages_dirtied;
+  uint32_t pri_ref_count;
+  uint32_t pri_shadow_depth;
+  uint32_t pri_share_mode;
+  uint32_t pri_private_pages_resident;
+  uint32_t pri_shared_pages_resident;
+  uint32_t pri_obj_id;
+  uint32_t pri_depth;
+  uint64_t pri_address;
+  uint64_t pri_size;
+};
+DARWIN_LAYOUT(proc_regioninfo, 96, 8, (pri_protection, 0), (pri_max_protection, 4),
+              (pri_inheritance, 8), (pri_flags, 12), (pri_offset, 16), (pri_behavior, 24),
+              (pri_user_wired_count, 28), (pri_user_tag, 32), (pri_pages_resident, 36),
+              (pri_pages_shared_now_private, 40), (pri_pages_swapped_out, 44),
+              (pri_pages_dirtied, 48), (pri_ref_count, 52), (pri_shadow_depth, 56),
+              (pri_share_mode, 60), (pri_private_pages_resident, 64),
+              (pri_shared_pages_resident, 68), (pri_obj_id, 72), (pri_depth, 76), (pri_address, 80),
+              (pri_size, 88));
+
+// vip_path is empty for a region without a file behind it.
+struct proc_regionwithpathinfo {
+  proc_regioninfo prp_prinfo;
+  vnode_info_path prp_vip;
+};
+DARWIN_LAYOUT(proc_regionwithpathinfo, 1272, 8, (prp_prinfo, 0), (prp_vip, 96));
+
+// pri_flags.
+constexpr uint32_t PROC_REGION_SUBMAP = 1;
+constexpr uint32_t PROC_REGION_SHARED = 2;
+
+// pri_share_mode.
+constexpr uint32_t SM_COW = 1;
+constexpr uint32_t SM_PRIVATE = 2;
+constexpr uint32_t SM_EMPTY = 3;
+constexpr uint32_t SM_SHARED = 4;
+constexpr uint32_t SM_TRUESHARED = 5;
+constexpr uint32_t SM_PRIVATE_ALIASED = 6;
+constexpr uint32_t SM_SHARED_ALIASED = 7;
+constexpr uint32_t SM_LARGE_PAGE = 8;
+
 // fi_openflags holds FREAD and FWRITE with the open flags above them (file_flags.h).
 struct proc_fileinfo {
   uint32_t fi_openflags;

@@ -68,6 +68,14 @@ TEST_F(ListPids, EstimateHasTwentyToSpareAndLooksAtNeitherSizeNorType) {
   EXPECT_EQ(proc_listpids(7, 0, nullptr, 0), (5 + 20) * 4);
 }
 
+TEST_F(ListPids, EstimateOfAllBeginsASample) {
+  EXPECT_NE(proc_listpids(PROC_ALL_PIDS, 1, nullptr, 0), 0);
+  EXPECT_EQ(machine.samples, 1);
+  EXPECT_EQ(list(PROC_ALL_PIDS, 1).size(), 5u);
+  EXPECT_NE(proc_listpids(PROC_UID_ONLY, 501, nullptr, 0), 0);
+  EXPECT_EQ(machine.samples, 1);
+}
+
 TEST_F(ListPids, WritesAllInTheMachinesOrder) {
   EXPECT_EQ(list(PROC_ALL_PIDS, 1), (std::vector<int32_t>{30, 20, 10, 0, 99}));
 }
@@ -177,6 +185,7 @@ constexpr SizedFlavour kStructures[] = {
     {PROC_PIDTASKINFO, 0, 96},          {PROC_PIDTHREADINFO, 0x7100, 112},
     {PROC_PIDWORKQUEUEINFO, 0, 16},     {PROC_PIDT_SHORTBSDINFO, 0, 64},
     {PROC_PIDTHREADID64INFO, 902, 112}, {PROC_PIDCOALITIONINFO, 0, 40},
+    {PROC_PIDREGIONINFO, 0x1000, 96},   {PROC_PIDREGIONPATHINFO, 0x1000, 1272},
 };
 
 TEST_F(PidInfo, AnswersExactlyTheSizeOfTheFlavour) {
@@ -211,7 +220,7 @@ TEST_F(PidInfo, RefusesLessThanTheSizeOfTheFlavour) {
 }
 
 TEST_F(PidInfo, RefusesFlavoursThatItDoesNotHave) {
-  for (const int flavour : {-1, 0, 7, 8, 9, 10, 14, 16, 17, 19, 21, 22, 23, 29, 1000}) {
+  for (const int flavour : {-1, 0, 9, 10, 14, 16, 17, 19, 21, 22, 23, 29, 1000}) {
     SCOPED_TRACE(flavour);
     errno = 0;
     EXPECT_EQ(proc_pidinfo(kPid, flavour, 0, room.bytes, sizeof room.bytes), 0);
@@ -268,6 +277,20 @@ TEST_F(PidInfo, NullBufferFaults) {
 TEST_F(PidInfo, TaskInfoIsTheTailOfTaskAllInfo) {
   EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDTASKINFO, 0, room.bytes, 96), 96);
   EXPECT_EQ(room.as<proc_taskinfo>().pti_threadnum, 3);
+}
+
+TEST_F(PidInfo, RegionInfoIsTheHeadOfTheOneWithThePath) {
+  machine.memoryRegion.prp_prinfo.pri_address = 0x100004000;
+  machine.memoryRegion.prp_prinfo.pri_size = 0x8000;
+  std::strcpy(machine.memoryRegion.prp_vip.vip_path, "/sbin/launchd");
+  EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDREGIONINFO, 0x100000000, room.bytes, 96), 96);
+  EXPECT_EQ(machine.addressAsked, 0x100000000u);
+  EXPECT_EQ(room.as<proc_regioninfo>().pri_address, 0x100004000u);
+  EXPECT_TRUE(room.untouchedFrom(96));
+  EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDREGIONPATHINFO, 0x100000001, room.bytes, 1272), 1272);
+  EXPECT_EQ(machine.addressAsked, 0x100000001u);
+  EXPECT_EQ(room.as<proc_regionwithpathinfo>().prp_prinfo.pri_size, 0x8000u);
+  EXPECT_STREQ(room.as<proc_regionwithpathinfo>().prp_vip.vip_path, "/sbin/launchd");
 }
 
 TEST_F(PidInfo, ShortFormHasTheFieldsOfTheLongOne) {

@@ -46,6 +46,16 @@ class EntryMachine : public host::Machine {
   int sandboxed = 0;
   uint32_t signing = 0;
   pid_t signingAsked = -1;
+  std::vector<uint8_t> signature;
+  std::string container;
+  int32_t state = 0;
+  pid_t stateAsked = -1;
+  host::ProcessArguments started;
+  darwin::proc_regionwithpathinfo memoryRegion{};
+  uint64_t addressAsked = 0;
+  uint32_t user = 0;
+  int64_t seconds = 0;
+  int samples = 0;
 
   std::vector<darwin::proc_fdinfo> open;
   size_t limitAsked = 0;
@@ -75,6 +85,15 @@ class EntryMachine : public host::Machine {
     if (throws) throw std::bad_alloc();
     return entryPoints.count(wanted) != 0;
   }
+  uint32_t callerUser() override {
+    if (throws) throw std::bad_alloc();
+    return user;
+  }
+  int64_t timeOfDay() override {
+    if (throws) throw std::bad_alloc();
+    return seconds;
+  }
+  void beginSample() override { samples++; }
   host::Errno processIDs(std::vector<int32_t> &out) override { return give(out, pids); }
 
   host::Errno taskAllInfo(pid_t pid, darwin::proc_taskallinfo &out) override {
@@ -118,6 +137,19 @@ class EntryMachine : public host::Machine {
   host::Errno codeSigningFlags(pid_t pid, uint32_t &out) override {
     signingAsked = pid;
     return give(out, signing);
+  }
+  host::Errno codeSignature(pid_t, std::vector<uint8_t> &out) override {
+    return give(out, signature);
+  }
+  host::Errno containerPath(pid_t, std::string &out) override { return give(out, container); }
+  host::Errno applicationState(pid_t pid, int32_t &out) override {
+    stateAsked = pid;
+    return give(out, state);
+  }
+  host::Errno arguments(pid_t, host::ProcessArguments &out) override { return give(out, started); }
+  host::Errno region(pid_t, uint64_t address, darwin::proc_regionwithpathinfo &out) override {
+    addressAsked = address;
+    return give(out, memoryRegion);
   }
 
   host::Errno descriptors(pid_t, size_t limit, std::vector<darwin::proc_fdinfo> &out) override {

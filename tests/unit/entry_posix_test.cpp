@@ -2,13 +2,17 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 #include "darwin/code_signing.h"
 #include "darwin/libproc.h"
 #include "darwin/sandbox.h"
 #include "darwin/syscalls.h"
 #include "host/entry/kernel.h"
+#include "host/posix.h"
 #include "tests/unit/entry_machine.h"
 
 namespace {
@@ -99,14 +103,72 @@ TEST_F(Syscalls, NumbersThatAreNotAnswered) {
   }
 }
 
-TEST_F(Syscalls, ProcessPolicyIsNotSupported) {
+class Policy : public EntryTest {
+ protected:
+  // The state of an application, unless a test asks for something else.
+  long ask(int scope = PROC_POLICY_SCOPE_PROCESS, int action = PROC_POLICY_ACTION_GET,
+           int policy = PROC_POLICY_APP_LIFECYCLE, int subtype = PROC_POLICY_APPLIFE_STATE) {
+    const uint64_t thread = 0;
+    errno = 0;
+    return syscall(DARWIN_SYS_process_policy, scope, action, policy, subtype, attribute, pid,
+                   thread);
+  }
+
   int32_t state = 7;
-  const uint64_t thread = 0;
-  EXPECT_EQ(syscall(DARWIN_SYS_process_policy, PROC_POLICY_SCOPE_PROCESS, PROC_POLICY_ACTION_GET,
-                    PROC_POLICY_APP_LIFECYCLE, PROC_POLICY_APPLIFE_STATE, &state, 1, thread),
+  void *attribute = &state;
+  int32_t pid = 5;
+};
+
+TEST_F(Policy, GivesTheStateOfAnApplication) {
+  machine.state = PROC_APPSTATE_BACKGROUND;
+  EXPECT_EQ(ask(), 0);
+  EXPECT_EQ(state, 2);
+  EXPECT_EQ(machine.stateAsked, 5);
+}
+
+TEST_F(Policy, PidZeroIsTheCaller) {
+  pid = 0;
+  EXPECT_EQ(ask(), 0);
+  EXPECT_EQ(machine.stateAsked, getpid());
+}
+
+TEST_F(Policy, BadScopeOrPolicyIsInvalid) {
+  EXPECT_EQ(ask(0), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_EQ(ask(PROC_POLICY_SCOPE_PROCESS, PROC_POLICY_ACTION_GET, 4), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_EQ(machine.asked, 0);
+}
+
+TEST_F(Policy, OtherQuestionsAreNotSupported) {
+  EXPECT_EQ(ask(PROC_POLICY_SCOPE_THREAD), -1);
+  EXPECT_EQ(errno, DARWIN_ENOTSUP);
+  EXPECT_EQ(ask(PROC_POLICY_SCOPE_PROCESS, PROC_POLICY_ACTION_SET), -1);
+  EXPECT_EQ(errno, DARWIN_ENOTSUP);
+  EXPECT_EQ(ask(PROC_POLICY_SCOPE_PROCESS, PROC_POLICY_ACTION_GET, PROC_POLICY_APPTYPE), -1);
+  EXPECT_EQ(errno, DARWIN_ENOTSUP);
+  EXPECT_EQ(ask(PROC_POLICY_SCOPE_PROCESS, PROC_POLICY_ACTION_GET, PROC_POLICY_APP_LIFECYCLE,
+                PROC_POLICY_APPLIFE_DEVSTATUS),
             -1);
   EXPECT_EQ(errno, DARWIN_ENOTSUP);
+  EXPECT_EQ(machine.asked, 0);
+}
+
+TEST_F(Policy, Failures) {
+  for (const host::Errno refusal : {DARWIN_ESRCH, DARWIN_EPERM, DARWIN_ENOTSUP}) {
+    machine.refusal = refusal;
+    EXPECT_EQ(ask(), -1);
+    EXPECT_EQ(errno, refusal);
+  }
+  machine.throws = true;
+  EXPECT_EQ(ask(), -1);
+  EXPECT_EQ(errno, DARWIN_ENOMEM);
   EXPECT_EQ(state, 7);
+  machine.throws = false;
+  machine.refusal = host::kAnswered;
+  attribute = nullptr;
+  EXPECT_EQ(ask(), -1);
+  EXPECT_EQ(errno, DARWIN_EFAULT);
 }
 
 class CodeSigning : public EntryTest {};
@@ -139,7 +201,7 @@ TEST_F(CodeSigning, Failures) {
   EXPECT_EQ(errno, DARWIN_ERANGE);
   EXPECT_EQ(csops(5, CS_OPS_STATUS, nullptr, 4), -1);
   EXPECT_EQ(errno, DARWIN_EFAULT);
-  for (const unsigned int operation : {CS_OPS_MARKKILL, CS_OPS_BLOB, CS_OPS_IDENTITY, 99u}) {
+  for (const unsigned int operation : {CS_OPS_MARKKILL, CS_OPS_IDENTITY, 99u}) {
     errno = 0;
     EXPECT_EQ(csops(5, operation, &flags, 4), -1);
     EXPECT_EQ(errno, DARWIN_EINVAL);
@@ -151,6 +213,60 @@ TEST_F(CodeSigning, Failures) {
   EXPECT_EQ(csops(5, CS_OPS_STATUS, &flags, 4), -1);
   EXPECT_EQ(errno, DARWIN_ENOMEM);
   EXPECT_EQ(flags, 7u);
+}
+
+class Signature : public EntryTest {
+ protected:
+  Signature() {
+    machine.signing = CS_VALID;
+    machine.signature.assign(300, 0xb1);
+    machine.signature.front() = 0xfa;
+    std::fill(std::begin(room), std::end(room), uint8_t{0x5a});
+    errno = 0;
+  }
+
+  uint8_t room[512];
+};
+
+TEST_F(Signature, IsGivenWhole) {
+  for (const uint32_t flag : {CS_VALID, CS_DEBUGGED}) {
+    machine.signing = flag;
+    EXPECT_EQ(csops(5, CS_OPS_BLOB, room, 300), 0);
+    EXPECT_EQ(std::vector<uint8_t>(room, room + 300), machine.signature);
+    EXPECT_EQ(room[300], 0x5a);
+  }
+}
+
+TEST_F(Signature, TooSmallABufferGetsTheLengthThatIsNeeded) {
+  for (const size_t size : {size_t{8}, size_t{299}}) {
+    EXPECT_EQ(csops(5, CS_OPS_BLOB, room, size), -1);
+    EXPECT_EQ(errno, DARWIN_ERANGE);
+    const uint8_t header[] = {0, 0, 0, 0, 0, 0, 1, 44, 0x5a};
+    EXPECT_EQ(std::memcmp(room, header, sizeof header), 0);
+  }
+}
+
+TEST_F(Signature, ABufferBelowEightBytesStaysUntouched) {
+  EXPECT_EQ(csops(5, CS_OPS_BLOB, room, 7), -1);
+  EXPECT_EQ(errno, DARWIN_ERANGE);
+  EXPECT_EQ(room[0], 0x5a);
+}
+
+TEST_F(Signature, WithoutOneThereAreEightZeroes) {
+  machine.signature.clear();
+  EXPECT_EQ(csops(5, CS_OPS_BLOB, room, sizeof room), 0);
+  const uint8_t header[] = {0, 0, 0, 0, 0, 0, 0, 0, 0x5a};
+  EXPECT_EQ(std::memcmp(room, header, sizeof header), 0);
+}
+
+TEST_F(Signature, OfAProcessNeitherValidNorDebuggedIsRefused) {
+  machine.signing = CS_SIGNED | CS_PLATFORM_BINARY;
+  EXPECT_EQ(csops(5, CS_OPS_BLOB, room, sizeof room), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  machine.refusal = DARWIN_ESRCH;
+  EXPECT_EQ(csops(5, CS_OPS_BLOB, room, sizeof room), -1);
+  EXPECT_EQ(errno, DARWIN_ESRCH);
+  EXPECT_EQ(room[0], 0x5a);
 }
 
 class Sandbox : public EntryTest {};
@@ -173,10 +289,50 @@ TEST_F(Sandbox, OperationsAndExceptionsAreFailures) {
   EXPECT_EQ(errno, DARWIN_ENOMEM);
 }
 
-TEST_F(Sandbox, NoProcessHasAContainer) {
+TEST_F(Sandbox, ContainerIsGivenWithItsEnd) {
+  machine.container = "/private/var";
+  char path[16];
+  std::memset(path, 'x', sizeof path);
+  EXPECT_EQ(sandbox_container_path_for_pid(5, path, 13), 0);
+  EXPECT_STREQ(path, "/private/var");
+  EXPECT_EQ(path[13], 'x');
+}
+
+TEST_F(Sandbox, ContainerFailuresLeaveTheBuffer) {
+  machine.container = "/private/var";
   char path[16] = "unchanged";
+  EXPECT_EQ(sandbox_container_path_for_pid(5, path, 12), DARWIN_ERANGE);
+  machine.refusal = DARWIN_ENOTSUP;
   EXPECT_EQ(sandbox_container_path_for_pid(5, path, sizeof path), DARWIN_ENOTSUP);
+  machine.throws = true;
+  EXPECT_EQ(sandbox_container_path_for_pid(5, path, sizeof path), DARWIN_ENOMEM);
   EXPECT_STREQ(path, "unchanged");
+}
+
+class Caller : public EntryTest {};
+
+TEST_F(Caller, IsTheMachinesUser) {
+  machine.user = 501;
+  EXPECT_EQ(geteuid(), 501u);
+  EXPECT_EQ(getuid(), 501u);
+  machine.throws = true;
+  EXPECT_EQ(geteuid(), __real_geteuid());
+}
+
+TEST_F(Caller, TellsTheMachinesTime) {
+  machine.seconds = 1709647629;
+  time_t seconds = 0;
+  EXPECT_EQ(time(&seconds), 1709647629);
+  EXPECT_EQ(seconds, 1709647629);
+  EXPECT_EQ(time(nullptr), 1709647629);
+  machine.throws = true;
+  EXPECT_GE(time(nullptr), __real_time(nullptr) - 1);
+}
+
+TEST(LiveCaller, IsTheOneOfThisSystem) {
+  EXPECT_EQ(geteuid(), __real_geteuid());
+  const time_t before = __real_time(nullptr);
+  EXPECT_GE(time(nullptr), before);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
+#include <array>
 #include <cstring>
+#include <string>
 
 #include "darwin/sysctl.h"
 #include "tests/unit/entry_machine.h"
@@ -157,6 +159,86 @@ TEST_F(Sysctl, BadNames) {
   errno = 0;
   EXPECT_EQ(sysctlbyname(nullptr, value, &length, nullptr, 0), -1);
   EXPECT_EQ(errno, DARWIN_EFAULT);
+}
+
+class ProcessArguments : public EntryTest {
+ protected:
+  ProcessArguments() {
+    machine.started = {"/bin/ls", {"ls", "-l", ""}, {"A=1"}, true};
+    room.fill('x');
+  }
+
+  int read(void *old, size_t *length, int pid = 5) {
+    errno = 0;
+    int name[] = {1, 49, pid};
+    return sysctl(name, 3, old, length, nullptr, 0);
+  }
+
+  std::array<char, 64> room{};
+};
+
+TEST_F(ProcessArguments, AreACountThePathArgumentsAndEnvironment) {
+  // The path with its end is 8 bytes long; all is filled up to a multiple of 8.
+  const std::string area("\3\0\0\0/bin/ls\0ls\0-l\0\0A=1\0\0\0\0\0\0", 4 + 8 + 16);
+  size_t length = room.size();
+  ASSERT_EQ(read(room.data(), &length), 0);
+  ASSERT_EQ(length, area.size());
+  EXPECT_EQ(std::string(room.data(), length), area);
+  EXPECT_EQ(room[length], 'x');
+}
+
+TEST_F(ProcessArguments, PathIsFilledUpToAPointer) {
+  machine.started = {"/bin/cat", {"cat"}, {}, true};
+  size_t length = room.size();
+  ASSERT_EQ(read(room.data(), &length), 0);
+  EXPECT_EQ(std::string(room.data(), length),
+            std::string("\1\0\0\0/bin/cat\0\0\0\0\0\0\0\0cat\0\0\0\0\0", 4 + 16 + 8));
+  machine.started.is64Bit = false;
+  length = room.size();
+  ASSERT_EQ(read(room.data(), &length), 0);
+  EXPECT_EQ(std::string(room.data(), length),
+            std::string("\1\0\0\0/bin/cat\0\0\0\0cat\0", 4 + 12 + 4));
+}
+
+TEST_F(ProcessArguments, WithoutABufferTheLengthIsAnswered) {
+  size_t length = 0;
+  ASSERT_EQ(read(nullptr, &length), 0);
+  EXPECT_EQ(length, 28u);
+}
+
+TEST_F(ProcessArguments, TooSmallABufferGetsTheEnd) {
+  size_t length = 12;
+  ASSERT_EQ(read(room.data(), &length), 0);
+  EXPECT_EQ(length, 12u);
+  EXPECT_EQ(std::string(room.data(), 12), std::string("\3\0\0\0=1\0\0\0\0\0\0", 12));
+  EXPECT_EQ(room[12], 'x');
+}
+
+TEST_F(ProcessArguments, EveryFailureIsInvalid) {
+  size_t length = 4;
+  EXPECT_EQ(read(room.data(), &length), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  length = 262149;
+  EXPECT_EQ(read(room.data(), &length), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_EQ(read(room.data(), nullptr), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  length = room.size();
+  EXPECT_EQ(read(room.data(), &length, 0), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  for (const host::Errno refusal : {DARWIN_ESRCH, DARWIN_EPERM}) {
+    machine.refusal = refusal;
+    EXPECT_EQ(read(room.data(), &length), -1);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+  }
+  EXPECT_EQ(room[0], 'x');
+}
+
+TEST_F(ProcessArguments, AMachineThatWasNotTaughtThemHasNoSuchVariable) {
+  machine.refusal = DARWIN_ENOTSUP;
+  size_t length = room.size();
+  EXPECT_EQ(read(room.data(), &length), -1);
+  EXPECT_EQ(errno, DARWIN_ENOENT);
 }
 
 }  // namespace

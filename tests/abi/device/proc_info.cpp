@@ -76,6 +76,16 @@
   EACH(PROC_FI_GUARD_DUP);             \
   EACH(PROC_FI_GUARD_SOCKET_IPC);      \
   EACH(PROC_FI_GUARD_FILEPORT);        \
+  EACH(PROC_REGION_SUBMAP);            \
+  EACH(PROC_REGION_SHARED);            \
+  EACH(SM_COW);                        \
+  EACH(SM_PRIVATE);                    \
+  EACH(SM_EMPTY);                      \
+  EACH(SM_SHARED);                     \
+  EACH(SM_TRUESHARED);                 \
+  EACH(SM_PRIVATE_ALIASED);            \
+  EACH(SM_SHARED_ALIASED);             \
+  EACH(SM_LARGE_PAGE);                 \
   EACH(PROC_KQUEUE_SELECT);            \
   EACH(PROC_KQUEUE_SLEEP);             \
   EACH(PROC_KQUEUE_32);                \
@@ -127,6 +137,7 @@ LIST_TYPES(KEEP);
 #include <libproc.h>
 #include <mach/policy.h>
 #include <mach/thread_info.h>
+#include <mach/vm_region.h>
 #include <sys/proc.h>
 #include <sys/proc_info.h>
 
@@ -154,6 +165,12 @@ SAME_STRUCTURE(vinfo_stat, vst_dev, vst_mode, vst_nlink, vst_ino, vst_uid, vst_g
                vst_qspare);
 SAME_STRUCTURE(vnode_info, vi_stat, vi_type, vi_pad, vi_fsid);
 SAME_STRUCTURE(vnode_info_path, vip_vi, vip_path);
+SAME_STRUCTURE(proc_regioninfo, pri_protection, pri_max_protection, pri_inheritance, pri_flags,
+               pri_offset, pri_behavior, pri_user_wired_count, pri_user_tag, pri_pages_resident,
+               pri_pages_shared_now_private, pri_pages_swapped_out, pri_pages_dirtied,
+               pri_ref_count, pri_shadow_depth, pri_share_mode, pri_private_pages_resident,
+               pri_shared_pages_resident, pri_obj_id, pri_depth, pri_address, pri_size);
+SAME_STRUCTURE(proc_regionwithpathinfo, prp_prinfo, prp_vip);
 SAME_STRUCTURE(proc_fileinfo, fi_openflags, fi_status, fi_offset, fi_type, fi_guardflags);
 SAME_STRUCTURE(vnode_fdinfo, pfi, pvi);
 SAME_STRUCTURE(vnode_fdinfowithpath, pfi, pvip);
