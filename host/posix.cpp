@@ -3,6 +3,7 @@
 #include "host/posix.h"
 
 #include <dlfcn.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cerrno>

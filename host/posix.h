@@ -2,14 +2,15 @@
 // wherever it means Linux: the plain names reach what stands in for the device.
 #pragma once
 
+#include <linux/utsname.h>
 #include <sys/types.h>
-#include <sys/utsname.h>
 #include <time.h>
 
 extern "C" {
 
 long __real_syscall(long number, ...) noexcept;
-int __real_uname(struct utsname *name) noexcept;
+// Linux's own structure: <sys/utsname.h> is the device's here.
+int __real_uname(struct new_utsname *name) noexcept;
 void *__real_dlsym(void *handle, const char *name) noexcept;
 uid_t __real_geteuid(void) noexcept;
 uid_t __real_getuid(void) noexcept;

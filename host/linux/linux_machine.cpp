@@ -22,7 +22,6 @@ static constexpr std::string_view kVersionX86 =
     "Darwin Kernel Version 18.7.0: root:xnu-4903~1/RELEASE_X86_64";
 static constexpr std::string_view kVersionArm =
     "Darwin Kernel Version 18.7.0: root:xnu-4903~1/RELEASE_ARM64_HOST";
-static_assert(kVersionX86.size() <= 64 && kVersionArm.size() <= 64);
 
 static constexpr uint64_t kSeccompFilter = 2;
 
@@ -30,7 +29,7 @@ LinuxMachine::LinuxMachine(FileHandle proc)
     : proc_(std::move(proc)), present_(proc_.get(), known_) {}
 
 Errno LinuxMachine::kernelName(KernelName &name) {
-  struct utsname own {};
+  new_utsname own{};
   if (__real_uname(&own) != 0) return darwin::DARWIN_EIO;
   std::string_view hardware(own.machine);
   name.system = "Darwin";

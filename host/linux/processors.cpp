@@ -1,7 +1,6 @@
 #include "host/linux/processors.h"
 
 #include <fcntl.h>
-#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -133,7 +132,7 @@ uint32_t Processors::physicalCount(uint32_t logical) {
 static darwin::cpu_type_t processorType() {
   constexpr darwin::cpu_type_t kX86_64 = 0x01000007;
   constexpr darwin::cpu_type_t kArm64 = 0x0100000C;
-  struct utsname name {};
+  new_utsname name{};
   __real_uname(&name);
   std::string_view machine(name.machine);
   if (machine == "x86_64") return kX86_64;

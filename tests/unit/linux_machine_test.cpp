@@ -10,7 +10,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -147,7 +146,7 @@ class LinuxMachineTest : public testing::Test {
 TEST_F(LinuxMachineTest, PresentsItsKernelAsDarwin) {
   KernelName name;
   ASSERT_EQ(machine_->kernelName(name), kAnswered);
-  struct utsname own {};
+  new_utsname own{};
   ASSERT_EQ(__real_uname(&own), 0);
   EXPECT_EQ(name.system, "Darwin");
   EXPECT_EQ(name.node, own.nodename);
