@@ -3,22 +3,37 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
 #include <string_view>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "host/linux/linux_machine.h"
 #include "host/none/no_machine.h"
+#include "host/simulator/device_file.h"
+#include "host/simulator/simulated_machine.h"
 
 namespace host {
 
 namespace {
 
-// As sysexits.h has them: the command was used wrongly, the system fails.
+// As sysexits.h has them: the command was used wrongly, the data are wrong, the system fails.
 constexpr int kUsageStatus = 64;
+constexpr int kDataStatus = 65;
 constexpr int kSystemStatus = 71;
+
+constexpr std::string_view kEnding = ".toml";
+constexpr std::string_view kNone = "none";
 
 std::atomic<Machine *> g_replacement{nullptr};
 
@@ -31,16 +46,70 @@ Machine &chosenMachine() {
 // Makes the choice before main, so that a wrong word ends the program before anything has started.
 [[maybe_unused]] const Machine &g_chosenAtStart = chosenMachine();
 
+std::string deviceFolder() {
+  const char *folder = std::getenv("SONDEX_DEVICES");
+  return folder != nullptr && *folder != '\0' ? folder : SONDEX_DEVICES_DIR;
+}
+
+// The devices of the folder; none when it can't be read.
+std::vector<std::string> knownDevices() {
+  std::vector<std::string> names;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(deviceFolder(), error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    std::string name = entry->path().filename().string();
+    if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) continue;
+    name.resize(name.size() - kEnding.size());
+    names.push_back(std::move(name));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Does not return for a word that names no device.
+std::string fileOf(std::string_view word) {
+  if (word.find('/') != std::string_view::npos || word.ends_with(kEnding)) return std::string(word);
+  const std::vector<std::string> known = knownDevices();
+  if (std::find(known.begin(), known.end(), word) != known.end()) {
+    return deviceFolder() + "/" + std::string(word) + std::string(kEnding);
+  }
+  std::string list;
+  for (const std::string &name : known) list += name + ", ";
+  list += kNone;
+  dprintf(STDERR_FILENO, "sondex: SONDEX_DEVICE=%s: no such device; known: %s\n",
+          std::string(word).c_str(), list.c_str());
+  _exit(kUsageStatus);
+}
+
+[[noreturn]] void refuse(const simulator::Mistake &mistake) {
+  dprintf(STDERR_FILENO, "%s\n", mistake.text().c_str());
+  _exit(kDataStatus);
+}
+
+std::unique_ptr<Machine> simulatedMachine(std::string_view word) {
+  const std::string file = fileOf(word);
+  std::variant<simulator::Device, simulator::Mistake> read = simulator::readDeviceFile(file);
+  if (const auto *mistake = std::get_if<simulator::Mistake>(&read)) refuse(*mistake);
+  simulator::Device &device = std::get<simulator::Device>(read);
+  // Whatever tells the time of day does so in the device's zone.
+  if (!device.clock.zone.empty()) {
+    setenv("TZ", device.clock.zone.c_str(), 1);
+    tzset();
+  }
+  try {
+    return std::make_unique<simulator::SimulatedMachine>(std::move(device));
+  } catch (const std::invalid_argument &error) {
+    refuse({file, 0, error.what(), ""});
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<Machine> chooseMachine(const char *device) noexcept {
   const std::string_view word = device == nullptr ? "" : device;
   try {
-    if (word == "none") return std::make_unique<NoMachine>();
-    if (!word.empty()) {
-      dprintf(STDERR_FILENO, "sondex: SONDEX_DEVICE=%s: no such device; known: none\n", device);
-      _exit(kUsageStatus);
-    }
+    if (word == kNone) return std::make_unique<NoMachine>();
+    if (!word.empty()) return simulatedMachine(word);
     if (std::unique_ptr<Machine> live = makeLinuxMachine()) return live;
     dprintf(STDERR_FILENO, "sondex: this system can't be read\n");
   } catch (const std::exception &error) {

@@ -846,8 +846,13 @@ TEST_F(SamplerCalls, ProcInfoHandsAllSixArgumentsOn) {
 TEST_F(SamplerCalls, ProcessPolicyIsTheSystemCall) {
   int state = 0;
   errno = 0;
-  EXPECT_EQ(process_policy(1, 2, 3, 4, &state, kPid, 0), -1);
+  EXPECT_EQ(process_policy(darwin::PROC_POLICY_SCOPE_PROCESS, darwin::PROC_POLICY_ACTION_GET,
+                           darwin::PROC_POLICY_APP_LIFECYCLE, darwin::PROC_POLICY_APPLIFE_STATE,
+                           &state, kPid, 0),
+            -1);
   EXPECT_EQ(errno, darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(process_policy(1, 2, 3, 4, &state, kPid, 0), -1);
+  EXPECT_EQ(errno, darwin::DARWIN_EINVAL);
 }
 
 }  // namespace

@@ -1,0 +1,554 @@
+#include "host/simulator/descriptor_reader.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <utility>
+#include <variant>
+
+#include "darwin/file_flags.h"
+#include "darwin/proc_info.h"
+#include "darwin/socket.h"
+#include "host/simulator/process_texts.h"
+
+namespace host::simulator {
+
+namespace {
+
+constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
+constexpr size_t kLongestLabel = 255;
+// The kernel's limits less the closing NUL: of an address in the file system (whose first two bytes
+// are its length and family), of a kernel control, of an interface.
+constexpr size_t kLongestSocketPath = sizeof(darwin::un_sockinfo_address) - 2;
+constexpr size_t kLongestControl = sizeof(darwin::kern_ctl_info::kcsi_name) - 1;
+constexpr size_t kLongestInterface = sizeof(darwin::ndrv_info::ndrvsi_if_name) - 1;
+constexpr int64_t kLargestPermissions = 07777;
+constexpr int64_t kMostCopies = 10000;
+constexpr int64_t kLargestDescriptor = 9999;
+
+// soi_state.
+constexpr int32_t kConnecting = 0x4;
+constexpr int32_t kDisconnecting = 0x8;
+constexpr int32_t kCantSendMore = 0x10;
+constexpr int32_t kCantReceiveMore = 0x20;
+constexpr int32_t kDisconnected = 0x2000;
+
+// The protocol that key sockets speak.
+constexpr int32_t kKeyProtocol = 2;
+
+// Types that share what follows: sockets first.
+enum class Type {
+  kTcp,
+  kUdp,
+  kRaw,
+  kUnix,
+  kControl,
+  kEvent,
+  kRoute,
+  kKey,
+  kNetworkDriver,
+  kVsock,
+  kFile,
+  kSemaphore,
+  kSharedMemory,
+  kPipe,
+  kKqueue,
+  kChannel,
+  kFileEvents,
+  kNetworkPolicy,
+  kNexus,
+  kAppleTalk,
+};
+
+constexpr Word typeWord(std::string_view text, Type type) {
+  return {text, static_cast<int64_t>(type)};
+}
+
+constexpr Word kTypes[] = {
+    typeWord("file", Type::kFile),
+    typeWord("tcp", Type::kTcp),
+    typeWord("udp", Type::kUdp),
+    typeWord("raw", Type::kRaw),
+    typeWord("unix", Type::kUnix),
+    typeWord("control", Type::kControl),
+    typeWord("event", Type::kEvent),
+    typeWord("route", Type::kRoute),
+    typeWord("key", Type::kKey),
+    typeWord("network-driver", Type::kNetworkDriver),
+    typeWord("vsock", Type::kVsock),
+    typeWord("semaphore", Type::kSemaphore),
+    typeWord("shared-memory", Type::kSharedMemory),
+    typeWord("pipe", Type::kPipe),
+    typeWord("kqueue", Type::kKqueue),
+    typeWord("channel", Type::kChannel),
+    typeWord("file-events", Type::kFileEvents),
+    typeWord("network-policy", Type::kNetworkPolicy),
+    typeWord("nexus", Type::kNexus),
+    typeWord("appletalk", Type::kAppleTalk),
+};
+
+// What the kernel says of a socket of each type; a `type` of 0 is as the file says.
+struct SocketRow {
+  int32_t kind;
+  int32_t family;
+  int32_t type;
+  int32_t protocol;
+};
+constexpr SocketRow kSockets[] = {
+    {darwin::SOCKINFO_TCP, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_STREAM,
+     darwin::DARWIN_IPPROTO_TCP},
+    {darwin::SOCKINFO_IN, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_DGRAM,
+     darwin::DARWIN_IPPROTO_UDP},
+    {darwin::SOCKINFO_IN, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_RAW, 1},
+    {darwin::SOCKINFO_UN, darwin::DARWIN_AF_UNIX, darwin::DARWIN_SOCK_STREAM, 0},
+    {darwin::SOCKINFO_KERN_CTL, darwin::DARWIN_AF_SYSTEM, darwin::DARWIN_SOCK_DGRAM,
+     darwin::SYSPROTO_CONTROL},
+    {darwin::SOCKINFO_KERN_EVENT, darwin::DARWIN_AF_SYSTEM, darwin::DARWIN_SOCK_RAW,
+     darwin::SYSPROTO_EVENT},
+    {darwin::SOCKINFO_GENERIC, darwin::DARWIN_AF_ROUTE, darwin::DARWIN_SOCK_RAW, 0},
+    {darwin::SOCKINFO_GENERIC, darwin::DARWIN_PF_KEY, darwin::DARWIN_SOCK_RAW, kKeyProtocol},
+    {darwin::SOCKINFO_NDRV, darwin::DARWIN_AF_NDRV, darwin::DARWIN_SOCK_RAW, 0},
+    {darwin::SOCKINFO_VSOCK, darwin::DARWIN_AF_VSOCK, darwin::DARWIN_SOCK_STREAM, 0},
+};
+
+constexpr Word kModes[] = {{"read", darwin::DARWIN_FREAD},
+                           {"write", darwin::DARWIN_FWRITE},
+                           {"nonblocking", darwin::DARWIN_O_NONBLOCK},
+                           {"append", darwin::DARWIN_O_APPEND}};
+constexpr Word kStatuses[] = {{"shared", darwin::PROC_FP_SHARED},
+                              {"close-on-exec", darwin::PROC_FP_CLEXEC},
+                              {"guarded", darwin::PROC_FP_GUARDED},
+                              {"close-on-fork", darwin::PROC_FP_CLFORK}};
+constexpr Word kGuards[] = {{"close", darwin::PROC_FI_GUARD_CLOSE},
+                            {"dup", darwin::PROC_FI_GUARD_DUP},
+                            {"socket", darwin::PROC_FI_GUARD_SOCKET_IPC},
+                            {"fileport", darwin::PROC_FI_GUARD_FILEPORT}};
+
+// Vnode types, and the file type that stands in the mode of each.
+constexpr Word kFileKinds[] = {{"regular", 1}, {"directory", 2}, {"block", 3}, {"character", 4},
+                               {"link", 5},    {"socket", 6},    {"fifo", 7}};
+constexpr uint16_t kFileTypes[] = {0,       0100000, 0040000, 0060000,
+                                   0020000, 0120000, 0140000, 0010000};
+
+constexpr Word kSocketKinds[] = {{"stream", darwin::DARWIN_SOCK_STREAM},
+                                 {"datagram", darwin::DARWIN_SOCK_DGRAM}};
+
+// Which forms of addresses a socket takes.
+constexpr uint32_t kFormBoth = darwin::INI_IPV4 | darwin::INI_IPV6;
+constexpr Word kFamilies[] = {
+    {"inet", darwin::INI_IPV4}, {"inet6", darwin::INI_IPV6}, {"both", kFormBoth}};
+constexpr Word kRawFamilies[] = {{"inet", darwin::INI_IPV4}, {"inet6", darwin::INI_IPV6}};
+
+constexpr Word kTcpStates[] = {
+    {"closed", darwin::TSI_S_CLOSED},           {"listen", darwin::TSI_S_LISTEN},
+    {"syn-sent", darwin::TSI_S_SYN_SENT},       {"syn-received", darwin::TSI_S_SYN_RECEIVED},
+    {"established", darwin::TSI_S_ESTABLISHED}, {"close-wait", darwin::TSI_S__CLOSE_WAIT},
+    {"fin-wait-1", darwin::TSI_S_FIN_WAIT_1},   {"closing", darwin::TSI_S_CLOSING},
+    {"last-ack", darwin::TSI_S_LAST_ACK},       {"fin-wait-2", darwin::TSI_S_FIN_WAIT_2},
+    {"time-wait", darwin::TSI_S_TIME_WAIT}};
+
+// soi_state in each of these states.
+constexpr int32_t kTcpSocketStates[] = {
+    0,
+    0,
+    kConnecting,
+    kConnecting,
+    kSocketConnected,
+    kSocketConnected | kCantReceiveMore,
+    kSocketConnected | kDisconnecting | kCantSendMore,
+    kSocketConnected | kDisconnecting | kCantSendMore | kCantReceiveMore,
+    kSocketConnected | kDisconnecting | kCantSendMore | kCantReceiveMore,
+    kSocketConnected | kDisconnecting | kCantSendMore,
+    kDisconnected | kCantSendMore | kCantReceiveMore,
+};
+
+std::optional<uint16_t> parsePort(std::string_view text) {
+  if (text == "*") return uint16_t{0};
+  uint16_t port = 0;
+  const char *end = text.data() + text.size();
+  const auto [next, error] = std::from_chars(text.data(), end, port);
+  return error == std::errc{} && next == end ? std::optional(port) : std::nullopt;
+}
+
+bool parseAddress(int family, const std::string &text, std::vector<uint8_t> &address) {
+  std::array<uint8_t, 16> bytes{};
+  if (inet_pton(family, text.c_str(), bytes.data()) != 1) return false;
+  address.assign(bytes.begin(), bytes.begin() + (family == AF_INET ? 4 : 16));
+  return true;
+}
+
+// An address alone has port 0.
+std::optional<Endpoint> parseEndpoint(std::string_view text) {
+  Endpoint endpoint;
+  std::string address(text);
+  if (text == "*" || parseAddress(AF_INET, address, endpoint.address) ||
+      parseAddress(AF_INET6, address, endpoint.address)) {
+    return endpoint;
+  }
+  const size_t colon = text.rfind(':');
+  if (colon == std::string_view::npos) return std::nullopt;
+  const std::optional<uint16_t> port = parsePort(text.substr(colon + 1));
+  if (!port) return std::nullopt;
+  endpoint.port = *port;
+  address = text.substr(0, colon);
+  if (address == "*" || parseAddress(AF_INET, address, endpoint.address)) return endpoint;
+  if (address.size() < 2 || address.front() != '[' || address.back() != ']') return std::nullopt;
+  address = address.substr(1, address.size() - 2);
+  if (address == "*" || parseAddress(AF_INET6, address, endpoint.address)) return endpoint;
+  return std::nullopt;
+}
+
+constexpr std::string_view kEndpointExpected =
+    "an address and a port such as \"10.0.0.5:443\", \"[fe80::1]:443\" or \"*:443\"";
+constexpr size_t kLongestEndpoint = 80;
+
+// What its patterns stand for is not known yet: any digits will do to see which form an address
+// has.
+constexpr PatternValues kAnyDigits = {"1", 1, 1};
+
+uint32_t formOf(const Endpoint &endpoint) {
+  if (endpoint.address.empty()) return 0;
+  return endpoint.address.size() == 4 ? darwin::INI_IPV4 : darwin::INI_IPV6;
+}
+
+class DescriptorReader {
+ public:
+  DescriptorReader(const Field &field, bool isPartOfProcess)
+      : reader_(field), takesPatterns_(isPartOfProcess) {
+    result_.place = field.place();
+  }
+
+  ReadDescriptor read() {
+    const Type type =
+        static_cast<Type>(reader_.require("type", "the descriptor's type").oneOf(kTypes));
+    readCommon();
+    switch (type) {
+      case Type::kFile:
+        readFile();
+        break;
+      case Type::kSemaphore:
+        readNamed<NamedSemaphore>(Unit::kCount);
+        break;
+      case Type::kSharedMemory:
+        reader_.number("address", readNamed<SharedMemory>(Unit::kSize).address);
+        break;
+      case Type::kPipe:
+        readPipe();
+        break;
+      case Type::kKqueue:
+        readQueue();
+        break;
+      case Type::kChannel:
+        readChannel();
+        break;
+      case Type::kFileEvents:
+        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_FSEVENTS};
+        break;
+      case Type::kNetworkPolicy:
+        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_NETPOLICY};
+        break;
+      case Type::kNexus:
+        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_NEXUS};
+        break;
+      case Type::kAppleTalk:
+        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_ATALK};
+        break;
+      default:
+        readSocket(type);
+        break;
+    }
+    reader_.finish();
+    return std::move(result_);
+  }
+
+ private:
+  // A text into what `where` answers for a descriptor, at once or when its pattern is filled in.
+  template <typename Where>
+  void text(const Field &field, size_t most, Where where) {
+    if (!field) return;
+    const std::string &text = field.text(most);
+    where(result_.descriptor) = text;
+    if (!takesPatterns_ || !hasPattern(text)) return;
+    result_.patterns.push_back(
+        {field.place(), text, most,
+         [where](Descriptor &descriptor, const Place &, const std::string &filled) {
+           where(descriptor) = filled;
+         }});
+  }
+
+  void readCommon() {
+    Descriptor &descriptor = result_.descriptor;
+    if (const Field field = reader_.find("number")) {
+      descriptor.number = static_cast<int32_t>(field.number(0, kLargestDescriptor));
+      result_.numberPlace = field.place();
+    }
+    if (takesPatterns_) reader_.number("copies", result_.copies, 1, kMostCopies);
+    if (const Field field = reader_.find("mode")) {
+      descriptor.openFlags = field.severalOfOrNumber(kModes);
+    }
+    if (const Field field = reader_.find("status")) descriptor.status = field.severalOf(kStatuses);
+    if (const Field field = reader_.find("guard")) {
+      descriptor.guard = field.severalOf(kGuards);
+      if (descriptor.guard != 0) descriptor.status |= darwin::PROC_FP_GUARDED;
+    }
+    reader_.figure("offset", descriptor.offset, Unit::kSize);
+  }
+
+  void readPeer() {
+    if (const Field field = reader_.find("label")) {
+      result_.label = field.text(kLongestLabel);
+      result_.labelPlace = field.place();
+    }
+    if (const Field field = reader_.find("peer")) {
+      result_.peer = field.text(kLongestLabel);
+      result_.peerPlace = field.place();
+    }
+  }
+
+  void readFile() {
+    File &file = result_.descriptor.object.emplace<File>();
+    text(reader_.require("path", "the file's path"), kLongestPath,
+         [](Descriptor &d) -> std::string & { return std::get<File>(d.object).path; });
+    reader_.oneOf("kind", file.type, kFileKinds);
+    uint16_t permissions = 0644;
+    reader_.number("permissions", permissions, 0, kLargestPermissions);
+    file.mode = static_cast<uint16_t>(kFileTypes[file.type] | permissions);
+    reader_.number("owner", file.user);
+    reader_.number("group", file.group);
+    reader_.figure("size", file.size, Unit::kSize);
+    reader_.number("inode", file.inode);
+    reader_.number("device", file.device);
+    reader_.number("device-itself", file.deviceItself);
+  }
+
+  template <typename Object>
+  Object &readNamed(Unit unit) {
+    Object &object = result_.descriptor.object.emplace<Object>();
+    text(reader_.require("name", "the object's name"), kLongestPath,
+         [](Descriptor &d) -> std::string & { return std::get<Object>(d.object).name; });
+    reader_.number("permissions", object.mode, 0, kLargestPermissions);
+    reader_.number("owner", object.user);
+    reader_.number("group", object.group);
+    reader_.figure("size", object.size, unit);
+    return object;
+  }
+
+  void readPipe() {
+    PipeEnd &pipe = result_.descriptor.object.emplace<PipeEnd>();
+    readPeer();
+    reader_.figure("buffered", pipe.buffered, Unit::kSize);
+    reader_.number("pipe-status", pipe.status);
+  }
+
+  void readQueue() {
+    EventQueue &queue = result_.descriptor.object.emplace<EventQueue>();
+    reader_.number("state", queue.state);
+    const Field events = reader_.find("events");
+    for (size_t i = 0; events && i < events.count(); i++) {
+      TableReader reader(events.element(i));
+      QueuedEvent event;
+      reader.number("ident", event.identifier);
+      event.filter = reader.require("filter", "the number of the filter").number<int16_t>();
+      reader.number("flags", event.flags);
+      reader.number("fflags", event.filterFlags);
+      reader.number("data", event.data);
+      reader.number("udata", event.userData);
+      reader.number("status", event.status);
+      reader.finish();
+      queue.events.push_back(event);
+    }
+  }
+
+  void readChannel() {
+    Channel &channel = result_.descriptor.object.emplace<Channel>();
+    if (const Field field = reader_.find("instance")) {
+      const std::vector<uint8_t> bytes = field.bytes();
+      if (bytes.size() != channel.instance.size()) {
+        field.fail("found " + std::to_string(bytes.size()) + " bytes", "16 bytes");
+      }
+      std::copy(bytes.begin(), bytes.end(), channel.instance.begin());
+    }
+    reader_.number("port", channel.port);
+    reader_.number("channel-type", channel.type);
+    reader_.number("flags", channel.flags);
+  }
+
+  void readSocket(Type type) {
+    const SocketRow &row = kSockets[static_cast<size_t>(type)];
+    Socket &socket = result_.descriptor.object.emplace<Socket>();
+    socket.kind = row.kind;
+    socket.family = row.family;
+    socket.type = row.type;
+    socket.protocol = row.protocol;
+    readPeer();
+    switch (type) {
+      case Type::kTcp:
+        readInternet(kFamilies);
+        readTcpState();
+        readTraffic();
+        break;
+      case Type::kUdp:
+        readInternet(kFamilies);
+        readTraffic();
+        break;
+      case Type::kRaw:
+        readInternet(kRawFamilies);
+        reader_.number("protocol", socket.protocol, 0, 255);
+        break;
+      case Type::kUnix:
+        readUnix();
+        break;
+      case Type::kControl:
+        text(reader_.require("control", "the name of the kernel control"), kLongestControl,
+             [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).controlName; });
+        reader_.number("id", socket.controlID);
+        reader_.number("unit", socket.controlUnit);
+        reader_.oneOf("kind", socket.type, kSocketKinds);
+        socket.state = kSocketConnected;
+        break;
+      case Type::kEvent:
+        reader_.number("vendor", socket.eventFilter[0]);
+        reader_.number("class", socket.eventFilter[1]);
+        reader_.number("subclass", socket.eventFilter[2]);
+        break;
+      case Type::kNetworkDriver:
+        text(reader_.find("interface"), kLongestInterface,
+             [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).interface; });
+        reader_.number("interface-family", socket.interfaceFamily);
+        reader_.number("unit", socket.interfaceUnit);
+        break;
+      case Type::kVsock:
+        readVirtual();
+        break;
+      default:  // route, key: nothing more
+        break;
+    }
+  }
+
+  // One side of an Internet socket. `form` is what the other sides of it have so far.
+  void readSide(std::string_view key, Endpoint Socket::*side, uint32_t &form) {
+    const Field field = reader_.find(key);
+    if (!field) return;
+    const std::string &text = field.text(kLongestEndpoint);
+    const bool isPattern = takesPatterns_ && hasPattern(text);
+    const std::optional<Endpoint> endpoint =
+        parseEndpoint(isPattern ? filledIn(text, kAnyDigits) : text);
+    if (!endpoint) field.fail(kEndpointExpected);
+    const uint32_t ownForm = formOf(*endpoint);
+    if (ownForm != 0 && form != 0 && ownForm != form) {
+      field.fail("found " + quoted(text) + " beside an address of the other family",
+                 "two addresses of one family");
+    }
+    form |= ownForm;
+    std::get<Socket>(result_.descriptor.object).*side = *endpoint;
+    if (!isPattern) return;
+    result_.patterns.push_back(
+        {field.place(), text, kLongestEndpoint,
+         [side, ownForm](Descriptor &descriptor, const Place &place, const std::string &filled) {
+           std::optional<Endpoint> now = parseEndpoint(filled);
+           if (!now || formOf(*now) != ownForm) {
+             failAt(place, "found " + quoted(filled) + " once its patterns are filled in",
+                    kEndpointExpected);
+           }
+           std::get<Socket>(descriptor.object).*side = std::move(*now);
+         }});
+  }
+
+  void readInternet(std::span<const Word> families) {
+    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    uint32_t ofAddresses = 0;
+    readSide("local", &Socket::local, ofAddresses);
+    readSide("remote", &Socket::remote, ofAddresses);
+    uint32_t form = ofAddresses != 0 ? ofAddresses : uint32_t{darwin::INI_IPV4};
+    if (const Field field = reader_.find("family")) {
+      form = static_cast<uint32_t>(field.oneOf(families));
+      if ((ofAddresses & ~form) != 0) {
+        field.fail(ofAddresses == darwin::INI_IPV4 ? "the family of its IPv4 addresses"
+                                                   : "the family of its IPv6 addresses");
+      }
+    }
+    socket.isIPv4 = (form & darwin::INI_IPV4) != 0;
+    socket.isIPv6 = (form & darwin::INI_IPV6) != 0;
+    socket.family = socket.isIPv6 ? darwin::DARWIN_AF_INET6 : darwin::DARWIN_AF_INET;
+    if (reader_.find("remote")) socket.state = kSocketConnected;
+  }
+
+  void readTcpState() {
+    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    socket.tcpState =
+        socket.state == kSocketConnected ? darwin::TSI_S_ESTABLISHED : darwin::TSI_S_LISTEN;
+    reader_.oneOf("state", socket.tcpState, kTcpStates);
+    socket.state = kTcpSocketStates[socket.tcpState];
+  }
+
+  void readTraffic() {
+    TrafficCounters traffic;
+    reader_.figure("received", traffic.receivedBytes, Unit::kSize);
+    reader_.figure("sent", traffic.sentBytes, Unit::kSize);
+    reader_.figure("received-packets", traffic.receivedPackets, Unit::kCount);
+    reader_.figure("sent-packets", traffic.sentPackets, Unit::kCount);
+    bool isCounted = true;
+    reader_.flag("counted", isCounted);
+    if (isCounted) std::get<Socket>(result_.descriptor.object).traffic = traffic;
+  }
+
+  void readUnix() {
+    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    text(reader_.find("path"), kLongestSocketPath,
+         [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).path; });
+    text(reader_.find("peer-path"), kLongestSocketPath,
+         [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).peerPath; });
+    reader_.oneOf("kind", socket.type, kSocketKinds);
+    if (!socket.peerPath.empty()) socket.state = kSocketConnected;
+  }
+
+  void readVirtual() {
+    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    size_t at = 0;
+    for (const std::string_view key : {"local", "remote"}) {
+      if (const Field field = reader_.find(key)) {
+        if (field.as<TomlArray>() == nullptr || field.count() != 2) {
+          field.fail("an array of two numbers");
+        }
+        for (size_t i = 0; i < 2; i++) {
+          socket.virtualAddress[at + i] = field.element(i).number<uint32_t>();
+        }
+      }
+      at += 2;
+    }
+    if (reader_.find("remote")) socket.state = kSocketConnected;
+    reader_.oneOf("kind", socket.type, kSocketKinds);
+  }
+
+  TableReader reader_;
+  bool takesPatterns_;
+  ReadDescriptor result_;
+};
+
+}  // namespace
+
+ReadDescriptor readDescriptor(const Field &field, bool isPartOfProcess) {
+  return DescriptorReader(field, isPartOfProcess).read();
+}
+
+size_t textBytes(const Descriptor &descriptor) {
+  if (const File *file = std::get_if<File>(&descriptor.object)) return textBytes(file->path);
+  if (const Socket *socket = std::get_if<Socket>(&descriptor.object)) {
+    return textBytes(socket->path) + textBytes(socket->peerPath) + textBytes(socket->controlName) +
+           textBytes(socket->interface);
+  }
+  if (const auto *semaphore = std::get_if<NamedSemaphore>(&descriptor.object)) {
+    return textBytes(semaphore->name);
+  }
+  if (const auto *memory = std::get_if<SharedMemory>(&descriptor.object)) {
+    return textBytes(memory->name);
+  }
+  if (const auto *queue = std::get_if<EventQueue>(&descriptor.object)) {
+    return queue->events.size() * sizeof(QueuedEvent);
+  }
+  return 0;
+}
+
+}  // namespace host::simulator

@@ -1,0 +1,341 @@
+#include "host/simulator/event_reader.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "darwin/errors.h"
+#include "host/simulator/calls.h"
+#include "host/simulator/descriptor_reader.h"
+#include "host/simulator/process_texts.h"
+
+namespace host::simulator {
+
+namespace {
+
+constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
+constexpr size_t kLongestArgument = 262'144;
+constexpr size_t kLongestState = 255;
+constexpr int64_t kLargestDescriptor = 19'998;  // the last copy of the one with the largest number
+constexpr int64_t kMostSources = 1000;
+constexpr Nanoseconds kShortestRepetition{100'000'000};
+
+enum class Do {
+  kStart,
+  kExit,
+  kFork,
+  kExec,
+  kStop,
+  kContinue,
+  kChange,
+  kOpen,
+  kClose,
+  kPressure,
+  kPower,
+  kFail,
+};
+
+constexpr Word doWord(std::string_view text, Do action) {
+  return {text, static_cast<int64_t>(action)};
+}
+constexpr Word kActions[] = {
+    doWord("start", Do::kStart),   doWord("exit", Do::kExit),
+    doWord("fork", Do::kFork),     doWord("exec", Do::kExec),
+    doWord("stop", Do::kStop),     doWord("continue", Do::kContinue),
+    doWord("change", Do::kChange), doWord("open", Do::kOpen),
+    doWord("close", Do::kClose),   doWord("pressure", Do::kPressure),
+    doWord("power", Do::kPower),   doWord("fail", Do::kFail),
+};
+
+bool canLast(Do action) {
+  return action == Do::kStart || action == Do::kStop || action == Do::kOpen || action == Do::kFail;
+}
+
+constexpr Word kErrors[] = {
+    {"EPERM", darwin::DARWIN_EPERM},
+    {"ENOENT", darwin::DARWIN_ENOENT},
+    {"ESRCH", darwin::DARWIN_ESRCH},
+    {"EINTR", darwin::DARWIN_EINTR},
+    {"EIO", darwin::DARWIN_EIO},
+    {"E2BIG", darwin::DARWIN_E2BIG},
+    {"EBADF", darwin::DARWIN_EBADF},
+    {"EDEADLK", darwin::DARWIN_EDEADLK},
+    {"ENOMEM", darwin::DARWIN_ENOMEM},
+    {"EACCES", darwin::DARWIN_EACCES},
+    {"EFAULT", darwin::DARWIN_EFAULT},
+    {"EBUSY", darwin::DARWIN_EBUSY},
+    {"EEXIST", darwin::DARWIN_EEXIST},
+    {"EINVAL", darwin::DARWIN_EINVAL},
+    {"ENOTTY", darwin::DARWIN_ENOTTY},
+    {"ENOSPC", darwin::DARWIN_ENOSPC},
+    {"ERANGE", darwin::DARWIN_ERANGE},
+    {"EAGAIN", darwin::DARWIN_EAGAIN},
+    {"EINPROGRESS", darwin::DARWIN_EINPROGRESS},
+    {"EALREADY", darwin::DARWIN_EALREADY},
+    {"ENOTSOCK", darwin::DARWIN_ENOTSOCK},
+    {"EPROTOTYPE", darwin::DARWIN_EPROTOTYPE},
+    {"ENOTSUP", darwin::DARWIN_ENOTSUP},
+    {"ENOBUFS", darwin::DARWIN_ENOBUFS},
+    {"ENOTCONN", darwin::DARWIN_ENOTCONN},
+    {"ETIMEDOUT", darwin::DARWIN_ETIMEDOUT},
+    {"ECONNREFUSED", darwin::DARWIN_ECONNREFUSED},
+    {"ENAMETOOLONG", darwin::DARWIN_ENAMETOOLONG},
+    {"ENOSYS", darwin::DARWIN_ENOSYS},
+    {"EOVERFLOW", darwin::DARWIN_EOVERFLOW},
+    {"EOPNOTSUPP", darwin::DARWIN_EOPNOTSUPP},
+};
+
+// The calls, or the forms of one call, each once.
+std::string listOfCalls(std::string_view call) {
+  std::vector<std::string_view> names;
+  for (const CallForm &row : kCallForms) {
+    const std::string_view name = call.empty() ? row.call : row.form;
+    if (!call.empty() && row.call != call) continue;
+    if (!name.empty() && std::find(names.begin(), names.end(), name) == names.end()) {
+      names.push_back(name);
+    }
+  }
+  std::string list;
+  for (const std::string_view name : names) {
+    if (!list.empty()) list += ", ";
+    list += quoted(name);
+  }
+  return list;
+}
+
+constexpr std::string_view kProcessExpected = "a PID or a process's name";
+
+class EventReader {
+ public:
+  EventReader(Loading &loading, const Templates &templates, const Field &field)
+      : loading_(loading), templates_(templates), reader_(field) {}
+
+  void read() {
+    const Do action = static_cast<Do>(reader_.require("do", "what happens").oneOf(kActions));
+    reader_.time("at", event_.at);
+    if (const Field field = reader_.find("for")) {
+      if (!canLast(action)) {
+        field.fail("found `for` where nothing is undone",
+                   "it with \"start\", \"stop\", \"open\" or \"fail\" alone");
+      }
+      event_.lasts = field.timeAboveZero();
+    }
+    if (const Field field = reader_.find("every")) {
+      event_.every = field.time();
+      if (*event_.every < kShortestRepetition) field.fail("a time of at least 0.1");
+    }
+    if (action == Do::kStart) {
+      readStartedProcesses(loading_, templates_, reader_, event_);
+      return;
+    }
+    readAction(action);
+    reader_.finish();
+  }
+
+ private:
+  void readAction(Do action) {
+    switch (action) {
+      case Do::kExit: {
+        ExitProcess exit;
+        reader_.number("exit-status", exit.status);
+        reader_.flag("zombie", exit.staysZombie);
+        addAbout(exit);
+        break;
+      }
+      case Do::kFork: {
+        ForkProcess fork;
+        reader_.number("child", fork.child, 0, kLargestPid);
+        addAbout(fork);
+        break;
+      }
+      case Do::kExec:
+        readExec();
+        break;
+      case Do::kStop:
+        addAbout(StopProcess{});
+        break;
+      case Do::kContinue:
+        addAbout(ContinueProcess{});
+        break;
+      case Do::kChange:
+        readChange();
+        break;
+      case Do::kOpen: {
+        OpenDescriptor open;
+        ReadDescriptor entry =
+            readDescriptor(reader_.require("descriptor", "a table of a descriptor"), false);
+        loading_.take(Limit::kDescriptors, 1, 1, entry.place);
+        open.descriptor = std::move(entry.descriptor);
+        const size_t index = addAbout(std::move(open));
+        addEnd(entry, index);
+        break;
+      }
+      case Do::kClose: {
+        CloseDescriptor close;
+        close.number = static_cast<int32_t>(
+            reader_.require("number", "the descriptor's number").number(0, kLargestDescriptor));
+        addAbout(close);
+        break;
+      }
+      case Do::kPressure:
+        readPressure();
+        break;
+      case Do::kPower:
+        readPower();
+        break;
+      default:
+        readFail();
+        break;
+    }
+  }
+
+  size_t add(Action action) {
+    event_.action = std::move(action);
+    loading_.device.events.push_back(std::move(event_));
+    return loading_.device.events.size() - 1;
+  }
+
+  // With the PID of the event's process, which may be known only later.
+  template <typename Change>
+  size_t addAbout(Change action) {
+    const Field process = reader_.require("process", kProcessExpected);
+    const size_t index = add(std::move(action));
+    loading_.withProcess(process, [index](Device &device, int32_t pid) {
+      std::get<Change>(device.events[index].action).pid = pid;
+    });
+    return index;
+  }
+
+  void addEnd(const ReadDescriptor &entry, size_t index) {
+    if (entry.label.empty() && entry.peer.empty()) return;
+    loading_.addEnd({entry.label, entry.peer, std::make_shared<const Place>(entry.labelPlace),
+                     std::make_shared<const Place>(entry.peerPlace),
+                     [index](Device &device) -> Descriptor & {
+                       return std::get<OpenDescriptor>(device.events[index].action).descriptor;
+                     }});
+  }
+
+  void readExec() {
+    ExecProcess exec;
+    exec.name = reader_.require("name", "a text").text(kLongestName);
+    PatternValues values;
+    values.name = exec.name;
+    exec.path = filledIn(kDefaultPath, values);
+    reader_.text("path", exec.path, kLongestPath);
+    exec.arguments = {exec.path};
+    if (const Field field = reader_.find("arguments")) {
+      exec.arguments = field.texts(kLongestArgument);
+    }
+    addAbout(std::move(exec));
+  }
+
+  void readSize(std::string_view key, std::optional<uint64_t> &target) {
+    if (const Field field = reader_.find(key)) target = field.size();
+  }
+  template <typename T>
+  void readNumber(std::string_view key, std::optional<T> &target,
+                  int64_t least = Field::leastOf<T>(), int64_t most = Field::mostOf<T>()) {
+    if (const Field field = reader_.find(key)) {
+      target = static_cast<T>(field.number(least, most));
+    }
+  }
+
+  void readChange() {
+    ChangeProcess change;
+    readSize("virtual", change.virtualSize);
+    readSize("resident", change.residentSize);
+    readSize("disk-read", change.diskRead);
+    readSize("disk-written", change.diskWritten);
+    readNumber("priority", change.priority, 0, kLargestPriority);
+    readNumber("band", change.band);
+    readNumber("limit", change.limit, -1);
+    readNumber("jetsam-state", change.jetsamState);
+    if (const Field field = reader_.find("sandbox")) change.sandboxed = readSandbox(field);
+    if (const Field field = reader_.find("signing")) {
+      change.codeSigningFlags = field.severalOfOrNumber(kSigningFlags);
+    }
+    if (const Field field = reader_.find("application-state")) {
+      change.applicationState = static_cast<int32_t>(field.oneOf(kApplicationStates));
+    }
+    if (const Field field = reader_.find("threads")) {
+      // As of a process of which nothing is said, unless it is there from the start.
+      const Process *process = loading_.findListed(reader_.require("process", kProcessExpected));
+      Process unknown;
+      if (process == nullptr) process = &unknown;
+      change.threads = readThreads(loading_, field, change.priority.value_or(process->priority),
+                                   process->policy);
+    }
+    addAbout(std::move(change));
+  }
+
+  void readPressure() {
+    RaisePressure pressure;
+    reader_.number("wanted", pressure.wantedPages);
+    reader_.number("reclaimed", pressure.reclaimedPages);
+    readNumber("level", pressure.level, 0, 100);
+    add(pressure);
+  }
+
+  void readPower() {
+    ChangePower change;
+    readNumber("capacity", change.capacity, 0, 100);
+    if (const Field field = reader_.find("state")) change.state = field.text(kLongestState);
+    if (const Field field = reader_.find("charging")) change.isCharging = field.flag();
+    if (const Field field = reader_.find("remaining")) {
+      change.secondsRemaining = readRemaining(field);
+    }
+    const Field source = reader_.find("source");
+    if (source) change.source = static_cast<size_t>(source.number(0, kMostSources));
+    const std::optional<Power> &power = loading_.device.power;
+    const bool isOfSource = source || change.capacity || change.state || change.isCharging;
+    if (!power || (isOfSource && change.source >= power->sources.size())) {
+      failAt(source ? source.place() : reader_.place(),
+             "there is no power source " + std::to_string(change.source),
+             "one that [power] has, counted from 0");
+    }
+    add(change);
+  }
+
+  void readFail() {
+    FailCall fail;
+    const Field call = reader_.require("call", "the name of a call");
+    fail.call = call.text(kLongestName);
+    if (questionsOf(fail.call) == 0) call.fail("one of " + listOfCalls(""));
+    if (const Field form = reader_.find("form")) {
+      fail.form = form.text(kLongestName);
+      if (questionsOf(fail.call, fail.form) == 0) {
+        const std::string forms = listOfCalls(fail.call);
+        form.fail(forms.empty() ? "none, as there is one form of this call" : "one of " + forms);
+      }
+    }
+    reader_.oneOf("error", fail.error, kErrors);
+    const Field process = reader_.find("process");
+    const size_t index = add(std::move(fail));
+    if (!process) return;
+    loading_.withProcess(process, [index](Device &device, int32_t pid) {
+      std::get<FailCall>(device.events[index].action).pid = pid;
+    });
+  }
+
+  Loading &loading_;
+  const Templates &templates_;
+  TableReader reader_;
+  Event event_;
+};
+
+}  // namespace
+
+double readRemaining(const Field &field) {
+  static constexpr Word kWords[] = {{"unknown", -1}, {"unlimited", -2}};
+  if (field.as<std::string>() != nullptr) return static_cast<double>(field.oneOf(kWords));
+  return field.fraction(0, static_cast<double>(kLongestTime));
+}
+
+void readEvents(Loading &loading, const Templates &templates, const Field &field) {
+  for (size_t i = 0; i < field.count(); i++) {
+    EventReader(loading, templates, field.element(i)).read();
+  }
+}
+
+}  // namespace host::simulator

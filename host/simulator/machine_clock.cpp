@@ -1,0 +1,36 @@
+#include "host/simulator/machine_clock.h"
+
+#include "host/posix.h"
+
+namespace host::simulator {
+
+static constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+MachineClock::MachineClock(const DeviceClock &clock)
+    : clock_(clock),
+      start_(clock.start ? *clock.start : int64_t{__real_time(nullptr)}),
+      startedAt_(std::chrono::steady_clock::now()) {}
+
+Nanoseconds MachineClock::now() const {
+  if (clock_.isStepped) return stepped_;
+  return std::chrono::duration_cast<Nanoseconds>(std::chrono::steady_clock::now() - startedAt_);
+}
+
+Wide MachineClock::sinceEpoch(Nanoseconds moment) const {
+  return Wide{start_} * kNanosecondsPerSecond + moment.count();
+}
+
+int64_t MachineClock::timeOfDay() const {
+  return saturate<int64_t>(Wide{start_} + now().count() / kNanosecondsPerSecond);
+}
+
+void MachineClock::beginSample() {
+  if (hasSampled_) advance(clock_.step);
+  hasSampled_ = true;
+}
+
+void MachineClock::advance(Nanoseconds by) {
+  if (clock_.isStepped && by.count() > 0) stepped_ = addSaturating(stepped_, by);
+}
+
+}  // namespace host::simulator

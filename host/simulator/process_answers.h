@@ -1,0 +1,22 @@
+// What a kernel says about a process, in Darwin's structures. All fields are set.
+#pragma once
+
+#include "host/simulator/machine_clock.h"
+#include "host/simulator/running_process.h"
+#include "host/simulator/time_base.h"
+
+namespace host::simulator {
+
+void fillBsdInfo(const RunningProcess &process, const MachineClock &clock,
+                 darwin::proc_bsdinfo &info);
+void fillTaskInfo(const RunningProcess &process, Nanoseconds now, const TimeBase &timeBase,
+                  darwin::proc_taskinfo &info);
+void fillThreadInfo(const RunningProcess &process, const Thread &thread, Nanoseconds now,
+                    darwin::proc_threadinfo &info);
+// `more` is the process's own. `up` is how long the device had been up at the start of its clock.
+void fillResourceUsage(const RunningProcess &process, const ResourceUsage &more, Nanoseconds now,
+                       const TimeBase &timeBase, Nanoseconds up, darwin::rusage_info_v4 &usage);
+void fillRegion(const RunningProcess &process, const Region &region, Nanoseconds now,
+                darwin::proc_regionwithpathinfo &info);
+
+}  // namespace host::simulator

@@ -1,0 +1,405 @@
+// Mistakes in device files: each is told with its line, the keys that lead there, what is wrong and
+// what was expected; and what would be too much is refused before it is made.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "tests/unit/device_file_text.h"
+
+namespace {
+
+using namespace device_file_test;
+using namespace host::simulator;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+struct Row {
+  const char *name;
+  const char *text;
+  const char *mistake;  // after the file's name
+};
+
+std::string nameOf(const testing::TestParamInfo<Row> &info) {
+  return info.param.name;
+}
+
+class DeviceFileMistake : public testing::TestWithParam<Row> {};
+
+TEST_P(DeviceFileMistake, IsToldInFull) {
+  EXPECT_EQ(mistakeIn(GetParam().text), std::string(kFile) + GetParam().mistake);
+}
+
+const Row kTables[] = {
+    {"NotToml", "name = \"a\"\n\nname = 3\n",
+     ":3: Error while parsing key-value pair: cannot redefine existing string 'name'"},
+    {"NoProcess", "name = \"a\"\n", ": process: is missing; expected an array of tables"},
+    {"UnknownKey", "nam = \"a\"\n", ":1: nam: unknown key"},
+    {"UnknownTable", "[[process]]\nname = \"a\"\n[colour]\nx = 1\n", ":3: colour: unknown key"},
+    {"FirstUnknownKeyOfTheFile", "[kernel]\nzeta = 1\nalpha = 2\n", ":2: kernel.zeta: unknown key"},
+    {"ProcessIsATable", "[process]\nname = \"a\"\n",
+     ":1: process: found a table; expected an array"},
+    {"KernelIsANumber", "kernel = 5\n", ":1: kernel: found 5; expected a table"},
+    {"Caller", "caller = -1\n", ":1: caller: found -1; expected a number from 0 to 4294967295"},
+    {"PageSize", "[kernel]\n\npage-size = \"8K\"\n",
+     ":3: kernel.page-size: found \"8K\"; expected 4096 or 16384"},
+    {"Timebase", "[kernel]\ntimebase = [1, 0]\n",
+     ":2: kernel.timebase[1]: found 0; expected a number from 1 to 4294967295"},
+    {"Missing", "[kernel]\nmissing = [\"proc_listpids\"]\n",
+     ":2: kernel.missing[0]: found \"proc_listpids\"; expected several of "
+     "\"memorystatus_get_level\", \"proc_pid_rusage\""},
+    {"ClockMode", "[clock]\nmode = \"fast\"\n",
+     ":2: clock.mode: found \"fast\"; expected one of \"wall\", \"stepped\""},
+    {"SteppedClockAlone", "\n[clock]\nmode = \"stepped\"\nzone = \"UTC\"\n",
+     ":2: clock: a stepped clock without `start` or `zone`; expected both of them"},
+    {"StartWithoutOffset", "[clock]\nstart = 2024-03-05T14:07:09\n",
+     ":2: clock.start: found a time of day without an offset; expected a time of day from 1970 on "
+     "such as 2024-03-05T14:07:09Z"},
+    {"StepOfZero", "[clock]\nstep = 0\n", ":2: clock.step: found 0; expected a time above 0"},
+    {"TimeTooLong", "[clock]\nup = 1e300\n",
+     ":2: clock.up: found 1e+300; expected a time in seconds from 0 to 1000000000"},
+    {"TimeIsNoNumber", "[clock]\nup = nan\n",
+     ":2: clock.up: found nan; expected a time in seconds from 0 to 1000000000"},
+    {"Zone", "[clock]\nzone = \"U C\"\n",
+     ":2: clock.zone: found \"U C\"; expected a time zone such as \"UTC\" or \"CET-1CEST\""},
+    {"Size", "[hardware]\nmemory = \"4 G\"\n",
+     ":2: hardware.memory: found \"4 G\"; expected a size such as 4096 or \"1.5M\""},
+    {"SizeTooLarge", "[hardware]\nmemory = \"9000000P\"\n",
+     ":2: hardware.memory: found \"9000000P\"; expected a size such as 4096 or \"1.5M\""},
+    {"TooManyProcessors",
+     "[[hardware.processor]]\ncopies = 200\n[[hardware.processor]]\ncopies = 57\n",
+     ":3: hardware.processor[1]: makes more than 256 processors; expected at most that many"},
+    {"Figure", "[memory]\nfree = \"a\"\n",
+     ":2: memory.free: found \"a\"; expected a number, or a table"},
+    {"FigureBelowZero", "[memory]\nfree = { start = -1 }\n",
+     ":2: memory.free.start: found -1; expected a number"},
+    {"FigureWithUnknownKey", "[memory]\nfree = { strat = 1 }\n",
+     ":2: memory.free.strat: unknown key"},
+    {"Growth", "[memory]\nfree = { growth = inf }\n",
+     ":2: memory.free.growth: found inf; expected a number from -9000000000000 to 9000000000000, "
+     "for each second"},
+    {"Phase", "[memory]\nfree = { swing = 1, phase = 1.5 }\n",
+     ":2: memory.free.phase: found 1.5; expected a number from 0 to 1"},
+    {"Period", "[memory]\nfree = { swing = 1, period = 0 }\n",
+     ":2: memory.free.period: found 0; expected a time above 0"},
+    {"MemoryLevel", "memory-level = 101\n",
+     ":1: memory-level: found 101; expected a number from 0 to 100, or a table"},
+    {"Load", "load = [1, 2]\n", ":1: load: found an array; expected an array of three numbers"},
+    {"InterfaceWithoutName", "[[interface]]\nmtu = 5\n",
+     ":1: interface[0].name: is missing; expected a text"},
+    {"InterfaceNameTooLong", "[[interface]]\nname = \"0123456789abcdef\"\n",
+     ":2: interface[0].name: found a text of 16 bytes; expected a text of at most 15 bytes"},
+    {"InterfaceTwice", "[[interface]]\nname = \"en0\"\n[[interface]]\nname = \"en0\"\n",
+     ":4: interface[1].name: another interface is called \"en0\" already; expected a name of its "
+     "own"},
+    {"Radios", "[wifi]\nradios = []\n",
+     ":2: wifi.radios: found an array; expected an array of one to four numbers"},
+    {"Remaining", "[power]\nremaining = \"long\"\n",
+     ":2: power.remaining: found \"long\"; expected one of \"unknown\", \"unlimited\""},
+    {"Charging", "[power]\nsource = [{ charging = 1 }]\n",
+     ":2: power.source[0].charging: found 1; expected true or false"},
+    {"AssertionOfNobody",
+     "[[process]]\nname = \"a\"\n[power]\nassertions = [{ process = \"b\", names = [] }]\n",
+     ":4: power.assertions[0].process: no process is called \"b\"; expected a PID, or the name of "
+     "one process alone"},
+    {"Gestalt", "[gestalt]\na = 1.5\n",
+     ":2: gestalt.a: found 1.5; expected a text, a number, a flag or { error = NUMBER }"},
+    {"ZeroByte", "name = \"a\\u0000b\"\n",
+     ":1: name: found a text with a zero byte; expected a text of at most 1023 bytes"},
+};
+INSTANTIATE_TEST_SUITE_P(Tables, DeviceFileMistake, testing::ValuesIn(kTables), nameOf);
+
+#define A_PROCESS "[[process]]\nname = \"a\"\n"
+
+const Row kProcesses[] = {
+    {"NoName", "[[process]]\npid = 1\n",
+     ":1: process[0]: has neither `name` nor `names`; expected one of them"},
+    {"NameBesideNames", "[[process]]\nname = \"a\"\nnames = [\"b\"]\n",
+     ":2: process[0].name: found `name` beside `names`; expected one of them"},
+    {"CopiesBesideNames", "[[process]]\nnames = [\"b\"]\ncopies = 2\n",
+     ":3: process[0].copies: found `copies` beside `names`; expected one of them"},
+    {"NoNames", "[[process]]\nnames = []\n",
+     ":2: process[0].names: found no name; expected at least one"},
+    {"Pid", A_PROCESS "pid = 100000\n",
+     ":3: process[0].pid: found 100000; expected a number from 0 to 99999"},
+    {"PidTwice", A_PROCESS "pid = 4\n[[process]]\nname = \"b\"\npid = 4\n",
+     ":6: process[1].pid: found 4, which is the PID of \"a\" already; expected a PID of its own"},
+    {"NoPidLeft", A_PROCESS "pid = 99999\n[[process]]\nname = \"b\"\n",
+     ":4: process[1]: there is no PID above 99999 left for it; expected a smaller `pid`"},
+    {"Copies", A_PROCESS "copies = 0\n",
+     ":3: process[0].copies: found 0; expected a number from 1 to 20000"},
+    {"PathTooLongWithPattern",
+     "[[process]]\nname = \"0123456789012345678901234567890123456789\"\npath = \""
+     "{name}{name}{name}"
+     "{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}{name}"
+     "{name}{name}{name}{name}{name}{name}{name}{name}\"\n",
+     ":3: process[0].path: found a text of 1040 bytes once its patterns are filled in; expected a "
+     "text of at most 1023 bytes"},
+    {"ParentUnknown", A_PROCESS "parent = \"b\"\n",
+     ":3: process[0].parent: no process is called \"b\"; expected a PID, or the name of one "
+     "process alone"},
+    {"ParentAmbiguous", "[[process]]\nnames = [\"b\", \"b\"]\n" A_PROCESS "parent = \"b\"\n",
+     ":5: process[1].parent: several processes are called \"b\"; expected a PID, or the name of "
+     "one process alone"},
+    {"Bits", A_PROCESS "bits = 16\n", ":3: process[0].bits: found 16; expected 32 or 64"},
+    {"OlderThanTheDevice", "[clock]\nup = 10\n" A_PROCESS "age = 11\n",
+     ":5: process[0].age: found a process that is older than the device; expected at most "
+     "`clock.up`"},
+    {"Sandbox", A_PROCESS "sandbox = \"yes\"\n",
+     ":3: process[0].sandbox: found \"yes\"; expected true, false or \"unknown\""},
+    {"Signature", A_PROCESS "signature = \"abc\"\n",
+     ":3: process[0].signature: found \"abc\"; expected pairs of hexadecimal digits"},
+    {"Coalition", A_PROCESS "coalition = [1]\n",
+     ":3: process[0].coalition: found an array; expected a number, or an array of two"},
+    {"WorkQueue", A_PROCESS "work-queue = { thread = 1 }\n",
+     ":3: process[0].work-queue.thread: unknown key"},
+    {"Spread", A_PROCESS "spread = 1\n",
+     ":3: process[0].spread: found 1; expected a number from 0 to 0.9"},
+    {"Share", A_PROCESS "threads = [{}, { share = 101 }]\n",
+     ":3: process[0].threads[1].share: found 101; expected a share in percent from 0 to 100, or a "
+     "table"},
+    {"Threads", A_PROCESS "threads = 5000\n",
+     ":3: process[0].threads: found 5000; expected a number from 0 to 4096, or an array of tables"},
+    {"ThreadIdTwice", A_PROCESS "threads = [{ id = 3 },\n{ id = 3 }]\n",
+     ":4: process[0].threads[1]: another thread has the ID 3 already; expected one of its own"},
+    {"ThreadIdWithCopies", A_PROCESS "threads = [{ id = 3, copies = 2 }]\n",
+     ":3: process[0].threads[0].id: several threads would have the same id; expected one thread, "
+     "or 0"},
+    {"ThreadIdInTwoProcesses", A_PROCESS "copies = 2\nthreads = [{ id = 3 }]\n",
+     ":1: process[0]: a thread of another process has the ID 3 already; expected one of its own"},
+    {"DescriptorWithoutType", A_PROCESS "descriptors = [\n{ number = 1 }]\n",
+     ":4: process[0].descriptors[0].type: is missing; expected the descriptor's type"},
+    {"DescriptorNumberTwice",
+     A_PROCESS "descriptors = [{ type = \"nexus\", number = 1, copies = 3 },\n"
+               "{ type = \"nexus\", number = 3 }]\n",
+     ":4: process[0].descriptors[1].number: another descriptor has the number 3 already; expected "
+     "one of its own"},
+    {"KeyOfAnotherType", A_PROCESS "descriptors = [{ type = \"route\", path = \"/\" }]\n",
+     ":3: process[0].descriptors[0].path: unknown key"},
+    {"FileWithoutPath", A_PROCESS "descriptors = [{ type = \"file\" }]\n",
+     ":3: process[0].descriptors[0].path: is missing; expected the file's path"},
+    {"Address", A_PROCESS "descriptors = [{ type = \"tcp\", local = \"10.0.0:80\" }]\n",
+     ":3: process[0].descriptors[0].local: found \"10.0.0:80\"; expected an address and a port "
+     "such "
+     "as \"10.0.0.5:443\", \"[fe80::1]:443\" or \"*:443\""},
+    {"AddressFilledIn",
+     A_PROCESS "pid = 70000\ndescriptors = [{ type = \"tcp\", local = \"*:{pid}\" }]\n",
+     ":4: process[0].descriptors[0].local: found \"*:70000\" once its patterns are filled in; "
+     "expected an address and a port such as \"10.0.0.5:443\", \"[fe80::1]:443\" or \"*:443\""},
+    {"TwoFamilies",
+     A_PROCESS
+     "descriptors = [{ type = \"tcp\", local = \"10.0.0.1:80\", remote = \"[::1]:1\" }]\n",
+     ":3: process[0].descriptors[0].remote: found \"[::1]:1\" beside an address of the other "
+     "family; expected two addresses of one family"},
+    {"FamilyOfTheOther",
+     A_PROCESS "descriptors = [{ type = \"tcp\", local = \"[::1]:80\", family = \"inet\" }]\n",
+     ":3: process[0].descriptors[0].family: found \"inet\"; expected the family of its IPv6 "
+     "addresses"},
+    {"Channel", A_PROCESS "descriptors = [{ type = \"channel\", instance = \"00\" }]\n",
+     ":3: process[0].descriptors[0].instance: found 1 bytes; expected 16 bytes"},
+    {"QueuedEvent", A_PROCESS "descriptors = [{ type = \"kqueue\", events = [{ ident = 1 }] }]\n",
+     ":3: process[0].descriptors[0].events[0].filter: is missing; expected the number of the "
+     "filter"},
+    {"PeerUnknown", A_PROCESS "descriptors = [{ type = \"unix\", peer = \"x\" }]\n",
+     ":3: process[0].descriptors[0].peer: nothing has the label \"x\"; expected the label of its "
+     "peer"},
+    {"LabelTwice",
+     A_PROCESS "descriptors = [{ type = \"unix\", label = \"x\" },\n{ type = \"pipe\", label = "
+               "\"x\" }]\n",
+     ":4: process[0].descriptors[1].label: \"x\" is the label of another descriptor already; "
+     "expected a label of its own"},
+    {"PeerOfAnotherType",
+     A_PROCESS "descriptors = [{ type = \"unix\", label = \"x\" },\n{ type = \"pipe\", peer = "
+               "\"x\" }]\n",
+     ":4: process[0].descriptors[1].peer: \"x\" is the label of another type; expected a socket as "
+     "the peer of a socket, a pipe of a pipe"},
+    {"RegionAddress", A_PROCESS "regions = [{ address = 4097, size = 4096 }]\n",
+     ":3: process[0].regions[0].address: found 4097; expected a multiple of 4096"},
+    {"RegionSize", A_PROCESS "regions = [{ address = 4096, size = 0 }]\n",
+     ":3: process[0].regions[0].size: found 0; expected a multiple of 4096, above 0"},
+    {"RegionBeyondTheEnd", A_PROCESS "regions = [{ address = 0x7FFFFFFFFFFFF000, size = 4096 }]\n",
+     ":3: process[0].regions[0].address: found a region that ends beyond 2 to 63; expected one "
+     "below"},
+    {"Protection", A_PROCESS "regions = [{ address = 4096, size = 4096, protection = \"xr-\" }]\n",
+     ":3: process[0].regions[0].protection: found \"xr-\"; expected a text such as \"r-x\""},
+    {"RegionsOverlap",
+     A_PROCESS "regions = [{ address = 0x2000, size = 0x2000 },\n"
+               "{ address = 0x1000, size = 0x1000, copies = 2 }]\n",
+     ":4: process[0].regions[1]: overlaps another region; expected regions apart from one another"},
+    {"Contents", A_PROCESS "regions = [{ address = 4096, size = 4096, contents = \"0g\" }]\n",
+     ":3: process[0].regions[0].contents: found \"0g\"; expected pairs of hexadecimal digits"},
+    {"InATemplate", "[template.t]\nuser = -1\n" A_PROCESS,
+     ":2: template.t.user: found -1; expected a number from 0 to 4294967295"},
+    {"PidInATemplate", "[template.t]\npid = 4\n" A_PROCESS, ":2: template.t.pid: unknown key"},
+    {"DeepInATemplate",
+     "[template.t]\nthreads = [\n{ name = \"x\" },\n{ state = \"asleep\" }]\n" A_PROCESS
+     "template = \"t\"\n",
+     ":4: template.t.threads[1].state: found \"asleep\"; expected one of \"running\", \"stopped\", "
+     "\"waiting\", \"uninterruptible\", \"halted\", or a number from 0 to 2147483647"},
+    {"TemplateUnknown", A_PROCESS "template = [\n\"t\"]\n",
+     ":4: process[0].template[0]: no template is called \"t\"; expected one that the file has"},
+    {"TemplateOfItself",
+     "[template.a]\ntemplate = \"b\"\n[template.b]\ntemplate = \"a\"\n" A_PROCESS,
+     ":2: template.a.template: the template \"b\" takes over itself; expected another template"},
+};
+INSTANTIATE_TEST_SUITE_P(Processes, DeviceFileMistake, testing::ValuesIn(kProcesses), nameOf);
+
+#define AN_EVENT A_PROCESS "[[event]]\n"
+
+const Row kEvents[] = {
+    {"WithoutDo", AN_EVENT "at = 3\n", ":3: event[0].do: is missing; expected what happens"},
+    {"Do", AN_EVENT "do = \"jump\"\n",
+     ":4: event[0].do: found \"jump\"; expected one of \"start\", \"exit\", \"fork\", \"exec\", "
+     "\"stop\", \"continue\", \"change\", \"open\", \"close\", \"pressure\", \"power\", \"fail\""},
+    {"ForWhereNothingIsUndone", AN_EVENT "do = \"pressure\"\nfor = 5\n",
+     ":5: event[0].for: found `for` where nothing is undone; expected it with \"start\", \"stop\", "
+     "\"open\" or \"fail\" alone"},
+    {"Every", AN_EVENT "do = \"pressure\"\nevery = 0.05\n",
+     ":5: event[0].every: found 0.05; expected a time of at least 0.1"},
+    {"WithoutProcess", AN_EVENT "do = \"exit\"\n",
+     ":3: event[0].process: is missing; expected a PID or a process's name"},
+    {"ProcessUnknown", AN_EVENT "do = \"exit\"\nprocess = \"b\"\n",
+     ":5: event[0].process: no process is called \"b\"; expected a PID, or the name of one process "
+     "alone"},
+    {"ProcessStartsTwice",
+     AN_EVENT "do = \"start\"\nname = \"a\"\npid = 9\n[[event]]\ndo = \"exit\"\nprocess = \"a\"\n",
+     ":9: event[1].process: several processes are called \"a\"; expected a PID, or the name of one "
+     "process alone"},
+    {"PidNotKnownYet",
+     AN_EVENT "do = \"start\"\nname = \"b\"\n[[event]]\ndo = \"exit\"\nprocess = \"b\"\n",
+     ":8: event[1].process: \"b\" gets its PID only when it starts, as the event names none; "
+     "expected a process whose PID is known"},
+    {"StartWithoutName", AN_EVENT "do = \"start\"\n",
+     ":3: event[0]: has neither `name` nor `names`; expected one of them"},
+    {"KeyOfAnotherEvent", AN_EVENT "do = \"stop\"\nprocess = 1\nzombie = true\n",
+     ":6: event[0].zombie: unknown key"},
+    {"CopiesOfAnOpenedDescriptor",
+     AN_EVENT "do = \"open\"\nprocess = 1\ndescriptor = { type = \"nexus\", copies = 2 }\n",
+     ":6: event[0].descriptor.copies: unknown key"},
+    {"PowerSource", "[power]\nsource = [{}]\n" AN_EVENT "do = \"power\"\nsource = 1\n",
+     ":7: event[0].source: there is no power source 1; expected one that [power] has, counted from "
+     "0"},
+    {"Call", AN_EVENT "do = \"fail\"\ncall = \"sysctl\"\nform = \"vm.load\"\n",
+     ":6: event[0].form: found \"vm.load\"; expected one of \"kern.boottime\", \"vm.loadavg\", "
+     "\"vm.swapusage\", \"kern.procargs2\""},
+    {"FormOfACallWithOne", AN_EVENT "do = \"fail\"\ncall = \"uname\"\nform = \"a\"\n",
+     ":6: event[0].form: found \"a\"; expected none, as there is one form of this call"},
+};
+INSTANTIATE_TEST_SUITE_P(Events, DeviceFileMistake, testing::ValuesIn(kEvents), nameOf);
+
+TEST(DeviceFileMistakes, UnknownCallAndErrorNameTheKnownOnes) {
+  EXPECT_THAT(mistakeIn(AN_EVENT "do = \"fail\"\ncall = \"open\"\n"),
+              StartsWith(std::string(kFile) + ":5: event[0].call: found \"open\"; expected one of "
+                                              "\"uname\", \"proc_listpids\", \"proc_pidinfo\""));
+  EXPECT_THAT(mistakeIn(AN_EVENT "do = \"fail\"\ncall = \"uname\"\nerror = 5\n"),
+              StartsWith(std::string(kFile) +
+                         ":6: event[0].error: found 5; expected one of \"EPERM\", \"ENOENT\""));
+}
+
+TEST(DeviceFileMistakes, AreSafeForATerminal) {
+  EXPECT_EQ(mistakeIn("\"a\\u001b[2J\\u0085\" = 1\n"),
+            std::string(kFile) + ":1: a?[2J??: unknown key");
+  Mistake mistake{"a\x1b\xff\n.toml", 3, "caf\xc3\xa9 \xc3 \xed\xa0\x80 \xf0\x9f\x98\x80", "\x7f"};
+  EXPECT_EQ(mistake.text(), "a???.toml:3: caf\xc3\xa9 ? ??? \xf0\x9f\x98\x80; expected ?");
+}
+
+TEST(DeviceFileMistakes, AreBounded) {
+  const std::string key(5000, 'k');
+  EXPECT_EQ(mistakeIn(key + " = 1\n"),
+            std::string(kFile) + ":1: " + key.substr(0, 40) + "...: unknown key");
+  EXPECT_EQ(mistakeIn("caller = \"" + key + "\"\n"),
+            std::string(kFile) + ":1: caller: found \"" + key.substr(0, 40) +
+                "...\"; expected a number from 0 to 4294967295");
+  Mistake mistake{std::string(5000, 'f'), 3, "w", "e"};
+  EXPECT_EQ(mistake.text(), std::string(600, 'f') + "...");
+}
+
+// Limits: what would be more is refused at once.
+
+std::string manyProcesses(const std::string &keys) {
+  return "[[process]]\nname = \"a\"\ncopies = 20000\n" + keys;
+}
+
+TEST(DeviceFileLimit, Processes) {
+  EXPECT_EQ(deviceOf(manyProcesses("")).processes.size(), 20000u);
+  EXPECT_EQ(mistakeIn(manyProcesses("[[process]]\nname = \"b\"\n")),
+            std::string(kFile) +
+                ":4: process[1]: makes more than 20000 processes; expected at most that many in "
+                "all");
+}
+
+TEST(DeviceFileLimit, Holdings) {
+  EXPECT_EQ(mistakeIn(manyProcesses("threads = 13\n")),
+            std::string(kFile) +
+                ":4: process[0].threads: makes more than 250000 threads; expected at most that "
+                "many in all");
+  EXPECT_EQ(mistakeIn(manyProcesses("descriptors = [{ type = \"nexus\", copies = 13 }]\n")),
+            std::string(kFile) +
+                ":4: process[0].descriptors[0]: makes more than 250000 descriptors; expected at "
+                "most that many in all");
+  EXPECT_EQ(
+      mistakeIn(manyProcesses("regions = [{ address = 0, size = 4096, copies = 65536 }]\n")),
+      std::string(kFile) +
+          ":4: process[0].regions[0]: makes more than 250000 regions; expected at most that many "
+          "in all");
+  EXPECT_EQ(deviceOf(manyProcesses("threads = 12\n")).processes.back().threads.size(), 12u);
+}
+
+TEST(DeviceFileLimit, TextsThatMultiply) {
+  const std::string argument(20000, 'a');
+  EXPECT_EQ(mistakeIn(manyProcesses("arguments = [\"" + argument + "\"]\n")),
+            std::string(kFile) +
+                ":1: process[0]: makes more than 134217728 bytes of texts, contents and queued "
+                "events; expected at most that many in all");
+  std::string patterns;
+  for (int i = 0; i < 200; i++) patterns += "{name}";
+  EXPECT_THAT(mistakeIn("[[process]]\nname = \"" + std::string(250, 'n') +
+                        "\"\ncopies = 20000\narguments = [\"" + patterns + "\"]\n"),
+              HasSubstr("makes more than 134217728 bytes"));
+}
+
+TEST(DeviceFileLimit, NestingAndKeyParts) {
+  EXPECT_EQ(mistakeIn("a.b.c.d.e.f.g.h.i.j.k.l.m.n.o.p.q = 1\n"),
+            std::string(kFile) + ":1: a key of more than 16 parts");
+  // Points in strings, comments and long strings are no such parts.
+  const std::string points(100, '.');
+  EXPECT_EQ(
+      mistakeIn("# " + points + "\nname = \"\\\"" + points + "\"\n" + "[kernel]\nhost = '''\n" +
+                points + "''''\nrelease = '" + points + "'\n" + A_PROCESS),
+      "none");
+  const std::string deep(10000, '[');
+  EXPECT_THAT(mistakeIn("a = " + deep), HasSubstr("exceeded maximum nested value depth of 32"));
+}
+
+TEST(DeviceFileLimit, CharactersThatOnlyTextsMayHold) {
+  EXPECT_EQ(mistakeIn("name = \"caf\xc3\xa9\"\ncaf\xc3\xa9 = 1\n"),
+            std::string(kFile) + ":2: a character that only strings and comments may hold");
+  EXPECT_EQ(mistakeIn("\xef\xbb\xbfname = \"caf\xc3\xa9\" # \xc3\xa9\n" A_PROCESS), "none");
+}
+
+TEST(DeviceFileLimit, Templates) {
+  std::string chain = "[template.t0]\nuser = 1\n";
+  for (int i = 1; i <= 33; i++) {
+    chain +=
+        "[template.t" + std::to_string(i) + "]\ntemplate = \"t" + std::to_string(i - 1) + "\"\n";
+  }
+  EXPECT_THAT(mistakeIn(chain + A_PROCESS), HasSubstr("takes over too many templates"));
+  // Each takes the one before it twice.
+  std::string doubling = "[template.t0]\nuser = 1\n";
+  for (int i = 1; i <= 20; i++) {
+    const std::string before = "\"t" + std::to_string(i - 1) + "\"";
+    doubling +=
+        "[template.t" + std::to_string(i) + "]\ntemplate = [" + before + ", " + before + "]\n";
+  }
+  EXPECT_THAT(mistakeIn(doubling + A_PROCESS), HasSubstr("takes over too many templates"));
+}
+
+TEST(DeviceFileLimit, FileSize) {
+  std::string text = A_PROCESS "# ";
+  text.resize(size_t{4} << 20, 'x');
+  EXPECT_EQ(mistakeIn(text), "none");
+  text += 'x';
+  EXPECT_EQ(mistakeIn(text), std::string(kFile) + ": more than 4 MiB; expected at most that much");
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+// The process list of a simulated device over several samples: what delta mode makes of its
+// changes, and the mark of memory pressure. The figures are those of devices/kinds.toml.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "columns/comparators.h"
+#include "columns/sort.h"
+#include "darwin/libproc.h"
+#include "darwin/mach_host.h"
+#include "host/entry/kernel.h"
+#include "host/simulator/device_file.h"
+#include "host/simulator/simulated_machine.h"
+#include "screens/process_list.h"
+#include "tests/unit/curses_screen.h"
+#include "tests/unit/display_state.h"
+
+namespace {
+
+using namespace sondex;
+using host::simulator::Device;
+using host::simulator::Mistake;
+using host::simulator::SimulatedMachine;
+
+// Of the default perspective.
+enum Column : size_t {
+  kThreads = 4,
+  kResident = 6,
+  kVirtual = 7,
+  kRead = 9,
+  kWritten = 10,
+};
+
+class SimulatedList : public testing::Test {
+ protected:
+  SimulatedList() {
+    auto read = host::simulator::readDeviceFile(SONDEX_DEVICES_DIR "/kinds.toml");
+    if (const auto *mistake = std::get_if<Mistake>(&read)) ADD_FAILURE() << mistake->text();
+    machine_.emplace(std::get<Device>(std::move(read)));
+    before_ = host::useMachine(&*machine_);
+    host_self = darwin::mach_host_self();
+    g_r00t = 1;
+    g_OsVer = 14;
+    proc_pid_rusage_funcptr = darwin::proc_pid_rusage;
+    memorystatus_get_level_funcptr = memorystatus_get_level;
+  }
+  ~SimulatedList() override { host::useMachine(before_); }
+
+  // The next sample; the one before becomes the previous one.
+  void sample() {
+    g_Prev_Total_Rusage = g_Total_Rusage;
+    g_Total_Rusage = {};
+    releaseProcessTable(load(g_previous_process_information));
+    store(g_previous_process_information, load(g_process_information));
+    store(previous_num_procs, load(num_procs));
+    testing::internal::CaptureStderr();
+    store(g_process_information, getPIDList());
+    testing::internal::GetCapturedStderr();
+    doSort(sort_pid);
+  }
+
+  // The frame as plain text.
+  std::string frame() {
+    testing::internal::CaptureStdout();
+    showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  // What stands between the separators of a process's row; nothing when there is no such row.
+  static std::vector<std::string> cellsOf(const std::string &frame, const std::string &name) {
+    std::istringstream lines(frame);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.find("|" + name + " ") == std::string::npos) continue;
+      std::vector<std::string> cells;
+      std::istringstream row(line);
+      for (std::string cell; std::getline(row, cell, '|');) cells.push_back(cell);
+      return cells;
+    }
+    return {};
+  }
+
+  std::string cell(const std::string &frame, const std::string &name, Column column) {
+    const std::vector<std::string> cells = cellsOf(frame, name);
+    return cells.size() > column ? cells[column] : "(no cell)";
+  }
+
+ private:
+  DisplayStateGuard guard_;
+  std::optional<SimulatedMachine> machine_;
+  host::Machine *before_ = nullptr;
+};
+
+TEST_F(SimulatedList, WithoutDeltaModeShowsTotals) {
+  sample();
+  sample();
+  const std::string second = frame();
+  EXPECT_EQ(cell(second, "rss-change", kResident), "  12M");
+  EXPECT_EQ(cell(second, "rss-grows", kResident), "1064K");
+  EXPECT_EQ(cell(second, "vss-change", kVirtual), "  11G");
+  EXPECT_EQ(cell(second, "disk-change", kRead), "    3M");
+  EXPECT_EQ(cell(second, "disk-change", kWritten), "    5M");
+}
+
+// A resident size is cut to five characters.
+TEST_F(SimulatedList, DeltaModeShowsWhatWasAddedSinceTheSampleBefore) {
+  store(g_Delta, 1);
+  sample();
+  // Without a sample before it: the totals.
+  const std::string first = frame();
+  EXPECT_EQ(cell(first, "rss-change", kResident), "8192K");
+  EXPECT_EQ(cell(first, "vss-change", kVirtual), "  10G");
+  EXPECT_EQ(cell(first, "disk-change", kRead), "    1M");
+
+  sample();
+  const std::string second = frame();
+  EXPECT_EQ(cell(second, "rss-change", kResident), "4096K");
+  EXPECT_EQ(cell(second, "rss-grows", kResident), "  40K");
+  EXPECT_EQ(cell(second, "rss-shrinks", kResident), " -40K");
+  EXPECT_EQ(cell(second, "rss-10G", kResident), "   0K");
+  EXPECT_EQ(cell(second, "vss-change", kVirtual), "1024M");
+  EXPECT_EQ(cell(second, "disk-change", kRead), "    2M");
+  EXPECT_EQ(cell(second, "disk-change", kWritten), "    4M");
+  EXPECT_EQ(cell(second, "disk-grows", kRead), "   10K");
+  EXPECT_EQ(cell(second, "disk-grows", kWritten), "   20K");
+  EXPECT_EQ(cell(second, "disk-refused", kRead), "?????");
+  // Not a figure that adds up.
+  EXPECT_EQ(cell(second, "threads-more", kThreads), " 5  ");
+  // New in this sample: its totals.
+  EXPECT_EQ(cell(second, "newcomer", kResident), "  20M");
+  EXPECT_EQ(cell(second, "newcomer", kRead), "    1M");
+
+  sample();
+  const std::string third = frame();
+  EXPECT_EQ(cell(third, "rss-change", kResident), "-8192");
+  EXPECT_EQ(cell(third, "vss-change", kVirtual), "-2048M");
+  EXPECT_EQ(cell(third, "disk-change", kRead), "    0B");
+  EXPECT_EQ(cell(third, "newcomer", kResident), "   0K");
+}
+
+TEST_F(SimulatedList, DeltaModeShowsTheGrowthOfCompression) {
+  store(g_Delta, 1);
+  sample();
+  EXPECT_THAT(frame(), testing::HasSubstr("Comp: 1000M , Decomp:  500M  File:   50M"));
+  sample();
+  EXPECT_THAT(frame(), testing::HasSubstr("Comp:   10M , Decomp:    5M  File:   50M"));
+}
+
+TEST_F(SimulatedList, PressureIsMarkedForAsManyFramesAsSaid) {
+  sample();
+  store(g_VMPressureDetected, 2);
+  EXPECT_THAT(frame(), testing::HasSubstr("\n <PRESSURE> Memstatus: 60 "));
+  EXPECT_THAT(frame(), testing::HasSubstr("\n <PRESSURE> Memstatus: 60 "));
+  EXPECT_THAT(frame(), testing::HasSubstr("\n            Memstatus: 60 "));
+}
+
+TEST_F(SimulatedList, PressureIsMarkedInTheColourOfWarnings) {
+  const CursesScreen screen(40, 140);
+  sample();
+  store(g_VMPressureDetected, 1);
+  showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+  EXPECT_EQ(CursesScreen::text(3, 0, 12), " <PRESSURE> ");
+  EXPECT_EQ(CursesScreen::cell(3, 1).pair, kPairWarning);
+  EXPECT_EQ(CursesScreen::cell(3, 12).pair, 0);
+}
+
+}  // namespace
