@@ -24,9 +24,9 @@ namespace {
 constexpr int kCanNotExecute = 127;
 
 // What would change what the program does, or how curses sees the terminal.
-constexpr const char *kNotInherited[] = {"nc",    "ZCOLOR", "ZDEBUG",  "INCLUDE_LOOPBACK",
-                                         "TERM",  "LINES",  "COLUMNS", "SONDEX_DEVICE",
-                                         "LC_ALL"};
+constexpr const char *kNotInherited[] = {
+    "nc",    "ZCOLOR",  "ZDEBUG",        "INCLUDE_LOOPBACK", "TERM",
+    "LINES", "COLUMNS", "SONDEX_DEVICE", "SONDEX_DEVICES",   "LC_ALL"};
 
 std::vector<std::string> environmentOf(const Launch &launch) {
   std::vector<std::string> variables;

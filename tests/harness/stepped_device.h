@@ -1,0 +1,35 @@
+// A device file of the repository with a clock that steps, so that two runs on the device show the
+// same. Most of the files have their clock on the wall, for people.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "harness/child.h"
+
+namespace test {
+
+// The text of a device file, its line `mode = "wall"` made `mode = "stepped"` if it does not say so
+// already. Throws std::runtime_error unless there is exactly one line of the one or the other kind.
+std::string withSteppedClock(std::string_view text);
+
+// A copy of devices/NAME.toml with a stepped clock, in a folder of its own for as long as this
+// lives.
+class SteppedDevice {
+ public:
+  // Throws std::runtime_error.
+  explicit SteppedDevice(const std::string &name);
+  SteppedDevice(const SteppedDevice &) = delete;
+  SteppedDevice &operator=(const SteppedDevice &) = delete;
+  ~SteppedDevice();
+
+  // Makes a program run on the device.
+  Environment environment() const { return {{"SONDEX_DEVICE", file_.string()}}; }
+
+ private:
+  std::filesystem::path folder_;
+  std::filesystem::path file_;
+};
+
+}  // namespace test
