@@ -78,17 +78,19 @@ void padTo(size_t multiple, std::string &area) {
   area.resize((area.size() + multiple - 1) / multiple * multiple);
 }
 
+// A text ends at its first NUL, and with one.
+void addText(const std::string &text, std::string &area) {
+  area.append(text, 0, text.find('\0'));
+  area += '\0';
+}
+
 std::string argumentArea(const ProcessArguments &process) {
   const size_t pointerSize = process.is64Bit ? sizeof(uint64_t) : sizeof(uint32_t);
-  // c_str(): each text ends at its first NUL, and with one.
-  std::string area = process.path.c_str();
-  area += '\0';
+  std::string area;
+  addText(process.path, area);
   padTo(pointerSize, area);
   for (const auto *texts : {&process.arguments, &process.environment}) {
-    for (const std::string &text : *texts) {
-      area += text.c_str();
-      area += '\0';
-    }
+    for (const std::string &text : *texts) addText(text, area);
   }
   padTo(pointerSize, area);
   if (area.size() > kLargestArgumentArea) area.resize(kLargestArgumentArea);

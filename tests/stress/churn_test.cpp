@@ -2,6 +2,7 @@
 // ten times a second: it neither falls over nor grows.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <cstdlib>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "harness/file_handle.h"
 #include "harness/helper.h"
 #include "harness/process_facts.h"
 #include "harness/run.h"
@@ -97,6 +99,10 @@ void churnFor(Terminal &terminal, int seconds) {
 TEST(Churn, LeavesTheProgramAsItWas) {
   constexpr int kWarmUpSeconds = 3;
   constexpr size_t kQuietFrames = 3;
+  // The program opens what it asks about sockets with when it first sees one, and keeps it: there
+  // is one from the start.
+  const FileHandle socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ASSERT_TRUE(socket.isOpen());
   Terminal terminal(largeTerminal());
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
   churnFor(terminal, kWarmUpSeconds);
