@@ -5,12 +5,11 @@
 #include <dlfcn.h>
 #include <sys/utsname.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "darwin/libproc.h"
+#include "host/copy_text.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
 
@@ -26,13 +25,6 @@ const OptionalEntryPoint kOptionalEntryPoints[] = {
     {"memorystatus_get_level", reinterpret_cast<void *>(&memorystatus_get_level)},
     {"proc_pid_rusage", reinterpret_cast<void *>(&darwin::proc_pid_rusage)},
 };
-
-template <size_t size>
-void fill(char (&field)[size], const std::string &text) {
-  const size_t length = std::min(text.size(), size - 1);
-  std::memcpy(field, text.data(), length);
-  field[length] = '\0';
-}
 
 uid_t callerUser() noexcept {
   uid_t user = 0;
@@ -52,11 +44,11 @@ extern "C" int __wrap_uname(struct utsname *name) noexcept {
     if (refused != host::kAnswered) return refused;
     if (name == nullptr) return darwin::DARWIN_EFAULT;
     *name = {};
-    fill(name->sysname, kernel.system);
-    fill(name->nodename, kernel.node);
-    fill(name->release, kernel.release);
-    fill(name->version, kernel.version);
-    fill(name->machine, kernel.hardware);
+    host::copyText(kernel.system, name->sysname);
+    host::copyText(kernel.node, name->nodename);
+    host::copyText(kernel.release, name->release);
+    host::copyText(kernel.version, name->version);
+    host::copyText(kernel.hardware, name->machine);
     return host::kAnswered;
   });
   return host::libraryAnswer(error, 0, -1);

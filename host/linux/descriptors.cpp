@@ -22,6 +22,7 @@
 #include "darwin/file_flags.h"
 #include "darwin/kqueue.h"
 #include "darwin/signals.h"
+#include "host/copy_text.h"
 
 namespace host::linux_machine {
 namespace {
@@ -265,13 +266,6 @@ std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &fi
   const bool gone = file.vst_ino != 0 && file.vst_nlink == 0;
   if (gone && path.ends_with(kDeleted)) path.remove_suffix(kDeleted.size());
   return path;
-}
-
-template <size_t Size>
-void copyText(std::string_view text, char (&field)[Size]) {
-  const size_t length = std::min(text.size(), Size - 1);
-  memcpy(field, text.data(), length);
-  field[length] = '\0';
 }
 
 // 0 for a signal that Darwin does not have.

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <variant>
 
-#include "host/simulator/copy_text.h"
+#include "host/copy_text.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {

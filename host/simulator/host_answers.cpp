@@ -39,7 +39,6 @@ void fillBasicInfo(const Hardware &hardware, darwin::host_basic_info &info) {
 
 void fillVirtualMemory(const Memory &memory, Nanoseconds now, darwin::vm_statistics64 &statistics) {
   statistics = {};
-  const uint64_t speculative = memory.speculative.at(now);
   statistics.free_count = pages(memory.free.at(now));
   statistics.active_count = pages(memory.active.at(now));
   statistics.inactive_count = pages(memory.inactive.at(now));
@@ -54,7 +53,7 @@ void fillVirtualMemory(const Memory &memory, Nanoseconds now, darwin::vm_statist
   statistics.hits = memory.hits.at(now);
   statistics.purges = memory.purges.at(now);
   statistics.purgeable_count = pages(memory.purgeable.at(now));
-  statistics.speculative_count = pages(speculative);
+  statistics.speculative_count = pages(memory.speculative.at(now));
   statistics.decompressions = memory.decompressions.at(now);
   statistics.compressions = memory.compressions.at(now);
   statistics.swapins = memory.swapIns.at(now);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/simulator/copy_text.h"
+#include "host/copy_text.h"
 
 namespace host::simulator {
 
