@@ -118,6 +118,9 @@ void openScreen() {
   store(cursesFailed, 0);
   cbreak();
   noecho();
+  // Else the terminal driver throws away what of a frame is still under way when Ctrl-C is typed,
+  // and the terminal keeps an attribute or a character set that curses has switched off.
+  intrflush(stdscr, FALSE);
   start_color();
   nodelay(stdscr, TRUE);
   keypad(stdscr, TRUE);

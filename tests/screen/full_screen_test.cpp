@@ -339,6 +339,14 @@ TEST(CtrlC, SaysGoodbyeBelowTheScreenThatWasLeft) {
   EXPECT_EQ(headerRow(terminal), -1);
 }
 
+TEST(CtrlC, ThrowsNothingAwayThatWasDrawn) {
+  Terminal terminal(optionsOf({132, 50}));
+  ASSERT_EQ(awaitFrame(terminal), "");
+  EXPECT_EQ(terminal.modesBefore().c_lflag & NOFLSH, 0U);
+  EXPECT_NE(terminal.modes().c_lflag & NOFLSH, 0U);
+  expectEndByCtrlC(terminal);
+}
+
 TEST(CtrlC, MayComeAsASignal) {
   Terminal terminal(optionsOf({132, 50}));
   ASSERT_EQ(awaitFrame(terminal), "");
