@@ -22,6 +22,10 @@ uint32_t Machine::callerUser() {
 int64_t Machine::timeOfDay() {
   return __real_time(nullptr);
 }
+void Machine::wallClock(darwin::timeval &time) {
+  time.tv_sec = timeOfDay();
+  time.tv_usec = 0;
+}
 void Machine::beginSample() {}
 Errno Machine::processIDs(std::vector<int32_t> &) {
   return DARWIN_ENOTSUP;
@@ -61,6 +65,9 @@ int Machine::sandboxCheck(pid_t) {
   return -1;
 }
 Errno Machine::codeSigningFlags(pid_t, uint32_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::sendSignal(pid_t, int) {
   return DARWIN_ENOTSUP;
 }
 Errno Machine::codeSignature(pid_t, std::vector<uint8_t> &) {
@@ -119,6 +126,22 @@ Errno Machine::memoryStatusList(std::vector<darwin::memorystatus_priority_entry>
 Errno Machine::memoryStatusLevel(unsigned int &) {
   return DARWIN_ENOTSUP;
 }
+Errno Machine::memoryPressure(bool, uint32_t, uint32_t &, uint32_t &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::processEvents(std::unique_ptr<ProcessEvents> &) {
+  return DARWIN_ENOTSUP;
+}
+
+bool Machine::hasGestalt() {
+  return false;
+}
+Errno Machine::gestaltAnswer(std::string_view, GestaltAnswer &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::powerStatus(PowerStatus &) {
+  return DARWIN_ENOTSUP;
+}
 
 Errno Machine::hostBasicInfo(darwin::host_basic_info &) {
   return DARWIN_ENOTSUP;
@@ -139,6 +162,19 @@ Errno Machine::loadAverage(darwin::loadavg &) {
   return DARWIN_ENOTSUP;
 }
 Errno Machine::swapUsage(darwin::xsw_usage &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::networkStatistics() {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::networkSources(std::vector<NetworkSource> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::interfaces(std::vector<NetworkInterface> &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::wirelessNetwork(const std::string &, WirelessNetwork &) {
   return DARWIN_ENOTSUP;
 }
 

@@ -6,10 +6,16 @@
 
 #include <sys/types.h>
 
+#include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "darwin/errors.h"
@@ -43,6 +49,102 @@ struct ProcessArguments {
   bool is64Bit = true;
 };
 
+// What happened to a watched process since it was last told of: NOTE_FORK, NOTE_EXEC and NOTE_EXIT
+// of darwin/kqueue.h. After NOTE_EXIT the process is no longer watched.
+struct ProcessEvent {
+  pid_t pid;
+  uint32_t notes;
+};
+
+// Watches processes for one kernel queue. Every function may be called while another thread waits.
+class ProcessEvents {
+ public:
+  ProcessEvents() = default;
+  ProcessEvents(const ProcessEvents &) = delete;
+  ProcessEvents &operator=(const ProcessEvents &) = delete;
+  virtual ~ProcessEvents() = default;
+
+  // DARWIN_ESRCH for a process that is gone or a zombie.
+  virtual Errno watch(pid_t pid) = 0;
+  virtual void unwatch(pid_t pid) = 0;
+  // Waits until something happens to a watched process, without end if there is no timeout, and
+  // puts that in place of `events`: none when the time was up. DARWIN_EINTR when a signal handler
+  // ran meanwhile.
+  virtual Errno wait(std::optional<std::chrono::nanoseconds> timeout,
+                     std::vector<ProcessEvent> &events) = 0;
+};
+
+// One end of a connection. An IPv4 address fills the first four bytes.
+struct NetworkEndpoint {
+  int family = 0;  // DARWIN_AF_INET or DARWIN_AF_INET6
+  std::array<uint8_t, 16> address{};
+  uint16_t port = 0;   // host order
+  uint32_t scope = 0;  // of an IPv6 address
+};
+
+// A socket whose traffic the kernel counts. The totals run since the socket appeared.
+struct NetworkSource {
+  uint64_t key = 0;       // stays the same while the socket lives, and is not used again
+  uint32_t provider = 0;  // NSTAT_PROVIDER_TCP or NSTAT_PROVIDER_UDP
+  int32_t pid = 0;        // its owner; 0 if not known
+  std::string process;    // the owner's name
+  NetworkEndpoint local;
+  NetworkEndpoint remote;
+  uint32_t interfaceIndex = 0;
+  int32_t state = 0;  // TSI_S_* of TCP
+  uint64_t receivedPackets = 0;
+  uint64_t receivedBytes = 0;
+  uint64_t sentPackets = 0;
+  uint64_t sentBytes = 0;
+};
+
+// A network interface and its traffic since it appeared.
+struct NetworkInterface {
+  std::string name;
+  uint16_t index = 0;
+  uint8_t type = 0;    // IFT_*
+  uint32_t flags = 0;  // with Darwin's numbers
+  uint32_t mtu = 0;
+  uint64_t speed = 0;  // bits per second; 0 if not known
+  uint64_t receivedPackets = 0;
+  uint64_t receivedErrors = 0;
+  uint64_t receivedBytes = 0;
+  uint64_t receivedMulticasts = 0;
+  uint64_t droppedOnInput = 0;
+  uint64_t sentPackets = 0;
+  uint64_t sentErrors = 0;
+  uint64_t sentBytes = 0;
+  uint64_t collisions = 0;
+};
+
+// What a Wi-Fi interface is connected to.
+struct WirelessNetwork {
+  bool connected = false;
+  std::string name;  // at most 32 bytes, of any kind
+  uint32_t channel = 0;
+  uint32_t channelFlags = 0;
+  std::vector<int32_t> radios;  // dBm of each, at most 4
+  int32_t signal = 0;           // dBm over all radios
+};
+
+// What the identity service says to a key.
+using GestaltAnswer = std::variant<std::string, int64_t, bool>;
+
+// What feeds the machine. What is not known is left out.
+struct PowerSource {
+  std::optional<int32_t> capacity;   // percent
+  std::optional<std::string> state;  // "AC Power", "Battery Power"
+  std::optional<bool> isCharging;
+};
+
+struct PowerStatus {
+  // Empty for a machine without a battery; nothing when the service can't list them.
+  std::optional<std::vector<PowerSource>> sources;
+  double secondsRemaining = -1;  // -1 unknown, -2 unlimited
+  // Names of the assertions of each process that holds some; nothing when the service gives none.
+  std::optional<std::map<int32_t, std::vector<std::string>>> assertions;
+};
+
 // Every question may be asked from any thread. The defaults answer "not supported"
 // (DARWIN_ENOTSUP). A process question answers DARWIN_ESRCH for a process that is gone or a zombie,
 // and DARWIN_EPERM where the caller may not look at it.
@@ -64,6 +166,8 @@ class Machine {
   virtual uint32_t callerUser();
   // The time of day in seconds since the epoch. By default that of this system.
   virtual int64_t timeOfDay();
+  // The same with microseconds. By default there are none.
+  virtual void wallClock(darwin::timeval &time);
   // The program begins to sample all processes. A machine with a stepped clock moves on.
   virtual void beginSample();
 
@@ -99,6 +203,10 @@ class Machine {
   // The region that contains `address`, or the next one above it; DARWIN_EINVAL past the last.
   virtual Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info);
 
+  // Sends a signal, with Darwin's number; 0 only looks whether it could be sent. `pid` as in
+  // kill(): 0 and negative numbers mean process groups.
+  virtual Errno sendSignal(pid_t pid, int signal);
+
   // Descriptors of one process, ascending. `limit` is how many the caller has room for: a machine
   // need not look further.
   virtual Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list);
@@ -123,6 +231,19 @@ class Machine {
   virtual Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &entries);
   // Percentage of memory still available.
   virtual Errno memoryStatusLevel(unsigned int &level);
+  // Waits for memory pressure if `waits` is set (DARWIN_EINTR when a signal handler ran meanwhile).
+  // Then: pages wanted now, and pages reclaimed in the last `seconds`, or as far back as is known.
+  virtual Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted, uint32_t &reclaimed);
+
+  // Process events. Each answer is a watch of its own.
+  virtual Errno processEvents(std::unique_ptr<ProcessEvents> &watch);
+
+  // Identity and power. Whether there is an identity library; hasEntryPoint is asked whether that
+  // has "MGCopyAnswerWithError".
+  virtual bool hasGestalt();
+  // An error number of the service's own for a key that it refuses.
+  virtual Errno gestaltAnswer(std::string_view key, GestaltAnswer &answer);
+  virtual Errno powerStatus(PowerStatus &status);
 
   // Host figures.
   virtual Errno hostBasicInfo(darwin::host_basic_info &info);
@@ -132,6 +253,15 @@ class Machine {
   virtual Errno bootTime(darwin::timeval &time);
   virtual Errno loadAverage(darwin::loadavg &averages);
   virtual Errno swapUsage(darwin::xsw_usage &usage);
+
+  // Network. Whether the statistics service takes one more client: DARWIN_EBUSY when another
+  // program holds it, DARWIN_EPERM when the caller may not, DARWIN_ENOTSUP from a kernel without.
+  virtual Errno networkStatistics();
+  // All sources that the caller may know of, in any order.
+  virtual Errno networkSources(std::vector<NetworkSource> &sources);
+  virtual Errno interfaces(std::vector<NetworkInterface> &interfaces);
+  // DARWIN_ENXIO for a name that is no Wi-Fi interface's.
+  virtual Errno wirelessNetwork(const std::string &interface, WirelessNetwork &network);
 };
 
 // The machine that the entry points ask. Chosen once, before main, from SONDEX_DEVICE: unset or

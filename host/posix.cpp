@@ -6,12 +6,18 @@
 #include <sys/utsname.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
+#include "darwin/interfaces.h"
+#include "darwin/kernel_control.h"
 #include "darwin/libproc.h"
 #include "host/copy_text.h"
 #include "host/entry/answer.h"
+#include "host/entry/control_socket.h"
+#include "host/entry/gestalt.h"
 #include "host/entry/kernel.h"
+#include "host/entry/wireless.h"
 
 namespace {
 
@@ -35,6 +41,16 @@ uid_t callerUser() noexcept {
   return error == host::kAnswered ? user : __real_geteuid();
 }
 
+// The sockets that Wi-Fi interfaces are asked through.
+bool isIPv4Socket(int descriptor) {
+  int domain = 0;
+  socklen_t size = sizeof domain;
+  const int before = errno;
+  const bool known = getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0;
+  errno = before;
+  return known && domain == AF_INET;
+}
+
 }  // namespace
 
 extern "C" int __wrap_uname(struct utsname *name) noexcept {
@@ -54,6 +70,12 @@ extern "C" int __wrap_uname(struct utsname *name) noexcept {
   return host::libraryAnswer(error, 0, -1);
 }
 
+// Where the machine lacks the library, the path leads nowhere here either: dlerror() says so.
+extern "C" void *__wrap_dlopen(const char *path, int mode) noexcept {
+  void *library = path == nullptr ? nullptr : host::openGestalt(path);
+  return library != nullptr ? library : __real_dlopen(path, mode);
+}
+
 extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
   if (handle == RTLD_DEFAULT && name != nullptr) {
     for (const OptionalEntryPoint &entry : kOptionalEntryPoints) {
@@ -62,7 +84,15 @@ extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
                                                                                 : nullptr;
     }
   }
+  if (host::isGestalt(handle)) return name == nullptr ? nullptr : host::findInGestalt(name);
   return __real_dlsym(handle, name);
+}
+
+// The number is the device's, and so is the process.
+extern "C" int __wrap_kill(pid_t pid, int signal) noexcept {
+  const host::Errno error =
+      host::guarded([pid, signal] { return host::machine().sendSignal(pid, signal); });
+  return host::libraryAnswer(error, 0, -1);
 }
 
 extern "C" uid_t __wrap_geteuid(void) noexcept {
@@ -83,4 +113,45 @@ extern "C" time_t __wrap_time(time_t *seconds) noexcept {
   if (error != host::kAnswered) now = __real_time(nullptr);
   if (seconds != nullptr) *seconds = now;
   return now;
+}
+
+extern "C" int __wrap_gettimeofday(struct timeval *time, void *zone) noexcept {
+  darwin::timeval now{};
+  const host::Errno error = host::guarded([&now]() -> host::Errno {
+    host::machine().wallClock(now);
+    return host::kAnswered;
+  });
+  if (error != host::kAnswered || zone != nullptr) return __real_gettimeofday(time, zone);
+  if (time != nullptr) *time = {now.tv_sec, now.tv_usec};
+  return 0;
+}
+
+extern "C" int __wrap_socket(int domain, int type, int protocol) noexcept {
+  if (domain != darwin::DARWIN_AF_SYSTEM || protocol != darwin::SYSPROTO_CONTROL) {
+    return __real_socket(domain, type, protocol);
+  }
+  int descriptor = -1;
+  const host::Errno error = host::openControlSocket(type, descriptor);
+  return host::libraryAnswer(error, descriptor, -1);
+}
+
+extern "C" int __wrap_connect(int descriptor, const struct sockaddr *address, socklen_t length) {
+  if (!host::isControlSocket(descriptor)) return __real_connect(descriptor, address, length);
+  return host::libraryAnswer(host::connectControlSocket(descriptor, address, length), 0, -1);
+}
+
+// All requests that are made here take one address.
+extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, request);
+  void *argument = va_arg(arguments, void *);
+  va_end(arguments);
+  if (request == darwin::CTLIOCGINFO && host::isControlSocket(descriptor)) {
+    return host::libraryAnswer(host::controlInfo(static_cast<darwin::ctl_info *>(argument)), 0, -1);
+  }
+  if (request == darwin::SIOCGA80211 && isIPv4Socket(descriptor)) {
+    return host::libraryAnswer(
+        host::wirelessRequest(static_cast<darwin::apple80211req *>(argument)), 0, -1);
+  }
+  return __real_ioctl(descriptor, request, argument);
 }

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <linux/utsname.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <time.h>
 
@@ -11,9 +13,15 @@ extern "C" {
 long __real_syscall(long number, ...) noexcept;
 // Linux's own structure: <sys/utsname.h> is the device's here.
 int __real_uname(struct new_utsname *name) noexcept;
+void *__real_dlopen(const char *path, int mode) noexcept;
 void *__real_dlsym(void *handle, const char *name) noexcept;
+int __real_kill(pid_t pid, int signal) noexcept;
 uid_t __real_geteuid(void) noexcept;
 uid_t __real_getuid(void) noexcept;
 time_t __real_time(time_t *seconds) noexcept;
+int __real_gettimeofday(struct timeval *time, void *zone) noexcept;
+int __real_socket(int domain, int type, int protocol) noexcept;
+int __real_connect(int descriptor, const struct sockaddr *address, socklen_t length);
+int __real_ioctl(int descriptor, unsigned long request, ...) noexcept;
 
 }  // extern "C"

@@ -4,7 +4,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
+#include <limits>
 
 #include "darwin/code_signing.h"
 #include "host/entry/answer.h"
@@ -62,6 +64,28 @@ host::Errno applicationState(int scope, int action, int policy, int subtype, voi
   return error == host::kAnswered ? host::copyOut(&state, sizeof state, attribute) : error;
 }
 
+// A null address for the reclaimed pages is as good as any: they are then not asked for.
+host::Errno memoryPressure(bool waits, uint32_t seconds, uint32_t *reclaimed, int &wanted) {
+  uint32_t pagesWanted = 0;
+  uint32_t pagesReclaimed = 0;
+  const host::Errno error =
+      host::machine().memoryPressure(waits, seconds, pagesWanted, pagesReclaimed);
+  if (error != host::kAnswered) return error;
+  if (reclaimed != nullptr) *reclaimed = pagesReclaimed;
+  wanted = static_cast<int>(std::min<uint32_t>(pagesWanted, std::numeric_limits<int>::max()));
+  return host::kAnswered;
+}
+
+int pressureMonitor(va_list arguments) {
+  const int waits = va_arg(arguments, int);
+  const uint32_t seconds = va_arg(arguments, uint32_t);
+  uint32_t *reclaimed = va_arg(arguments, uint32_t *);
+  int wanted = 0;
+  const host::Errno error =
+      host::guarded([&] { return memoryPressure(waits != 0, seconds, reclaimed, wanted); });
+  return libraryAnswer(error, wanted, -1);
+}
+
 int processPolicy(va_list arguments) {
   const int scope = va_arg(arguments, int);
   const int action = va_arg(arguments, int);
@@ -82,6 +106,8 @@ int dispatch(long number, va_list arguments) {
   switch (number) {
     case darwin::DARWIN_SYS_csops:
       return codeSigning(arguments);
+    case darwin::DARWIN_SYS_vm_pressure_monitor:
+      return pressureMonitor(arguments);
     case darwin::DARWIN_SYS_process_policy:
       return processPolicy(arguments);
     case darwin::DARWIN_SYS_proc_info:

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "darwin/interfaces.h"
+#include "darwin/socket.h"
 #include "host/entry/answer.h"
 
 namespace host {
@@ -125,6 +128,71 @@ Errno readArguments(pid_t pid, void *old, size_t *oldlen) {
   });
 }
 
+// The interface list: a message for each, with its name behind it.
+constexpr int kInterfacesName[] = {
+    darwin::DARWIN_CTL_NET, darwin::DARWIN_AF_ROUTE, 0, 0, darwin::DARWIN_NET_RT_IFLIST2, 0};
+constexpr size_t kLongestInterfaceName = 15;
+
+void append(const void *bytes, size_t size, std::vector<uint8_t> &list) {
+  const auto *first = static_cast<const uint8_t *>(bytes);
+  list.insert(list.end(), first, first + size);
+}
+
+void appendInterface(const NetworkInterface &interface, std::vector<uint8_t> &list) {
+  const size_t nameLength = std::min(interface.name.size(), kLongestInterfaceName);
+  darwin::sockaddr_dl address{};
+  const size_t addressSize =
+      std::max(sizeof address, (offsetof(darwin::sockaddr_dl, sdl_data) + nameLength + 3) / 4 * 4);
+  address.sdl_len = static_cast<uint8_t>(addressSize);
+  address.sdl_family = darwin::DARWIN_AF_LINK;
+  address.sdl_index = interface.index;
+  address.sdl_type = interface.type;
+  address.sdl_nlen = static_cast<uint8_t>(nameLength);
+
+  darwin::if_msghdr2 message{};
+  message.ifm_msglen = static_cast<uint16_t>(sizeof message + addressSize);
+  message.ifm_version = darwin::RTM_VERSION;
+  message.ifm_type = darwin::RTM_IFINFO2;
+  message.ifm_addrs = darwin::RTA_IFP;
+  message.ifm_flags = static_cast<int32_t>(interface.flags);
+  message.ifm_index = interface.index;
+  message.ifm_data.ifi_type = interface.type;
+  message.ifm_data.ifi_mtu = interface.mtu;
+  message.ifm_data.ifi_baudrate = interface.speed;
+  message.ifm_data.ifi_ipackets = interface.receivedPackets;
+  message.ifm_data.ifi_ierrors = interface.receivedErrors;
+  message.ifm_data.ifi_opackets = interface.sentPackets;
+  message.ifm_data.ifi_oerrors = interface.sentErrors;
+  message.ifm_data.ifi_collisions = interface.collisions;
+  message.ifm_data.ifi_ibytes = interface.receivedBytes;
+  message.ifm_data.ifi_obytes = interface.sentBytes;
+  message.ifm_data.ifi_imcasts = interface.receivedMulticasts;
+  message.ifm_data.ifi_iqdrops = interface.droppedOnInput;
+
+  const size_t end = list.size() + message.ifm_msglen;
+  append(&message, sizeof message, list);
+  append(&address, offsetof(darwin::sockaddr_dl, sdl_data), list);
+  append(interface.name.data(), nameLength, list);
+  list.resize(end);
+}
+
+Errno readInterfaces(void *old, size_t *oldlen) {
+  return guarded([&]() -> Errno {
+    std::vector<NetworkInterface> interfaces;
+    const Errno error = machine().interfaces(interfaces);
+    if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
+    if (error != kAnswered) return error;
+    std::vector<uint8_t> list;
+    for (const NetworkInterface &interface : interfaces) appendInterface(interface, list);
+    if (old != nullptr) {
+      if (oldlen == nullptr || *oldlen < list.size()) return darwin::DARWIN_ENOMEM;
+      if (!list.empty()) std::memcpy(old, list.data(), list.size());
+    }
+    if (oldlen != nullptr) *oldlen = list.size();
+    return kAnswered;
+  });
+}
+
 Errno readByNumbers(const int *name, unsigned int count, void *old, size_t *oldlen,
                     const void *newp) {
   if (count < kFewestNumbers || count > kMostNumbers) return darwin::DARWIN_EINVAL;
@@ -133,6 +201,11 @@ Errno readByNumbers(const int *name, unsigned int count, void *old, size_t *oldl
       std::equal(std::begin(kArgumentsName), std::end(kArgumentsName), name)) {
     if (newp != nullptr) return darwin::DARWIN_EPERM;
     return readArguments(name[std::size(kArgumentsName)], old, oldlen);
+  }
+  if (count == std::size(kInterfacesName) &&
+      std::equal(std::begin(kInterfacesName), std::end(kInterfacesName), name)) {
+    if (newp != nullptr) return darwin::DARWIN_EPERM;
+    return readInterfaces(old, oldlen);
   }
   const Variable *variable = findVariable([name, count](const Variable &row) {
     return count == std::size(row.numbers) && std::equal(name, name + count, row.numbers);

@@ -21,8 +21,8 @@
 #include "darwin/errors.h"
 #include "darwin/file_flags.h"
 #include "darwin/kqueue.h"
-#include "darwin/signals.h"
 #include "host/copy_text.h"
+#include "host/linux/signals.h"
 
 namespace host::linux_machine {
 namespace {
@@ -268,37 +268,6 @@ std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &fi
   return path;
 }
 
-// 0 for a signal that Darwin does not have.
-int darwinSignal(int signal) {
-  switch (signal) {
-    case SIGBUS:
-      return darwin::DARWIN_SIGBUS;
-    case SIGSYS:
-      return darwin::DARWIN_SIGSYS;
-    case SIGURG:
-      return darwin::DARWIN_SIGURG;
-    case SIGSTOP:
-      return darwin::DARWIN_SIGSTOP;
-    case SIGTSTP:
-      return darwin::DARWIN_SIGTSTP;
-    case SIGCONT:
-      return darwin::DARWIN_SIGCONT;
-    case SIGCHLD:
-      return darwin::DARWIN_SIGCHLD;
-    case SIGIO:
-      return darwin::DARWIN_SIGIO;
-    case SIGUSR1:
-      return darwin::DARWIN_SIGUSR1;
-    case SIGUSR2:
-      return darwin::DARWIN_SIGUSR2;
-    case SIGSTKFLT:
-    case SIGPWR:
-      return 0;
-    default:
-      return signal <= SIGWINCH ? signal : 0;
-  }
-}
-
 using Events = std::vector<darwin::kevent_extinfo>;
 
 darwin::kevent_extinfo &addEvent(Events &events, uint64_t ident, int16_t filter) {
@@ -450,14 +419,15 @@ void Descriptors::beginPass() {
   sockets_.beginPass();
 }
 
-Errno Descriptors::list(int processDirectory, size_t limit,
-                        std::vector<darwin::proc_fdinfo> &list) {
+Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
+                        std::vector<uint64_t> *sockets) {
   const FileDescriptor directory(
       openat(processDirectory, "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() < 0) {
     return errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
   }
   list_.clear();
+  inodes_.clear();
   alignas(8) char buffer[16384];
   Link link;
   while (list_.size() < limit) {
@@ -484,6 +454,7 @@ Errno Descriptors::list(int processDirectory, size_t limit,
         // In a listing of this process: what it is read from.
         if (*number == directory.get() && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});
+        if (link.type == darwin::PROX_FDTYPE_SOCKET) inodes_.push_back(link.inode());
       } else if (errno != ENOENT && errno != ESRCH) {
         return failure(errno, processDirectory);
       }
@@ -491,6 +462,7 @@ Errno Descriptors::list(int processDirectory, size_t limit,
   }
   if (list_.empty() && !isAlive(processDirectory)) return darwin::DARWIN_ESRCH;
   list.assign(list_.begin(), list_.end());
+  if (sockets != nullptr) sockets->assign(inodes_.begin(), inodes_.end());
   return kAnswered;
 }
 

@@ -31,8 +31,10 @@ class Descriptors {
   // A new sample begins: the socket tables are read anew when next needed.
   void beginPass();
 
-  // The descriptors in ascending order, at most `limit`. Work and memory are bounded by the limit.
-  Errno list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list);
+  // The descriptors in ascending order, at most `limit`, and the inodes of the sockets among them
+  // where `sockets` is not null. Work and memory are bounded by the limit.
+  Errno list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
+             std::vector<uint64_t> *sockets = nullptr);
 
   // PROX_FDTYPE_*.
   Errno type(int processDirectory, int fd, uint32_t &type);
@@ -76,6 +78,7 @@ class Descriptors {
   uint64_t networkInode_ = 0;
   std::string text_;                       // the last fdinfo read
   std::vector<darwin::proc_fdinfo> list_;  // reused from one listing to the next
+  std::vector<uint64_t> inodes_;
   std::vector<darwin::kevent_extinfo> events_;
 };
 

@@ -61,6 +61,21 @@ bool KnownProcesses::takeLife(int32_t pid) {
   return found != processes_.end() && std::exchange(found->second.isAlive, false);
 }
 
+std::unordered_map<uint64_t, int32_t> KnownProcesses::socketOwners() const {
+  std::unordered_map<uint64_t, int32_t> owners;
+  for (const auto &[pid, process] : processes_) {
+    for (const uint64_t inode : process.sockets) {
+      const auto [entry, isFirst] = owners.try_emplace(inode, pid);
+      if (isFirst) continue;
+      const uint64_t otherStart = processes_.at(entry->second).startTicks;
+      const bool isNewer =
+          process.startTicks != otherStart ? process.startTicks > otherStart : pid > entry->second;
+      if (isNewer) entry->second = pid;
+    }
+  }
+  return owners;
+}
+
 bool KnownProcesses::hasOwnDescriptors(KnownProcess &process, const ProcessStat &stat) {
   // Kernel threads share one table, in which the kernel opens nothing.
   if (stat.isKernelThread()) return true;

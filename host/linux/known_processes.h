@@ -52,6 +52,7 @@ struct KnownProcess {
   bool hasThreads = false;     // `threads` holds them all
 
   // What outlasts running.
+  std::vector<uint64_t> sockets;     // inodes, as of the last listing of descriptors
   std::vector<KnownThread> threads;  // ascending by ID
   std::optional<ExecutableImage> image;
   bool is64Bit = true;
@@ -82,6 +83,9 @@ class KnownProcesses {
   // Whether `pid` was alive at the last look. A look tells so once: who asks again without having
   // looked at the process must find out.
   bool takeLife(int32_t pid);
+
+  // The process that holds each socket, by inode; of several the newest.
+  std::unordered_map<uint64_t, int32_t> socketOwners() const;
 
   // Whether no other process can have changed the descriptors of `process`, as far as its parent
   // and children go.

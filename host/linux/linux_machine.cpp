@@ -4,11 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <utility>
 
 #include "host/linux/clock.h"
+#include "host/linux/process_events.h"
 #include "host/linux/process_figures.h"
+#include "host/linux/signals.h"
 #include "host/posix.h"
 
 namespace host {
@@ -26,7 +29,7 @@ static constexpr std::string_view kVersionArm =
 static constexpr uint64_t kSeccompFilter = 2;
 
 LinuxMachine::LinuxMachine(FileHandle proc)
-    : proc_(std::move(proc)), present_(proc_.get(), known_) {}
+    : proc_(std::move(proc)), present_(proc_.get(), known_), pressure_(proc_.get()) {}
 
 Errno LinuxMachine::kernelName(KernelName &name) {
   new_utsname own{};
@@ -40,12 +43,28 @@ Errno LinuxMachine::kernelName(KernelName &name) {
   return kAnswered;
 }
 
+Errno LinuxMachine::sendSignal(pid_t pid, int signal) {
+  const int number = linuxSignal(signal);
+  if (number == 0 && signal != 0) return darwin::DARWIN_EINVAL;
+  if (__real_kill(pid, number) == 0) return kAnswered;
+  // The only ones that it fails with, and the same for both.
+  return errno == EPERM ? darwin::DARWIN_EPERM : darwin::DARWIN_ESRCH;
+}
+
 bool LinuxMachine::isPrivileged() {
   return __real_geteuid() == 0;
 }
 
+void LinuxMachine::wallClock(darwin::timeval &time) {
+  struct timeval now {};
+  __real_gettimeofday(&now, nullptr);
+  time.tv_sec = now.tv_sec;
+  time.tv_usec = static_cast<int32_t>(now.tv_usec);
+}
+
 bool LinuxMachine::hasEntryPoint(std::string_view name) {
-  return name == "memorystatus_get_level" || name == "proc_pid_rusage";
+  return name == "memorystatus_get_level" || name == "proc_pid_rusage" ||
+         name == "MGCopyAnswerWithError";
 }
 
 // Newest first, as far as numbers tell: they start again from low ones after the highest.
@@ -244,7 +263,7 @@ Errno LinuxMachine::descriptors(pid_t pid, size_t limit, std::vector<darwin::pro
   if (!isKnown || !isOwn) {
     process.descriptors.reset();
     std::vector<darwin::proc_fdinfo> listed;
-    error = descriptors_.list(present_.directory(), limit, listed);
+    error = descriptors_.list(present_.directory(), limit, listed, &process.sockets);
     if (error != kAnswered) return error;
     process.descriptors = std::move(listed);
     process.descriptorLimit = limit;
@@ -325,6 +344,32 @@ Errno LinuxMachine::memoryStatusLevel(unsigned int &level) {
   return figures_.memoryStatusLevel(level);
 }
 
+Errno LinuxMachine::memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
+                                   uint32_t &reclaimed) {
+  return pressure_.ask(waits, seconds, wanted, reclaimed);
+}
+
+Errno LinuxMachine::processEvents(std::unique_ptr<ProcessEvents> &watch) {
+  return LinuxProcessEvents::open(watch);
+}
+
+bool LinuxMachine::hasGestalt() {
+  return true;
+}
+
+Errno LinuxMachine::gestaltAnswer(std::string_view key, GestaltAnswer &answer) {
+  Lock lock(mutex_);
+  std::string text;
+  Errno error = identity_.answer(key, text);
+  if (error == kAnswered) answer = std::move(text);
+  return error;
+}
+
+Errno LinuxMachine::powerStatus(PowerStatus &status) {
+  Lock lock(mutex_);
+  return powerSupply_.read(status);
+}
+
 Errno LinuxMachine::hostBasicInfo(darwin::host_basic_info &info) {
   Lock lock(mutex_);
   uint64_t memory = 0;
@@ -370,6 +415,31 @@ Errno LinuxMachine::loadAverage(darwin::loadavg &averages) {
 Errno LinuxMachine::swapUsage(darwin::xsw_usage &usage) {
   Lock lock(mutex_);
   return figures_.swapUsage(usage);
+}
+
+// There is always room for one more client.
+Errno LinuxMachine::networkStatistics() {
+  return kAnswered;
+}
+
+Errno LinuxMachine::networkSources(std::vector<NetworkSource> &sources) {
+  SocketOwners owners;
+  {
+    Lock lock(mutex_);
+    owners = known_.socketOwners();
+  }
+  Lock lock(networkMutex_);
+  return tcpTotals_.list(owners, sources);
+}
+
+Errno LinuxMachine::interfaces(std::vector<NetworkInterface> &interfaces) {
+  Lock lock(networkMutex_);
+  return interfaces_.list(interfaces);
+}
+
+Errno LinuxMachine::wirelessNetwork(const std::string &interface, WirelessNetwork &network) {
+  Lock lock(networkMutex_);
+  return wireless_.network(interface, network);
 }
 
 }  // namespace linux_machine

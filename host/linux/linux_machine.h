@@ -11,11 +11,17 @@
 
 #include "host/linux/descriptors.h"
 #include "host/linux/host_figures.h"
+#include "host/linux/identity.h"
+#include "host/linux/interfaces.h"
 #include "host/linux/known_processes.h"
 #include "host/linux/memory_status.h"
+#include "host/linux/power_supply.h"
 #include "host/linux/present_process.h"
+#include "host/linux/pressure.h"
 #include "host/linux/processors.h"
 #include "host/linux/procfs.h"
+#include "host/linux/tcp_totals.h"
+#include "host/linux/wireless.h"
 #include "host/machine.h"
 
 namespace host {
@@ -30,6 +36,8 @@ class LinuxMachine final : public Machine {
 
   Errno kernelName(KernelName &name) override;
   bool isPrivileged() override;
+  void wallClock(darwin::timeval &time) override;
+  Errno sendSignal(pid_t pid, int signal) override;
   bool hasEntryPoint(std::string_view name) override;
 
   // Begins a pass: what may be remembered for one only is dropped, and so are processes that are
@@ -64,6 +72,14 @@ class LinuxMachine final : public Machine {
 
   Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &entries) override;
   Errno memoryStatusLevel(unsigned int &level) override;
+  Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
+                       uint32_t &reclaimed) override;
+
+  Errno processEvents(std::unique_ptr<ProcessEvents> &watch) override;
+
+  bool hasGestalt() override;
+  Errno gestaltAnswer(std::string_view key, GestaltAnswer &answer) override;
+  Errno powerStatus(PowerStatus &status) override;
 
   Errno hostBasicInfo(darwin::host_basic_info &info) override;
   Errno virtualMemory(darwin::vm_statistics64 &statistics) override;
@@ -72,6 +88,12 @@ class LinuxMachine final : public Machine {
   Errno bootTime(darwin::timeval &time) override;
   Errno loadAverage(darwin::loadavg &averages) override;
   Errno swapUsage(darwin::xsw_usage &usage) override;
+
+  // TCP sockets with an owner that the caller may look at.
+  Errno networkStatistics() override;
+  Errno networkSources(std::vector<NetworkSource> &sources) override;
+  Errno interfaces(std::vector<NetworkInterface> &interfaces) override;
+  Errno wirelessNetwork(const std::string &interface, WirelessNetwork &network) override;
 
  private:
   using Lock = std::lock_guard<std::mutex>;
@@ -92,8 +114,17 @@ class LinuxMachine final : public Machine {
   PresentProcess present_;
   Descriptors descriptors_;
   MemoryStatus memoryStatus_;
+  Identity identity_;
+  PowerSupply powerSupply_;
   HostFigures figures_;
+  MemoryPressure pressure_;  // has a lock of its own: it is waited in
   Processors processors_;
+
+  // Asked about while a sample is taken: apart, so that neither waits for the other.
+  std::mutex networkMutex_;
+  TcpTotals tcpTotals_;
+  Interfaces interfaces_;
+  Wireless wireless_;
 };
 
 }  // namespace linux_machine

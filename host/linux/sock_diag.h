@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "host/linux/netlink.h"
+
 namespace host::linux_machine {
 
 // The kinds of socket that the kernel lists separately.
@@ -51,43 +53,23 @@ struct DiagSocket {
   uint32_t nameLength = 0;
 };
 
-// How far a listing has come.
-struct DumpProgress {
-  bool done = false;         // the kernel has said that this was all
-  bool interrupted = false;  // the kernel's table changed meanwhile: entries may be missing
-  bool malformed = false;    // what was read breaks the rules of the protocol
-  int error = 0;             // a Linux errno with which the kernel ended the listing
-};
-
 // Parses the messages of one read (any bytes, any alignment), appends the sockets to `sockets` and
 // their names to `names`. Messages with another sequence number are skipped, and so are sockets
 // without an inode, which no descriptor refers to.
 void parseSockets(const uint8_t *bytes, size_t size, SocketSource source, uint32_t sequence,
                   std::vector<DiagSocket> &sockets, std::string &names, DumpProgress &progress);
 
-// The connection to the kernel. Opened when first needed and kept. Not thread-safe.
+// Lists sockets of this network namespace. Not thread-safe.
 class SockDiag {
  public:
-  SockDiag() = default;
-  SockDiag(const SockDiag &) = delete;
-  SockDiag &operator=(const SockDiag &) = delete;
-  ~SockDiag();
-
-  // Appends all sockets of one kind in this network namespace. False, with nothing appended, if the
-  // kernel does not list that kind (asked only once then: each try makes it look for a module) or
-  // did not answer within a second.
+  // Appends all sockets of one kind. False, with nothing appended, if the kernel does not list that
+  // kind (asked only once then: each try makes it look for a module) or did not answer within a
+  // second.
   bool dump(SocketSource source, std::vector<DiagSocket> &sockets, std::string &names);
 
  private:
-  bool connect();
-  void disconnect();
-  bool request(SocketSource source);
-  DumpProgress receive(SocketSource source, std::vector<DiagSocket> &sockets, std::string &names);
-
-  int socket_ = -1;
-  uint32_t sequence_ = 0;
+  NetlinkConnection kernel_{NETLINK_SOCK_DIAG};
   std::bitset<kSocketSources> missing_;
-  std::vector<uint8_t> buffer_;
 };
 
 }  // namespace host::linux_machine

@@ -97,34 +97,6 @@ const Family &familyOf(SocketSource source) {
   return kFamilies[static_cast<size_t>(source)];
 }
 
-int32_t tcpState(uint8_t state) {
-  switch (state) {
-    case TCP_ESTABLISHED:
-      return darwin::TSI_S_ESTABLISHED;
-    case TCP_SYN_SENT:
-      return darwin::TSI_S_SYN_SENT;
-    case TCP_SYN_RECV:
-    case 12:  // the same, before the listener has made a socket of it
-      return darwin::TSI_S_SYN_RECEIVED;
-    case TCP_FIN_WAIT1:
-      return darwin::TSI_S_FIN_WAIT_1;
-    case TCP_FIN_WAIT2:
-      return darwin::TSI_S_FIN_WAIT_2;
-    case TCP_TIME_WAIT:
-      return darwin::TSI_S_TIME_WAIT;
-    case TCP_CLOSE_WAIT:
-      return darwin::TSI_S__CLOSE_WAIT;
-    case TCP_LAST_ACK:
-      return darwin::TSI_S_LAST_ACK;
-    case TCP_LISTEN:
-      return darwin::TSI_S_LISTEN;
-    case TCP_CLOSING:
-      return darwin::TSI_S_CLOSING;
-    default:  // closed, or bound and idle
-      return darwin::TSI_S_CLOSED;
-  }
-}
-
 bool isMapped(const std::array<uint8_t, 16> &address) {
   constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
   return memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
@@ -224,6 +196,34 @@ void fillFamily(SocketSource source, int32_t type, int32_t protocol, darwin::soc
 }
 
 }  // namespace
+
+int32_t tcpState(uint8_t state) {
+  switch (state) {
+    case TCP_ESTABLISHED:
+      return darwin::TSI_S_ESTABLISHED;
+    case TCP_SYN_SENT:
+      return darwin::TSI_S_SYN_SENT;
+    case TCP_SYN_RECV:
+    case 12:  // the same, before the listener has made a socket of it
+      return darwin::TSI_S_SYN_RECEIVED;
+    case TCP_FIN_WAIT1:
+      return darwin::TSI_S_FIN_WAIT_1;
+    case TCP_FIN_WAIT2:
+      return darwin::TSI_S_FIN_WAIT_2;
+    case TCP_TIME_WAIT:
+      return darwin::TSI_S_TIME_WAIT;
+    case TCP_CLOSE_WAIT:
+      return darwin::TSI_S__CLOSE_WAIT;
+    case TCP_LAST_ACK:
+      return darwin::TSI_S_LAST_ACK;
+    case TCP_LISTEN:
+      return darwin::TSI_S_LISTEN;
+    case TCP_CLOSING:
+      return darwin::TSI_S_CLOSING;
+    default:  // closed, or bound and idle
+      return darwin::TSI_S_CLOSED;
+  }
+}
 
 // The kernel walks a large table to list multipath connections, whether there are any or not: the
 // counts of protocols are had for a hundredth of that.

@@ -53,6 +53,9 @@ class SocketTable {
 // protocol has in the kernel ("TCPv6"). False, with nothing changed, for other names.
 bool describeUnbound(std::string_view protocolName, darwin::socket_info &info);
 
+// TSI_S_* of a state that Linux numbers as TCP_*.
+int32_t tcpState(uint8_t state);
+
 // Whether a table like /proc/net/protocols counts sockets of a protocol of that name ("MPTCP"),
 // also where the table can't be made out.
 bool countsSockets(std::string_view protocols, std::string_view name);

@@ -13,6 +13,7 @@ constexpr int DARWIN_AF_UNSPEC = 0;
 constexpr int DARWIN_AF_UNIX = 1;
 constexpr int DARWIN_AF_INET = 2;
 constexpr int DARWIN_AF_ROUTE = 17;
+constexpr int DARWIN_AF_LINK = 18;
 constexpr int DARWIN_AF_NDRV = 27;
 constexpr int DARWIN_AF_INET6 = 30;
 constexpr int DARWIN_AF_SYSTEM = 32;

@@ -95,8 +95,8 @@ TEST_F(Dlsym, EverythingElseIsTheLibrarys) {
 class Syscalls : public EntryTest {};
 
 TEST_F(Syscalls, NumbersThatAreNotAnswered) {
-  for (const long number : {0L, 1L, 39L, static_cast<long>(DARWIN_SYS_vm_pressure_monitor),
-                            static_cast<long>(DARWIN_SYS_stack_snapshot_with_config), -1L}) {
+  for (const long number :
+       {0L, 1L, 39L, static_cast<long>(DARWIN_SYS_stack_snapshot_with_config), -1L}) {
     errno = 0;
     EXPECT_EQ(syscall(number, 1, 0, nullptr), -1);
     EXPECT_EQ(errno, DARWIN_ENOSYS);

@@ -451,7 +451,7 @@ TEST_F(DescriptorsTest, SocketOfAnotherNetworkHasNoFamily) {
   darwin::socket_fdinfo info = {};
   info.psi.soi_family = -1;
   const Errno error = fd >= 0 ? descriptors_.socket(process.get(), fd, info) : kAnswered;
-  kill(child, SIGKILL);
+  __real_kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   ASSERT_EQ(got, static_cast<ssize_t>(sizeof(fd)));
   if (fd < 0) GTEST_SKIP() << "making a network namespace is not allowed here";

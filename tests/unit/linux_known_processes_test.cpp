@@ -1,5 +1,6 @@
 // What is remembered of processes, and the rule that tells whether one has run.
 #include "host/linux/known_processes.h"
+#include "host/posix.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -99,7 +100,7 @@ class Child {
       : pid_(clone(waitForEnd, stack_ + sizeof stack_, flags | SIGCHLD, nullptr)) {}
   ~Child() {
     if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
+    __real_kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
   pid_t pid() const { return pid_; }

@@ -61,12 +61,12 @@ class Child {
 
   void end() {
     if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
+    __real_kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     pid_ = -1;
   }
   void signalAndWait(int number, int options) {
-    ASSERT_EQ(kill(pid_, number), 0);
+    ASSERT_EQ(__real_kill(pid_, number), 0);
     siginfo_t info{};
     ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &info, options | WNOWAIT), 0);
   }
@@ -265,7 +265,7 @@ TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
   })) << "the estimate fades";
   EXPECT_EQ(thread.pth_user_time + thread.pth_system_time, used);
 
-  ASSERT_EQ(kill(child.pid(), SIGCONT), 0);
+  ASSERT_EQ(__real_kill(child.pid(), SIGCONT), 0);
   EXPECT_TRUE(within(kPatience, [&] {
     return machine_->threadInfo(child.pid(), id, thread) == kAnswered && thread.pth_cpu_usage > 0;
   }));

@@ -1,5 +1,6 @@
 // Jetsam bands and limits from Linux's figures, over tables and a made-up tree of control groups.
 #include "host/linux/memory_status.h"
+#include "host/posix.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -192,7 +193,7 @@ TEST(LinuxMemoryStatus, ListsTheLivingLowestBandFirst) {
       EXPECT_EQ(entry.priority, 7);
     }
   }
-  for (pid_t pid : {first, second}) kill(pid, SIGKILL);
+  for (pid_t pid : {first, second}) __real_kill(pid, SIGKILL);
   for (pid_t pid : {first, second, zombie}) waitpid(pid, nullptr, 0);
 }
 
@@ -200,7 +201,7 @@ TEST(LinuxMemoryStatus, OneThatEndedSinceTheLastLookIsInOneMoreList) {
   pid_t pid = startWaiting("300");
   KnownProcesses known;
   known.find(pid, 1).isAlive = true;
-  kill(pid, SIGKILL);
+  __real_kill(pid, SIGKILL);
   siginfo_t ended{};
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT), 0);
 

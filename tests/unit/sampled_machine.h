@@ -57,10 +57,15 @@ class SampledMachine : public host::Machine {
   // By question: what it is refused with.
   std::map<std::string, host::Errno, std::less<>> refusals;
   std::vector<Asked> asked;
+  // Signals that were sent, and to which process.
+  std::vector<std::pair<int32_t, int>> sent;
   // Answers of isPrivileged one after the other; the last one is repeated.
   std::vector<bool> privileges{true};
 
   bool entryPoints = true;  // whether the optional ones are there
+  // Whether there is an identity library; its answer to every key is the key's beginning
+  // in brackets, so that the identity line stays a line.
+  bool gestalt = true;
 
   host::KernelName name;
   std::vector<darwin::memorystatus_priority_entry> entries;
@@ -106,7 +111,15 @@ class SampledMachine : public host::Machine {
     if (privileges.size() > 1) privileges.erase(privileges.begin());
     return answer;
   }
-  bool hasEntryPoint(std::string_view) override { return entryPoints; }
+  bool hasEntryPoint(std::string_view entryPoint) override {
+    return entryPoints || entryPoint == "MGCopyAnswerWithError";
+  }
+  bool hasGestalt() override { return gestalt; }
+  host::Errno gestaltAnswer(std::string_view key, host::GestaltAnswer &out) override {
+    const host::Errno refusal = refusalOf("gestaltAnswer");
+    if (refusal == host::kAnswered) out = "[" + std::string(key.substr(0, 3)) + "]";
+    return refusal;
+  }
   host::Errno kernelName(host::KernelName &out) override { return give("kernelName", out, name); }
 
   host::Errno processIDs(std::vector<int32_t> &out) override {
@@ -160,6 +173,10 @@ class SampledMachine : public host::Machine {
       return host::kAnswered;
     });
     return answer;
+  }
+  host::Errno sendSignal(pid_t pid, int signal) override {
+    sent.emplace_back(pid, signal);
+    return host::kAnswered;
   }
   host::Errno codeSigningFlags(pid_t pid, uint32_t &flags) override {
     return about("codeSigningFlags", pid, 0, [&](Process &p) {

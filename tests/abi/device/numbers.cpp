@@ -11,6 +11,7 @@
   EACH(ESRCH);        \
   EACH(EINTR);        \
   EACH(EIO);          \
+  EACH(ENXIO);        \
   EACH(E2BIG);        \
   EACH(EBADF);        \
   EACH(EDEADLK);      \
@@ -30,6 +31,7 @@
   EACH(EPROTOTYPE);   \
   EACH(ENOTSUP);      \
   EACH(ENOBUFS);      \
+  EACH(EISCONN);      \
   EACH(ENOTCONN);     \
   EACH(ETIMEDOUT);    \
   EACH(ECONNREFUSED); \
@@ -84,6 +86,7 @@
   EACH(AF_UNIX);      \
   EACH(AF_INET);      \
   EACH(AF_ROUTE);     \
+  EACH(AF_LINK);      \
   EACH(AF_NDRV);      \
   EACH(AF_INET6);     \
   EACH(AF_SYSTEM);    \

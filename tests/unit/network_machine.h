@@ -1,0 +1,80 @@
+// A machine with network sources, interfaces and Wi-Fi that a test fills in, also while other
+// threads ask.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "darwin/ntstat.h"
+#include "tests/unit/entry_machine.h"
+
+namespace entry_test {
+
+class NetworkMachine : public EntryMachine {
+ public:
+  host::Errno service = host::kAnswered;
+  host::Errno sourcesRefusal = host::kAnswered;
+  host::Errno interfacesRefusal = host::kAnswered;
+  std::vector<host::NetworkInterface> links;
+  std::map<std::string, host::WirelessNetwork> wireless;
+
+  void setSources(std::vector<host::NetworkSource> sources) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    sources_ = std::move(sources);
+  }
+
+  host::Errno networkStatistics() override { return service; }
+  host::Errno networkSources(std::vector<host::NetworkSource> &out) override {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    errno = kForeignErrno;
+    if (sourcesRefusal == host::kAnswered) out = sources_;
+    return sourcesRefusal;
+  }
+  host::Errno interfaces(std::vector<host::NetworkInterface> &out) override {
+    if (throws) throw std::bad_alloc();
+    errno = kForeignErrno;
+    if (interfacesRefusal == host::kAnswered) out = links;
+    return interfacesRefusal;
+  }
+  host::Errno wirelessNetwork(const std::string &interface, host::WirelessNetwork &out) override {
+    if (throws) throw std::bad_alloc();
+    errno = kForeignErrno;
+    const auto found = wireless.find(interface);
+    if (found == wireless.end()) return darwin::DARWIN_ENXIO;
+    out = found->second;
+    return host::kAnswered;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<host::NetworkSource> sources_;
+};
+
+inline host::NetworkSource makeSource(uint64_t key, int32_t pid, uint64_t received, uint64_t sent,
+                                      uint32_t provider = darwin::NSTAT_PROVIDER_TCP) {
+  host::NetworkSource source;
+  source.key = key;
+  source.provider = provider;
+  source.pid = pid;
+  source.process = "process" + std::to_string(pid);
+  source.receivedBytes = received;
+  source.receivedPackets = received / 100;
+  source.sentBytes = sent;
+  source.sentPackets = sent / 100;
+  return source;
+}
+
+class NetworkTest : public testing::Test {
+ protected:
+  NetworkTest() : before_(host::useMachine(&machine)) { errno = 0; }
+  ~NetworkTest() override { host::useMachine(before_); }
+
+  NetworkMachine machine;
+
+ private:
+  host::Machine *before_;
+};
+
+}  // namespace entry_test
