@@ -40,6 +40,15 @@ const std::array<CallForm, kQuestions> kCallForms = {{
     {"sysctl", "vm.loadavg"},
     {"sysctl", "vm.swapusage"},
     {"sysctl", "kern.procargs2"},
+    {"sysctl", "net.route.iflist2"},
+    {"ioctl", "SIOCGA80211"},
+    {"ntstat", "connect"},
+    {"ntstat", "sources"},
+    {"MGCopyAnswerWithError", ""},
+    {"IOPSCopyPowerSourcesInfo", ""},
+    {"vm_pressure_monitor", ""},
+    {"kqueue", ""},
+    {"kill", ""},
 }};
 
 QuestionSet questionsOf(std::string_view call, std::string_view form) {

@@ -47,8 +47,17 @@ enum class Question : uint8_t {
   loadAverage,
   swapUsage,
   arguments,
+  interfaces,
+  wirelessNetwork,
+  networkStatistics,
+  networkSources,
+  gestaltAnswer,
+  powerStatus,
+  memoryPressure,
+  processEvents,
+  sendSignal,
 };
-inline constexpr size_t kQuestions = static_cast<size_t>(Question::arguments) + 1;
+inline constexpr size_t kQuestions = static_cast<size_t>(Question::sendSignal) + 1;
 
 // One bit for each question.
 using QuestionSet = uint64_t;

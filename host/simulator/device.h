@@ -269,6 +269,9 @@ struct Descriptor {
   // chooses. Sockets, pipes.
   uint64_t handle = 0;
   uint64_t peer = 0;
+  // What the network statistics tell a socket with traffic by; the device numbers them. Forks share
+  // it.
+  uint64_t sourceKey = 0;
   std::variant<File, Socket, NamedSemaphore, SharedMemory, PipeEnd, EventQueue, Channel, Opaque>
       object;
 };
@@ -477,6 +480,9 @@ struct Device {
   std::string name;
   Kernel kernel;
   DeviceClock clock;
+  // Whether those that wait beside the samples are told anything: network statistics of sources,
+  // and who waits for memory pressure of that.
+  bool tellsInBackground = true;
   uint32_t caller = 0;  // effective user of the program: 0 is root
   Hardware hardware;
   Memory memory;

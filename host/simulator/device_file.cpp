@@ -31,7 +31,8 @@ constexpr double kLargestLoad = 1e6;
 // Of an idle processor, in millionths of a tick each second.
 constexpr int64_t kIdleGrowth = 100 * kMillion;
 
-constexpr Word kEntryPoints[] = {{"memorystatus_get_level", 1}, {"proc_pid_rusage", 2}};
+constexpr Word kEntryPoints[] = {
+    {"memorystatus_get_level", 1}, {"proc_pid_rusage", 2}, {"MGCopyAnswerWithError", 4}};
 constexpr Word kClockModes[] = {{"wall", 0}, {"stepped", 1}};
 constexpr Word kInterfaceTypes[] = {
     {"ethernet", 6}, {"point-to-point", 23}, {"loopback", 24}, {"cellular", 255}};
@@ -284,7 +285,9 @@ GestaltValue readAnswer(const Field &field) {
     field.fail("a text, a number, a flag or { error = NUMBER }");
   TableReader reader(field);
   Refusal refusal;
-  refusal.error = reader.require("error", "a number").number<int32_t>();
+  const Field error = reader.require("error", "a number");
+  refusal.error = error.number<int32_t>();
+  if (refusal.error == 0) error.fail("a number other than 0");
   reader.finish();
   return refusal;
 }
@@ -324,6 +327,7 @@ void readDevice(Loading &loading, const TomlTable &table) {
   const Field events = reader.find("event");
   reader.text("name", device.name, kLongestText);
   reader.number("caller", device.caller);
+  reader.flag("background", device.tellsInBackground);
   reader.finish();
 
   if (kernel) readKernel(kernel, device.kernel);

@@ -1,8 +1,14 @@
 #include "host/simulator/device_state.h"
 
+#include <limits>
 #include <stdexcept>
 #include <utility>
 #include <variant>
+#include <vector>
+
+#include "darwin/kqueue.h"
+#include "darwin/signals.h"
+#include "host/simulator/signals.h"
 
 namespace host::simulator {
 
@@ -68,10 +74,10 @@ void DeviceState::end(const Ending &ending, Nanoseconds now) {
   if (process == nullptr || process->isZombie()) return;
   switch (ending.of) {
     case Ending::Of::process:
-      processes_.end(*process, 0, false, now);
+      endProcess(*process, 0, false, now);
       break;
     case Ending::Of::stop:
-      if (process->stops() == ending.instance) process->resume(now);
+      if (process->stops() == ending.instance) resume(*process, now);
       break;
     case Ending::Of::descriptor:
       if (process->openingOf(ending.number) == ending.instance) {
@@ -90,21 +96,103 @@ RunningProcess *DeviceState::findLive(int32_t pid) {
   return process != nullptr && !process->isZombie() ? process : nullptr;
 }
 
+void DeviceState::tell(const RunningProcess &process, uint32_t note) {
+  watches_.tell(process.pid(), process.life(), note);
+}
+
+// What a process asked the power management for goes with it.
+void DeviceState::endProcess(RunningProcess &process, uint32_t status, bool staysZombie,
+                             Nanoseconds now) {
+  if (!process.isZombie()) {
+    tell(process, darwin::NOTE_EXIT);
+    if (device_.power && device_.power->assertions) {
+      device_.power->assertions->erase(process.pid());
+    }
+  }
+  processes_.end(process, status, staysZombie, now);
+}
+
+void DeviceState::resume(RunningProcess &process, Nanoseconds now) {
+  process.resume(now);
+  const int kept = process.keptSignal();
+  if (kept != 0) endProcess(process, static_cast<uint32_t>(kept), false, now);
+}
+
+// Nothing but SIGKILL reaches a process that stands still. A process that a signal ends does not
+// stay a zombie: its parent waits for it.
+void DeviceState::deliver(RunningProcess &process, int signal, Nanoseconds now) {
+  if (ignoresSignals(process.description())) return;
+  switch (effectOf(signal)) {
+    case SignalEffect::none:
+      break;
+    case SignalEffect::stop:
+      process.stop(now);
+      break;
+    case SignalEffect::resume:
+      resume(process, now);
+      break;
+    case SignalEffect::end:
+      if (process.isStopped() && signal != darwin::DARWIN_SIGKILL) {
+        process.keepSignal(signal);
+      } else {
+        endProcess(process, static_cast<uint32_t>(signal), false, now);
+      }
+      break;
+  }
+}
+
+Errno DeviceState::signal(int32_t pid, int signal, Nanoseconds now) {
+  if (signal < 0 || signal > kLargestSignal) return darwin::DARWIN_EINVAL;
+  // The group of the program itself, which is none of the device's; the kernel's PID means that.
+  if (pid == 0) return darwin::DARWIN_EPERM;
+  if (pid == -1) return signalSeveral(std::nullopt, signal, now);
+  if (pid == std::numeric_limits<int32_t>::min()) return darwin::DARWIN_ESRCH;
+  if (pid < 0) return signalSeveral(-pid, signal, now);
+  RunningProcess *process = processes_.find(pid);
+  if (process == nullptr) return darwin::DARWIN_ESRCH;
+  if (process->isZombie()) return kAnswered;
+  if (!maySignal(device_.caller, process->description(), signal)) return darwin::DARWIN_EPERM;
+  deliver(*process, signal, now);
+  return kAnswered;
+}
+
+// To all processes if there is no group.
+Errno DeviceState::signalSeveral(std::optional<int32_t> group, int signal, Nanoseconds now) {
+  bool exists = !group;
+  std::vector<RunningProcess *> reached;
+  for (const std::unique_ptr<RunningProcess> &process : processes_.inStartOrder()) {
+    const Process &description = process->description();
+    if (group && description.group.value_or(process->pid()) != *group) continue;
+    exists = true;
+    if (isReachedInGroup(description) && maySignal(device_.caller, description, signal)) {
+      reached.push_back(process.get());
+    }
+  }
+  if (!exists) return darwin::DARWIN_ESRCH;
+  // One that ends takes no other one with it.
+  for (RunningProcess *process : reached) deliver(*process, signal, now);
+  return reached.empty() ? darwin::DARWIN_EPERM : kAnswered;
+}
+
+// To start a process, its parent forks.
 void DeviceState::happen(const StartProcess &start, Nanoseconds now, Lasting lasts) {
   const RunningProcess *process = processes_.start(start.process, now);
   if (process == nullptr) return;
+  const RunningProcess *parent = findLive(process->description().parent);
+  if (parent != nullptr) tell(*parent, darwin::NOTE_FORK);
   endLater({Ending::Of::process, process->pid(), process->life()}, now, lasts);
 }
 
 // A zombie that exits is one that its parent has waited for.
 void DeviceState::happen(const ExitProcess &exit, Nanoseconds now, Lasting) {
   RunningProcess *process = processes_.find(exit.pid);
-  if (process != nullptr) processes_.end(*process, exit.status, exit.staysZombie, now);
+  if (process != nullptr) endProcess(*process, exit.status, exit.staysZombie, now);
 }
 
 void DeviceState::happen(const ForkProcess &fork, Nanoseconds now, Lasting) {
   const RunningProcess *parent = findLive(fork.pid);
-  if (parent != nullptr) processes_.fork(*parent, fork.child, now);
+  if (parent == nullptr || processes_.fork(*parent, fork.child, now) == nullptr) return;
+  tell(*parent, darwin::NOTE_FORK);
 }
 
 void DeviceState::happen(const ExecProcess &exec, Nanoseconds, Lasting) {
@@ -116,6 +204,7 @@ void DeviceState::happen(const ExecProcess &exec, Nanoseconds, Lasting) {
   if (!exec.path.empty()) description.path = exec.path;
   description.arguments = exec.arguments;
   description.flags |= darwin::PROC_FLAG_EXEC;
+  tell(*process, darwin::NOTE_EXEC);
 }
 
 void DeviceState::happen(const StopProcess &stop, Nanoseconds now, Lasting lasts) {
@@ -125,9 +214,9 @@ void DeviceState::happen(const StopProcess &stop, Nanoseconds now, Lasting lasts
   endLater({Ending::Of::stop, stop.pid, process->life(), 0, instance}, now, lasts);
 }
 
-void DeviceState::happen(const ContinueProcess &resume, Nanoseconds now, Lasting) {
-  RunningProcess *process = findLive(resume.pid);
-  if (process != nullptr) process->resume(now);
+void DeviceState::happen(const ContinueProcess &proceed, Nanoseconds now, Lasting) {
+  RunningProcess *process = findLive(proceed.pid);
+  if (process != nullptr) resume(*process, now);
 }
 
 void DeviceState::happen(const ChangeProcess &change, Nanoseconds now, Lasting) {
@@ -170,12 +259,7 @@ void DeviceState::happen(const CloseDescriptor &close, Nanoseconds, Lasting) {
 
 // A device that does not tell the level does not begin to.
 void DeviceState::happen(const RaisePressure &pressure, Nanoseconds now, Lasting) {
-  LastPressure last;
-  last.at = now;
-  last.times = lastPressure_ ? lastPressure_->times + 1 : 1;
-  last.wantedPages = pressure.wantedPages;
-  last.reclaimedPages = pressure.reclaimedPages;
-  lastPressure_ = last;
+  pressure_.add(now, pressure.wantedPages, pressure.reclaimedPages);
   if (pressure.level && device_.memoryLevel) device_.memoryLevel = Figure(*pressure.level);
 }
 

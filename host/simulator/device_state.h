@@ -9,6 +9,7 @@
 #include "host/simulator/machine_clock.h"
 #include "host/simulator/pressure.h"
 #include "host/simulator/process_table.h"
+#include "host/simulator/process_watches.h"
 #include "host/simulator/timeline.h"
 
 namespace host::simulator {
@@ -31,7 +32,13 @@ class DeviceState {
   const Device &device() const { return device_; }
   ProcessTable &processes() { return processes_; }
   const Faults &faults() const { return faults_; }
-  const std::optional<LastPressure> &lastPressure() const { return lastPressure_; }
+  PressureRecord &pressure() { return pressure_; }
+  ProcessWatches &watches() { return watches_; }
+  // When something happens next by itself; nothing if that is never.
+  std::optional<Nanoseconds> nextDue() const { return timeline_.nextDue(); }
+
+  // As Machine::sendSignal.
+  Errno signal(int32_t pid, int signal, Nanoseconds now);
 
  private:
   using Lasting = std::optional<Nanoseconds>;
@@ -39,13 +46,20 @@ class DeviceState {
   void end(const Ending &ending, Nanoseconds now);
   void endLater(const Ending &ending, Nanoseconds now, Lasting lasts);
   RunningProcess *findLive(int32_t pid);
+  void tell(const RunningProcess &process, uint32_t note);
+  // The process is gone then, or a zombie.
+  void endProcess(RunningProcess &process, uint32_t status, bool staysZombie, Nanoseconds now);
+  // One that a signal waits for may be gone then.
+  void resume(RunningProcess &process, Nanoseconds now);
+  Errno signalSeveral(std::optional<int32_t> group, int signal, Nanoseconds now);
+  void deliver(RunningProcess &process, int signal, Nanoseconds now);
 
   void happen(const StartProcess &start, Nanoseconds now, Lasting lasts);
   void happen(const ExitProcess &exit, Nanoseconds now, Lasting lasts);
   void happen(const ForkProcess &fork, Nanoseconds now, Lasting lasts);
   void happen(const ExecProcess &exec, Nanoseconds now, Lasting lasts);
   void happen(const StopProcess &stop, Nanoseconds now, Lasting lasts);
-  void happen(const ContinueProcess &resume, Nanoseconds now, Lasting lasts);
+  void happen(const ContinueProcess &proceed, Nanoseconds now, Lasting lasts);
   void happen(const ChangeProcess &change, Nanoseconds now, Lasting lasts);
   void happen(const OpenDescriptor &open, Nanoseconds now, Lasting lasts);
   void happen(const CloseDescriptor &close, Nanoseconds now, Lasting lasts);
@@ -58,7 +72,8 @@ class DeviceState {
   ProcessTable processes_;
   Timeline timeline_;
   Faults faults_;
-  std::optional<LastPressure> lastPressure_;
+  PressureRecord pressure_;
+  ProcessWatches watches_;
 };
 
 }  // namespace host::simulator

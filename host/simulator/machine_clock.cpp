@@ -5,6 +5,7 @@
 namespace host::simulator {
 
 static constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+static constexpr int64_t kNanosecondsPerMicrosecond = 1000;
 
 MachineClock::MachineClock(const DeviceClock &clock)
     : clock_(clock),
@@ -22,6 +23,21 @@ Wide MachineClock::sinceEpoch(Nanoseconds moment) const {
 
 int64_t MachineClock::timeOfDay() const {
   return saturate<int64_t>(Wide{start_} + now().count() / kNanosecondsPerSecond);
+}
+
+darwin::timeval MachineClock::wallTime(Nanoseconds moment) const {
+  darwin::timeval time{};
+  time.tv_sec = saturate<int64_t>(Wide{start_} + moment.count() / kNanosecondsPerSecond);
+  time.tv_usec =
+      static_cast<int32_t>(moment.count() % kNanosecondsPerSecond / kNanosecondsPerMicrosecond);
+  return time;
+}
+
+std::optional<std::chrono::steady_clock::time_point> MachineClock::timeOf(
+    Nanoseconds moment) const {
+  if (clock_.isStepped) return std::nullopt;
+  return std::chrono::steady_clock::time_point{
+      addSaturating(startedAt_.time_since_epoch(), moment)};
 }
 
 void MachineClock::beginSample() {

@@ -3,7 +3,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
+#include "darwin/sysctl.h"
 #include "host/simulator/device.h"
 #include "host/simulator/wide.h"
 
@@ -18,8 +20,12 @@ class MachineClock {
   Nanoseconds now() const;
   // Seconds since the epoch.
   int64_t timeOfDay() const;
+  // A moment from the start on as seconds since the epoch, and microseconds.
+  darwin::timeval wallTime(Nanoseconds moment) const;
   // A moment of the device in nanoseconds since the epoch; it may lie before the start.
   Wide sinceEpoch(Nanoseconds moment) const;
+  // When `moment` comes by itself, by the clock of the program; nothing for a stepped clock.
+  std::optional<std::chrono::steady_clock::time_point> timeOf(Nanoseconds moment) const;
 
   // A stepped clock moves on, but stands at the start for the first sample.
   void beginSample();

@@ -80,10 +80,17 @@ int32_t ProcessTable::choosePid() {
   return pid;
 }
 
+void ProcessTable::enter(Descriptor &descriptor) {
+  peers_.add(descriptor);
+  const Socket *socket = std::get_if<Socket>(&descriptor.object);
+  const bool hasTraffic = socket != nullptr && socket->traffic;
+  if (hasTraffic && descriptor.sourceKey == 0) descriptor.sourceKey = ++lastSourceKey_;
+}
+
 RunningProcess &ProcessTable::add(Process description, Nanoseconds startedAt) {
   auto process = std::make_unique<RunningProcess>(std::move(description), lastLife_ + 1, startedAt);
   RunningProcess &added = *process;
-  for (Descriptor &descriptor : added.description().descriptors) peers_.add(descriptor);
+  for (Descriptor &descriptor : added.description().descriptors) enter(descriptor);
   processes_.push_back(std::move(process));
   byPid_[added.pid()] = &added;
   include(added.description());
@@ -172,7 +179,7 @@ const Descriptor *ProcessTable::open(RunningProcess &process, Descriptor descrip
   if (process.isZombie() || !hasRoomFor({0, 1, 0})) return nullptr;
   Descriptor *opened = process.open(std::move(descriptor), now);
   if (opened == nullptr) return nullptr;
-  peers_.add(*opened);
+  enter(*opened);
   ++held_.descriptors;
   return opened;
 }

@@ -54,6 +54,7 @@ class ProcessTable {
   void exclude(const Process &process);
   int32_t choosePid();
   RunningProcess &add(Process description, Nanoseconds startedAt);
+  void enter(Descriptor &descriptor);
   void dropHoldings(RunningProcess &process);
 
   std::vector<std::unique_ptr<RunningProcess>> processes_;  // by life
@@ -62,6 +63,7 @@ class ProcessTable {
   uint64_t lastLife_ = 0;
   ThreadIDs threadIDs_;
   Peers peers_;
+  uint64_t lastSourceKey_ = 0;
   Sizes held_;
 };
 

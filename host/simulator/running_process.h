@@ -43,6 +43,9 @@ class RunningProcess {
   uint64_t stop(Nanoseconds now);
   void resume(Nanoseconds now);
   uint64_t stops() const { return stops_; }
+  // A signal that it gets once it goes on; 0 for none.
+  void keepSignal(int signal) { keptSignal_ = signal; }
+  int keptSignal() const { return keptSignal_; }
   // It becomes a zombie, and holds nothing any more.
   void end(uint32_t status, Nanoseconds now);
 
@@ -95,6 +98,7 @@ class RunningProcess {
   std::optional<Nanoseconds> stands_;  // what its own clock shows while that stands still
   uint32_t statusBeforeStop_ = darwin::SRUN;
   uint64_t stops_ = 0;
+  int keptSignal_ = 0;
 
   // Ascending; all but the kernel's handles are unique.
   std::vector<ThreadKey> handles_;

@@ -2,17 +2,21 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <iterator>
 #include <mutex>
 #include <ranges>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/simulator/calls.h"
 #include "host/simulator/descriptor_answers.h"
 #include "host/simulator/device_state.h"
 #include "host/simulator/host_answers.h"
+#include "host/simulator/network_answers.h"
 #include "host/simulator/process_answers.h"
 #include "host/simulator/time_base.h"
 
@@ -22,7 +26,15 @@ namespace {
 
 constexpr uint32_t kRoot = 0;
 constexpr uint64_t kWholePercent = 100;
-constexpr std::string_view kOptionalEntryPoints[] = {"memorystatus_get_level", "proc_pid_rusage"};
+constexpr std::string_view kGestalt = "MGCopyAnswerWithError";
+constexpr std::string_view kOptionalEntryPoints[] = {"memorystatus_get_level", "proc_pid_rusage",
+                                                     kGestalt};
+
+using RealClock = std::chrono::steady_clock;
+using Deadline = std::optional<RealClock::time_point>;
+
+// How a wait came to its end.
+enum class Waited : uint8_t { happened, timeUp, machineGone };
 
 // Which processes a question may be about. Root's may be about all.
 enum class Access : uint8_t {
@@ -35,6 +47,31 @@ Errno takeText(const std::string &from, Errno ifEmpty, std::string &to) {
   if (from.empty()) return ifEmpty;
   to = from;
   return kAnswered;
+}
+
+Errno giveAnswer(const GestaltValue &value, GestaltAnswer &answer) {
+  if (const Refusal *refusal = std::get_if<Refusal>(&value)) {
+    return refusal->error != kAnswered ? refusal->error : darwin::DARWIN_ENOENT;
+  }
+  if (const std::string *text = std::get_if<std::string>(&value)) {
+    answer = *text;
+  } else if (const int64_t *number = std::get_if<int64_t>(&value)) {
+    answer = *number;
+  } else {
+    answer = std::get<bool>(value);
+  }
+  return kAnswered;
+}
+
+PowerStatus statusOf(const Power &power) {
+  PowerStatus status;
+  status.sources.emplace();
+  for (const PowerSource &source : power.sources) {
+    status.sources->push_back({source.capacity, source.state, source.isCharging});
+  }
+  status.secondsRemaining = power.secondsRemaining;
+  status.assertions = power.assertions;
+  return status;
 }
 
 std::vector<uint64_t> numbersOf(const RunningProcess &process, uint64_t Thread::*number) {
@@ -52,6 +89,13 @@ class SimulatedMachine::State {
  public:
   explicit State(Device device) : device_(std::move(device)), timeBase_(device_.device().kernel) {}
 
+  // The machine goes: all waits end.
+  void leave() {
+    const std::lock_guard lock(mutex_);
+    isLeft_ = true;
+    wake();
+  }
+
   const TimeBase &timeBase() const { return timeBase_; }
   // Of what never changes.
   const Device &description() const { return device_.device(); }
@@ -64,10 +108,55 @@ class SimulatedMachine::State {
     return look(device_, now);
   }
 
+  // Lets all waits look again: after all that may change what they wait for, or until when.
+  void wake() { changed_.notify_all(); }
+
+  void watch(ProcessWatch &watch) {
+    const std::lock_guard lock(mutex_);
+    device_.watches().add(watch);
+  }
+  void unwatch(const ProcessWatch &watch) {
+    const std::lock_guard lock(mutex_);
+    device_.watches().remove(watch);
+  }
+
+  // Waits until `hasHappened(device)`, then calls `take(device)`. The lock is free meanwhile.
+  template <typename HasHappened, typename Take>
+  Waited wait(Deadline deadline, HasHappened &&hasHappened, Take &&take) {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      if (isLeft_) return Waited::machineGone;
+      device_.catchUp();
+      if (hasHappened(device_)) {
+        take(device_);
+        return Waited::happened;
+      }
+      if (deadline && RealClock::now() >= *deadline) return Waited::timeUp;
+      Deadline next;
+      if (const std::optional<Nanoseconds> due = device_.nextDue()) {
+        next = device_.clock().timeOf(*due);
+      }
+      if (deadline && (!next || *deadline < *next)) next = deadline;
+      if (next) {
+        changed_.wait_until(lock, *next);
+      } else {
+        changed_.wait(lock);
+      }
+    }
+  }
+
   // `answer(device, now)` answers unless the question is to fail.
   template <typename Answer>
   Errno ask(Question question, Answer &&answer) {
     return ask(question, std::nullopt, std::forward<Answer>(answer));
+  }
+  template <typename Answer>
+  Errno ask(Question question, std::optional<int32_t> pid, Answer &&answer) {
+    const std::lock_guard lock(mutex_);
+    const Nanoseconds now = device_.catchUp();
+    counts_.add(question);
+    const Errno fault = device_.faults().find(question, pid, now);
+    return fault != kAnswered ? fault : answer(device_, now);
   }
 
   // `answer(process, device, now)`.
@@ -111,34 +200,72 @@ class SimulatedMachine::State {
     const std::lock_guard lock(mutex_);
     device_.clock().advance(by);
     device_.catchUp();
+    wake();
   }
 
   void beginSample() {
     const std::lock_guard lock(mutex_);
     device_.clock().beginSample();
     device_.catchUp();
+    wake();
   }
 
  private:
-  template <typename Answer>
-  Errno ask(Question question, std::optional<int32_t> pid, Answer &&answer) {
-    const std::lock_guard lock(mutex_);
-    const Nanoseconds now = device_.catchUp();
-    counts_.add(question);
-    const Errno fault = device_.faults().find(question, pid, now);
-    return fault != kAnswered ? fault : answer(device_, now);
-  }
-
   mutable std::mutex mutex_;
+  // What comes by itself, with the clock on the wall, wakes nobody: a wait knows when it is due.
+  std::condition_variable changed_;
+  bool isLeft_ = false;
   DeviceState device_;
   const TimeBase timeBase_;
   QuestionCounts counts_;
 };
 
-SimulatedMachine::SimulatedMachine(Device device)
-    : state_(std::make_unique<State>(std::move(device))) {}
+// Keeps what it asks alive.
+class SimulatedMachine::Watch final : public ProcessEvents {
+ public:
+  explicit Watch(std::shared_ptr<State> state) : state_(std::move(state)) {
+    state_->watch(watched_);
+  }
+  ~Watch() override { state_->unwatch(watched_); }
 
-SimulatedMachine::~SimulatedMachine() = default;
+  Errno watch(pid_t pid) override {
+    return state_->look([&](DeviceState &device, Nanoseconds) -> Errno {
+      const RunningProcess *process = device.processes().find(pid);
+      if (process == nullptr || process->isZombie()) return darwin::DARWIN_ESRCH;
+      watched_.begin(pid, process->life());
+      return kAnswered;
+    });
+  }
+
+  void unwatch(pid_t pid) override {
+    state_->look([&](DeviceState &, Nanoseconds) { watched_.end(pid); });
+  }
+
+  Errno wait(std::optional<std::chrono::nanoseconds> timeout,
+             std::vector<ProcessEvent> &events) override {
+    events.clear();
+    Deadline deadline;
+    if (timeout) {
+      deadline =
+          RealClock::time_point{addSaturating(RealClock::now().time_since_epoch(), *timeout)};
+    }
+    const Waited waited = state_->wait(
+        deadline, [&](DeviceState &) { return !watched_.happened.empty(); },
+        [&](DeviceState &) { events = std::exchange(watched_.happened, {}); });
+    return waited == Waited::machineGone ? darwin::DARWIN_EBADF : kAnswered;
+  }
+
+ private:
+  std::shared_ptr<State> state_;
+  ProcessWatch watched_;  // under the lock of the state
+};
+
+SimulatedMachine::SimulatedMachine(Device device)
+    : state_(std::make_shared<State>(std::move(device))) {}
+
+SimulatedMachine::~SimulatedMachine() {
+  state_->leave();
+}
 
 Nanoseconds SimulatedMachine::now() const {
   return state_->now();
@@ -150,6 +277,7 @@ void SimulatedMachine::advance(Nanoseconds by) {
 
 void SimulatedMachine::happen(const Action &action, std::optional<Nanoseconds> lasts) {
   state_->look([&](DeviceState &device, Nanoseconds now) { device.perform(action, now, lasts); });
+  state_->wake();
 }
 
 size_t SimulatedMachine::callsOf(std::string_view call) const {
@@ -157,7 +285,7 @@ size_t SimulatedMachine::callsOf(std::string_view call) const {
 }
 
 std::optional<LastPressure> SimulatedMachine::lastPressure() {
-  return state_->look([](DeviceState &device, Nanoseconds) { return device.lastPressure(); });
+  return state_->look([](DeviceState &device, Nanoseconds) { return device.pressure().last(); });
 }
 
 std::optional<Power> SimulatedMachine::power() {
@@ -178,6 +306,7 @@ bool SimulatedMachine::isPrivileged() {
 
 bool SimulatedMachine::hasEntryPoint(std::string_view name) {
   const std::vector<std::string> &missing = state_->description().kernel.missing;
+  if (name == kGestalt && !hasGestalt()) return false;
   const auto *known =
       std::find(std::begin(kOptionalEntryPoints), std::end(kOptionalEntryPoints), name);
   return known != std::end(kOptionalEntryPoints) &&
@@ -190,6 +319,11 @@ uint32_t SimulatedMachine::callerUser() {
 
 int64_t SimulatedMachine::timeOfDay() {
   return state_->look([](DeviceState &device, Nanoseconds) { return device.clock().timeOfDay(); });
+}
+
+void SimulatedMachine::wallClock(darwin::timeval &time) {
+  time = state_->look(
+      [](DeviceState &device, Nanoseconds now) { return device.clock().wallTime(now); });
 }
 
 void SimulatedMachine::beginSample() {
@@ -387,6 +521,14 @@ Errno SimulatedMachine::region(pid_t pid, uint64_t address, darwin::proc_regionw
       });
 }
 
+Errno SimulatedMachine::sendSignal(pid_t pid, int signal) {
+  const Errno error = state_->ask(
+      Question::sendSignal, pid,
+      [&](DeviceState &device, Nanoseconds now) { return device.signal(pid, signal, now); });
+  state_->wake();
+  return error;
+}
+
 Errno SimulatedMachine::descriptors(pid_t pid, size_t limit,
                                     std::vector<darwin::proc_fdinfo> &list) {
   return state_->askProcess(Question::descriptors, Access::own, pid,
@@ -482,6 +624,65 @@ Errno SimulatedMachine::memoryStatusLevel(unsigned int &level) {
                      });
 }
 
+Errno SimulatedMachine::memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
+                                       uint32_t &reclaimed) {
+  // Of its own: the machine may go while this waits.
+  const std::shared_ptr<State> state = state_;
+  size_t told = 0;
+  const Errno error =
+      state->ask(Question::memoryPressure, [&](DeviceState &device, Nanoseconds now) {
+        const PressureRecord &pressure = device.pressure();
+        told = pressure.told();
+        if (waits) return kAnswered;
+        wanted = pressure.wanted();
+        reclaimed = pressure.reclaimed(now, seconds);
+        return kAnswered;
+      });
+  if (error != kAnswered || !waits) return error;
+  const Waited waited = state->wait(
+      std::nullopt,
+      [&](DeviceState &device) {
+        return device.device().tellsInBackground && device.pressure().times() > told;
+      },
+      [&](DeviceState &device) {
+        PressureRecord &pressure = device.pressure();
+        pressure.markTold();
+        wanted = pressure.wanted();
+        reclaimed = pressure.reclaimed(pressure.last()->at, seconds);
+      });
+  return waited == Waited::happened ? kAnswered : darwin::DARWIN_EINTR;
+}
+
+Errno SimulatedMachine::processEvents(std::unique_ptr<ProcessEvents> &watch) {
+  const Errno error =
+      state_->ask(Question::processEvents, [](DeviceState &, Nanoseconds) { return kAnswered; });
+  if (error == kAnswered) watch = std::make_unique<Watch>(state_);
+  return error;
+}
+
+bool SimulatedMachine::hasGestalt() {
+  return state_->description().gestalt.has_value();
+}
+
+Errno SimulatedMachine::gestaltAnswer(std::string_view key, GestaltAnswer &answer) {
+  return state_->ask(Question::gestaltAnswer, [&](DeviceState &device, Nanoseconds) -> Errno {
+    const auto &answers = device.device().gestalt;
+    if (!answers) return darwin::DARWIN_ENOTSUP;
+    const auto found = answers->find(std::string(key));
+    if (found == answers->end()) return darwin::DARWIN_ENOENT;
+    return giveAnswer(found->second, answer);
+  });
+}
+
+Errno SimulatedMachine::powerStatus(PowerStatus &status) {
+  return state_->ask(Question::powerStatus, [&](DeviceState &device, Nanoseconds) -> Errno {
+    const std::optional<Power> &power = device.device().power;
+    if (!power) return darwin::DARWIN_ENOTSUP;
+    status = statusOf(*power);
+    return kAnswered;
+  });
+}
+
 Errno SimulatedMachine::hostBasicInfo(darwin::host_basic_info &info) {
   return state_->ask(Question::hostBasicInfo, [&](DeviceState &device, Nanoseconds) {
     fillBasicInfo(device.device().hardware, info);
@@ -534,6 +735,35 @@ Errno SimulatedMachine::swapUsage(darwin::xsw_usage &usage) {
     usage = {};
     if (swap) fillSwapUsage(*swap, now, device.device().kernel.pageSize, usage);
     return kAnswered;
+  });
+}
+
+// The service asks no privilege, and there is always room for one more client.
+Errno SimulatedMachine::networkStatistics() {
+  return state_->ask(Question::networkStatistics,
+                     [](DeviceState &, Nanoseconds) { return kAnswered; });
+}
+
+Errno SimulatedMachine::networkSources(std::vector<NetworkSource> &sources) {
+  return state_->ask(Question::networkSources, [&](DeviceState &device, Nanoseconds now) {
+    sources.clear();
+    if (device.device().tellsInBackground) {
+      sources = simulator::networkSources(device.processes(), now);
+    }
+    return kAnswered;
+  });
+}
+
+Errno SimulatedMachine::interfaces(std::vector<NetworkInterface> &interfaces) {
+  return state_->ask(Question::interfaces, [&](DeviceState &device, Nanoseconds now) {
+    interfaces = networkInterfaces(device.device().interfaces, now);
+    return kAnswered;
+  });
+}
+
+Errno SimulatedMachine::wirelessNetwork(const std::string &interface, WirelessNetwork &network) {
+  return state_->ask(Question::wirelessNetwork, [&](DeviceState &device, Nanoseconds) {
+    return fillWirelessNetwork(device.device().wifi, interface, network);
   });
 }
 

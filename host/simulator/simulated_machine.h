@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/machine.h"
 #include "host/simulator/device.h"
@@ -22,6 +24,8 @@ class SimulatedMachine final : public Machine {
   // out of its range, a time base of nothing. The same goes for processes that are to start later.
   // A device that has no processors is given one that is idle.
   explicit SimulatedMachine(Device device);
+  // Nobody may begin to ask any more. Who waits is told at once: for memory pressure by
+  // DARWIN_EINTR, for processes by DARWIN_EBADF. A watch may live longer.
   ~SimulatedMachine() override;
 
   // Since the start of the device's clock.
@@ -43,6 +47,7 @@ class SimulatedMachine final : public Machine {
   bool hasEntryPoint(std::string_view name) override;
   uint32_t callerUser() override;
   int64_t timeOfDay() override;
+  void wallClock(darwin::timeval &time) override;
   void beginSample() override;
 
   Errno processIDs(std::vector<int32_t> &pids) override;
@@ -64,6 +69,8 @@ class SimulatedMachine final : public Machine {
   Errno arguments(pid_t pid, ProcessArguments &arguments) override;
   Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) override;
 
+  Errno sendSignal(pid_t pid, int signal) override;
+
   Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
   Errno descriptorTableSize(pid_t pid, size_t &slots) override;
   Errno descriptorType(pid_t pid, int fd, uint32_t &type) override;
@@ -78,6 +85,16 @@ class SimulatedMachine final : public Machine {
 
   Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &entries) override;
   Errno memoryStatusLevel(unsigned int &level) override;
+  // Waits until there was pressure that no wait has told of yet, and answers as of that moment.
+  Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
+                       uint32_t &reclaimed) override;
+
+  Errno processEvents(std::unique_ptr<ProcessEvents> &watch) override;
+
+  bool hasGestalt() override;
+  // DARWIN_ENOENT for a key that the device does not have.
+  Errno gestaltAnswer(std::string_view key, GestaltAnswer &answer) override;
+  Errno powerStatus(PowerStatus &status) override;
 
   Errno hostBasicInfo(darwin::host_basic_info &info) override;
   Errno virtualMemory(darwin::vm_statistics64 &statistics) override;
@@ -87,9 +104,15 @@ class SimulatedMachine final : public Machine {
   Errno loadAverage(darwin::loadavg &averages) override;
   Errno swapUsage(darwin::xsw_usage &usage) override;
 
+  Errno networkStatistics() override;
+  Errno networkSources(std::vector<NetworkSource> &sources) override;
+  Errno interfaces(std::vector<NetworkInterface> &interfaces) override;
+  Errno wirelessNetwork(const std::string &interface, WirelessNetwork &network) override;
+
  private:
   class State;
-  std::unique_ptr<State> state_;
+  class Watch;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace host::simulator

@@ -35,6 +35,11 @@ void Timeline::endLater(const Ending &ending, Nanoseconds at) {
   entries_.push(entry);
 }
 
+std::optional<Nanoseconds> Timeline::nextDue() const {
+  if (entries_.empty()) return std::nullopt;
+  return entries_.top().at;
+}
+
 bool Timeline::takeDue(Nanoseconds now, Due &due) {
   while (!entries_.empty() && entries_.top().at <= now) {
     const Entry entry = entries_.top();

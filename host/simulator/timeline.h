@@ -44,6 +44,9 @@ class Timeline {
 
   void endLater(const Ending &ending, Nanoseconds at);
 
+  // When something happens next; nothing if that is never.
+  std::optional<Nanoseconds> nextDue() const;
+
  private:
   struct Entry {
     Nanoseconds at{0};

@@ -47,7 +47,7 @@ const Row kTables[] = {
      ":2: kernel.timebase[1]: found 0; expected a number from 1 to 4294967295"},
     {"Missing", "[kernel]\nmissing = [\"proc_listpids\"]\n",
      ":2: kernel.missing[0]: found \"proc_listpids\"; expected several of "
-     "\"memorystatus_get_level\", \"proc_pid_rusage\""},
+     "\"memorystatus_get_level\", \"proc_pid_rusage\", \"MGCopyAnswerWithError\""},
     {"ClockMode", "[clock]\nmode = \"fast\"\n",
      ":2: clock.mode: found \"fast\"; expected one of \"wall\", \"stepped\""},
     {"SteppedClockAlone", "\n[clock]\nmode = \"stepped\"\nzone = \"UTC\"\n",
@@ -102,6 +102,8 @@ const Row kTables[] = {
      "[[process]]\nname = \"a\"\n[power]\nassertions = [{ process = \"b\", names = [] }]\n",
      ":4: power.assertions[0].process: no process is called \"b\"; expected a PID, or the name of "
      "one process alone"},
+    {"GestaltRefusedByNothing", "[gestalt]\na = { error = 0 }\n",
+     ":2: gestalt.a.error: found 0; expected a number other than 0"},
     {"Gestalt", "[gestalt]\na = 1.5\n",
      ":2: gestalt.a: found 1.5; expected a text, a number, a flag or { error = NUMBER }"},
     {"ZeroByte", "name = \"a\\u0000b\"\n",
@@ -281,7 +283,7 @@ const Row kEvents[] = {
      "0"},
     {"Call", AN_EVENT "do = \"fail\"\ncall = \"sysctl\"\nform = \"vm.load\"\n",
      ":6: event[0].form: found \"vm.load\"; expected one of \"kern.boottime\", \"vm.loadavg\", "
-     "\"vm.swapusage\", \"kern.procargs2\""},
+     "\"vm.swapusage\", \"kern.procargs2\", \"net.route.iflist2\""},
     {"FormOfACallWithOne", AN_EVENT "do = \"fail\"\ncall = \"uname\"\nform = \"a\"\n",
      ":6: event[0].form: found \"a\"; expected none, as there is one form of this call"},
 };

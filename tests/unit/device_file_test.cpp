@@ -25,6 +25,7 @@ TEST(DeviceFile, HasDefaultsForEverythingButProcesses) {
   const Device device = withTable("");
   EXPECT_EQ(device.name, "mine");
   EXPECT_EQ(device.caller, 0u);
+  EXPECT_TRUE(device.tellsInBackground);
   EXPECT_EQ(device.kernel.release, "18.7.0");
   EXPECT_EQ(device.kernel.node, "device");
   EXPECT_EQ(device.kernel.hardware, "iPhone11,2");
@@ -56,10 +57,11 @@ TEST(DeviceFile, HasDefaultsForEverythingButProcesses) {
 
 TEST(DeviceFile, TopLevel) {
   const Device device = withTable(
-      "name = \"pad\"\ncaller = 501\nload = [1, 0.5, 0.25]\n"
+      "name = \"pad\"\ncaller = 501\nbackground = false\nload = [1, 0.5, 0.25]\n"
       "memory-level = { start = 46, swing = 5 }\n");
   EXPECT_EQ(device.name, "pad");
   EXPECT_EQ(device.caller, 501u);
+  EXPECT_FALSE(device.tellsInBackground);
   EXPECT_THAT(device.loadAverages, ElementsAre(1, 0.5, 0.25));
   ASSERT_TRUE(device.memoryLevel.has_value());
   EXPECT_EQ(device.memoryLevel->start, 46u);
@@ -71,7 +73,8 @@ TEST(DeviceFile, Kernel) {
   const Kernel kernel = withTable(
                             "[kernel]\nversion = \"V\"\nrelease = \"19.0.0\"\nhost = \"h\"\n"
                             "hardware = \"iPad8,1\"\npage-size = \"4K\"\ntimebase = [1, 2]\n"
-                            "missing = [\"proc_pid_rusage\", \"memorystatus_get_level\"]\n")
+                            "missing = [\"proc_pid_rusage\", \"memorystatus_get_level\", "
+                            "\"MGCopyAnswerWithError\"]\n")
                             .kernel;
   EXPECT_EQ(kernel.version, "V");
   EXPECT_EQ(kernel.release, "19.0.0");
@@ -81,7 +84,8 @@ TEST(DeviceFile, Kernel) {
   EXPECT_EQ(kernel.timebaseNumerator, 1u);
   EXPECT_EQ(kernel.timebaseDenominator, 2u);
   EXPECT_THAT(kernel.missing,
-              testing::UnorderedElementsAre("proc_pid_rusage", "memorystatus_get_level"));
+              testing::UnorderedElementsAre("proc_pid_rusage", "memorystatus_get_level",
+                                            "MGCopyAnswerWithError"));
 }
 
 TEST(DeviceFile, Clock) {

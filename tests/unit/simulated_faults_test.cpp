@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -54,6 +55,14 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
   darwin::loadavg averages{};
   darwin::xsw_usage swap{};
   host::ProcessArguments arguments;
+  std::vector<host::NetworkInterface> interfaces;
+  host::WirelessNetwork network;
+  std::vector<host::NetworkSource> sources;
+  host::GestaltAnswer answer;
+  host::PowerStatus power;
+  uint32_t wanted = 0;
+  uint32_t reclaimed = 0;
+  std::unique_ptr<host::ProcessEvents> watch;
   return {machine.kernelName(name),
           machine.processIDs(pids),
           machine.taskAllInfo(pid, task),
@@ -90,7 +99,16 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
           machine.bootTime(time),
           machine.loadAverage(averages),
           machine.swapUsage(swap),
-          machine.arguments(pid, arguments)};
+          machine.arguments(pid, arguments),
+          machine.interfaces(interfaces),
+          machine.wirelessNetwork("en0", network),
+          machine.networkStatistics(),
+          machine.networkSources(sources),
+          machine.gestaltAnswer("ProductName", answer),
+          machine.powerStatus(power),
+          machine.memoryPressure(false, 1, wanted, reclaimed),
+          machine.processEvents(watch),
+          machine.sendSignal(pid, 0)};
 }
 
 TEST(SimulatedCallsTest, EveryFormIsOneQuestion) {
@@ -220,7 +238,14 @@ TEST(SimulatedCountsTest, EachQuestionCountsOnceForItsCall) {
   EXPECT_EQ(machine.callsOf("host_statistics64"), 2U);
   EXPECT_EQ(machine.callsOf("host_processors"), 2U);
   EXPECT_EQ(machine.callsOf("processor_info"), 2U);
-  EXPECT_EQ(machine.callsOf("sysctl"), 8U);
+  EXPECT_EQ(machine.callsOf("sysctl"), 10U);
+  EXPECT_EQ(machine.callsOf("ioctl"), 2U);
+  EXPECT_EQ(machine.callsOf("ntstat"), 4U);
+  EXPECT_EQ(machine.callsOf("MGCopyAnswerWithError"), 2U);
+  EXPECT_EQ(machine.callsOf("IOPSCopyPowerSourcesInfo"), 2U);
+  EXPECT_EQ(machine.callsOf("vm_pressure_monitor"), 2U);
+  EXPECT_EQ(machine.callsOf("kqueue"), 2U);
+  EXPECT_EQ(machine.callsOf("kill"), 2U);
   EXPECT_EQ(machine.callsOf("no_such_call"), 0U);
 }
 
