@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "proc/process_record.h"
+#include "state/word.h"
 
 namespace sondex {
 
@@ -20,7 +21,7 @@ struct ColumnDescriptor {
   int32_t width;  // columns claimed on the line, one of them for the separator
   Renderer print;
   Comparator sort;
-  int32_t hidden;        // 1 once the user hid it
+  SharedInt hidden;      // 1 once the user hid it
   int32_t minOSVersion;  // shown from this g_OsVer on
   int32_t needsNetStat;  // header shown only while network statistics are ready
   int32_t rootOnly;      // shown only to root

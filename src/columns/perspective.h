@@ -8,17 +8,21 @@ namespace sondex {
 
 constexpr int kPerspectiveColumns = 32;
 
+// Keys change it on one thread while another draws and sorts by it. A column that moves changes its
+// place, never its descriptor: in the middle of a move a column may be seen twice, never half of
+// one and half of another.
 struct Perspective {
   char name[64];
-  int32_t numColumns;
-  int32_t selectedColumn;
+  int32_t numColumns;  // fixed once other threads know the perspective
+  SharedInt selectedColumn;
   // Sections of the list screen's header.
-  int32_t ShowWiFi;
-  int32_t ShowDisks;
-  int32_t ShowNetworks;
-  int32_t ShowPower;
-  // The entry after the last is all zero: its null `print` ends a walk.
-  ColumnDescriptor columns[kPerspectiveColumns];
+  SharedInt ShowWiFi;
+  SharedInt ShowDisks;
+  SharedInt ShowNetworks;
+  SharedInt ShowPower;
+  // In display order; null after the last.
+  std::atomic<ColumnDescriptor *> columns[kPerspectiveColumns];
+  ColumnDescriptor descriptors[kPerspectiveColumns];  // what `columns` points to
 };
 
 // The one perspective, built on first use and never freed.
@@ -26,6 +30,17 @@ Perspective *getDefaultPerspective();
 
 // The perspective in use.
 Perspective *getCurrentPerspective();
+
+// Adds a copy of `column` at the end and returns it; null when the perspective is full. Only while
+// no other thread knows the perspective.
+ColumnDescriptor *appendColumn(Perspective *perspective, const ColumnDescriptor *column);
+
+// The column at `index` (0 or more) in display order; null from the end on, and where an entry has
+// no renderer: there a walk ends.
+ColumnDescriptor *columnAt(const Perspective *perspective, int32_t index);
+
+// What the selected column sorts by; null when there is no column.
+Comparator sortOf(const Perspective *perspective);
 
 // Puts `perspective` in place of the stored one; null has it built anew on the next use. The caller
 // keeps it alive.

@@ -1,11 +1,134 @@
 #include "device/gestalt.h"
 
+#include <dlfcn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "state/display.h"
+#include "state/system.h"
+#include "ui/output.h"
+#include "ui/page.h"
+#include "ui/safe_text.h"
+
 namespace sondex {
 
-const char *gestaltAnswer(const char *) {
+constexpr size_t kKeptAnswers = 64;
+constexpr size_t kShownAnswer = 256;
+
+std::atomic<darwin::MGCopyAnswerWithError_function> MGCopyAnswerWithError_func{nullptr};
+
+// Answers that are never released, each with a text of its own, filled from the front.
+static std::atomic<darwin::CFStringRef> keptAnswers[kKeptAnswers];
+
+static darwin::MGCopyAnswerWithError_function findService() {
+  darwin::MGCopyAnswerWithError_function service = load(MGCopyAnswerWithError_func);
+  if (service != nullptr) return service;
+  void *library = dlopen(darwin::kGestaltLibrary, RTLD_LAZY);
+  if (library == nullptr) {
+    const char *reason = dlerror();
+    fprintf(stderr, "Error loading Gestalt: %s\n", reason != nullptr ? reason : "unknown");
+    return nullptr;
+  }
+  service = reinterpret_cast<darwin::MGCopyAnswerWithError_function>(
+      dlsym(library, darwin::kGestaltEntryPoint));
+  if (service == nullptr) {
+    fputs("Can't find MGCopyAnswerWithError in libMobileGestalt.. Which version of iOS is this?\n",
+          stderr);
+    return nullptr;
+  }
+  store(MGCopyAnswerWithError_func, service);
+  return service;
+}
+
+static const char *textOf(darwin::CFStringRef string) {
+  return darwin::CFStringGetCStringPtr(string, darwin::kCFStringEncodingMacRoman);
+}
+
+// The text lives as long as its answer. Of equal ones the first is kept for good and the others are
+// released, so that the list screen may ask with every frame.
+static const char *keepAnswer(darwin::CFStringRef answer, const char *text) {
+  for (std::atomic<darwin::CFStringRef> &slot : keptAnswers) {
+    darwin::CFStringRef kept = nullptr;
+    if (slot.compare_exchange_strong(kept, answer)) return text;
+    const char *keptText = textOf(kept);
+    if (strcmp(keptText, text) == 0) {
+      darwin::CFRelease(answer);
+      return keptText;
+    }
+  }
+  return text;
+}
+
+const char *gestaltAnswer(const char *key) {
+  const darwin::MGCopyAnswerWithError_function service = findService();
+  if (service == nullptr) return nullptr;
+
+  int error = 0;
+  const darwin::CFStringRef name =
+      darwin::CFStringCreateWithCString(nullptr, key, darwin::kCFStringEncodingMacRoman);
+  const darwin::CFTypeRef answer = name != nullptr ? service(name, &error) : nullptr;
+  if (name != nullptr) darwin::CFRelease(name);
+  if (answer == nullptr) {
+    fprintf(stderr, "Error %d\n", error);
+    return "?";
+  }
+  if (darwin::CFGetTypeID(answer) != darwin::CFStringGetTypeID()) {
+    darwin::CFRelease(answer);
+    return "?!";
+  }
+  const darwin::CFStringRef string = static_cast<darwin::CFStringRef>(answer);
+  const char *text = textOf(string);
+  if (text != nullptr) return keepAnswer(string, text);
+  darwin::CFRelease(answer);
   return nullptr;
 }
 
-void showGestalt() {}
+void outputGestaltAnswer(const char *key) {
+  const char *answer = gestaltAnswer(key);
+  char safe[kShownAnswer];
+  output(answer == nullptr ? "?" : makeSafe(safe, sizeof safe, answer, strlen(answer)), 0);
+}
+
+struct Row {
+  const char *label;
+  const char *key;
+};
+
+static const Row kRows[] = {
+    {"\n\tName:         \t", "ComputerName"},
+    {"\n\tDevice Type:   \t", "marketing-name"},
+    {"(", "HWModelStr"},
+    {")\n\tOS version:\t", "ProductName"},
+    {" ", "ProductVersion"},
+    {"(", "BuildVersion"},
+    {")\n\tSerial Number:  ", "SerialNumber"},
+    {"\n\tUDID:           ", "UniqueDeviceID"},
+    {"\n\tChipset:        ", "HardwarePlatform"},
+    {"(", "CPUArchitecture"},
+    {")\n\nMAC Addresses:\n\tWi-Fi MAC:    \t", "WifiAddress"},
+    {"\n\tEthernet MAC:\t", "EthernetMacAddress"},
+    {"\n\tBlueTooth MAC:\t", "BluetoothAddress"},
+};
+
+[[noreturn]] static void endUnsupported() {
+  // What stands on the screen is gone with it.
+  closeScreen();
+  store(wantCurses, 0);
+  output("Gestalt is only supported on *OS (Blame AAPL for this, not Z)\n", 0);
+  exit(1);
+}
+
+void showGestalt() {
+  beginPage();
+  if (g_gotGestalt == 0) endUnsupported();
+  output("Gestalt Details for this OS:\n", 0);
+  for (const Row &row : kRows) {
+    output(row.label, 0);
+    outputGestaltAnswer(row.key);
+  }
+  output("\n", 0);
+  waitToLeavePage();
+}
 
 }  // namespace sondex

@@ -17,6 +17,7 @@
 #include "columns/sort.h"
 #include "inspect/code_signing.h"
 #include "main/monitor.h"
+#include "nstat/client.h"
 #include "proc/sampler.h"
 #include "screens/process_list.h"
 #include "state/display.h"
@@ -24,23 +25,40 @@
 #include "ui/held_stderr.h"
 #include "ui/input_thread.h"
 #include "ui/keys.h"
+#include "ui/loop_notes.h"
 #include "ui/output.h"
 #include "ui/status_bar.h"
+#include "ui/who_draws.h"
 
 namespace sondex {
 
 constexpr int32_t kMillisecondsPerDelay =
     1000;  // kept: though the delay is called deciseconds elsewhere
 
+// The least wait after a frame that another thread left no room for: without a delay between frames
+// the loop must not spin meanwhile.
+constexpr int32_t kAfterMissedFrame = 100;
+
+static const char kFrozen[] = "Updates Frozen ('F' to toggle back)";
+
 static void *watchPressure(void *) {
   doVMPressureMonitor(0);
   return nullptr;
 }
 
+// Whoever calls exit(): the screen is left first, and nobody opens it again.
+static void leaveScreenForGood() {
+  askForEnd(kEndByExit);
+  closeScreen();
+}
+
 static void startDisplay() {
   atexit(cursesMessage);
-  atexit(closeScreen);
+  atexit(leaveScreenForGood);
+  // As soon as the screen is there, the input thread may ask for it.
+  startDrawing();
   openScreen();
+  stopDrawing();
   signal(SIGINT, sighandler);
   // In place of curses' own: a size that changes just before the wait must not go unnoticed.
   signal(SIGWINCH, resizehandler);
@@ -53,6 +71,14 @@ static void startDisplay() {
   }
 }
 
+// What the current table was sorted by last.
+struct Order {
+  const ProcessRecord *table;
+  Comparator comparator;
+  int32_t reverse;
+};
+static Order order = {};
+
 // The verdicts cost a call per process, so they are asked for only while a column shows them.
 static void markCodeSigning(ProcessRecord *table, int32_t count) {
   if (!hasColumn(getCurrentPerspective(), &col_codesign)) return;
@@ -60,6 +86,13 @@ static void markCodeSigning(ProcessRecord *table, int32_t count) {
     if (table[i].taskAllInfo.pbsd.pbi_comm[0] == '\0') continue;
     snprintf(table[i].csStatus, sizeof table[i].csStatus, "%s", isPidSigned(pidOf(&table[i])));
   }
+}
+
+static void sortCurrent() {
+  const Comparator comparator = sortOf(getCurrentPerspective());
+  const int32_t reverse = load(g_reverse);
+  doSort(comparator);
+  order = {load(g_process_information), comparator, reverse};
 }
 
 static void sample() {
@@ -70,8 +103,19 @@ static void sample() {
   // The table of start-up was never drawn and is nobody's previous one.
   if (unshown != load(g_previous_process_information)) retireProcessTable(unshown);
   markCodeSigning(load(g_process_information), load(num_procs));
-  const Perspective *perspective = getCurrentPerspective();
-  doSort(perspective->columns[perspective->selectedColumn].sort);
+  sortCurrent();
+}
+
+// A key may ask for another order while the display is frozen. Only while this thread draws: the
+// table may be the one that the input thread looks into.
+static void sortAgain() {
+  ProcessRecord *table = load(g_process_information);
+  if (order.table == table && order.comparator == sortOf(getCurrentPerspective()) &&
+      order.reverse == load(g_reverse)) {
+    return;
+  }
+  sortCurrent();
+  if (table == load(g_previous_process_information)) indexProcessTable(table, load(num_procs));
 }
 
 static void keepAsPrevious() {
@@ -79,47 +123,88 @@ static void keepAsPrevious() {
   ProcessRecord *current = load(g_process_information);
   const int32_t count = load(num_procs);
   indexProcessTable(current, count);
-  store(previous_num_procs, count);
+  // A reader takes the address and the count one after the other: the count fits both tables for as
+  // long as either may be the one that it got.
+  previous_num_procs.store(std::min(count, load(previous_num_procs)), std::memory_order_seq_cst);
   store(g_previous_process_information, current);
+  previous_num_procs.store(count, std::memory_order_seq_cst);
   retireProcessTable(retired);
 }
 
-// Waits for the next refresh. A byte on the pipe or the terminal's end cuts it short.
-static void waitForRefresh() {
-  const int32_t delay = std::clamp(load(g_Delay), 0, INT_MAX / kMillisecondsPerDelay);
+// Waits for the next refresh, for `milliseconds`. A byte on the pipe or the terminal's end cuts it
+// short.
+static void waitForRefresh(int32_t milliseconds) {
   // poll passes over a negative descriptor: without a pipe the wait just can't be cut short.
   pollfd waited[2] = {{g_pipe[0] != 0 ? g_pipe[0] : -1, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
-  const int result = poll(waited, 2, delay * kMillisecondsPerDelay);
+  const int result = poll(waited, 2, milliseconds);
   if (result == 0) return;
-  if (result > 0 && (waited[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) exit(0);
+  if (result > 0 && (waited[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+    askForEnd(SIGHUP);
+    return;
+  }
   // A signal that ended the wait left a byte too. Nothing there is nothing lost: this never blocks.
   char byte = 0;
   [[maybe_unused]] const ssize_t taken = read(waited[0].fd, &byte, 1);
 }
 
+static int32_t refreshDelay() {
+  return std::clamp(load(g_Delay), 0, INT_MAX / kMillisecondsPerDelay) * kMillisecondsPerDelay;
+}
+
+static void showList() {
+  showProcesses(load(g_process_information), load(g_previous_process_information), getFilter());
+}
+
+static int showPlainList() {
+  const bool updating = load(g_updates) != 0 && hasRoomForTable();
+  if (updating) sample();
+  showList();
+  if (updating) keepAsPrevious();
+  if (load(g_updates) == 0) setStatusBar(kFrozen, 3);
+  return 0;
+}
+
+static void drawFrame(bool sampled, bool frozen) {
+  fitScreen();
+  // A key that switches colours in the middle of a frame may leave an attribute on.
+  setAttributes(A_NORMAL);
+  wclear(stdscr);
+  if (!sampled) sortAgain();
+  showList();
+  if (frozen) setStatusBar(kFrozen, 3);
+  wrefresh(stdscr);
+}
+
+static void endIfAsked() {
+  endIfInterrupted();
+  endIfTooManySources();
+}
+
+// Samples go on while another thread has the screen: what a process used since the sample before
+// stays the use of one refresh, and what that thread shows of other processes stays new. Only the
+// frame is left out.
+static void refreshScreen() {
+  // Read once: a key that freezes the display in the middle of a cycle must not tear sampling from
+  // retiring.
+  const bool frozen = load(g_updates) == 0;
+  const bool updating = !frozen && hasRoomForTable();
+  if (updating) sample();
+  endIfAsked();
+  const bool drawing = startDrawing();
+  if (drawing) {
+    drawFrame(updating, frozen);
+    stopDrawing();
+  }
+  if (updating) keepAsPrevious();
+  collectStandardError();
+  waitForRefresh(drawing ? refreshDelay() : std::max(refreshDelay(), kAfterMissedFrame));
+  endIfAsked();
+}
+
 int runDisplay() {
-  if (load(wantCurses) != 0) startDisplay();
-  do {
-    // Read once: a key that freezes the display in the middle of a cycle must not tear sampling
-    // from retiring.
-    const bool frozen = load(g_updates) == 0;
-    const bool updating = !frozen && hasRoomForTable();
-    const bool onScreen = load(wantCurses) != 0;
-    if (onScreen) {
-      fitScreen();
-      wclear(stdscr);
-    }
-    if (updating) sample();
-    showProcesses(load(g_process_information), load(g_previous_process_information), getFilter());
-    if (updating) keepAsPrevious();
-    if (frozen) setStatusBar("Updates Frozen ('F' to toggle back)", 3);
-    if (onScreen) {
-      wrefresh(stdscr);
-      collectStandardError();
-      waitForRefresh();
-      endIfInterrupted();
-    }
-  } while (load(wantCurses) != 0);
+  if (load(wantCurses) == 0) return showPlainList();
+  startDisplay();
+  while (load(wantCurses) != 0) refreshScreen();
   return 0;
 }
 

@@ -111,8 +111,7 @@ static void reportAll(const Report &report) {
   const bool nothingSelected = !report.full && report.descriptors == 0 && !report.ports &&
                                !report.regions && !report.threads;
   if (nothingSelected) return;
-  const Perspective *perspective = getCurrentPerspective();
-  doSort(perspective->columns[perspective->selectedColumn].sort);
+  doSort(sortOf(getCurrentPerspective()));
   ProcessRecord *table = load(g_process_information);
   const int32_t count = load(num_procs);
   for (int32_t i = 0; i < count; i++) {

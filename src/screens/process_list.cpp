@@ -40,16 +40,18 @@ static void measureScreen() {
   const Perspective *perspective = getCurrentPerspective();
   const auto row = [](int32_t shown) { return shown != 0 ? 1 : 0; };
   store(banners, kFixedHeaderRows + row(load(g_Compression)) + row(load(g_Processors)) +
-                     row(perspective->ShowPower) + row(load(g_Swap)) +
-                     row(perspective->ShowNetworks) +
+                     row(load(perspective->ShowPower)) + row(load(g_Swap)) +
+                     row(load(perspective->ShowNetworks)) +
                      (load(g_EachCPU) != 0 ? std::clamp(g_num_cpus, 0, kMostProcessorRows) : 1));
 }
 
 static void showColumnHeaders(const Perspective *perspective) {
-  switchOn(colorPair(kPairHeader) | static_cast<uint32_t>(A_UNDERLINE));
+  // Asked for once: a key may switch colours in the middle of the row.
+  const uint32_t plain = colorPair(kPairHeader);
+  const uint32_t marked = colorPair(kPairSelected) | static_cast<uint32_t>(A_BOLD);
+  switchOn(plain | static_cast<uint32_t>(A_UNDERLINE));
   int32_t width = 0;
-  for (int32_t i = 0; perspective->columns[i].print != nullptr; i++) {
-    const ColumnDescriptor *column = &perspective->columns[i];
+  for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
     if (!isColumnVisible(column) || width + column->width > load(x)) continue;
     if (column->needsNetStat != 0 && nstat_ok() == 0) continue;
     width += column->width;
@@ -57,16 +59,16 @@ static void showColumnHeaders(const Perspective *perspective) {
     // Kept: by the index, so a hidden first column still gives the first visible header a
     // separator.
     if (i != 0 && load(g_wantLines) != 0) output("|", 0);
-    const bool selected = i == perspective->selectedColumn;
-    if (selected) switchOn(colorPair(kPairSelected) | static_cast<uint32_t>(A_BOLD));
+    const bool selected = i == load(perspective->selectedColumn);
+    if (selected) switchOn(marked);
     output(column->header, column->width);
     if (selected) {
       switchOff(static_cast<uint32_t>(A_BOLD));
-      switchOn(colorPair(kPairHeader));
+      switchOn(plain);
     }
   }
   output("\n", 0);
-  switchOff(colorPair(kPairHeader) | static_cast<uint32_t>(A_UNDERLINE));
+  switchOff(plain | static_cast<uint32_t>(A_UNDERLINE));
 }
 
 static bool passes(const ProcessRecord *record, const char *filter) {
@@ -88,14 +90,14 @@ static void showSeparator() {
 static void showRow(const Perspective *perspective, ProcessRecord *record, ProcessRecord *previous,
                     bool highlighted) {
   confineToLine(true);  // a value too wide for its column must not cost the list a line
+  const int32_t selected = load(perspective->selectedColumn);
   int32_t width = 0;
-  for (int32_t i = 0; perspective->columns[i].print != nullptr; i++) {
-    const ColumnDescriptor *column = &perspective->columns[i];
+  for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
     if (!isColumnVisible(column) || width + column->width > load(x)) continue;
     width += column->width;
     if (i != 0 && load(g_wantLines) != 0) showSeparator();
     // A highlighted row is bold as a whole already.
-    const bool marked = i == perspective->selectedColumn && !highlighted;
+    const bool marked = i == selected && !highlighted;
     const uint32_t pair = onScreen() ? colorPair(kPairSelected) : 0;
     if (marked) switchOn(static_cast<uint32_t>(A_BOLD) | pair);
     column->print(record, previous);

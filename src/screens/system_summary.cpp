@@ -27,19 +27,13 @@ constexpr darwin::mach_msg_type_number_t kStatisticsWords =
 constexpr int kPagesPerMegabyte = 256;  // of a fixed page size of 4 KiB
 constexpr uint64_t kImplausibleGrowth = 1073741824;  // more means that processes went away
 
-static void outputAnswer(const char *key) {
-  const char *answer = gestaltAnswer(key);
-  char safe[256];
-  output(answer == nullptr ? "?" : makeSafe(safe, sizeof safe, answer, strlen(answer)), 0);
-}
-
 static void showIdentity() {
   if (gestaltAnswer("marketing-name") != nullptr) {
-    outputAnswer("marketing-name");
-    outputAnswer("ProductName");
-    outputAnswer("ProductVersion");
+    outputGestaltAnswer("marketing-name");
+    outputGestaltAnswer("ProductName");
+    outputGestaltAnswer("ProductVersion");
     output(", ", 0);
-    outputAnswer("BuildVersion");
+    outputGestaltAnswer("BuildVersion");
     output(") ", 0);
   }
   if (g_hostName != nullptr) {

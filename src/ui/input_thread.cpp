@@ -1,36 +1,110 @@
 #include "ui/input_thread.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "nstat/client.h"
 #include "state/display.h"
-#include "state/system.h"
+#include "ui/keys.h"
+#include "ui/loop_notes.h"
 #include "ui/output.h"
+#include "ui/who_draws.h"
 
 namespace sondex {
 
-// The signal that asked for the end, 0 while none did.
-static SharedInt endingSignal{0};
-static_assert(SharedInt::is_always_lock_free, "written by a signal handler");
+constexpr uint8_t kCarriageReturn = 13;
+constexpr uint8_t kEscape = 27;
+constexpr int kEnter = 10;
 
-void startInteractiveThreads() {}
+constexpr int32_t kBeforeNextLook = 100;  // milliseconds, while the screen isn't open yet
+constexpr int32_t kBeforeExit = 100;      // milliseconds, for a thread that just leaves the screen
 
-// The pipe never blocks: when it is full of wake-ups, one more is not missed.
-static void wakeLoop() {
-  const int saved = errno;
-  [[maybe_unused]] const ssize_t written = write(g_pipe[1], "x", 1);
-  errno = saved;
+// Of the letters A to D that end the sequence of a cursor key.
+static const int kCursorKeys[] = {259, 258, 261, 260};
+
+// What was seen of a cursor key's sequence.
+struct KeyState {
+  bool escape;
+  bool bracket;
+};
+
+// Takes one byte. True when the refresh loop is to be woken after it.
+static bool takeByte(KeyState *state, uint8_t byte) {
+  if (byte >= 'A' && byte <= 'D') {
+    // Kept: these letters never count as letters.
+    if (!state->bracket) return false;
+    state->bracket = false;
+    handleKey(kCursorKeys[byte - 'A']);
+  } else if (byte == kEscape) {
+    state->escape = true;
+  } else if (byte == 'O' || byte == '[') {
+    if (state->escape) {
+      state->bracket = true;
+      state->escape = false;
+    }
+  } else {
+    handleKey(byte == kCarriageReturn ? kEnter : byte);
+  }
+  return !state->escape && !state->bracket;
+}
+
+static bool readByte(uint8_t *byte) {
+  ssize_t length = 0;
+  do {
+    length = read(STDIN_FILENO, byte, 1);
+  } while (length < 0 && errno == EINTR);
+  return length == 1;
+}
+
+// Keys steer the full screen only. Until it is open they stay where they are: a report leaves what
+// is typed meanwhile to whoever reads the terminal next.
+static bool waitForScreen() {
+  while (load(cursesFailed) != 0) {
+    if (load(wantCurses) == 0 || !pauseUnlessEnding(kBeforeNextLook)) return false;
+  }
+  return true;
+}
+
+void *interactiveThread(void *) {
+  if (!waitForScreen()) return nullptr;
+  KeyState state = {};
+  uint8_t byte = 0;
+  while (reasonToEnd() == 0 && readByte(&byte)) {
+    if (takeByte(&state, byte)) wakeLoop();
+  }
+  return nullptr;
+}
+
+static void startThread(void *(*routine)(void *), const char *name) {
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, routine, nullptr) == 0) {
+    pthread_detach(thread);
+  } else {
+    fprintf(stderr, "%s: no thread\n", name);
+  }
+}
+
+void startInteractiveThreads() {
+  // Signals are the main thread's: none is to end a wait for a key, or to run a handler in the
+  // middle of one.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  startThread(doNStat, "network statistics");
+  startThread(interactiveThread, "input");
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // Neither curses nor the exit handlers may be entered from a signal handler: it leaves a note and
 // wakes the loop.
 void sighandler(int signal) {
-  if (load(wantCurses) == 0) return;
-  store(endingSignal, signal);
-  wakeLoop();
+  if (load(wantCurses) != 0) askForEnd(signal);
 }
 
 void resizehandler(int) {
@@ -38,13 +112,17 @@ void resizehandler(int) {
 }
 
 void endIfInterrupted() {
-  const int32_t ending = load(endingSignal);
-  if (ending == 0) return;
+  const int32_t reason = reasonToEnd();
+  if (reason == 0) return;
   closeScreen();
-  if (ending == SIGINT) {
+  if (reason == SIGINT) {
     fputs("Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n", stderr);
   }
-  exit(0);
+  // With the screen kept, no other thread opens it again while exit handlers run. One that would
+  // not give it up is given no time to.
+  if (waitToDraw(kBeforeExit)) exit(0);
+  fflush(nullptr);
+  _exit(0);
 }
 
 }  // namespace sondex

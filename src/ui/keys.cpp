@@ -1,9 +1,397 @@
 #include "ui/keys.h"
 
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "columns/configuration.h"
+#include "columns/perspective.h"
+#include "darwin/proc_info.h"
+#include "darwin/signals.h"
+#include "device/gestalt.h"
+#include "inspect/details.h"
+#include "proc/process_table.h"
+#include "state/display.h"
+#include "state/system.h"
+#include "ui/help.h"
+#include "ui/loop_notes.h"
+#include "ui/prompt.h"
+#include "ui/status_bar.h"
+#include "ui/who_draws.h"
+
 namespace sondex {
 
+// Keys beyond a byte are curses' codes.
+constexpr int kEnter = 10;
+constexpr int kDown = 258;
+constexpr int kUp = 259;
+constexpr int kLeft = 260;
+constexpr int kRight = 261;
+constexpr int kShiftedLeft = 393;
+constexpr int kShiftedRight = 402;
+
+constexpr int kListHelp = 1;
+constexpr int32_t kScreenPatience = 2000;  // milliseconds
+
+static char *active_filter = nullptr;
+
+// The table that the last refresh left. The main thread fills and sorts the current one meanwhile;
+// this one stays as it was drawn, for those who are inside the tables.
+struct ShownTable {
+  ProcessRecord *records;
+  int32_t count;
+};
+
+static ShownTable enterShownTable() {
+  enterProcessTables();
+  // Address and count are two words. Around a change of the address the count is never more than
+  // either table has: taken between two looks at the same address it fits.
+  ShownTable table = {load(g_previous_process_information), 0};
+  for (;;) {
+    table.count = table.records != nullptr ? previous_num_procs.load(std::memory_order_seq_cst) : 0;
+    ProcessRecord *again = load(g_previous_process_information);
+    if (again == table.records) return table;
+    table.records = again;
+  }
+}
+
+static ProcessRecord *selectedRecord(const ShownTable *table) {
+  const int32_t selected = load(g_selectedProcess);
+  return selected >= 0 && selected < table->count ? &table->records[selected] : nullptr;
+}
+
+int32_t findNextVisibleProcess(const ProcessRecord *table, int32_t count, int32_t from,
+                               int32_t direction) {
+  const int32_t start = std::clamp(from, -1, count);  // a stale index may lie anywhere
+  if (direction == -1) {
+    for (int32_t i = start - 1; i >= 0; i--) {
+      if (table[i].displayed != 0) return i;
+    }
+  }
+  if (direction == 1) {
+    for (int32_t i = start + 1; i < count; i++) {
+      if (table[i].displayed != 0) return i;
+    }
+  }
+  return from;
+}
+
+// What the "%d" of scanf takes from `text`, but saturating; `otherwise` when it takes nothing.
+static int32_t parseNumber(const char *text, int32_t otherwise) {
+  char *end = nullptr;
+  const long number = strtol(text, &end, 10);
+  return end == text ? otherwise : static_cast<int32_t>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
+
+static void toggle(SharedInt *word) {
+  store(*word, load(*word) == 0 ? 1 : 0);
+}
+
+static void reportMode(const char *mode, const SharedInt *word) {
+  char text[64];
+  snprintf(text, sizeof text, "%s mode %s", mode, load(*word) != 0 ? "on" : "off");
+  setStatusBar(text, 3);
+}
+
+static void openDetails() {
+  if (load(g_Row) < 0) return;
+  const ShownTable table = enterShownTable();
+  ProcessRecord *record = selectedRecord(&table);
+  if (record != nullptr) showProcessDetails(record, table.records);
+  leaveProcessTables();
+}
+
+static int32_t pageStep() {
+  return std::max(load(y) - load(banners), 1);
+}
+
+static void pageDown() {
+  const int32_t first = load(g_firstProcToShow) + pageStep();
+  if (first < load(g_procs_viewable)) store(g_firstProcToShow, first);
+}
+
+static void pageUp() {
+  store(g_firstProcToShow, std::max(load(g_firstProcToShow) - pageStep(), 0));
+}
+
+static void select(const ShownTable *table, int32_t direction) {
+  store(g_selectedProcess,
+        findNextVisibleProcess(table->records, table->count, load(g_selectedProcess), direction));
+}
+
+static void moveDown() {
+  const ShownTable table = enterShownTable();
+  const int32_t row = load(g_Row);
+  const int32_t first = load(g_firstProcToShow);
+  if (row < load(y) - load(banners)) {
+    store(g_Row, row + 1);
+    select(&table, 1);
+  } else if (first + row < table.count) {
+    store(g_firstProcToShow, first + 1);
+    select(&table, 1);
+  }
+  leaveProcessTables();
+}
+
+static void moveUp() {
+  const ShownTable table = enterShownTable();
+  const int32_t row = load(g_Row);
+  const int32_t first = load(g_firstProcToShow);
+  if (row >= 0) {
+    store(g_Row, row - 1);
+    select(&table, -1);
+  } else if (first > 0) {
+    store(g_firstProcToShow, first - 1);
+    select(&table, -1);
+  }
+  leaveProcessTables();
+}
+
+static void saveConfiguration() {
+  saveConfigToFile("~/.sdrc");
+  // kept: said whether or not it was saved
+  setStatusBar("Saved config to /tmp/.sdrc - drop this in your directory for next time", 3);
+}
+
+static void hideColumn() {
+  hideSelectedCol(getCurrentPerspective());
+  store(g_Max_Cols, load(g_Max_Cols) - 1);
+}
+
+// The last column that a key may go to.
+static int32_t lastColumn(const Perspective *perspective) {
+  return std::min(load(g_lastVisibleCol), perspective->numColumns - 1);
+}
+
+static void selectColumn(int32_t direction) {
+  Perspective *perspective = getCurrentPerspective();
+  const int32_t end = direction < 0 ? 0 : lastColumn(perspective);
+  int32_t selected = load(perspective->selectedColumn);
+  const ColumnDescriptor *column = nullptr;
+  do {
+    if (direction < 0 ? selected <= end : selected >= end) break;
+    selected += direction;
+    column = columnAt(perspective, selected);
+  } while (column != nullptr && load(column->hidden) != 0);
+  store(perspective->selectedColumn, selected);
+}
+
+static void selectLeft() {
+  selectColumn(-1);
+}
+
+static void selectRight() {
+  selectColumn(1);
+}
+
+static void moveColumnLeft() {
+  Perspective *perspective = getCurrentPerspective();
+  const int32_t selected = load(perspective->selectedColumn);
+  if (selected <= 0) return;
+  moveCol(selected, -1);
+  store(perspective->selectedColumn, selected - 1);
+}
+
+static void moveColumnRight() {
+  Perspective *perspective = getCurrentPerspective();
+  const int32_t selected = load(perspective->selectedColumn);
+  if (selected >= lastColumn(perspective)) return;
+  moveCol(selected, 1);
+  store(perspective->selectedColumn, selected + 1);
+}
+
 const char *getFilter() {
-  return nullptr;
+  return active_filter;
+}
+
+void applyFilter(const char *text) {
+  free(active_filter);
+  active_filter = text != nullptr ? strdup(text) : nullptr;
+}
+
+static void askForFilter() {
+  applyFilter(promptForInput("Enter a filter expression:"));
+  store(g_filterSockets, 0);
+}
+
+static void toggleSockets() {
+  toggle(&g_filterSockets);
+  if (load(g_filterSockets) != 0) {
+    // Its first character keeps it from being applied to names.
+    applyFilter("- Active Sockets - ");
+  } else {
+    applyFilter("");
+    clearStatusBar();
+  }
+}
+
+static void showListHelp() {
+  showHelp(kListHelp);
+}
+
+static void openGestalt() {
+  if (g_gotGestalt != 0) showGestalt();
+}
+
+static void toggleDelta() {
+  toggle(&g_Delta);
+  reportMode("Delta", &g_Delta);
+}
+
+static void toggleIrix() {
+  toggle(&g_IrixMode);
+  reportMode("Irix", &g_IrixMode);
+}
+
+static void toggleColor() {
+  toggle(&g_Color);
+  setStatusBar(load(g_Color) != 0 ? "Life is better in color"
+                                  : "Black & White? Oh well. Whatever makes you happy...",
+               3);
+}
+
+static void toggleProcessors() {
+  toggle(&g_EachCPU);
+}
+
+static void toggleUpdates() {
+  toggle(&g_updates);
+}
+
+static void toggleMemory() {
+  toggle(&g_showMemory);
+}
+
+static void toggleNetworks() {
+  toggle(&getCurrentPerspective()->ShowNetworks);
+}
+
+static void togglePower() {
+  toggle(&getCurrentPerspective()->ShowPower);
+}
+
+static void toggleReverse() {
+  toggle(&g_reverse);
+}
+
+void toggleUpdateDelay() {
+  char *answer = promptForInput("Enter value for update delay in deciseconds (10 = 1 second):");
+  store(g_Delay, parseNumber(answer, load(g_Delay)));
+  snprintf(answer, kPromptSize, "Setting delay to %0.1f seconds...", load(g_Delay) / 10.0);
+  setStatusBar(answer, 2);
+}
+
+// The pid to signal: the selected process's, else one that the user names; 0 when there is none.
+// `isStopped` tells about the selected process.
+static int32_t chooseTarget(bool *isStopped) {
+  const ShownTable table = enterShownTable();
+  const ProcessRecord *record = selectedRecord(&table);
+  int32_t pid = 0;
+  *isStopped = false;
+  if (record != nullptr) {
+    pid = pidOf(record);
+    *isStopped = record->taskAllInfo.pbsd.pbi_status == darwin::SSTOP;
+  }
+  leaveProcessTables();
+  if (pid == 0) pid = parseNumber(promptForInput("Which PID do you want to kill today? "), 0);
+  if (pid == 0) setStatusBar("Not a valid PID.. Try again?", 2);
+  return pid;
+}
+
+static void killProcess() {
+  bool isStopped = false;
+  const int32_t pid = chooseTarget(&isStopped);
+  if (pid == 0) return;
+  if (promptForInput("Are you sure? ")[0] == 'y') kill(pid, darwin::DARWIN_SIGKILL);
+}
+
+static void stopOrContinue() {
+  bool isStopped = false;
+  const int32_t pid = chooseTarget(&isStopped);
+  if (pid == 0) return;
+  kill(pid, isStopped ? darwin::DARWIN_SIGCONT : darwin::DARWIN_SIGSTOP);
+}
+
+static void quit() {
+  askForEnd(kEndByKey);
+}
+
+enum Need : uint8_t {
+  kNothing,
+  kScreen,  // draws, changes the filter, or looks into a table
+};
+
+struct KeyRow {
+  int key;
+  Need need;
+  void (*act)();
+};
+
+static const KeyRow kKeys[] = {
+    {kEnter, kScreen, openDetails},
+    {' ', kNothing, pageDown},
+    {'b', kNothing, pageUp},
+    {'!', kNothing, saveConfiguration},
+    {'-', kNothing, hideColumn},
+    {'/', kScreen, askForFilter},
+    {'1', kNothing, toggleProcessors},
+    {'?', kScreen, showListHelp},
+    {'D', kNothing, toggleDelta},
+    {'d', kNothing, toggleDelta},
+    {'F', kNothing, toggleUpdates},
+    {'f', kNothing, toggleUpdates},
+    {'G', kScreen, openGestalt},
+    {'I', kNothing, toggleIrix},
+    {'K', kScreen, killProcess},
+    {'T', kScreen, stopOrContinue},
+    {'t', kScreen, stopOrContinue},
+    {'M', kNothing, toggleMemory},
+    {'m', kNothing, toggleMemory},
+    {'N', kNothing, toggleNetworks},
+    {'n', kNothing, toggleNetworks},
+    {'P', kNothing, togglePower},
+    {'p', kNothing, togglePower},
+    {'Q', kNothing, quit},
+    {'q', kNothing, quit},
+    {'S', kScreen, toggleSockets},
+    {'s', kScreen, toggleSockets},
+    {'U', kScreen, toggleUpdateDelay},
+    {'u', kScreen, toggleUpdateDelay},
+    {'c', kNothing, toggleColor},
+    {'r', kNothing, toggleReverse},
+    {kDown, kScreen, moveDown},
+    {kUp, kScreen, moveUp},
+    {kLeft, kNothing, selectLeft},
+    {kRight, kNothing, selectRight},
+    {kShiftedLeft, kNothing, moveColumnLeft},
+    {kShiftedRight, kNothing, moveColumnRight},
+};
+
+static void actOnScreen(void (*act)()) {
+  const bool drewAlready = isDrawing();
+  if (!waitToDraw(kScreenPatience)) {
+    setStatusBar("The screen is busy: the last key was dropped", 3);
+    return;
+  }
+  // Who ends the program gives the screen up for good.
+  if (reasonToEnd() == 0) act();
+  if (!drewAlready) stopDrawing();
+}
+
+void handleKey(int key) {
+  for (const KeyRow &row : kKeys) {
+    if (row.key != key) continue;
+    if (row.need == kScreen) {
+      actOnScreen(row.act);
+    } else {
+      row.act();
+    }
+    return;
+  }
 }
 
 }  // namespace sondex

@@ -1,9 +1,33 @@
-// What keys do to the display's state.
+// What keys do to the display's state, and the filter that they set. All of it belongs to the input
+// thread; the drawing thread asks for the filter only.
 #pragma once
+
+#include <stdint.h>
+
+#include "proc/process_record.h"
 
 namespace sondex {
 
-// The text of the active filter, null when there is none.
+// Applies one key: a byte (0 to 255) or a curses key code. Returns when what the key opened has
+// been left. A key that needs the screen or a process is dropped, with a message in the status bar,
+// when the screen isn't to be had for two seconds.
+void handleKey(int key);
+
+// Asks for the refresh delay and sets g_Delay. What is no number leaves it as it is; numbers beyond
+// its range saturate. The calling thread is the one that draws.
+void toggleUpdateDelay();
+
+// Releases the present filter; keeps a copy of `text` in its place, or none when `text` is null or
+// memory is short. The calling thread is the one that draws.
+void applyFilter(const char *text);
+
+// The text of the active filter, null when there is none. Holds until the calling thread, which is
+// the one that draws, stops drawing.
 const char *getFilter();
+
+// The index of the next record that the last frame showed, seen from `from` in `direction` (1 or
+// -1) among the `count` records of `table`; `from` itself when there is none.
+int32_t findNextVisibleProcess(const ProcessRecord *table, int32_t count, int32_t from,
+                               int32_t direction);
 
 }  // namespace sondex

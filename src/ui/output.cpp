@@ -12,10 +12,14 @@
 #include "state/display.h"
 #include "ui/held_stderr.h"
 #include "ui/safe_text.h"
+#include "ui/who_draws.h"
 
 namespace sondex {
 
 constexpr short kBrightRed = 9;
+// Milliseconds that closing waits for a thread that draws. One that takes longer is busy with
+// something else, and the screen is closed all the same.
+constexpr int32_t kClosePatience = 2000;
 
 struct ColorPair {
   short pair;
@@ -133,7 +137,12 @@ void openScreen() {
 }
 
 void closeScreen() {
-  if (screenIsOpen() && !isendwin()) endwin();
+  if (screenIsOpen() && !isendwin()) {
+    const bool drewAlready = isDrawing();
+    const bool taken = waitToDraw(kClosePatience);
+    endwin();
+    if (taken && !drewAlready) stopDrawing();
+  }
   releaseStandardError();
 }
 

@@ -45,7 +45,8 @@ uint32_t colorPair(int pair);
 // it; what cursesMessage then prints says so.
 void openScreen();
 
-// Leaves the full screen if it is open, and gives back standard error. Safe to call more than once.
+// Leaves the full screen if it is open, and gives back standard error. Safe to call more than once
+// and by a thread that doesn't draw: it waits for the one that does, up to two seconds.
 void closeScreen();
 
 // Follows a terminal whose size has changed. Called before a frame is drawn.

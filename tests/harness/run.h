@@ -46,7 +46,14 @@ inline constexpr char kNoSuchProcess[] = "proc_pidinfo: No such process";
 // The same of processes that the caller may not look at.
 inline constexpr char kNotPermitted[] = "proc_pidinfo: Operation not permitted";
 
+// What the Wi-Fi line says each time it opens its socket.
+inline constexpr char kWirelessAttempt[] = "on 32-bit platforms Sizeof the struct is 40, length: 4";
+
 // Standard error without those lines, and without those on processes with too many threads.
 std::string withoutSampling(const std::string &error);
+
+// Standard error without what the thread of the network statistics says, at a time of its own,
+// where there is no such service.
+std::string withoutNetworkService(std::string error);
 
 }  // namespace test

@@ -26,7 +26,7 @@ std::string withSteppedClock(std::string_view text) {
   return copy.replace(place, static_cast<size_t>(first->length(1)), "stepped");
 }
 
-SteppedDevice::SteppedDevice(const std::string &name) {
+SteppedDevice::SteppedDevice(const std::string &name, Background background) {
   const fs::path original = fs::path(DEVICES_FOLDER) / (name + ".toml");
   std::ifstream input(original, std::ios::binary);
   if (!input) throw std::system_error(errno, std::generic_category(), original.string());
@@ -40,6 +40,7 @@ SteppedDevice::SteppedDevice(const std::string &name) {
   folder_ = folder;
   file_ = folder_ / original.filename();
   std::ofstream copy(file_, std::ios::binary);
+  if (background == Background::silent) copy << "background = false\n";
   copy << stepped;
   copy.close();
   if (!copy) throw std::system_error(errno, std::generic_category(), file_.string());

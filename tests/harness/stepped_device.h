@@ -18,8 +18,10 @@ std::string withSteppedClock(std::string_view text);
 // lives.
 class SteppedDevice {
  public:
-  // Throws std::runtime_error.
-  explicit SteppedDevice(const std::string &name);
+  // In the background the device tells of traffic and of memory pressure: how soon depends on how
+  // fast the machine is. Throws std::runtime_error.
+  enum class Background { told, silent };
+  explicit SteppedDevice(const std::string &name, Background background = Background::told);
   SteppedDevice(const SteppedDevice &) = delete;
   SteppedDevice &operator=(const SteppedDevice &) = delete;
   ~SteppedDevice();

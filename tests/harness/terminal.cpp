@@ -141,6 +141,11 @@ void Terminal::press(std::string_view keys) {
   }
 }
 
+size_t Terminal::unreadKeys() const {
+  int bytes = 0;
+  return ioctl(line_.get(), FIONREAD, &bytes) == 0 && bytes > 0 ? static_cast<size_t>(bytes) : 0;
+}
+
 void Terminal::resize(int columns, int rows) {
   columns_ = columns;
   rows_ = rows;

@@ -57,6 +57,8 @@ class Terminal {
 
   pid_t pid() const { return child_.pid(); }
   void press(std::string_view keys);
+  // What was pressed and the program has not read yet, in bytes.
+  size_t unreadKeys() const;
   void resize(int columns, int rows);
   void signal(int number) const { child_.signal(number); }
   // Tells the program once that its window has changed, and waits for the frame that it then draws.

@@ -39,7 +39,7 @@ Outcome listOn(const SteppedDevice &device) {
 class KeptList : public testing::TestWithParam<Run> {};
 
 TEST_P(KeptList, IsPrintedTheSameInEveryRun) {
-  const SteppedDevice device(GetParam().device);
+  const SteppedDevice device(GetParam().device, SteppedDevice::Background::silent);
   const std::string first = asText(listOn(device));
   EXPECT_EQ(GetParam().kept.complaintAbout(first), "");
   EXPECT_EQ(difference(first, asText(listOn(device))), "");

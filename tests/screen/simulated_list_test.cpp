@@ -55,7 +55,8 @@ struct Display {
   SteppedDevice device;
   Terminal terminal;
 
-  explicit Display(const View &view) : device(view.device), terminal(optionsOf(view)) {}
+  explicit Display(const View &view)
+      : device(view.device, SteppedDevice::Background::silent), terminal(optionsOf(view)) {}
 
  private:
   TerminalOptions optionsOf(const View &view) const {

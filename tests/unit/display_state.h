@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "columns/perspective.h"
+#include "device/gestalt.h"
 #include "nstat/accounting.h"
 #include "proc/process_table.h"
 #include "proc/sampler.h"
@@ -77,6 +78,7 @@ class DisplayStateGuard {
     g_hostName = nullptr;
     memorystatus_get_level_funcptr = nullptr;
     proc_pid_rusage_funcptr = nullptr;
+    store(MGCopyAnswerWithError_func, nullptr);
     g_num_cpus = 0;
     g_totalTicksThisSample = 0;
   }

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "columns/column_table.h"
@@ -72,8 +75,20 @@ class PerspectiveTest : public testing::Test {
   static std::vector<std::string> headers(const Perspective *perspective) {
     std::vector<std::string> all;
     for (int32_t i = 0; i < perspective->numColumns; i++)
-      all.emplace_back(perspective->columns[i].header);
+      all.emplace_back(load(perspective->columns[i])->header);
     return all;
+  }
+
+  static ColumnDescriptor &at(Perspective *perspective, int32_t index) {
+    return *load(perspective->columns[index]);
+  }
+
+  static void hideColumn(Perspective *perspective, int32_t index) {
+    store(at(perspective, index).hidden, 1);
+  }
+
+  static void append(Perspective *to, const Perspective *from) {
+    for (int32_t i = 0; i < from->numColumns; i++) appendColumn(to, load(from->columns[i]));
   }
 
   DisplayStateGuard guard;
@@ -89,10 +104,10 @@ TEST_F(PerspectiveTest, DefaultHasTwentyOneColumnsInOrder) {
   ASSERT_EQ(std::size(kOrder), 21u);
   ASSERT_EQ(perspective->numColumns, 21);
   for (size_t i = 0; i < 21; i++)
-    EXPECT_EQ(std::memcmp(&perspective->columns[i], kOrder[i], sizeof(ColumnDescriptor)), 0) << i;
-  const ColumnDescriptor zero = {};
+    EXPECT_EQ(std::memcmp(load(perspective->columns[i]), kOrder[i], sizeof(ColumnDescriptor)), 0)
+        << i;
   for (int i = 21; i < kPerspectiveColumns; i++)
-    EXPECT_EQ(std::memcmp(&perspective->columns[i], &zero, sizeof zero), 0) << i;
+    EXPECT_EQ(load(perspective->columns[i]), nullptr) << i;
   EXPECT_EQ(kPerspectiveColumns, 32);
 }
 
@@ -105,13 +120,13 @@ TEST_F(PerspectiveTest, DefaultHasItsNameSectionsAndSelection) {
   EXPECT_EQ(perspective->ShowNetworks, 0);
   EXPECT_EQ(perspective->ShowPower, 0);
   EXPECT_EQ(perspective->selectedColumn, 8);
-  EXPECT_EQ(perspective->columns[8].sort, sort_cpu_usage);
+  EXPECT_EQ(sortOf(perspective), sort_cpu_usage);
 }
 
 TEST_F(PerspectiveTest, DefaultLeavesTheCodeSigningColumnOut) {
   EXPECT_FALSE(hasColumn(getDefaultPerspective(), &col_codesign));
   EXPECT_TRUE(hasColumn(getDefaultPerspective(), &col_net_tx));
-  getDefaultPerspective()->columns[20].hidden = 1;
+  hideColumn(getDefaultPerspective(), 20);
   EXPECT_TRUE(hasColumn(getDefaultPerspective(), &col_net_tx));
 }
 
@@ -132,27 +147,27 @@ TEST_F(PerspectiveTest, CanBeReplaced) {
 }
 
 TEST_F(PerspectiveTest, ReplacedByNoneIsBuiltAnew) {
-  getDefaultPerspective()->columns[0].hidden = 1;
+  hideColumn(getDefaultPerspective(), 0);
   getDefaultPerspective()->selectedColumn = 2;
   setDefaultPerspective(nullptr);
-  EXPECT_EQ(getDefaultPerspective()->columns[0].hidden, 0);
+  EXPECT_EQ(at(getDefaultPerspective(), 0).hidden, 0);
   EXPECT_EQ(getDefaultPerspective()->selectedColumn, 8);
   EXPECT_EQ(getDefaultPerspective()->numColumns, 21);
 }
 
 TEST_F(PerspectiveTest, MovedColumnChangesPlacesWithItsNeighbour) {
   Perspective *perspective = getCurrentPerspective();
-  perspective->columns[2].hidden = 1;
+  hideColumn(perspective, 2);
   EXPECT_EQ(moveCol(1, 1), 0);
-  EXPECT_STREQ(perspective->columns[1].header, "PPID  ");
-  EXPECT_EQ(perspective->columns[1].hidden, 1);
-  EXPECT_STREQ(perspective->columns[2].header, "PID  ");
-  EXPECT_EQ(perspective->columns[2].hidden, 0);
+  EXPECT_STREQ(at(perspective, 1).header, "PPID  ");
+  EXPECT_EQ(at(perspective, 1).hidden, 1);
+  EXPECT_STREQ(at(perspective, 2).header, "PID  ");
+  EXPECT_EQ(at(perspective, 2).hidden, 0);
   EXPECT_EQ(perspective->selectedColumn, 8) << "following is the caller's";
   EXPECT_EQ(moveCol(20, -1), 0);
-  EXPECT_STREQ(perspective->columns[19].header, "Net TX");
-  EXPECT_STREQ(perspective->columns[20].header, "Net RX");
-  EXPECT_EQ(perspective->columns[21].print, nullptr);
+  EXPECT_STREQ(at(perspective, 19).header, "Net TX");
+  EXPECT_STREQ(at(perspective, 20).header, "Net RX");
+  EXPECT_EQ(load(perspective->columns[21]), nullptr);
 }
 
 TEST_F(PerspectiveTest, ColumnMovedThereAndBackIsWhereItWas) {
@@ -164,6 +179,61 @@ TEST_F(PerspectiveTest, ColumnMovedThereAndBackIsWhereItWas) {
   EXPECT_EQ(headers(perspective), before);
 }
 
+TEST_F(PerspectiveTest, SortsByItsSelectedColumn) {
+  Perspective own = {};
+  EXPECT_EQ(sortOf(&own), nullptr);
+  appendColumn(&own, &col_pid);
+  appendColumn(&own, &col_command);
+  EXPECT_EQ(sortOf(&own), sort_pid);
+  own.selectedColumn = 1;
+  EXPECT_EQ(sortOf(&own), sort_name);
+  for (const int32_t beyond : {-1, 2, 31, 32, INT32_MAX, INT32_MIN}) {
+    own.selectedColumn = beyond;
+    EXPECT_EQ(sortOf(&own), beyond < 0 ? sort_pid : sort_name) << beyond;
+  }
+}
+
+TEST_F(PerspectiveTest, WalkEndsAfterTheLastColumn) {
+  Perspective full = {};
+  EXPECT_EQ(columnAt(&full, 0), nullptr);
+  while (appendColumn(&full, &col_pid) != nullptr) continue;
+  EXPECT_EQ(columnAt(&full, kPerspectiveColumns - 2), load(full.columns[kPerspectiveColumns - 2]));
+  EXPECT_EQ(columnAt(&full, kPerspectiveColumns - 1), nullptr);
+  EXPECT_EQ(columnAt(&full, kPerspectiveColumns), nullptr);
+  load(full.columns[3])->print = nullptr;
+  EXPECT_EQ(columnAt(&full, 3), nullptr);
+}
+
+// What is drawn by one thread while keys move columns on another: each column whole.
+TEST_F(PerspectiveTest, MovingColumnsIsSeenWhole) {
+  Perspective *perspective = getCurrentPerspective();
+  std::atomic<bool> done{false};
+  int broken = 0;
+  std::thread drawing([&] {
+    while (!done.load()) {
+      for (int32_t i = 0; i < 21; i++) {
+        const ColumnDescriptor *column = columnAt(perspective, i);
+        const auto row = std::find_if(std::begin(kColumns), std::end(kColumns), [&](auto &known) {
+          return std::strcmp(known.header, column->header) == 0;
+        });
+        if (row == std::end(kColumns) || row->print != column->print || row->sort != column->sort) {
+          broken++;
+        }
+      }
+      isColumnVisible(columnAt(perspective, 4));
+      if (sortOf(perspective) == nullptr) broken++;
+    }
+  });
+  for (int round = 0; round < 2000; round++) {
+    moveCol(round % 20, 1);
+    store(perspective->selectedColumn, round % 21);
+    if (round == 1000) hideSelectedCol(perspective);
+  }
+  done.store(true);
+  drawing.join();
+  EXPECT_EQ(broken, 0);
+}
+
 class HideSelected : public PerspectiveTest {
  protected:
   Perspective *perspective = getCurrentPerspective();
@@ -172,7 +242,7 @@ class HideSelected : public PerspectiveTest {
   int32_t hide(int32_t index) {
     perspective->selectedColumn = index;
     hideSelectedCol(perspective);
-    EXPECT_EQ(perspective->columns[index].hidden, 1);
+    EXPECT_EQ(at(perspective, index).hidden, 1);
     return perspective->selectedColumn;
   }
 };
@@ -182,8 +252,8 @@ TEST_F(HideSelected, FirstGoesToTheSecond) {
 }
 
 TEST_F(HideSelected, FirstPassesOverHiddenOnes) {
-  perspective->columns[1].hidden = 1;
-  perspective->columns[2].hidden = 1;
+  hideColumn(perspective, 1);
+  hideColumn(perspective, 2);
   EXPECT_EQ(hide(0), 3);
 }
 
@@ -192,7 +262,7 @@ TEST_F(HideSelected, LastGoesToTheLeft) {
 }
 
 TEST_F(HideSelected, LastPassesOverHiddenOnes) {
-  for (int32_t i = 15; i < 20; i++) perspective->columns[i].hidden = 1;
+  for (int32_t i = 15; i < 20; i++) hideColumn(perspective, i);
   EXPECT_EQ(hide(20), 14);
 }
 
@@ -202,19 +272,19 @@ TEST_F(HideSelected, MiddleGoesToTheLeftFirst) {
 }
 
 TEST_F(HideSelected, GoesRightOnlyWhenAllToTheLeftIsHidden) {
-  for (int32_t i = 0; i < 8; i++) perspective->columns[i].hidden = 1;
-  perspective->columns[9].hidden = 1;
+  for (int32_t i = 0; i < 8; i++) hideColumn(perspective, i);
+  hideColumn(perspective, 9);
   EXPECT_EQ(hide(8), 10);
-  perspective->columns[0].hidden = 0;
+  store(at(perspective, 0).hidden, 0);
   EXPECT_EQ(hide(10), 0);
 }
 
 TEST_F(HideSelected, OnlyOneLeftStaysWithinTheColumns) {
-  for (int32_t i = 0; i < 21; i++) perspective->columns[i].hidden = i != 12;
+  for (int32_t i = 0; i < 21; i++) store(at(perspective, i).hidden, i != 12);
   const int32_t selected = hide(12);
   EXPECT_GE(selected, 0);
   EXPECT_LT(selected, 21);
-  EXPECT_NE(perspective->columns[selected].sort, nullptr);
+  EXPECT_NE(at(perspective, selected).sort, nullptr);
 }
 
 TEST_F(HideSelected, OneAfterTheOtherStaysWithinTheColumns) {
@@ -223,14 +293,16 @@ TEST_F(HideSelected, OneAfterTheOtherStaysWithinTheColumns) {
     ASSERT_GE(perspective->selectedColumn, 0);
     ASSERT_LT(perspective->selectedColumn, 21);
   }
-  for (int32_t i = 0; i < 21; i++) EXPECT_EQ(perspective->columns[i].hidden, 1) << i;
-  EXPECT_EQ(perspective->columns[21].hidden, 0) << "the end mark is no column";
+  for (int32_t i = 0; i < 21; i++) EXPECT_EQ(at(perspective, i).hidden, 1) << i;
+  EXPECT_EQ(load(perspective->columns[21]), nullptr) << "the end mark is no column";
   EXPECT_EQ(perspective->numColumns, 21) << "hidden columns stay";
 }
 
 TEST_F(HideSelected, OfAFullPerspectiveStaysWithinTheArray) {
-  Perspective full = *perspective;
-  while (full.numColumns < kPerspectiveColumns) full.columns[full.numColumns++] = col_codesign;
+  Perspective full = {};
+  append(&full, perspective);
+  while (appendColumn(&full, &col_codesign) != nullptr) continue;
+  EXPECT_EQ(full.numColumns, kPerspectiveColumns - 1);
   for (int round = 0; round < 40; round++) {
     hideSelectedCol(&full);
     ASSERT_LT(full.selectedColumn, kPerspectiveColumns);
@@ -238,11 +310,12 @@ TEST_F(HideSelected, OfAFullPerspectiveStaysWithinTheArray) {
 }
 
 TEST_F(HideSelected, IsOfTheGivenPerspective) {
-  Perspective own = *perspective;
+  Perspective own = {};
+  append(&own, perspective);
   own.selectedColumn = 4;
   hideSelectedCol(&own);
-  EXPECT_EQ(own.columns[4].hidden, 1);
-  EXPECT_EQ(perspective->columns[4].hidden, 0);
+  EXPECT_EQ(at(&own, 4).hidden, 1);
+  EXPECT_EQ(at(perspective, 4).hidden, 0);
   EXPECT_EQ(perspective->selectedColumn, 8);
 }
 
@@ -252,8 +325,8 @@ class Visibility : public PerspectiveTest {
     std::vector<std::string> headers;
     const Perspective *perspective = getCurrentPerspective();
     for (int32_t i = 0; i < perspective->numColumns; i++)
-      if (!isColumnVisible(&perspective->columns[i]))
-        headers.emplace_back(perspective->columns[i].header);
+      if (!isColumnVisible(load(perspective->columns[i])))
+        headers.emplace_back(load(perspective->columns[i])->header);
     return headers;
   }
 };
@@ -288,14 +361,15 @@ TEST_F(Visibility, OfOthersLeavesTheMemoryStatusOut) {
 TEST_F(Visibility, OfHiddenColumnsIsNone) {
   g_r00t = 1;
   g_OsVer = 15;
-  getCurrentPerspective()->columns[3].hidden = 1;
+  hideColumn(getCurrentPerspective(), 3);
   EXPECT_EQ(missing(), (Headers{"COMMAND        "}));
 }
 
 TEST_F(Visibility, DoesNotDependOnNetworkStatistics) {
-  ColumnDescriptor column = col_pid;
-  column.needsNetStat = 1;
-  EXPECT_TRUE(isColumnVisible(&column));
+  Perspective own = {};
+  ColumnDescriptor *column = appendColumn(&own, &col_pid);
+  column->needsNetStat = 1;
+  EXPECT_TRUE(isColumnVisible(column));
 }
 
 }  // namespace

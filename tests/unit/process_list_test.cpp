@@ -44,11 +44,11 @@ class ProcessList : public ListScreenTest {
   }
 
   ColumnDescriptor &addColumn(const char *header, int32_t width, Renderer print) {
-    ColumnDescriptor &column = perspective.columns[perspective.numColumns++];
+    ColumnDescriptor column = {};
     std::strncpy(column.header, header, sizeof column.header - 1);
     column.width = width;
     column.print = print;
-    return column;
+    return *appendColumn(&perspective, &column);
   }
 
   std::string show(const char *filter = nullptr, ProcessRecord *previous = nullptr) {
@@ -88,7 +88,7 @@ TEST_F(ProcessList, SeparatesColumnsWithLines) {
 
 TEST_F(ProcessList, HiddenFirstColumnStillGivesTheNextALine) {
   addColumn("X", 4, printX);
-  perspective.columns[0].hidden = 1;
+  store(load(perspective.columns[0])->hidden, 1);
   current({"a"});
   EXPECT_EQ(rows(), "|x\n");
 }
@@ -219,7 +219,7 @@ TEST_F(Banners, CountTheSections) {
     EXPECT_EQ(load(banners), 9);
     store(*section, 0);
   }
-  for (int32_t Perspective::*section : {&Perspective::ShowPower, &Perspective::ShowNetworks}) {
+  for (SharedInt Perspective::*section : {&Perspective::ShowPower, &Perspective::ShowNetworks}) {
     perspective.*section = 1;
     show();
     EXPECT_EQ(load(banners), 9);
@@ -422,7 +422,7 @@ TEST_F(ListOnScreen, HasColumnHeadersBetweenLines) {
 
 TEST_F(ListOnScreen, HiddenFirstColumnLeavesALineInFront) {
   addColumn("X", 4, printX);
-  perspective.columns[0].hidden = 1;
+  store(load(perspective.columns[0])->hidden, 1);
   current({"a"});
   frame();
   EXPECT_EQ(trimmed(kHeaderRow), "|X");

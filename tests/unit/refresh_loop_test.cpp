@@ -75,14 +75,15 @@ TEST_F(PlainList, VerdictsAreAskedForOnlyWhileTheirColumnIsThere) {
   EXPECT_EQ(machine.timesAsked("codeSigningFlags"), 0u);
   EXPECT_STREQ(recordOf(5)->csStatus, "");
 
-  Perspective perspective = *getDefaultPerspective();
-  perspective.columns[0] = col_codesign;
+  Perspective perspective = {};
+  appendColumn(&perspective, &col_codesign);
+  appendColumn(&perspective, &col_pid);
   setDefaultPerspective(&perspective);
   const std::string list = run();
   EXPECT_STREQ(recordOf(5)->csStatus, "OK");
   EXPECT_STREQ(recordOf(6)->csStatus, "NO");
-  EXPECT_NE(list.find("\nOK|5    |"), std::string::npos) << list;
-  EXPECT_NE(list.find("\nNO|6    |"), std::string::npos) << list;
+  EXPECT_NE(list.find("\nOK|5    \n"), std::string::npos) << list;
+  EXPECT_NE(list.find("\nNO|6    \n"), std::string::npos) << list;
   setDefaultPerspective(nullptr);
 }
 

@@ -30,6 +30,7 @@ using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr int32_t kUnchanged = -77;
 
@@ -322,6 +323,26 @@ TEST_F(ProgramDeathTest, ReportPausesForASecondFirst) {
   EXPECT_EXIT(run({self, "tree"}), ExitedWithCode(0), Eq(kSampled));
   g_wholePause = false;
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+}
+
+TEST_F(ProgramDeathTest, IdentityIsShownWithoutASample) {
+  EXPECT_EXIT(run({"gestalt"}), ExitedWithCode(0),
+              AllOf(StartsWith("Gestalt Details for this OS:\n\n\tName:         \t[Com]\n"),
+                    EndsWith("\n\tBlueTooth MAC:\t[Blu]\n")));
+}
+
+TEST_F(ProgramDeathTest, IdentityServiceThatRefusesIsAService) {
+  machine.refusals["gestaltAnswer"] = 5;
+  EXPECT_EXIT(run({"gestalt"}), ExitedWithCode(0),
+              AllOf(StartsWith("Error 5\nError 5\n"), HasSubstr("\tDevice Type:   \t?(?)\n")));
+}
+
+TEST_F(ProgramDeathTest, IdentityNeedsItsService) {
+  machine.gestalt = false;
+  EXPECT_EXIT(
+      run({"gestalt"}), ExitedWithCode(1),
+      MatchesRegex("Error loading Gestalt: [^\n]+\n"
+                   "Gestalt is only supported on \\*OS \\(Blame AAPL for this, not Z\\)\n"));
 }
 
 TEST_F(ProgramDeathTest, PlainListIsPrintedOnce) {

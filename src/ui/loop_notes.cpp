@@ -1,0 +1,48 @@
+#include "ui/loop_notes.h"
+
+#include <errno.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "state/system.h"
+#include "state/word.h"
+
+namespace sondex {
+
+constexpr int32_t kLongestNap = 100;  // milliseconds
+constexpr long kNanosecondsPerMillisecond = 1'000'000;
+
+static SharedInt endReason{0};
+static_assert(SharedInt::is_always_lock_free, "written by a signal handler");
+
+void wakeLoop() {
+  if (g_pipe[1] == 0) return;
+  const int saved = errno;
+  // The pipe never blocks: when it is full of wake-ups, one more is not missed.
+  [[maybe_unused]] const ssize_t written = write(g_pipe[1], "x", 1);
+  errno = saved;
+}
+
+void askForEnd(int32_t reason) {
+  int32_t none = 0;
+  endReason.compare_exchange_strong(none, reason, std::memory_order_relaxed);
+  wakeLoop();
+}
+
+int32_t reasonToEnd() {
+  return load(endReason);
+}
+
+bool pauseUnlessEnding(int32_t milliseconds) {
+  while (milliseconds > 0 && reasonToEnd() == 0) {
+    const int32_t nap = std::min(milliseconds, kLongestNap);
+    const timespec time = {0, nap * kNanosecondsPerMillisecond};
+    nanosleep(&time, nullptr);
+    milliseconds -= nap;
+  }
+  return reasonToEnd() == 0;
+}
+
+}  // namespace sondex

@@ -1,0 +1,44 @@
+#include "ui/page.h"
+
+#include <curses.h>
+#include <poll.h>
+#include <stdint.h>
+#include <unistd.h>
+
+#include "state/display.h"
+#include "ui/loop_notes.h"
+
+namespace sondex {
+
+constexpr int kEnter = 10;
+constexpr int32_t kBetweenKeys = 1000;  // milliseconds
+
+static bool isOnScreen() {
+  return load(wantCurses) != 0 && stdscr != nullptr;
+}
+
+void beginPage() {
+  if (!isOnScreen()) return;
+  wclear(stdscr);
+  wrefresh(stdscr);
+  wmove(stdscr, 0, 0);
+  idlok(stdscr, TRUE);
+  scrollok(stdscr, TRUE);
+}
+
+// No key will ever come again.
+static bool isKeyboardGone() {
+  pollfd keyboard = {STDIN_FILENO, 0, 0};
+  return poll(&keyboard, 1, 0) > 0 && (keyboard.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+void waitToLeavePage() {
+  if (!isOnScreen()) return;
+  while (!isKeyboardGone()) {
+    const int key = wgetch(stdscr);
+    if (key == kEnter || key == 'Q' || key == 'q') return;
+    if (!pauseUnlessEnding(kBetweenKeys)) return;
+  }
+}
+
+}  // namespace sondex

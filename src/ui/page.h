@@ -1,0 +1,16 @@
+// A page of text that takes the whole screen until a key leaves it. What stands on it is its
+// caller's business. Whoever shows one holds the right to draw, and the list is drawn anew
+// afterwards.
+#pragma once
+
+namespace sondex {
+
+// In full-screen mode: an empty screen that scrolls when the text is longer, with the cursor in its
+// first cell.
+void beginPage();
+
+// In full-screen mode: reads keys until one leaves the page, until the terminal is gone or until
+// the program is to end. Any other key is followed by a pause of a second.
+void waitToLeavePage();
+
+}  // namespace sondex

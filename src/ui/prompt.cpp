@@ -1,0 +1,79 @@
+#include "ui/prompt.h"
+
+#include <curses.h>
+#include <poll.h>
+#include <stdint.h>
+#include <unistd.h>
+
+#include "state/display.h"
+#include "ui/loop_notes.h"
+#include "ui/output.h"
+#include "ui/status_bar.h"
+
+namespace sondex {
+
+constexpr int kEnter = 10;
+// How long one look at the keyboard waits, in milliseconds: so soon a wish to end is seen.
+constexpr int kOneLook = 100;
+constexpr int kNoMoreKeys = -2;
+static_assert(kNoMoreKeys != ERR);
+
+// Seventy-four blanks.
+static const char kBlankStatus[] =
+    "                                                                          ";
+
+static bool keyboardHasSomething() {
+  pollfd keyboard = {STDIN_FILENO, POLLIN, 0};
+  return poll(&keyboard, 1, kOneLook) > 0;
+}
+
+// The next key, or kNoMoreKeys. Curses itself never waits here: it could not be told to end.
+static int waitForKey() {
+  bool readable = false;
+  while (reasonToEnd() == 0) {
+    const int key = wgetch(stdscr);
+    if (key == KEY_RESIZE) continue;  // a note of curses to itself, which nobody typed
+    if (key != ERR) return key;
+    // Something to read and yet no key: that is the end of the input.
+    if (readable) return kNoMoreKeys;
+    readable = keyboardHasSomething();
+  }
+  return kNoMoreKeys;
+}
+
+// False when the answer was not brought to its end.
+static bool readAnswer(char *answer) {
+  for (int length = 0; length < kPromptSize; length++) {
+    const int key = waitForKey();
+    if (key == kNoMoreKeys) return false;
+    // kept: no line editing, a backspace is a character like any other
+    answer[length] = static_cast<char>(key == kEnter ? '\0' : key);
+    if (key == kEnter) return true;
+  }
+  answer[kPromptSize - 1] = '\0';
+  return true;
+}
+
+char *promptForInput(const char *prompt) {
+  static char answer[kPromptSize];
+  answer[0] = '\0';
+  if (load(wantCurses) == 0 || stdscr == nullptr) return answer;
+  setStatusBar(kBlankStatus, 1);
+  printStatusBar();
+  wrefresh(stdscr);
+
+  wmove(stdscr, getmaxy(stdscr) - 1, 0);
+  const uint32_t attribute = load(g_Color) != 0
+                                 ? static_cast<uint32_t>(COLOR_PAIR(kPairPrompt) | A_BOLD)
+                                 : static_cast<uint32_t>(A_REVERSE);
+  switchOn(attribute);
+  output(prompt, 0);
+  nodelay(stdscr, TRUE);
+  echo();
+  if (!readAnswer(answer)) answer[0] = '\0';
+  noecho();
+  switchOff(attribute);
+  return answer;
+}
+
+}  // namespace sondex

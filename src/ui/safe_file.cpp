@@ -1,0 +1,45 @@
+#include "ui/safe_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sondex {
+
+constexpr mode_t kReadWriteForAll = 0666;
+
+// Whose files ours are. The kernel puts that into any object it makes for us; the user that
+// geteuid() names may be another machine's.
+static bool getFileOwner(uid_t *owner) {
+  int ends[2];
+  if (pipe(ends) != 0) return false;
+  struct stat made = {};
+  const bool known = fstat(ends[0], &made) == 0;
+  close(ends[0]);
+  close(ends[1]);
+  *owner = made.st_uid;
+  return known;
+}
+
+static bool isOwnFile(int descriptor) {
+  struct stat found = {};
+  uid_t owner = 0;
+  if (fstat(descriptor, &found) != 0 || !getFileOwner(&owner)) return false;
+  if (S_ISREG(found.st_mode) && found.st_nlink == 1 && found.st_uid == owner) return true;
+  errno = EEXIST;
+  return false;
+}
+
+int openToRewrite(const char *path) {
+  const int descriptor = open(
+      path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kReadWriteForAll);
+  if (descriptor < 0) return -1;
+  if (isOwnFile(descriptor) && ftruncate(descriptor, 0) == 0) return descriptor;
+  const int failure = errno;
+  close(descriptor);
+  errno = failure;
+  return -1;
+}
+
+}  // namespace sondex

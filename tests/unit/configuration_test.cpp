@@ -1,0 +1,206 @@
+#include "columns/configuration.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "columns/perspective.h"
+#include "tests/unit/display_state.h"
+#include "ui/status_bar.h"
+
+namespace {
+
+using namespace sondex;
+using testing::StartsWith;
+
+constexpr char kPath[] = "/tmp/.sdrc";
+constexpr char kFailure[] = "Unable to open file for output";
+
+const std::string kHeaderLine = "## Config File for Z's Sondex, https://sondex.invalid/\n";
+const std::string kDefault =
+    "Perspective Default\n"
+    "\tShowWiFi\n"
+    "\tShowDisks\n"
+    "\tColumns\n"
+    "\t\tColumn\tUID \n"
+    "\t\tColumn\tPID  \n"
+    "\t\tColumn\tPPID  \n"
+    "\t\tColumn\tCOMMAND        \n"
+    "\t\tColumn\t#THR\n"
+    "\t\tColumn\tPRI  \n"
+    "\t\tColumn\tRSS \n"
+    "\t\tColumn\tVSS \n"
+    "\t\tColumn\tCPU  \n"
+    "\t\tColumn\tREAD \n"
+    "\t\tColumn\tWRITE \n"
+    "\t\tColumn\tCOAL\n"
+    "\t\tColumn\tS \n"
+    "\t\tColumn\tMS \n"
+    "\t\tColumn\tMEML\n"
+    "\t\tColumn\tSB\n"
+    "\t\tColumn\tTIME \n"
+    "\t\tColumn\tSTIME   \n"
+    "\t\tColumn\tFDs \n"
+    "\t\tColumn\tNet RX\n"
+    "\t\tColumn\tNet TX\n";
+
+std::string saved(const Perspective *perspective) {
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *stream = open_memstream(&text, &size);
+  savePerspectiveToFile(perspective, stream);
+  std::fclose(stream);
+  const std::string copy(text, size);
+  std::free(text);
+  return copy;
+}
+
+TEST(SavedPerspective, Default) {
+  const DisplayStateGuard state;
+  EXPECT_EQ(saved(getDefaultPerspective()), kDefault);
+}
+
+TEST(SavedPerspective, NullWritesNothing) {
+  EXPECT_EQ(saved(nullptr), "");
+}
+
+TEST(SavedPerspective, TogglesInTheirOrder) {
+  const DisplayStateGuard state;
+  Perspective *perspective = getDefaultPerspective();
+  store(perspective->ShowNetworks, 1);
+  store(perspective->ShowPower, 7);
+  EXPECT_THAT(saved(perspective),
+              StartsWith("Perspective Default\n\tShowWiFi\n\tShowDisks\n\tShowNetworks\n"
+                         "\tShowPower\n\tColumns\n"));
+  store(perspective->ShowWiFi, 0);
+  store(perspective->ShowDisks, 0);
+  store(perspective->ShowNetworks, 0);
+  store(perspective->ShowPower, 0);
+  EXPECT_THAT(saved(perspective), StartsWith("Perspective Default\n\tColumns\n\t\tColumn\tUID \n"));
+}
+
+TEST(SavedPerspective, HiddenColumnsAreLeftOut) {
+  const DisplayStateGuard state;
+  Perspective *perspective = getDefaultPerspective();
+  hideSelectedCol(perspective);  // CPU
+  const std::string text = saved(perspective);
+  EXPECT_EQ(text.find("\t\tColumn\tCPU  \n"), std::string::npos);
+  EXPECT_EQ(text.size(), kDefault.size() - std::strlen("\t\tColumn\tCPU  \n"));
+}
+
+TEST(SavedPerspective, ColumnsThatAreNotShownForLackOfRightsStay) {
+  const DisplayStateGuard state;
+  g_r00t = 0;
+  g_OsVer = 0;
+  EXPECT_EQ(saved(getDefaultPerspective()), kDefault);
+}
+
+TEST(SavedPerspective, MovedColumnsInTheirOrder) {
+  const DisplayStateGuard state;
+  moveCol(1, -1);
+  EXPECT_THAT(saved(getDefaultPerspective()),
+              StartsWith("Perspective Default\n\tShowWiFi\n\tShowDisks\n\tColumns\n"
+                         "\t\tColumn\tPID  \n\t\tColumn\tUID \n\t\tColumn\tPPID  \n"));
+}
+
+// The file has one name only: what is there already is put aside, and another process with this
+// test waits its turn.
+class ConfigFile : public testing::Test {
+ protected:
+  ConfigFile() : lock_(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    EXPECT_EQ(flock(lock_, LOCK_EX), 0);
+  }
+  ~ConfigFile() override {
+    if (isOurs_) {
+      std::remove(kPath);
+      std::rename(kPutAside, kPath);
+    }
+    std::remove(target_.c_str());
+    close(lock_);
+  }
+  void SetUp() override {
+    isOurs_ = std::rename(kPath, kPutAside) == 0 || errno == ENOENT;
+    if (!isOurs_) GTEST_SKIP() << kPath << " is another user's";
+  }
+
+  static std::string text() {
+    std::ostringstream all;
+    all << std::ifstream(kPath).rdbuf();
+    return all.str();
+  }
+  static std::string errorsOfSaving(const char *name = "~/.sdrc") {
+    testing::internal::CaptureStderr();
+    saveConfigToFile(name);
+    return testing::internal::GetCapturedStderr();
+  }
+
+  static constexpr char kPutAside[] = "/tmp/.sdrc.put-aside-by-test";
+  DisplayStateGuard state_;
+  int lock_;
+  bool isOurs_ = false;
+  const std::string target_ = "/tmp/sondex_configuration_test." + std::to_string(getpid());
+};
+
+TEST_F(ConfigFile, HoldsTheDefaultPerspective) {
+  EXPECT_EQ(errorsOfSaving(), "");
+  EXPECT_EQ(text(), kHeaderLine + kDefault);
+  EXPECT_STREQ(getStatusBar(), "");
+}
+
+TEST_F(ConfigFile, IsTheSameWhateverItsNameIs) {
+  for (const char *name : {target_.c_str(), "", "/nonexistent/x"}) {
+    std::remove(kPath);
+    EXPECT_EQ(errorsOfSaving(name), "");
+    EXPECT_EQ(text(), kHeaderLine + kDefault);
+  }
+  EXPECT_NE(access(target_.c_str(), F_OK), 0);
+  EXPECT_EQ(errorsOfSaving(nullptr), "");
+}
+
+TEST_F(ConfigFile, ReplacesALongerOne) {
+  std::ofstream(kPath) << std::string(100'000, 'x');
+  EXPECT_EQ(errorsOfSaving(), "");
+  EXPECT_EQ(text(), kHeaderLine + kDefault);
+}
+
+TEST_F(ConfigFile, ThatCannotBeOpenedIsToldInTheStatusBar) {
+  ASSERT_EQ(mkdir(kPath, 0700), 0);
+  EXPECT_EQ(errorsOfSaving(), "");
+  EXPECT_STREQ(getStatusBar(), kFailure);
+}
+
+TEST_F(ConfigFile, BehindALinkIsLeftAlone) {
+  std::ofstream(target_) << "precious";
+  ASSERT_EQ(symlink(target_.c_str(), kPath), 0);
+  EXPECT_EQ(errorsOfSaving(), "");
+  EXPECT_STREQ(getStatusBar(), kFailure);
+  EXPECT_EQ(text(), "precious");
+}
+
+TEST_F(ConfigFile, ThatFindsNoRoomIsToldOnStandardError) {
+  const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small = {100, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const std::string errors = errorsOfSaving();
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, handlerBefore);
+  EXPECT_EQ(errors, "/tmp/.sdrc: File too large\n");
+  EXPECT_STREQ(getStatusBar(), "");
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+#include "ui/loop_notes.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "tests/unit/display_state.h"
+#include "tests/unit/wake_pipe.h"
+
+namespace {
+
+using namespace sondex;
+using testing::ExitedWithCode;
+
+class LoopNotes : public testing::Test {
+ protected:
+  DisplayStateGuard guard;
+  WakePipe pipe;
+};
+
+TEST_F(LoopNotes, WakeIsOneByte) {
+  wakeLoop();
+  EXPECT_EQ(pipe.taken(), "x");
+  wakeLoop();
+  wakeLoop();
+  EXPECT_EQ(pipe.taken(), "xx");
+}
+
+TEST_F(LoopNotes, WakeOfAFullPipeDoesNotBlock) {
+  while (write(g_pipe[1], "y", 1) == 1) continue;
+  errno = 0;
+  wakeLoop();
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(pipe.taken().find('x'), std::string::npos);
+}
+
+TEST_F(LoopNotes, WithoutAPipeNothingIsWritten) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+  const int input = dup(STDIN_FILENO);
+  dup2(ends[1], STDIN_FILENO);
+  const int kept[2] = {g_pipe[0], g_pipe[1]};
+  g_pipe[0] = g_pipe[1] = 0;
+  wakeLoop();
+  g_pipe[0] = kept[0];
+  g_pipe[1] = kept[1];
+  char byte = 0;
+  EXPECT_EQ(read(ends[0], &byte, 1), -1);
+  dup2(input, STDIN_FILENO);
+  for (const int descriptor : {input, ends[0], ends[1]}) close(descriptor);
+}
+
+TEST_F(LoopNotes, NobodyWantsTheEndAtFirst) {
+  EXPECT_EQ(reasonToEnd(), 0);
+}
+
+// The note is for good, so it is left in a process of its own.
+TEST_F(LoopNotes, FirstReasonToEndCountsAndWakes) {
+  EXPECT_EXIT(
+      {
+        askForEnd(SIGINT);
+        const bool woken = pipe.taken() == "x";
+        askForEnd(kEndByExit);
+        _exit(woken && reasonToEnd() == SIGINT ? 7 : 1);
+      },
+      ExitedWithCode(7), "");
+}
+
+TEST_F(LoopNotes, PauseTakesItsTime) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(pauseUnlessEnding(130));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(130));
+  EXPECT_TRUE(pauseUnlessEnding(0));
+}
+
+TEST_F(LoopNotes, PauseEndsWithTheProgram) {
+  EXPECT_EXIT(
+      {
+        std::thread asking([] { askForEnd(kEndByKey); });
+        const bool full = pauseUnlessEnding(3'600'000);
+        asking.join();
+        _exit(full || pauseUnlessEnding(0) ? 1 : 7);
+      },
+      ExitedWithCode(7), "");
+}
+
+}  // namespace
