@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "host/simulator/event_reader.h"
@@ -425,14 +424,13 @@ std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_vie
 }
 
 std::variant<Device, Mistake> readDeviceFile(const std::string &path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "re"),
-                                                              &std::fclose);
-  if (!file) return ofWholeFile(path, "can't be read: " + std::string(std::strerror(errno)), "");
   std::string text(kLongestFile + 1, '\0');
-  const size_t length = std::fread(text.data(), 1, text.size(), file.get());
-  if (std::ferror(file.get()) != 0) {
-    return ofWholeFile(path, "can't be read: " + std::string(std::strerror(errno)), "");
-  }
+  std::FILE *file = std::fopen(path.c_str(), "re");
+  const size_t length = file != nullptr ? std::fread(text.data(), 1, text.size(), file) : 0;
+  const int error = file == nullptr || std::ferror(file) != 0 ? errno : 0;
+  if (file != nullptr) std::fclose(file);
+  if (error != 0)
+    return ofWholeFile(path, std::string("can't be read: ") + std::strerror(error), "");
   text.resize(length);
   return parseDevice(text, path);
 }
