@@ -6,33 +6,51 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
 namespace bench {
 
+// Out of the way of what a process of the crowd opens.
+static constexpr int kReadyEnd = 1000;
+
+static void require(bool succeeded, const char *what) {
+  if (succeeded) return;
+  std::perror(what);
+  std::exit(1);
+}
+
 // Keeps of what is open here no more than a daemon has.
 static void becomeQuiet() {
   const int null = open("/dev/null", O_RDWR);
   for (int descriptor = 0; descriptor <= 2; descriptor++) dup2(null, descriptor);
-  close_range(3, ~0U, 0);
+  close_range(3, kReadyEnd - 1, 0);
+  close_range(kReadyEnd + 1, ~0U, 0);
 }
 
-Crowd::Crowd(size_t count) {
+Crowd::Crowd(size_t count, void (*open)()) {
+  // The end comes when every process has given its writing end up.
+  int ready[2];
+  require(pipe(ready) == 0 && dup2(ready[1], kReadyEnd) == kReadyEnd, "pipe");
+  close(ready[1]);
   pids_.reserve(count);
   for (size_t i = 0; i < count; i++) {
     const pid_t pid = fork();
-    if (pid < 0) {
-      std::perror("fork");
-      std::exit(1);
-    }
+    require(pid >= 0, "fork");
     if (pid == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       becomeQuiet();
+      if (open != nullptr) open();
+      close(kReadyEnd);
       for (;;) pause();
     }
     pids_.push_back(pid);
   }
+  close(kReadyEnd);
+  char byte = 0;
+  while (read(ready[0], &byte, 1) < 0 && errno == EINTR) continue;
+  close(ready[0]);
 }
 
 Crowd::~Crowd() {

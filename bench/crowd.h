@@ -11,7 +11,8 @@ namespace bench {
 // Starts processes that sleep, and ends them with its own life.
 class Crowd {
  public:
-  explicit Crowd(size_t count);
+  // Each opens the three standard descriptors, and what `open` opens in it. Returns when all have.
+  explicit Crowd(size_t count, void (*open)() = nullptr);
   ~Crowd();
   Crowd(const Crowd &) = delete;
   Crowd &operator=(const Crowd &) = delete;

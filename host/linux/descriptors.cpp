@@ -22,12 +22,12 @@
 #include "darwin/file_flags.h"
 #include "darwin/kqueue.h"
 #include "host/copy_text.h"
+#include "host/linux/procfs.h"
 #include "host/linux/signals.h"
 
 namespace host::linux_machine {
 namespace {
 
-constexpr std::string_view kDeleted = " (deleted)";
 constexpr std::string_view kSharedMemory = "/dev/shm/";
 constexpr std::string_view kAnonymousMemory = "/memfd:";
 constexpr std::string_view kSocket = "socket:[";
@@ -261,11 +261,8 @@ int32_t vnodeType(uint16_t mode) {
   }
 }
 
-// The kernel marks the names of files that are gone, but a file may also be named so.
 std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &file) {
-  const bool gone = file.vst_ino != 0 && file.vst_nlink == 0;
-  if (gone && path.ends_with(kDeleted)) path.remove_suffix(kDeleted.size());
-  return path;
+  return withoutDeletedMark(path, file.vst_ino != 0 && file.vst_nlink == 0);
 }
 
 using Events = std::vector<darwin::kevent_extinfo>;
@@ -578,8 +575,10 @@ Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinf
   Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_PSHM, link, answer.pfi);
   if (error != kAnswered) return error;
   darwin::vinfo_stat file = {};
-  error = lookAt(processDirectory, fd, file);
+  uint64_t device = 0;
+  error = lookAt(processDirectory, fd, file, device);
   if (error != kAnswered) return error;
+  answer.pshminfo.pshm_mappaddr = mappedFiles_.addressOf(processDirectory, device, file.vst_ino);
   darwin::vinfo_stat &stat = answer.pshminfo.pshm_stat;
   stat.vst_mode = file.vst_mode;
   stat.vst_uid = file.vst_uid;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "darwin/proc_info.h"
+#include "host/linux/mapped_files.h"
 #include "host/linux/socket_table.h"
 #include "host/machine.h"
 
@@ -46,7 +47,8 @@ class Descriptors {
   // has kind and family 0, unless it is of this namespace and tells its protocol.
   Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
   Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
-  // "/name" of a file in /dev/shm, or a memfd's own name.
+  // "/name" of a file in /dev/shm, or a memfd's own name, and the lowest address that the process
+  // has it mapped at; 0 for none.
   Errno sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info);
   // Both ends of a pipe have one inode here; its writing end's handle is the odd one.
   Errno pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info);
@@ -74,6 +76,7 @@ class Descriptors {
   const NamelessKind socketKind_;
   const NamelessKind pipeKind_;
   SocketTable sockets_;
+  MappedFiles mappedFiles_;
   uint64_t networkDevice_ = 0;
   uint64_t networkInode_ = 0;
   std::string text_;                       // the last fdinfo read

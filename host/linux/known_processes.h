@@ -44,6 +44,7 @@ struct KnownProcess {
 
   // Answers that only the process's own running can change, and how reading `io` ended.
   std::optional<ProcessStatus> status;
+  int64_t residentPages = 0;  // by the stat, when the status was read
   std::optional<Errno> ioResult;
   ProcessIO io{};
   std::optional<bool> hasOwnUsers;  // a user namespace of its own

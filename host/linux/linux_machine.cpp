@@ -251,6 +251,31 @@ Errno LinuxMachine::codeSigningFlags(pid_t pid, uint32_t &flags) {
   return kAnswered;
 }
 
+// What confines a process to a part of the file system is a root directory of its own.
+Errno LinuxMachine::containerPath(pid_t pid, std::string &path) {
+  Lock lock(mutex_);
+  std::string root;
+  Errno error = holdLive(pid);
+  if (error == kAnswered) error = present_.rootPath(root);
+  if (error != kAnswered) return error;
+  if (root == "/") return darwin::DARWIN_ENOTSUP;
+  path = std::move(root);
+  return kAnswered;
+}
+
+// As kernels of the presented family have it: who asks is judged, and then there is none.
+Errno LinuxMachine::applicationState(pid_t pid, int32_t &) {
+  Lock lock(mutex_);
+  Errno error = holdLive(pid);
+  return error == kAnswered ? darwin::DARWIN_ENOTSUP : error;
+}
+
+Errno LinuxMachine::arguments(pid_t pid, ProcessArguments &arguments) {
+  Lock lock(mutex_);
+  Errno error = holdLive(pid);
+  return error == kAnswered ? present_.arguments(arguments) : error;
+}
+
 Errno LinuxMachine::descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) {
   Lock lock(mutex_);
   Errno error = readLiveFor(pid, Question::descriptors);

@@ -57,6 +57,9 @@ class LinuxMachine final : public Machine {
   Errno resourceUsage(pid_t pid, darwin::rusage_info_v4 &usage) override;
   int sandboxCheck(pid_t pid) override;
   Errno codeSigningFlags(pid_t pid, uint32_t &flags) override;
+  Errno containerPath(pid_t pid, std::string &path) override;
+  Errno applicationState(pid_t pid, int32_t &state) override;
+  Errno arguments(pid_t pid, ProcessArguments &arguments) override;
 
   Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
   Errno descriptorTableSize(pid_t pid, size_t &slots) override;

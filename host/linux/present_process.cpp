@@ -1,6 +1,7 @@
 #include "host/linux/present_process.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +18,9 @@ namespace host::linux_machine {
 
 // How long a reading may answer further questions about the process.
 static constexpr uint64_t kFreshFor = 100'000'000;
+
+// What a device lets a program be started with: no reader takes more.
+static constexpr size_t kLargestArguments = 262144;
 
 // A file name with a number in it.
 class NumberedName {
@@ -136,6 +140,13 @@ Errno PresentProcess::checkAccess() {
   return *access_;
 }
 
+// Memory is taken from a process, and shared with it, while it rests.
+static uint64_t movedBy(int64_t pages, uint64_t residentKiB) {
+  static const int64_t kPageKiB = sysconf(_SC_PAGESIZE) / 1024;
+  const int64_t moved = saturate<int64_t>(residentKiB) + pages * kPageKiB;
+  return static_cast<uint64_t>(std::max<int64_t>(moved, 0));
+}
+
 Errno PresentProcess::status(ProcessStatus &status) {
   if (!known_->status) {
     std::string_view text;
@@ -144,8 +155,10 @@ Errno PresentProcess::status(ProcessStatus &status) {
     if (error != kAnswered) return error;
     if (!parseProcessStatus(text, parsed)) return darwin::DARWIN_EIO;
     known_->status = parsed;
+    known_->residentPages = stat_.residentPages;
   }
   status = *known_->status;
+  status.residentKiB = movedBy(stat_.residentPages - known_->residentPages, status.residentKiB);
   return kAnswered;
 }
 
@@ -202,6 +215,41 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
   }
   own = *known_->hasOwnUsers;
   return kAnswered;
+}
+
+Errno PresentProcess::readLink(const char *name, std::string &path) {
+  char text[4096];
+  ssize_t length = readlinkat(directory_.get(), name, text, sizeof text);
+  if (length < 0) return processError(darwinError(errno));
+  path.assign(text, static_cast<size_t>(length));
+  return kAnswered;
+}
+
+Errno PresentProcess::arguments(ProcessArguments &arguments) {
+  if (stat_.isKernelThread()) return darwin::DARWIN_EINVAL;
+  std::string path;
+  Errno error = readLink("exe", path);
+  if (error == darwin::DARWIN_EPERM) error = kAnswered;
+  std::string_view text;
+  if (error == kAnswered) {
+    error =
+        processError(reader_.readBeginning(directory_.get(), "cmdline", kLargestArguments, text));
+  }
+  if (error != kAnswered) return error;
+  arguments.arguments = splitArguments(text);
+  arguments.environment.clear();
+  struct stat file {};
+  bool isGone = fstatat(directory_.get(), "exe", &file, 0) == 0 && file.st_nlink == 0;
+  arguments.path = withoutDeletedMark(path, isGone);
+  arguments.is64Bit = is64Bit();
+  return kAnswered;
+}
+
+Errno PresentProcess::rootPath(std::string &path) {
+  std::string text;
+  Errno error = readLink("root", text);
+  if (error == kAnswered) path = text[0] == '/' ? text : "/";
+  return error;
 }
 
 Errno PresentProcess::threads(std::vector<ThreadReading> *&threads) {

@@ -61,6 +61,11 @@ class PresentProcess {
   Errno io(ProcessIO &io);
   bool is64Bit();
   Errno hasOwnUsers(bool &own);
+  // What it was started with, but for its environment. DARWIN_EINVAL for a kernel thread. The path
+  // is empty if the caller may not know it, as of a process that gave up privileges.
+  Errno arguments(ProcessArguments &arguments);
+  // Of its root directory; "/" for the caller's own, and for one that the caller can't reach.
+  Errno rootPath(std::string &path);
   // Ascending by ID.
   Errno threads(std::vector<ThreadReading> *&threads);
 
@@ -70,6 +75,7 @@ class PresentProcess {
   Errno findOut(pid_t pid);
   bool isFresh(pid_t pid) const;
   Errno readText(const char *name, std::string_view &text);
+  Errno readLink(const char *name, std::string &path);
   Errno readOnlyThread();
   Errno readAllThreads();
   KnownThread addThread(const ProcessStat &stat, const ThreadFigures *unchanged);

@@ -1,7 +1,5 @@
 #include "host/linux/process_figures.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -82,16 +80,11 @@ void fillBsdInfo(const ProcessStat &stat, const ProcessStatus &status, bool is64
   info.pbi_start_tvusec = start.microseconds;
 }
 
-static uint64_t residentBytes(const ProcessStat &stat) {
-  static const uint64_t pageSize = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  return stat.residentPages > 0 ? static_cast<uint64_t>(stat.residentPages) * pageSize : 0;
-}
-
 void fillTaskInfo(const ProcessStat &stat, const ProcessStatus &status,
                   const std::vector<ThreadReading> &threads, darwin::proc_taskinfo &info) {
   info = {};
   info.pti_virtual_size = stat.virtualSize;
-  info.pti_resident_size = residentBytes(stat);
+  info.pti_resident_size = status.residentKiB * 1024;
   info.pti_total_user = ticksToNanoseconds(stat.userTicks);
   info.pti_total_system = ticksToNanoseconds(stat.systemTicks);
   for (const ThreadReading &thread : threads) {
@@ -113,7 +106,7 @@ void fillResourceUsage(const ProcessStat &stat, const ProcessStatus &status, con
   usage.ri_user_time = ticksToNanoseconds(stat.userTicks);
   usage.ri_system_time = ticksToNanoseconds(stat.systemTicks);
   usage.ri_pageins = stat.majorFaults;
-  usage.ri_resident_size = residentBytes(stat);
+  usage.ri_resident_size = status.residentKiB * 1024;
   usage.ri_phys_footprint = (status.anonymousKiB + status.swappedKiB) * 1024;
   usage.ri_proc_start_abstime = ticksToNanoseconds(stat.startTicks);
   usage.ri_diskio_bytesread = io.bytesRead;

@@ -62,6 +62,7 @@ bool parseProcessStatus(std::string_view text, ProcessStatus &status) {
       {"Tgid", &ProcessStatus::process},
       {"TracerPid", &ProcessStatus::tracer},
       {"FDSize", &ProcessStatus::descriptorSlots},
+      {"VmRSS", &ProcessStatus::residentKiB},
       {"RssAnon", &ProcessStatus::anonymousKiB},
       {"VmSwap", &ProcessStatus::swappedKiB},
       {"Seccomp", &ProcessStatus::seccomp},
@@ -99,6 +100,16 @@ bool parseSchedulerRecord(std::string_view text, SchedulerRecord &record) {
   }
   record = parsed;
   return true;
+}
+
+std::vector<std::string> splitArguments(std::string_view text) {
+  std::vector<std::string> arguments;
+  while (!text.empty()) {
+    const size_t length = std::min(text.find('\0'), text.size());
+    arguments.emplace_back(text.substr(0, length));
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+  return arguments;
 }
 
 bool isAuxiliaryVector64Bit(std::string_view bytes) {

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace host::linux_machine {
 
@@ -58,6 +60,7 @@ struct ProcessStatus {
   uint64_t process;  // the process that this is a thread of
   uint64_t tracer;   // 0 for none
   uint64_t descriptorSlots;
+  uint64_t residentKiB;  // exact, where the stat has an estimate
   uint64_t anonymousKiB;
   uint64_t swappedKiB;
   uint64_t seccomp;  // 2 with a filter
@@ -83,6 +86,9 @@ bool parseProcessStat(std::string_view text, ProcessStat &stat);
 bool parseProcessStatus(std::string_view text, ProcessStatus &status);
 bool parseProcessIO(std::string_view text, ProcessIO &io);
 bool parseSchedulerRecord(std::string_view text, SchedulerRecord &record);
+
+// The texts of /proc/PID/cmdline, each of which ends with a NUL; a last one need not.
+std::vector<std::string> splitArguments(std::string_view text);
 
 // Whether /proc/PID/auxv, which is binary, is that of a 64-bit program. True for an empty one.
 bool isAuxiliaryVector64Bit(std::string_view bytes);

@@ -64,6 +64,23 @@ Errno FileReader::readList(int directory, const char *name, std::string_view &te
   return read(directory, name, true, text);
 }
 
+Errno FileReader::readBeginning(int directory, const char *name, size_t most,
+                                std::string_view &text) {
+  FileHandle file(openat(directory, name, O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) return darwinError(errno);
+  if (buffer_.size() < most) buffer_.resize(most);
+  size_t filled = 0;
+  while (filled < most) {
+    ssize_t taken = ::read(file.get(), buffer_.data() + filled, most - filled);
+    if (taken < 0 && errno == EINTR) continue;
+    if (taken < 0) return darwinError(errno);
+    if (taken == 0) break;
+    filled += static_cast<size_t>(taken);
+  }
+  text = std::string_view(buffer_.data(), filled);
+  return kAnswered;
+}
+
 Errno FileReader::read(int directory, const char *name, bool pieces, std::string_view &text) {
   FileHandle file(openat(directory, name, O_RDONLY | O_CLOEXEC));
   if (!file.isOpen()) return darwinError(errno);
@@ -121,6 +138,12 @@ Errno DirectoryReader::readNumbers(int directory, std::vector<int32_t> &numbers)
       numbers.push_back(number);
     }
   });
+}
+
+std::string_view withoutDeletedMark(std::string_view path, bool isGone) {
+  constexpr std::string_view kMark = " (deleted)";
+  if (isGone && path.ends_with(kMark)) path.remove_suffix(kMark.size());
+  return path;
 }
 
 bool TextCursor::line(std::string_view &line) {

@@ -39,7 +39,7 @@ class FileHandle {
 FileHandle openDirectory(int directory, const char *name);
 FileHandle openStartingPoint(int directory, const char *name);
 
-// Reads whole files. The text of a read holds until the next one.
+// Reads files. The text of a read holds until the next one.
 class FileReader {
  public:
   // A file beyond this many bytes is refused with DARWIN_EOVERFLOW.
@@ -50,6 +50,8 @@ class FileReader {
   Errno readRecord(int directory, const char *name, std::string_view &text);
   // A file that may come in pieces.
   Errno readList(int directory, const char *name, std::string_view &text);
+  // The first `most` bytes of a file, or all of one that is shorter.
+  Errno readBeginning(int directory, const char *name, size_t most, std::string_view &text);
 
  private:
   Errno read(int directory, const char *name, bool pieces, std::string_view &text);
@@ -94,6 +96,10 @@ Errno DirectoryReader::readNames(int directory, Visit &&visit) {
   }
   return error;
 }
+
+// The kernel marks the paths of files that are gone. A file may also be named so: what to remove
+// depends on whether it `isGone`.
+std::string_view withoutDeletedMark(std::string_view path, bool isGone);
 
 // The whole of `text` as a number; false when it is anything else or doesn't fit.
 template <typename Number>

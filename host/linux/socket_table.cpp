@@ -20,9 +20,12 @@ namespace {
 using std::chrono::milliseconds;
 
 // How old a reading must be before an unknown socket makes it worth another.
-constexpr milliseconds kRereadAfter(100);
+constexpr milliseconds kRereadAfter(30);
 // A caller that never begins a pass still sees changes after this time.
-constexpr milliseconds kLongestUse(1000);
+constexpr milliseconds kLongestUse(250);
+// A reading takes longer the more sockets there are. Within a pass it is used for at least so many
+// times its own duration: readings then are a fixed share of the work, and never the most of it.
+constexpr int kUseForDurations = 10;
 
 // SO_ACCEPTCONN: the socket listens.
 constexpr int16_t kListens = 0x2;
@@ -252,6 +255,7 @@ void SocketTable::beginPass() {
 }
 
 void SocketTable::read() {
+  const auto start = clock_();
   sockets_.clear();
   names_.clear();
   for (const Family &family : kFamilies) dump_(family.source, sockets_, names_);
@@ -260,7 +264,12 @@ void SocketTable::read() {
     return a.inode != b.inode ? a.inode < b.inode : a.source < b.source;
   });
   readAt_ = clock_();
+  duration_ = readAt_ - start;
   current_ = true;
+}
+
+bool SocketTable::isOlderThan(std::chrono::steady_clock::duration age) const {
+  return clock_() - readAt_ >= std::max(age, duration_ * kUseForDurations);
 }
 
 const DiagSocket *SocketTable::find(uint64_t inode) const {
@@ -277,9 +286,9 @@ std::string_view SocketTable::nameOf(const DiagSocket &socket) const {
 
 bool SocketTable::describe(uint64_t inode, darwin::socket_info &info) {
   info.soi_so = inode;
-  if (!current_ || clock_() - readAt_ >= kLongestUse) read();
+  if (!current_ || isOlderThan(kLongestUse)) read();
   const DiagSocket *socket = find(inode);
-  if (socket == nullptr && clock_() - readAt_ >= kRereadAfter) {
+  if (socket == nullptr && isOlderThan(kRereadAfter)) {
     read();
     socket = find(inode);
   }

@@ -1,5 +1,6 @@
 // The machine's sockets by inode, in Darwin's structures. Owns when the kernel's tables are read:
-// once per pass, and again only for a socket that the last reading did not have. Not thread-safe.
+// once per pass, and again once the reading is old, or for a socket that it did not have. Not
+// thread-safe.
 #pragma once
 
 #include <chrono>
@@ -37,6 +38,7 @@ class SocketTable {
 
  private:
   void read();
+  bool isOlderThan(std::chrono::steady_clock::duration age) const;
   const DiagSocket *find(uint64_t inode) const;
   std::string_view nameOf(const DiagSocket &socket) const;
 
@@ -45,7 +47,8 @@ class SocketTable {
   Clock clock_;
   bool current_ = false;
   std::chrono::steady_clock::time_point readAt_;
-  std::vector<DiagSocket> sockets_;  // by inode
+  std::chrono::steady_clock::duration duration_{};  // of that reading
+  std::vector<DiagSocket> sockets_;                 // by inode
   std::string names_;
 };
 

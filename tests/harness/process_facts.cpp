@@ -24,7 +24,6 @@ enum StatField : size_t {
   kThreads = 17,
   kStartTicks = 19,
   kVirtualSize = 20,
-  kResidentPages = 21,
   kRealTimePriority = 37,
   kPolicy = 38,
 };
@@ -159,8 +158,7 @@ std::optional<ProcessFacts> readFacts(pid_t pid) {
       toNumber<uint64_t>(stat[kUserTicks]) + toNumber<uint64_t>(stat[kSystemTicks]);
   facts.startTicks = toNumber<uint64_t>(stat[kStartTicks]);
   facts.virtualBytes = toNumber<uint64_t>(stat[kVirtualSize]);
-  facts.residentBytes =
-      toNumber<uint64_t>(stat[kResidentPages]) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  facts.residentBytes = numberOf(status, "VmRSS").value_or(0) * 1024;
   const std::string io = readFile(folder + "/io");
   facts.readBytes = numberOf(io, "read_bytes");
   facts.writtenBytes = numberOf(io, "write_bytes");

@@ -3,16 +3,36 @@
 //
 //   name TEXT           the process's name, of any bytes
 //   user UID            another user's process
+//   identities RUID EUID SVUID RGID EGID SVGID
 //   session             a session of its own
 //   nice N, oom N       nice value, oom_score_adj
 //   scheduler idle|fifo
 //   threads N           N threads in all, asleep
 //   busy N              N threads that compute (the first one included) and do nothing else
 //   fds N               N descriptors in all
+//   file r|w|u|path PATH OFFSET
+//                       a file, made if it is missing, open for reading, writing, both or neither
+//   gone-file PATH, directory PATH, pipe
+//   listen WHERE        a socket that listens. WHERE is tcp4 or tcp6 (any port of the loopback
+//                       interface), "@name" (an abstract one) or a path
+//   accept              the end of a connection to the last one, whose other end is the descriptor
+//                       3 of a child
+//   accept-end          the same, but the child has shut its direction
+//   tcp-socket          one that is not bound
+//   datagrams WHERE     a bound socket; WHERE as above, but udp4 or udp6
+//   connect-datagrams   one that is connected to it
+//   pair, netlink, packet
+//                       UNIX stream sockets; netlink:route; a packet socket
+//   shared-memory NAME, memfd NAME
+//                       of 8 KiB, and mapped. The first one's name is given up at once
+//   epoll               one that waits to read from the last descriptor
+//   eventfd, timerfd, signalfd, pidfd, inotify
+//   restless            opens and closes descriptors all the time, once all is said
 //   memory MIB          memory, each page of it touched
 //   reserve GIB         address space without memory
 //   write BYTES         bytes written to a file and on to the disk
 //   seccomp             a system-call filter, which lets everything through
+//   root PATH           another root directory
 //   user-namespace      a user namespace of its own
 //   deleted             goes on as a copy of this program that is no longer in the file system
 //   stop                stopped, once all is said
@@ -28,7 +48,6 @@
 #include <grp.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -42,7 +61,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -52,72 +70,35 @@
 #include <thread>
 #include <vector>
 
+#include "descriptors.h"
+#include "steps.h"
+
 namespace {
+
+using namespace helper;
 
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kThreadStack = 65536;
-constexpr int kRefused = 77;
 constexpr long kComputed = 10'000'000;
-
-struct State {
-  std::vector<pid_t> children;
-  bool stops = false;
-  long busyThreads = 0;
-};
-
-[[noreturn]] void fail(const std::string &what) {
-  const int error = errno;
-  std::fprintf(stderr, "make_process: %s: %s\n", what.c_str(), std::strerror(error));
-  // For a test to tell from a mistake.
-  std::exit(error == EPERM || error == EACCES ? kRefused : 1);
-}
-
-void require(bool succeeded, const char *what) {
-  if (!succeeded) fail(what);
-}
-
-[[noreturn]] void misuse(std::string_view word) {
-  std::fprintf(stderr, "make_process: what is \"%.*s\"?\n", static_cast<int>(word.size()),
-               word.data());
-  std::exit(2);
-}
-
-class Words {
- public:
-  Words(int count, char **words) : words_(words, words + count) {}
-  bool atEnd() const { return next_ == words_.size(); }
-  std::string text() {
-    if (atEnd()) misuse("(end)");
-    return words_[next_++];
-  }
-  long number() {
-    const std::string word = text();
-    long value = 0;
-    const char *end = word.data() + word.size();
-    if (std::from_chars(word.data(), end, value).ptr != end || word.empty()) misuse(word);
-    return value;
-  }
-  std::vector<char *> rest() {
-    std::vector<char *> left(words_.begin() + static_cast<std::ptrdiff_t>(next_), words_.end());
-    left.push_back(nullptr);
-    next_ = words_.size();
-    return left;
-  }
-
- private:
-  std::vector<char *> words_;
-  size_t next_ = 0;
-};
-
-void dieWithParent() {
-  require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl");
-}
 
 void setUser(long user) {
   const uid_t id = static_cast<uid_t>(user);
   require(setgroups(0, nullptr) == 0 && setgid(id) == 0 && setuid(id) == 0, "setuid");
   dieWithParent();  // the change of user took it back
+}
+
+uid_t identity(Words &words) {
+  return static_cast<uid_t>(words.number());
+}
+
+void setIdentities(Words &words) {
+  const uid_t users[] = {identity(words), identity(words), identity(words)};
+  const gid_t groups[] = {identity(words), identity(words), identity(words)};
+  require(setgroups(0, nullptr) == 0 && setresgid(groups[0], groups[1], groups[2]) == 0 &&
+              setresuid(users[0], users[1], users[2]) == 0,
+          "setresuid");
+  dieWithParent();
 }
 
 void setOOMScore(long score) {
@@ -228,17 +209,6 @@ void filterSystemCalls() {
   fail("execv");
 }
 
-pid_t forkOne() {
-  const pid_t parent = getpid();
-  const pid_t child = fork();
-  require(child >= 0, "fork");
-  if (child == 0) {
-    dieWithParent();
-    if (getppid() != parent) _exit(0);
-  }
-  return child;
-}
-
 void makeZombies(long count, std::vector<pid_t> &children) {
   for (long i = 0; i < count; i++) {
     const pid_t child = forkOne();
@@ -262,12 +232,6 @@ void say(const State &state) {
   for (const pid_t child : state.children) line += " " + std::to_string(child);
   std::printf("%s\n", line.c_str());
   std::fflush(stdout);
-}
-
-bool inputHasEnded(int patience) {
-  pollfd waited = {STDIN_FILENO, POLLIN, 0};
-  char byte = 0;
-  return poll(&waited, 1, patience) > 0 && read(STDIN_FILENO, &byte, 1) <= 0;
 }
 
 // One in three ends at once, the others live for up to a third of a second: some are gone before
@@ -311,6 +275,8 @@ void doStep(const std::string &step, Words &words, State &state) {
     require(prctl(PR_SET_NAME, words.text().c_str()) == 0, "name");
   } else if (step == "user") {
     setUser(words.number());
+  } else if (step == "identities") {
+    setIdentities(words);
   } else if (step == "session") {
     require(setsid() >= 0, "setsid");
   } else if (step == "nice") {
@@ -353,7 +319,11 @@ void doStep(const std::string &step, Words &words, State &state) {
     churn(rate, seconds);
   } else if (step == "run") {
     runProgram(words.rest());
-  } else {
+  } else if (step == "root") {
+    require(chroot(words.text().c_str()) == 0, "chroot");
+  } else if (step == "restless") {
+    state.isRestless = true;
+  } else if (!openDescriptor(step, words, state)) {
     misuse(step);
   }
 }
@@ -370,7 +340,8 @@ int main(int argc, char **argv) {
   if (state.busyThreads > 0) {
     while (!inputHasEnded(0)) compute(kComputed);
   }
-  while (!inputHasEnded(-1)) continue;
+  if (state.isRestless) openAndCloseUntilTheEnd();
+  while (!state.isRestless && !inputHasEnded(-1)) continue;
   for (const pid_t child : state.children) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);

@@ -253,6 +253,26 @@ TEST_F(DescriptorsTest, OnlyTheMarkOfADeletedFileIsRemoved) {
   EXPECT_STREQ(vnode(kept.get()).pvip.vip_path, named.c_str());
 }
 
+// What is shown of them is not decided here.
+TEST_F(DescriptorsTest, NamesAreTheirBytes) {
+  const std::string name = path("a\nb\x1b[31m\x9b\xff\x7f (deleted)");
+  const Owned file(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  EXPECT_EQ(vnode(file.get()).pvip.vip_path, name);
+
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string bound = path("s\n\x1b\x9b\xc3");
+  memcpy(address.sun_path, bound.c_str(), bound.size() + 1);
+  const Owned local(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(local.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  EXPECT_EQ(socketInfo(local.get()).psi.soi_proto.pri_un.unsi_addr.ua_sun.sun_path, bound);
+
+  const Owned memory(memfd_create("m\n\x1b\x9b", MFD_CLOEXEC));
+  darwin::pshm_fdinfo info = {};
+  ASSERT_EQ(descriptors_.sharedMemory(self_.get(), memory.get(), info), kAnswered);
+  EXPECT_STREQ(info.pshminfo.pshm_name, "m\n\x1b\x9b");
+}
+
 TEST_F(DescriptorsTest, LongPathIsCutAndTerminated) {
   const std::string component(200, 'd');
   std::vector<std::string> made;
@@ -524,6 +544,18 @@ TEST_F(DescriptorsTest, NetlinkIsAControlSocket) {
   EXPECT_EQ(info.psi.soi_proto.pri_kern_ctl.kcsi_unit, address.nl_pid);
 }
 
+TEST_F(DescriptorsTest, SocketOfDeviceEventsIsAControlSocket) {
+  const Owned events(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
+  sockaddr_nl address = {};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = 1;
+  ASSERT_EQ(bind(events.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+  const darwin::socket_fdinfo info = socketInfo(events.get());
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_SYSTEM);
+  EXPECT_EQ(info.psi.soi_protocol, darwin::SYSPROTO_CONTROL);
+  EXPECT_STREQ(info.psi.soi_proto.pri_kern_ctl.kcsi_name, "netlink:kobject_uevent");
+}
+
 TEST_F(DescriptorsTest, PacketSocketIsOfTheInterfaceFamily) {
   const int fd = socket(AF_PACKET, SOCK_DGRAM, 0);
   if (fd < 0) GTEST_SKIP() << "packet sockets are not allowed here";
@@ -665,6 +697,57 @@ TEST_F(DescriptorsTest, SharedMemory) {
   EXPECT_EQ(shm_unlink(name.c_str()), 0);
   ASSERT_EQ(descriptors_.sharedMemory(self_.get(), shared.get(), info), kAnswered);
   EXPECT_EQ(info.pshminfo.pshm_name, name);
+}
+
+TEST_F(DescriptorsTest, SharedMemoryKnowsWhereItIsMapped) {
+  const Owned memory(memfd_create("mapped", MFD_CLOEXEC));
+  const Owned other(memfd_create("mapped", MFD_CLOEXEC));
+  constexpr size_t kPage = 4096;
+  ASSERT_EQ(ftruncate(memory.get(), 4 * kPage), 0);
+  const auto address = [&](int fd) {
+    darwin::pshm_fdinfo info = {};
+    EXPECT_EQ(descriptors_.sharedMemory(self_.get(), fd, info), kAnswered);
+    return info.pshminfo.pshm_mappaddr;
+  };
+  EXPECT_EQ(address(memory.get()), 0u);
+
+  void *whole = mmap(nullptr, 4 * kPage, PROT_READ, MAP_SHARED, memory.get(), 0);
+  ASSERT_NE(whole, MAP_FAILED);
+  void *part = mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(), kPage);
+  ASSERT_NE(part, MAP_FAILED);
+  const auto lowest = reinterpret_cast<uint64_t>(std::min(whole, part));
+  // A reading of the mappings is used for a moment.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (address(memory.get()) != lowest && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(address(memory.get()), lowest);
+  EXPECT_EQ(address(other.get()), 0u) << "another object of the same name";
+
+  // Another process's mappings are its own.
+  int ready[2];
+  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+  const Owned reading(ready[0]);
+  Owned writing(ready[1]);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    munmap(whole, 4 * kPage);
+    munmap(part, kPage);
+    _exit(write(ready[1], "r", 1) == 1 && pause() ? 0 : 1);
+  }
+  char word = 0;
+  EXPECT_EQ(read(reading.get(), &word, 1), 1);
+  const Owned process(open(("/proc/" + std::to_string(child)).c_str(), O_RDONLY | O_DIRECTORY));
+  darwin::pshm_fdinfo info = {};
+  EXPECT_EQ(descriptors_.sharedMemory(process.get(), memory.get(), info), kAnswered);
+  EXPECT_EQ(info.pshminfo.pshm_mappaddr, 0u);
+  EXPECT_STREQ(info.pshminfo.pshm_name, "mapped");
+  __real_kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(address(memory.get()), lowest);
+  munmap(whole, 4 * kPage);
+  munmap(part, kPage);
 }
 
 TEST_F(DescriptorsTest, WatchesAreFileSystemEvents) {

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +18,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -288,6 +291,9 @@ TEST_F(LinuxMachineTest, AZombieAnswersOnlyWhatZombiesAnswer) {
   EXPECT_EQ(machine_->descriptors(pid, 10, descriptors), darwin::DARWIN_ESRCH);
   EXPECT_EQ(machine_->coalition(pid, coalition), darwin::DARWIN_ESRCH);
   EXPECT_EQ(machine_->executablePath(pid, path), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->containerPath(pid, path), darwin::DARWIN_ESRCH);
+  ProcessArguments arguments;
+  EXPECT_EQ(machine_->arguments(pid, arguments), darwin::DARWIN_ESRCH);
   EXPECT_LT(machine_->sandboxCheck(pid), 0);
   EXPECT_EQ(threads, std::vector<uint64_t>{77});
   EXPECT_EQ(descriptors.size(), 3u);
@@ -483,6 +489,136 @@ TEST_F(LinuxMachineTest, AnExecIsNoticed) {
   EXPECT_EQ(path, std::string(expected, static_cast<size_t>(length)));
 }
 
+// What a shell is to do to stay, with arguments of its own and without a child.
+constexpr const char *kStopItself = "kill -STOP $$";
+
+TEST_F(LinuxMachineTest, ArgumentsAreThoseOfTheProgramThatRuns) {
+  const std::vector<std::string> given = {"a\nname", "-c", kStopItself, "", "\x1b[31m", "\xff"};
+  Child child([&given](const std::function<void()> &ready) {
+    ready();
+    std::vector<char *> words;
+    for (const std::string &word : given) words.push_back(const_cast<char *>(word.c_str()));
+    words.push_back(nullptr);
+    execv("/bin/sh", words.data());
+    _exit(1);
+  });
+  child.signalAndWait(0, WSTOPPED);
+  ProcessArguments process;
+  ASSERT_EQ(machine_->arguments(child.pid(), process), kAnswered);
+  EXPECT_EQ(process.arguments, given);
+  char path[4096];
+  ASSERT_NE(realpath("/bin/sh", path), nullptr);
+  EXPECT_EQ(process.path, path);
+  EXPECT_TRUE(process.environment.empty());
+  EXPECT_EQ(process.is64Bit, sizeof(void *) == 8);
+}
+
+TEST_F(LinuxMachineTest, TheBeginningOfVeryLongArguments) {
+  const std::string longWord(100000, 'x');
+  Child shell([&longWord](const std::function<void()> &ready) {
+    ready();
+    execl("/bin/sh", "sh", "-c", kStopItself, longWord.c_str(), longWord.c_str(), longWord.c_str(),
+          nullptr);
+    _exit(1);
+  });
+  shell.signalAndWait(0, WSTOPPED);
+  ProcessArguments process;
+  ASSERT_EQ(machine_->arguments(shell.pid(), process), kAnswered);
+  ASSERT_EQ(process.arguments.size(), 6u);
+  EXPECT_EQ(process.arguments[4], longWord);
+  const size_t before = 3 + 3 + process.arguments[2].size() + 1 + 2 * (longWord.size() + 1);
+  EXPECT_EQ(process.arguments[5], longWord.substr(0, 262144 - before));
+}
+
+TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
+  char path[] = "/tmp/linux_machine_test.XXXXXX";
+  const int copy = mkostemp(path, O_CLOEXEC);
+  ASSERT_GE(copy, 0);
+  {
+    std::ifstream original("/bin/sleep", std::ios::binary);
+    std::stringstream bytes;
+    bytes << original.rdbuf();
+    const std::string text = bytes.str();
+    ASSERT_EQ(write(copy, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  ASSERT_EQ(fchmod(copy, 0755), 0);
+  ASSERT_EQ(close(copy), 0);
+  Child child([&path](const std::function<void()> &ready) {
+    ready();
+    execl(path, "gone", "1000", nullptr);
+    _exit(1);
+  });
+  ProcessArguments process;
+  EXPECT_TRUE(within(kPatience, [&] {
+    return machine_->arguments(child.pid(), process) == kAnswered &&
+           process.arguments == std::vector<std::string>{"gone", "1000"};
+  }));
+  ASSERT_EQ(unlink(path), 0);
+  ASSERT_EQ(machine_->arguments(child.pid(), process), kAnswered);
+  EXPECT_EQ(process.path, path);
+}
+
+TEST_F(LinuxMachineTest, AProcessThatGaveUpPrivilegesKeepsItsPathToItself) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give it up";
+  const auto becomeNobody = [] {
+    if (setresuid(65534, 65534, 65534) != 0) _exit(1);
+  };
+  Child target([&](const std::function<void()> &ready) {
+    becomeNobody();
+    sleeping(ready);
+  });
+  Child asker([&](const std::function<void()> &ready) {
+    becomeNobody();
+    std::unique_ptr<Machine> machine = makeLinuxMachine();
+    ProcessArguments process;
+    process.path = "untouched";
+    if (machine->arguments(target.pid(), process) == kAnswered && process.path.empty() &&
+        !process.arguments.empty()) {
+      ready();
+    }
+  });
+}
+
+TEST_F(LinuxMachineTest, KernelThreadsWereStartedWithNothing) {
+  size_t seen = 0;
+  for (int32_t pid : listed()) {
+    darwin::proc_bsdinfo info{};
+    ProcessArguments process;
+    if (machine_->bsdInfo(pid, false, info) != kAnswered) continue;
+    if ((info.pbi_flags & darwin::PROC_FLAG_SYSTEM) == 0) continue;
+    EXPECT_EQ(machine_->arguments(pid, process), darwin::DARWIN_EINVAL) << pid;
+    seen++;
+  }
+  if (seen == 0) GTEST_SKIP() << "no kernel thread is to be seen from here";
+}
+
+TEST_F(LinuxMachineTest, AContainerIsARootDirectoryOfItsOwn) {
+  std::string path = "untouched";
+  EXPECT_EQ(machine_->containerPath(getpid(), path), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(path, "untouched");
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to change a root directory";
+  char root[] = "/tmp/linux_machine_test.XXXXXX";
+  ASSERT_NE(mkdtemp(root), nullptr);
+  Child child([&root](const std::function<void()> &ready) {
+    if (chroot(root) != 0) _exit(1);
+    sleeping(ready);
+  });
+  EXPECT_EQ(machine_->containerPath(child.pid(), path), kAnswered);
+  EXPECT_EQ(path, root);
+  EXPECT_EQ(rmdir(root), 0);
+}
+
+TEST_F(LinuxMachineTest, ThereAreNoApplications) {
+  Child child(sleeping);
+  int32_t state = 99;
+  EXPECT_EQ(machine_->applicationState(child.pid(), state), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(state, 99);
+  child.end();
+  Child ended(sleeping);
+  ended.signalAndWait(SIGKILL, WEXITED);
+  EXPECT_EQ(machine_->applicationState(ended.pid(), state), darwin::DARWIN_ESRCH);
+}
+
 TEST_F(LinuxMachineTest, UsageAgreesWithTheTasksTimes) {
   Child child(busy);
   ASSERT_TRUE(within(kPatience, [&] {
@@ -498,7 +634,33 @@ TEST_F(LinuxMachineTest, UsageAgreesWithTheTasksTimes) {
   EXPECT_EQ(usage.ri_user_time, info.ptinfo.pti_total_user);
   EXPECT_EQ(usage.ri_system_time, info.ptinfo.pti_total_system);
   EXPECT_EQ(usage.ri_resident_size, info.ptinfo.pti_resident_size);
+  EXPECT_EQ(std::to_string(usage.ri_resident_size / 1024), statusLine(child.pid(), "VmRSS"));
   EXPECT_EQ(std::to_string(usage.ri_phys_footprint / 1024), statusLine(child.pid(), "RssAnon"));
+}
+
+// What is remembered of a process that rests is not its memory.
+TEST_F(LinuxMachineTest, MemoryThatIsTakenFromARestingChildIsMissed) {
+  constexpr size_t kSize = size_t{64} << 20;
+  const FileHandle memory(memfd_create("taken", MFD_CLOEXEC));
+  ASSERT_EQ(ftruncate(memory.get(), kSize), 0);
+  Child child([&memory](const std::function<void()> &ready) {
+    void *map =
+        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, memory.get(), 0);
+    if (map == MAP_FAILED) _exit(1);
+    sleeping(ready);
+  });
+  const auto resident = [&] {
+    darwin::proc_taskallinfo info{};
+    EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+    return info.ptinfo.pti_resident_size;
+  };
+  ASSERT_TRUE(within(kPatience, [&] {
+    return std::to_string(resident() / 1024) == statusLine(child.pid(), "VmRSS");
+  }));
+  const uint64_t before = resident();
+  ASSERT_GT(before, kSize);
+  ASSERT_EQ(ftruncate(memory.get(), 0), 0);
+  EXPECT_LT(resident() + kSize / 2, before);
 }
 
 TEST_F(LinuxMachineTest, NothingHereHasWorkQueuesChannelsOrSignatures) {
@@ -526,6 +688,9 @@ TEST_F(LinuxMachineTest, OtherUsersProcessesAreRefusedToUsers) {
     std::vector<uint64_t> threads;
     std::vector<darwin::proc_fdinfo> list;
     std::vector<darwin::memorystatus_priority_entry> entries;
+    ProcessArguments arguments;
+    std::string path;
+    int32_t state = 0;
     bool asExpected = !machine->isPrivileged() &&
                       machine->taskAllInfo(target.pid(), info) == darwin::DARWIN_EPERM &&
                       machine->bsdInfo(target.pid(), true, info.pbsd) == darwin::DARWIN_EPERM &&
@@ -534,6 +699,9 @@ TEST_F(LinuxMachineTest, OtherUsersProcessesAreRefusedToUsers) {
                       machine->descriptors(target.pid(), 9, list) == darwin::DARWIN_EPERM &&
                       machine->coalition(target.pid(), coalition) == kAnswered &&
                       machine->memoryStatusList(entries) == darwin::DARWIN_EPERM &&
+                      machine->arguments(target.pid(), arguments) == darwin::DARWIN_EPERM &&
+                      machine->containerPath(target.pid(), path) == darwin::DARWIN_EPERM &&
+                      machine->applicationState(target.pid(), state) == darwin::DARWIN_EPERM &&
                       machine->taskAllInfo(getpid(), info) == kAnswered &&
                       info.pbsd.pbi_uid == 65534;
     if (asExpected) ready();

@@ -123,6 +123,7 @@ constexpr char kStatus[] =
     "FDSize:\t256\n"
     "Groups:\t4 24 \n"
     "VmSize:\t    3060 kB\n"
+    "VmRSS:\t    1204 kB\n"
     "RssAnon:\t     116 kB\n"
     "VmSwap:\t      12 kB\n"
     "Seccomp:\t2\n"
@@ -142,6 +143,7 @@ TEST(LinuxProcessText, StatusLinesAreFoundByTheirKeys) {
   EXPECT_EQ(status.group.effective, 101u);
   EXPECT_EQ(status.group.saved, 102u);
   EXPECT_EQ(status.descriptorSlots, 256u);
+  EXPECT_EQ(status.residentKiB, 1204u);
   EXPECT_EQ(status.anonymousKiB, 116u);
   EXPECT_EQ(status.swappedKiB, 12u);
   EXPECT_EQ(status.seccomp, 2u);
@@ -154,6 +156,7 @@ TEST(LinuxProcessText, AKernelThreadsStatusHasNoMemoryLines) {
   ASSERT_TRUE(parseProcessStatus(
       "Name:\tkthreadd\nUid:\t0\t0\t0\t0\nGid:\t0\t0\t0\t0\nFDSize:\t64\n", status));
   EXPECT_EQ(status.descriptorSlots, 64u);
+  EXPECT_EQ(status.residentKiB, 0u);
   EXPECT_EQ(status.anonymousKiB, 0u);
 }
 
@@ -204,6 +207,17 @@ TEST(LinuxProcessText, SchedulerRecordHasRunTimeAndTurns) {
   for (const char *text : {"", "\n", "1 2\n", "1 2 3", "1 2 x\n", "-1 2 3\n", "1 2 3\n4\n"}) {
     EXPECT_FALSE(parseSchedulerRecord(text, record)) << text;
   }
+}
+
+TEST(LinuxProcessText, ArgumentsEndWithTheirNuls) {
+  using std::string_literals::operator""s;
+  using Arguments = std::vector<std::string>;
+  EXPECT_EQ(splitArguments(""), Arguments());
+  EXPECT_EQ(splitArguments("a b\0-c\0"s), (Arguments{"a b", "-c"}));
+  EXPECT_EQ(splitArguments("\0\0x\0\0"s), (Arguments{"", "", "x", ""}));
+  // What a program wrote over its arguments need not end with one, nor does what was cut.
+  EXPECT_EQ(splitArguments("server: waiting"), Arguments{"server: waiting"});
+  EXPECT_EQ(splitArguments("a\0b"s), (Arguments{"a", "b"}));
 }
 
 std::string words(std::initializer_list<uint64_t> values, size_t width) {

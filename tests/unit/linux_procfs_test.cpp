@@ -75,6 +75,31 @@ TEST(LinuxProcfs, AFileBeyondTheLimitIsRefusedNotCut) {
   EXPECT_EQ(read, "untouched");
 }
 
+TEST(LinuxProcfs, TheBeginningOfAFileIsCutWhereAsked) {
+  FileReader reader;
+  std::string_view text;
+  TemporaryDirectory directory;
+  directory.addFile("file", "0123456789");
+  const FileHandle handle = openDirectory(AT_FDCWD, directory.path());
+  ASSERT_EQ(reader.readBeginning(handle.get(), "file", 4, text), kAnswered);
+  EXPECT_EQ(text, "0123");
+  for (const size_t most : {size_t{10}, size_t{11}, FileReader::kLargest * 2}) {
+    ASSERT_EQ(reader.readBeginning(handle.get(), "file", most, text), kAnswered);
+    EXPECT_EQ(text, "0123456789");
+  }
+  ASSERT_EQ(reader.readBeginning(handle.get(), "file", 0, text), kAnswered);
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(reader.readBeginning(handle.get(), "none", 4, text), darwin::DARWIN_ENOENT);
+}
+
+TEST(LinuxProcfs, OnlyAFileThatIsGoneHasAMark) {
+  EXPECT_EQ(withoutDeletedMark("/a (deleted)", true), "/a");
+  EXPECT_EQ(withoutDeletedMark("/a (deleted)", false), "/a (deleted)");
+  EXPECT_EQ(withoutDeletedMark("/a (deleted) (deleted)", true), "/a (deleted)");
+  EXPECT_EQ(withoutDeletedMark("/a", true), "/a");
+  EXPECT_EQ(withoutDeletedMark("", true), "");
+}
+
 TEST(LinuxProcfs, AFileThatIsNotThereIsAnError) {
   FileReader reader;
   std::string_view read;
