@@ -28,6 +28,7 @@ struct Table {
   size_t mapped;    // records that there is memory for
   size_t capacity;  // those that were asked for
   bool retired;
+  std::atomic<uint64_t> version;
   std::atomic<Index *> index;  // null: not indexed
   Index *outdated;             // indexes that a reader may still be in; they go with the table
 };
@@ -40,6 +41,8 @@ static ProcessRecord *spareRecords = nullptr;
 static size_t spareMapped = 0;
 
 static SharedInt readers{0};
+
+static uint64_t lastVersion = 0;
 
 static Table *tableOf(const ProcessRecord *table) {
   if (table == nullptr) return nullptr;
@@ -91,6 +94,7 @@ ProcessRecord *allocateProcessTable(size_t count) {
   }
   entry->capacity = count;
   entry->retired = false;
+  store(entry->version, ++lastVersion);
   store(entry->records, table);
   return table;
 }
@@ -170,6 +174,23 @@ void leaveProcessTables() {
   readers.fetch_sub(1, std::memory_order_seq_cst);
 }
 
+TableView previousTable() {
+  // Address and count are two words. Around a change of the address the count is never more than
+  // either table has: taken between two looks at the same address it fits.
+  TableView table = {load(g_previous_process_information), 0};
+  for (;;) {
+    table.count = table.records != nullptr ? previous_num_procs.load(std::memory_order_seq_cst) : 0;
+    ProcessRecord *again = load(g_previous_process_information);
+    if (again == table.records) return table;
+    table.records = again;
+  }
+}
+
+uint64_t versionOf(const ProcessRecord *table) {
+  const Table *entry = tableOf(table);
+  return entry != nullptr ? load(entry->version) : 0;
+}
+
 static uint32_t slotOf(int32_t pid, uint32_t mask) {
   // Fibonacci hashing: neighbouring PIDs spread over the slots.
   return static_cast<uint32_t>(pid) * 2654435769u & mask;
@@ -239,7 +260,10 @@ static void moveRecord(ProcessRecord *to, const ProcessRecord *from) {
 
 void reorderProcessTable(ProcessRecord *table, ProcessRecord **order, int32_t count) {
   static ProcessRecord displaced;
-  if (Table *entry = tableOf(table)) dropIndex(entry);
+  if (Table *entry = tableOf(table)) {
+    dropIndex(entry);
+    store(entry->version, ++lastVersion);
+  }
   for (int32_t start = 0; start < count; start++) {
     if (order[start] == nullptr || order[start] == &table[start]) continue;
     // One round of the permutation: the hole at `hole` is filled from where its record stands.

@@ -42,8 +42,21 @@ ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, in
 // address of each of the `count` records once, and is used up.
 void reorderProcessTable(ProcessRecord *table, ProcessRecord **order, int32_t count);
 
+// A number that changes with every table and with the order of its records: what was noted about
+// where a record stands holds for as long as this is the same. 0 for a table made elsewhere.
+uint64_t versionOf(const ProcessRecord *table);
+
 // A thread other than the main one stands between these while it reads a table.
 void enterProcessTables();
 void leaveProcessTables();
+
+struct TableView {
+  ProcessRecord *records;  // null: there is no table
+  int32_t count;
+};
+
+// The table that the last refresh left, with the number of its records: it stays as it was drawn,
+// while the main thread fills and sorts the current one. Only for a thread inside the tables.
+TableView previousTable();
 
 }  // namespace sondex

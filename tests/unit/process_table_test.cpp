@@ -297,6 +297,56 @@ TEST_F(Lookup, MayRunWhileTheMainThreadReplacesTables) {
   EXPECT_GT(found.load(), 0);
 }
 
+using Version = ProcessTable;
+
+TEST_F(Version, IsAnotherForEveryTable) {
+  ProcessRecord *first = tableOf({5});
+  ProcessRecord *second = tableOf({5});
+  const uint64_t former = versionOf(first);
+  EXPECT_NE(former, 0u);
+  EXPECT_NE(versionOf(second), 0u);
+  EXPECT_NE(versionOf(second), former);
+  releaseProcessTable(first);
+  EXPECT_EQ(versionOf(first), 0u);
+  ProcessRecord *again = tableOf({5});
+  ASSERT_EQ(again, first) << "else this shows nothing";
+  EXPECT_NE(versionOf(again), former);
+  EXPECT_NE(versionOf(again), versionOf(second));
+  releaseProcessTable(again);
+  releaseProcessTable(second);
+}
+
+TEST_F(Version, IsAnotherForEveryOrder) {
+  ProcessRecord *table = tableOf({5, 6});
+  const uint64_t former = versionOf(table);
+  indexProcessTable(table, 2);
+  EXPECT_EQ(versionOf(table), former);
+  ProcessRecord *order[] = {&table[1], &table[0]};
+  reorderProcessTable(table, order, 2);
+  EXPECT_NE(versionOf(table), former);
+  EXPECT_NE(versionOf(table), 0u);
+  releaseProcessTable(table);
+}
+
+TEST_F(Version, OfATableMadeElsewhereIsNone) {
+  std::vector<ProcessRecord> table(1);
+  EXPECT_EQ(versionOf(table.data()), 0u);
+  EXPECT_EQ(versionOf(nullptr), 0u);
+}
+
+using PreviousTable = ProcessTable;
+
+TEST_F(PreviousTable, IsTakenWithItsCount) {
+  store(previous_num_procs, 7);
+  EXPECT_EQ(previousTable().records, nullptr);
+  EXPECT_EQ(previousTable().count, 0) << "whatever the count says";
+  ProcessRecord *table = tableOf({5, 6});
+  store(g_previous_process_information, table);
+  store(previous_num_procs, 2);
+  EXPECT_EQ(previousTable().records, table);
+  EXPECT_EQ(previousTable().count, 2);
+}
+
 class Reorder : public ProcessTable {
  protected:
   static void fill(void *bytes, size_t size, std::mt19937 &random) {

@@ -1,0 +1,155 @@
+#include "fds/socket_owners.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "proc/process_table.h"
+
+namespace sondex {
+
+static_assert(sizeof(darwin::socket_fdinfo) <= kFDDetailSize);
+
+constexpr int32_t kNobody = -1;
+constexpr size_t kFewestSlots = 64;
+constexpr size_t kPorts = UINT16_MAX + 1;
+
+struct Owner {
+  uint64_t address;
+  int32_t place;  // of the record; kNobody in a free slot
+};
+
+// What one table holds. Places are those of the first record that owns the socket.
+static struct {
+  uint64_t version;  // of the table; 0 while there is none
+  int32_t count;     // records that were looked at
+  int32_t ports[kPorts];
+  Owner *slots;  // open addressing, by kernel address
+  size_t room;   // slots that there is memory for
+  size_t used;   // slots of this table: a power of two
+} owners;
+
+static TableView tableToSearch() {
+  const TableView previous = previousTable();
+  if (previous.records != nullptr) return previous;
+  return {load(g_process_information), load(num_procs)};
+}
+
+static int32_t detailCount(const ProcessRecord *record) {
+  return record->fdDetails != nullptr ? std::min(record->numFDs, kFDSlots) : 0;
+}
+
+// The socket behind an entry of the record's list, null when the entry is of another type.
+static const darwin::socket_info *socketAt(const ProcessRecord *record, int32_t entry) {
+  if (record->fds[entry].proc_fdtype != darwin::PROX_FDTYPE_SOCKET) return nullptr;
+  const uint8_t *slot = record->fdDetails + static_cast<size_t>(entry) * kFDDetailSize;
+  return &reinterpret_cast<const darwin::socket_fdinfo *>(slot)->psi;
+}
+
+static bool hasIPv4Port(const darwin::socket_info *socket) {
+  return socket->soi_family == darwin::DARWIN_AF_INET;
+}
+
+static uint16_t portOf(const darwin::socket_info *socket) {
+  return static_cast<uint16_t>(socket->soi_proto.pri_in.insi_lport);
+}
+
+static Owner *slotOf(uint64_t address) {
+  // Fibonacci hashing: the high bits of the product depend on all of the address.
+  size_t slot = static_cast<size_t>(address * 0x9E3779B97F4A7C15u >> 32) & (owners.used - 1);
+  while (owners.slots[slot].place != kNobody && owners.slots[slot].address != address) {
+    slot = (slot + 1) & (owners.used - 1);
+  }
+  return &owners.slots[slot];
+}
+
+static size_t countSockets(const TableView &table) {
+  size_t sockets = 0;
+  for (int32_t i = 0; i < table.count; i++) {
+    const ProcessRecord *record = &table.records[i];
+    for (int32_t entry = 0; entry < detailCount(record); entry++) {
+      if (socketAt(record, entry) != nullptr) sockets++;
+    }
+  }
+  return sockets;
+}
+
+// Frees all slots of an index for that many sockets. False when memory is short.
+static bool clearSlots(size_t sockets) {
+  size_t needed = kFewestSlots;
+  while (needed < sockets * 2) needed *= 2;
+  if (owners.room < needed) {
+    free(owners.slots);
+    owners.slots = static_cast<Owner *>(malloc(needed * sizeof(Owner)));
+    owners.room = owners.slots != nullptr ? needed : 0;
+    if (owners.slots == nullptr) return false;
+  }
+  owners.used = needed;
+  for (size_t i = 0; i < needed; i++) owners.slots[i].place = kNobody;
+  memset(owners.ports, 0xFF, sizeof owners.ports);
+  return true;
+}
+
+static void addSocket(const darwin::socket_info *socket, int32_t place) {
+  if (hasIPv4Port(socket)) {
+    int32_t *port = &owners.ports[portOf(socket)];
+    if (*port == kNobody) *port = place;
+  }
+  Owner *owner = slotOf(socket->soi_so);
+  if (owner->place == kNobody) *owner = {socket->soi_so, place};
+}
+
+// Whether there is an index of the table; makes it if it was of another one.
+static bool isIndexed(const TableView &table) {
+  const uint64_t version = versionOf(table.records);
+  if (version == 0) return false;
+  if (owners.version == version && owners.count == table.count) return true;
+  owners.version = 0;
+  if (!clearSlots(countSockets(table))) return false;
+  for (int32_t i = 0; i < table.count; i++) {
+    const ProcessRecord *record = &table.records[i];
+    for (int32_t entry = 0; entry < detailCount(record); entry++) {
+      const darwin::socket_info *socket = socketAt(record, entry);
+      if (socket != nullptr) addSocket(socket, i);
+    }
+  }
+  owners.version = version;
+  owners.count = table.count;
+  return true;
+}
+
+template <typename Condition>
+static ProcessRecord *scan(const TableView &table, Condition condition) {
+  for (int32_t i = 0; i < table.count; i++) {
+    ProcessRecord *record = &table.records[i];
+    for (int32_t entry = 0; entry < detailCount(record); entry++) {
+      const darwin::socket_info *socket = socketAt(record, entry);
+      if (socket != nullptr && condition(socket)) return record;
+    }
+  }
+  return nullptr;
+}
+
+static ProcessRecord *recordAt(const TableView &table, int32_t place) {
+  return place != kNobody ? &table.records[place] : nullptr;
+}
+
+ProcessRecord *ownerOfIPv4Port(uint16_t port) {
+  const TableView table = tableToSearch();
+  if (table.records == nullptr) return nullptr;
+  if (isIndexed(table)) return recordAt(table, owners.ports[port]);
+  return scan(table, [port](const darwin::socket_info *socket) {
+    return hasIPv4Port(socket) && portOf(socket) == port;
+  });
+}
+
+ProcessRecord *ownerOfSocket(uint64_t address) {
+  const TableView table = tableToSearch();
+  if (table.records == nullptr) return nullptr;
+  if (isIndexed(table)) return recordAt(table, slotOf(address)->place);
+  return scan(table,
+              [address](const darwin::socket_info *socket) { return socket->soi_so == address; });
+}
+
+}  // namespace sondex
