@@ -1,11 +1,19 @@
-// The details report of one process.
+// The details of one process: the report as it is printed, and as a screen with keys of its own.
 #pragma once
 
 #include "proc/process_record.h"
 
 namespace sondex {
 
-// Writes the report of `record`; `table` is the current table, for its relatives.
-void showProcessDetails(ProcessRecord *record, ProcessRecord *table);
+// In plain mode, writes the report of `record` once and whole. In full-screen mode, shows it until
+// a key leaves it, the arguments of the process are not to be had, the terminal is gone or the
+// program is to end; every second and after each key it asks the kernel anew and fills `record`.
+// The caller holds the right to draw, and draws anew afterwards.
+//
+// `record` is the caller's own, not one in a table that may be released meanwhile; its descriptor
+// details are a heap block or null. `table` is the current table of num_procs records, for the
+// process's relatives; null means whatever the last refresh left at the time. Returns 0; -1, after
+// a message, without the arguments of the process.
+int showProcessDetails(ProcessRecord *record, ProcessRecord *table);
 
 }  // namespace sondex

@@ -80,17 +80,22 @@ ProcessRecord *getPIDList() {
   return table;
 }
 
-static void getUsage(int32_t pid, ProcessRecord *record) {
+// False when there is no usage to be had.
+static bool getUsage(int32_t pid, ProcessRecord *record) {
   memset(&record->rusage, 0xFF, sizeof record->rusage);
-  if (proc_pid_rusage_funcptr == nullptr) return;
+  if (proc_pid_rusage_funcptr == nullptr) return false;
   const int flavour =
       g_OsVer < kOsVerUsageV3 ? darwin::DARWIN_RUSAGE_INFO_V2 : darwin::DARWIN_RUSAGE_INFO_V3;
-  if (proc_pid_rusage_funcptr(pid, flavour,
-                              reinterpret_cast<darwin::rusage_info_t *>(&record->rusage)) < 0) {
-    return;
-  }
+  return proc_pid_rusage_funcptr(pid, flavour,
+                                 reinterpret_cast<darwin::rusage_info_t *>(&record->rusage)) >= 0;
+}
+
+static void addToTotals(const ProcessRecord *record) {
   g_Total_Rusage.ri_diskio_bytesread += record->rusage.ri_diskio_bytesread;
   g_Total_Rusage.ri_diskio_byteswritten += record->rusage.ri_diskio_byteswritten;
+}
+
+static void keepPreviousUsage(ProcessRecord *record, int32_t pid) {
   const ProcessRecord *previous = findProcessInformationByPid(load(g_previous_process_information),
                                                               pid, load(previous_num_procs));
   if (previous != nullptr) record->previousRusage = previous->rusage;
@@ -117,17 +122,27 @@ static void getThreads(int32_t pid, ProcessRecord *record) {
   }
 }
 
-int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList) {
+// What the kernel tells of the process itself. False without its usage.
+static bool askKernel(int32_t pid, ProcessRecord *record) {
   if (darwin::proc_pidinfo(pid, darwin::PROC_PIDTASKALLINFO, 0, &record->taskAllInfo,
                            sizeof record->taskAllInfo) <= 0) {
     perror("proc_pidinfo");
   }
-  getUsage(pid, record);
+  const bool hasUsage = getUsage(pid, record);
   darwin::proc_pidinfo(pid, darwin::PROC_PIDWORKQUEUEINFO, 0, &record->workqueueInfo,
                        sizeof record->workqueueInfo);
   getThreads(pid, record);
   getProcFDInfo(pid, record);
   getProcCoalitionInfo(pid, record);
+  record->sandboxed = darwin::sandbox_check(pid, nullptr, 0);
+  return hasUsage;
+}
+
+int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList) {
+  if (askKernel(pid, record)) {
+    addToTotals(record);
+    keepPreviousUsage(record, pid);
+  }
   if (jetsamList != nullptr) {
     const darwin::memorystatus_priority_entry *entry = getJetsamPropertiesOfPID(pid, jetsamList);
     if (entry != nullptr) {
@@ -135,8 +150,11 @@ int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList
       record->jetsamLimit = entry->limit;
     }
   }
-  record->sandboxed = darwin::sandbox_check(pid, nullptr, 0);
   return 0;
+}
+
+void refreshProcInfo(ProcessRecord *record) {
+  askKernel(pidOf(record), record);
 }
 
 // The flavour of proc_pidfdinfo for a descriptor type, 0 for a type whose details are not asked

@@ -31,6 +31,11 @@ int getArrayOfPIDs();
 // it was. Returns 0.
 int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList);
 
+// Asks the kernel anew about the process of a filled record. Of no sample: the totals, the previous
+// sample and the memory-status list are left alone, so any thread may call this with a record of
+// its own. A query that fails leaves its field as it was.
+void refreshProcInfo(ProcessRecord *record);
+
 // Fills the descriptor list and details. Returns 0, or -1 when it stopped at a type without
 // details.
 int getProcFDInfo(int32_t pid, ProcessRecord *record);

@@ -39,27 +39,12 @@ constexpr int32_t kScreenPatience = 2000;  // milliseconds
 
 static char *active_filter = nullptr;
 
-// The table that the last refresh left. The main thread fills and sorts the current one meanwhile;
-// this one stays as it was drawn, for those who are inside the tables.
-struct ShownTable {
-  ProcessRecord *records;
-  int32_t count;
-};
-
-static ShownTable enterShownTable() {
+static TableView enterPreviousTable() {
   enterProcessTables();
-  // Address and count are two words. Around a change of the address the count is never more than
-  // either table has: taken between two looks at the same address it fits.
-  ShownTable table = {load(g_previous_process_information), 0};
-  for (;;) {
-    table.count = table.records != nullptr ? previous_num_procs.load(std::memory_order_seq_cst) : 0;
-    ProcessRecord *again = load(g_previous_process_information);
-    if (again == table.records) return table;
-    table.records = again;
-  }
+  return previousTable();
 }
 
-static ProcessRecord *selectedRecord(const ShownTable *table) {
+static ProcessRecord *selectedRecord(const TableView *table) {
   const int32_t selected = load(g_selectedProcess);
   return selected >= 0 && selected < table->count ? &table->records[selected] : nullptr;
 }
@@ -97,12 +82,32 @@ static void reportMode(const char *mode, const SharedInt *word) {
   setStatusBar(text, 3);
 }
 
+// The details stay open for as long as the user likes. They show a copy, so that no table has to
+// wait for them. Null without a selection.
+static ProcessRecord *copySelected() {
+  ProcessRecord *copy = nullptr;
+  const TableView table = enterPreviousTable();
+  const ProcessRecord *record = selectedRecord(&table);
+  if (record != nullptr) {
+    copy = static_cast<ProcessRecord *>(malloc(sizeof *copy));
+    if (copy != nullptr) {
+      memcpy(copy, record, sizeof *copy);
+      copy->fdDetails = nullptr;  // the table's own
+    } else {
+      setStatusBar("No memory for the details", 3);
+    }
+  }
+  leaveProcessTables();
+  return copy;
+}
+
 static void openDetails() {
   if (load(g_Row) < 0) return;
-  const ShownTable table = enterShownTable();
-  ProcessRecord *record = selectedRecord(&table);
-  if (record != nullptr) showProcessDetails(record, table.records);
-  leaveProcessTables();
+  ProcessRecord *record = copySelected();
+  if (record == nullptr) return;
+  showProcessDetails(record, nullptr);
+  releaseRecord(record);
+  free(record);
 }
 
 static int32_t pageStep() {
@@ -118,13 +123,13 @@ static void pageUp() {
   store(g_firstProcToShow, std::max(load(g_firstProcToShow) - pageStep(), 0));
 }
 
-static void select(const ShownTable *table, int32_t direction) {
+static void select(const TableView *table, int32_t direction) {
   store(g_selectedProcess,
         findNextVisibleProcess(table->records, table->count, load(g_selectedProcess), direction));
 }
 
 static void moveDown() {
-  const ShownTable table = enterShownTable();
+  const TableView table = enterPreviousTable();
   const int32_t row = load(g_Row);
   const int32_t first = load(g_firstProcToShow);
   if (row < load(y) - load(banners)) {
@@ -138,7 +143,7 @@ static void moveDown() {
 }
 
 static void moveUp() {
-  const ShownTable table = enterShownTable();
+  const TableView table = enterPreviousTable();
   const int32_t row = load(g_Row);
   const int32_t first = load(g_firstProcToShow);
   if (row >= 0) {
@@ -288,7 +293,7 @@ void toggleUpdateDelay() {
 // The pid to signal: the selected process's, else one that the user names; 0 when there is none.
 // `isStopped` tells about the selected process.
 static int32_t chooseTarget(bool *isStopped) {
-  const ShownTable table = enterShownTable();
+  const TableView table = enterPreviousTable();
   const ProcessRecord *record = selectedRecord(&table);
   int32_t pid = 0;
   *isStopped = false;

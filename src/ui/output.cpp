@@ -81,11 +81,24 @@ void outputBlanks(int count) {
   for (; count > 0; count -= kPiece) writeBytes(kBlanks, count < kPiece ? count : kPiece);
 }
 
+// Whether there is room for one more character on the screen.
+static bool hasRoom() {
+  return stdscr != nullptr && (!confined || confinedLength(" ", 1) > 0);
+}
+
 void outputSeparator() {
   if (load(wantCurses) == 0) {
     output("|", 0);
-  } else if (stdscr != nullptr && (!confined || confinedLength("|", 1) > 0)) {
+  } else if (hasRoom()) {
     waddch(stdscr, ACS_VLINE);
+  }
+}
+
+void outputBranch(bool isLast) {
+  if (load(wantCurses) == 0) {
+    output("+-", 0);
+  } else if (hasRoom()) {
+    waddch(stdscr, isLast ? ACS_LLCORNER : ACS_LTEE);
   }
 }
 

@@ -30,6 +30,10 @@ void outputBlanks(int count);
 // Writes the separator between two columns: a line-drawing character on the screen, else "|".
 void outputSeparator();
 
+// Writes what joins a child to its parent's line in a tree: a line-drawing character on the screen,
+// where the last child's turns the line, else "+-".
+void outputBranch(bool isLast);
+
 // While on, what is written on the screen is cut at the end of its line instead of going on below.
 void confineToLine(bool on);
 

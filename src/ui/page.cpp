@@ -26,8 +26,7 @@ void beginPage() {
   scrollok(stdscr, TRUE);
 }
 
-// No key will ever come again.
-static bool isKeyboardGone() {
+bool isKeyboardGone() {
   pollfd keyboard = {STDIN_FILENO, 0, 0};
   return poll(&keyboard, 1, 0) > 0 && (keyboard.revents & (POLLHUP | POLLERR)) != 0;
 }

@@ -13,4 +13,7 @@ void beginPage();
 // the program is to end. Any other key is followed by a pause of a second.
 void waitToLeavePage();
 
+// Whether the keyboard's terminal is gone: no key will ever come again.
+bool isKeyboardGone();
+
 }  // namespace sondex

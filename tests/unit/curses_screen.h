@@ -90,6 +90,10 @@ class CursesScreen {
   // What stands in the cursor's row before the cursor: a cell just drawn, with its blanks.
   static std::string textBeforeCursor() { return text(getcury(stdscr), 0, getcurx(stdscr)); }
 
+  // Drops what was sent to the terminal, where nobody reads it: without room there, the next
+  // refresh waits for ever.
+  void dropSent() const { tcflush(m_terminal.programEnd(), TCOFLUSH); }
+
   // Empties the screen and puts the cursor into its first cell.
   static void empty() {
     werase(stdscr);

@@ -49,6 +49,8 @@ extern chtype acs_map[128];
 #define COLOR_CYAN 6
 #define COLOR_WHITE 7
 
+#define ACS_LLCORNER (acs_map['m'])
+#define ACS_LTEE (acs_map['t'])
 #define ACS_VLINE (acs_map['x'])
 
 #define KEY_DOWN 0402

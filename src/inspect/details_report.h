@@ -1,0 +1,41 @@
+// The details report of one process, section by section. Its screen and keys are not here.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "darwin/mach_host.h"
+#include "darwin/mach_task.h"
+#include "proc/process_record.h"
+
+namespace sondex {
+
+struct DetailsReport {
+  ProcessRecord *record;
+  // num_procs records, for the process's relatives; null: the table that the last refresh left.
+  ProcessRecord *table;
+  darwin::mach_port_t task;  // kept: never obtained
+  const char *signing;       // kept: nothing sets it but to the empty text
+
+  // What the screen shows whole rather than by a hint; plain output shows everything.
+  int32_t showsDescriptors;
+  int32_t showsThreads;
+  int32_t showsRegions;
+  int32_t showsHierarchy;
+};
+
+// The note on a process that runs without being signed.
+extern const char kNotSigned[];
+
+// A report as it is when it is opened.
+DetailsReport openDetailsReport(ProcessRecord *record, ProcessRecord *table);
+
+// Writes the report to the screen, which it clears first, or to standard output, and keeps the
+// process's path in the record. Returns 0; -1, after a message, when the arguments of the process
+// are not to be had: the report then ends behind its first line.
+int printDetails(const DetailsReport *report);
+
+// Writes into `to` what the kernel's counts say about tampering with a task.
+void extmodsToText(const darwin::vm_extmod_statistics *counts, char *to, size_t size);
+
+}  // namespace sondex

@@ -1,0 +1,24 @@
+// What the kernel tells about a task beside the platform's.
+#include "darwin/mach_task.h"
+#include "same.h"
+
+#define NAMES(EACH) EACH(TASK_EXTMOD_INFO)
+
+NAMES(KEEP);
+
+#include <mach/mach.h>
+#include <mach/task_info.h>
+#include <mach/vm_statistics.h>
+
+NAMES(SAME_VALUE);
+
+SAME_STRUCTURE(vm_extmod_statistics, task_for_pid_count, task_for_pid_caller_count,
+               thread_creation_count, thread_creation_caller_count, thread_set_state_count,
+               thread_set_state_caller_count);
+SAME_STRUCTURE(task_extmod_info, task_uuid, extmod_statistics);
+
+static_assert(std::is_same_v<::task_name_t, darwin::task_name_t>);
+static_assert(std::is_same_v<::task_flavor_t, darwin::task_flavor_t>);
+static_assert(std::is_same_v<::task_info_t, darwin::task_info_t>);
+
+SAME_FUNCTION(task_info);
