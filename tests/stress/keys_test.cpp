@@ -18,25 +18,29 @@ namespace {
 constexpr size_t kKeys = 10'000;
 // Less than a terminal keeps for a program that does not read.
 constexpr size_t kKeysAtOnce = 200;
+// A prompt ends at so many keys.
+constexpr size_t kLongestAnswer = 80;
 
 // Signals only go to processes that are simulated.
 enum class Signals { sent, left };
 
+// Keys for the list. Enter comes only where something asks for it: in the list itself it opens the
+// details of a process, where most of what follows would cost a second each.
 class RandomKeys {
  public:
   RandomKeys(unsigned seed, Signals signals) : random_(seed), signals_(signals) {}
 
   std::string next() {
     const int kind = number(100);
-    if (kind < 55) return oneOf("0123456789!-+ bcCdDfFiImMnNpPrRsSxXyYaBcDeEghHjJlLvVwWzZ\r\n\t");
+    if (kind < 55) return oneOf("0123456789!-+ bcCdDfFiImMnNpPrRsSxXyYaBcDeEghHjJlLvVwWzZ\t");
     if (kind < 75) return arrow();
     if (kind < 80) return cutSequence();
     if (kind < 85) return anyByte();
-    if (kind < 90) return "/" + word() + "\n";
-    if (kind < 92) return "u" + word() + "\n";
+    if (kind < 90) return "/" + answer();
+    if (kind < 92) return "u" + answer();
     if (kind < 94) return signals_ == Signals::sent ? signal() : "F";
     if (kind < 96) return screen("?");
-    if (kind < 97) return screen("G");
+    if (kind < 97) return signals_ == Signals::sent ? screen("G") : "I";
     return oneOf("\x04\x05\x0e\x10");
   }
 
@@ -53,18 +57,25 @@ class RandomKeys {
   std::string anyByte() {
     for (;;) {
       const char byte = static_cast<char>(number(256));
-      constexpr std::string_view kLeftOut("\0\x03\x11\x12\x13\x16\x1a\x1c\x0f/uUkKtTgG?qQ", 22);
+      constexpr std::string_view kLeftOut("\0\x03\n\r\x11\x12\x13\x16\x1a\x1c\x0f/uUkKtTgG?qQ", 23);
       if (kLeftOut.find(byte) == std::string_view::npos) return std::string(1, byte);
     }
   }
-  // Mostly short; sometimes more than a prompt takes.
-  std::string word() {
+  std::string word(size_t length) {
     std::string text;
-    const int length = number(20) == 0 ? 100 : number(8);
-    for (int i = 0; i < length; i++) text += oneOf("abcdefgh0123456789-%\x7f\xc3 ");
+    while (text.size() < length) text += oneOf("abcdefgh0123456789-%\x7f\xc3 ");
     return text;
   }
-  std::string signal() { return number(2) == 0 ? "t1\n" : "K" + oneOf("yYn") + "\n\n"; }
+  // Mostly short; sometimes so long that it ends the prompt by itself.
+  std::string answer() {
+    return number(20) == 0 ? word(kLongestAnswer) : word(static_cast<size_t>(number(8))) + "\n";
+  }
+  // Whether these ask, and what for, depends on the selection. In a prompt they are an answer that
+  // ends it, of no process or to be sure; in the list they switch something and do nothing.
+  std::string signal() {
+    const std::string key = oneOf("tTK");
+    return key + (key == "K" ? oneOf("yYn") : "1") + std::string(kLongestAnswer - 1, 'e');
+  }
   // Each key that does not leave the screen costs a second there.
   std::string screen(const char *key) { return key + (number(10) == 0 ? oneOf("xy ") : "") + "\n"; }
 
@@ -94,8 +105,8 @@ void pressThem(Terminal &terminal, RandomKeys &keys) {
 
 // Out of whatever is open, the list answers.
 void expectAnswer(Terminal &terminal) {
-  // The end of a sequence, of a prompt and of a screen.
-  terminal.press("\x1b[A\n\n\n");
+  // The end of a sequence.
+  terminal.press("\x1b[A");
   ASSERT_TRUE(terminal.waitFor([&] { return terminal.unreadKeys() == 0; }));
   terminal.press("/no process is called so\n");
   EXPECT_EQ(terminal.awaitText("No processes match no process is called so"), "");

@@ -1,0 +1,177 @@
+// The details report on this machine's kernel, for processes that the test made itself: what it
+// says against what ps and /proc say of them. Its list of descriptors is tested with those.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include "harness/helper.h"
+#include "harness/process_facts.h"
+#include "harness/run.h"
+#include "live/list_row.h"
+
+namespace test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+using Steps = std::vector<std::string>;
+
+// The columns of ps, one word each.
+std::map<std::string, std::string> askPS(pid_t pid, const Steps &columns) {
+  Launch launch;
+  launch.program = "/usr/bin/ps";
+  launch.arguments = {"-p", std::to_string(pid)};
+  for (const std::string &column : columns) {
+    launch.arguments.insert(launch.arguments.end(), {"-o", column + "="});
+  }
+  const Outcome outcome = run(launch);
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  std::map<std::string, std::string> values;
+  std::istringstream words(outcome.output);
+  for (const std::string &column : columns) words >> values[column];
+  return values;
+}
+
+std::string padded(const std::string &text, size_t width) {
+  return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
+}
+
+std::string statusText(const std::string &state) {
+  const std::map<std::string, std::string> texts = {
+      {"R", "runnable"}, {"S", "sleeping"}, {"D", "sleeping"}, {"T", "stopped"}};
+  const auto found = texts.find(state);
+  return found == texts.end() ? "unexpected " + state : found->second;
+}
+
+std::string reportOn(pid_t pid, std::optional<uid_t> user = std::nullopt) {
+  const Outcome outcome = runSondex({std::to_string(pid)}, {}, user);
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  EXPECT_EQ(withoutSampling(outcome.error), "");
+  return outcome.output;
+}
+
+// The line that begins with a text, without that.
+std::string lineAfter(const std::string &report, const std::string &start) {
+  for (const std::string &line : splitLines(report)) {
+    if (line.starts_with(start)) return line.substr(start.size());
+  }
+  ADD_FAILURE() << "no \"" << start << "\" in\n" << report;
+  return "";
+}
+
+long hundredths(uint64_t ticks) {
+  return static_cast<long>(ticks * 100 / static_cast<uint64_t>(sysconf(_SC_CLK_TCK)));
+}
+
+// A process at rest: all its figures stay as they are.
+void expectAgreement(const Helper &helper, const std::string &name) {
+  const pid_t pid = helper.pid();
+  const std::string report = reportOn(pid);
+  auto ps = askPS(pid, {"ppid", "s", "uid", "ruid", "svuid", "gid", "rgid", "svgid", "vsz", "rss",
+                        "cputimes", "nlwp"});
+
+  const std::string identity =
+      "Process: " + std::to_string(pid) + "\tName: " + name + std::string(16 - name.size(), ' ') +
+      "\tParent: " + padded(ps["ppid"], 5) + "\tStatus: " + statusText(ps["s"]) + "\n";
+  EXPECT_THAT(report, HasSubstr(identity + "Flags:   64-bit"));
+  EXPECT_THAT(
+      report,
+      HasSubstr("UID:    " + padded(ps["uid"], 5) + "\tRUID: " + padded(ps["ruid"], 5) +
+                "\tSVUID: " + padded(ps["svuid"], 5) + "\nGID:    " + padded(ps["gid"], 5) +
+                "\tRGID: " + padded(ps["rgid"], 5) + "\tSVGID: " + padded(ps["svgid"], 5) + "\n"));
+
+  const uint64_t virtualBytes = std::stoull(ps["vsz"]) * 1024;
+  const uint64_t residentBytes = std::stoull(ps["rss"]) * 1024;
+  EXPECT_THAT(report, HasSubstr("\nVirtual size:      \t" + virtualCell(virtualBytes) + " (" +
+                                std::to_string(virtualBytes) + ")\tResident size:        "));
+  EXPECT_THAT(report, HasSubstr("(" + std::to_string(residentBytes) + ")\n"));
+  EXPECT_THAT(lineAfter(report, "#Threads: "), HasSubstr(ps["nlwp"]));
+
+  static const std::regex times("  (.*)   = (.*) \\(User\\)    \\+ (.*) \\(System\\)");
+  std::smatch part;
+  const std::string line = lineAfter(report, "Time:");
+  ASSERT_TRUE(std::regex_match(line, part, times)) << line;
+  const std::optional<long> all = hundredthsOf(part[1]);
+  const std::optional<long> user = hundredthsOf(part[2]);
+  const std::optional<long> system = hundredthsOf(part[3]);
+  ASSERT_TRUE(all && user && system) << line;
+  EXPECT_EQ(*all, *user + *system);
+  const std::optional<ProcessFacts> facts = readFacts(pid);
+  ASSERT_TRUE(facts);
+  EXPECT_EQ(*all, hundredths(facts->processorTicks));
+  EXPECT_EQ(*all / 100, std::stol(ps["cputimes"]));
+  EXPECT_THAT(report, Not(HasSubstr("\nState: ")));
+}
+
+TEST(Details, OfASleepingProcess) {
+  expectAgreement(Helper(Steps{}), "make_process");
+}
+
+TEST(Details, OfAStoppedProcess) {
+  const Helper helper({"stop"});
+  const auto isStopped = [&] {
+    const std::optional<ProcessFacts> facts = readFacts(helper.pid());
+    return facts && facts->state == 'T';
+  };
+  ASSERT_TRUE(waitUntil(isStopped));
+  expectAgreement(helper, "make_process");
+}
+
+TEST(Details, OfOneThatHasComputedAndHasThreads) {
+  expectAgreement(Helper({"memory", "300", "threads", "12", "name", "a b) R (c"}), "a b) R (c");
+}
+
+TEST(Details, OfManyIdentities) {
+  if (!isRoot()) GTEST_SKIP() << "needs root to be several users";
+  expectAgreement(Helper({"identities", "1001", "1002", "1003", "2001", "2002", "2003"}),
+                  "make_process");
+}
+
+TEST(Details, OfOneInAContainer) {
+  if (!isRoot()) GTEST_SKIP() << "needs root to change a root directory";
+  std::string root = "/tmp/details_test.XXXXXX";
+  ASSERT_NE(mkdtemp(root.data()), nullptr);
+  {
+    const Helper confined({"root", root, "seccomp"});
+    EXPECT_THAT(reportOn(confined.pid()), HasSubstr("\nContainer: " + root + "\n"));
+    const Helper filtered({"seccomp"});
+    EXPECT_THAT(reportOn(filtered.pid()), Not(HasSubstr("Container: ")));
+  }
+  EXPECT_EQ(rmdir(root.c_str()), 0);
+}
+
+TEST(Details, AreThereForTheProcesssOwnUser) {
+  if (!isRoot()) GTEST_SKIP() << "needs root to be another user";
+  // One that gave up being root keeps its descriptors to itself until it is another program.
+  const Helper helper({"user", std::to_string(kNobody), "deleted", "listen", "tcp4"});
+  const std::string report = reportOn(helper.pid(), kNobody);
+  EXPECT_THAT(report, HasSubstr("UID:    65534\tRUID: 65534\tSVUID: 65534\n"));
+  EXPECT_THAT(report, HasSubstr("3u  socket tcp4   127.0.0.1:"));
+}
+
+TEST(Details, OfAnothersProcessEndWithTheFirstLine) {
+  if (!isRoot()) GTEST_SKIP() << "needs root to be another user";
+  const Helper helper(Steps{});
+  const Outcome outcome = runSondex({std::to_string(helper.pid())}, {}, kNobody);
+  EXPECT_THAT(outcome.output, Not(HasSubstr("Flags:")));
+  EXPECT_EQ(withoutSampling(outcome.error), "sysctl:PROCARGS: Invalid argument\n");
+}
+
+// A kernel thread was started with nothing: the report ends after the first line on it.
+TEST(Details, OfAKernelThread) {
+  const std::optional<ProcessFacts> facts = readFacts(2);
+  if (!facts || facts->name != "kthreadd") GTEST_SKIP() << "none is to be seen from here";
+  const Outcome outcome = runSondex({"2"});
+  EXPECT_THAT(outcome.output, HasSubstr("Process: 2\tName: kthreadd        \tParent:     0\t"));
+  EXPECT_THAT(outcome.output, Not(HasSubstr("Flags:")));
+  EXPECT_EQ(withoutSampling(outcome.error), "sysctl:PROCARGS: Invalid argument\n");
+}
+
+}  // namespace
+}  // namespace test
