@@ -155,8 +155,15 @@ static void showList() {
   showProcesses(load(g_process_information), load(g_previous_process_information), getFilter());
 }
 
+// Whether there is room for one more table. Those that readers kept from being released are looked
+// at again: without a sample nothing else does that.
+static bool makeRoom() {
+  if (!hasRoomForTable()) retireProcessTable(nullptr);
+  return hasRoomForTable();
+}
+
 static int showPlainList() {
-  const bool updating = load(g_updates) != 0 && hasRoomForTable();
+  const bool updating = load(g_updates) != 0 && makeRoom();
   if (updating) sample();
   showList();
   if (updating) keepAsPrevious();
@@ -187,7 +194,7 @@ static void refreshScreen() {
   // Read once: a key that freezes the display in the middle of a cycle must not tear sampling from
   // retiring.
   const bool frozen = load(g_updates) == 0;
-  const bool updating = !frozen && hasRoomForTable();
+  const bool updating = !frozen && makeRoom();
   if (updating) sample();
   endIfAsked();
   const bool drawing = startDrawing();

@@ -57,6 +57,15 @@ TEST_F(PlainList, SampleOfStartUpIsGivenBack) {
   EXPECT_EQ(others.size(), room - 1) << "only the current table is out";
 }
 
+TEST_F(PlainList, IsSampledAgainOnceReadersHaveLeft) {
+  machine.add(5, "sampled");
+  enterProcessTables();
+  while (hasRoomForTable()) retireProcessTable(allocateProcessTable(1));
+  EXPECT_EQ(run().find("|sampled "), std::string::npos);
+  leaveProcessTables();
+  EXPECT_NE(run().find("|sampled "), std::string::npos);
+}
+
 TEST_F(PlainList, FrozenOneTakesNoSample) {
   machine.add(5, "before");
   errorOutputOf([] { store(g_process_information, getPIDList()); });
