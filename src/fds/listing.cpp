@@ -13,6 +13,7 @@
 #include "fds/descriptors.h"
 #include "fds/sockets.h"
 #include "proc/process_record.h"
+#include "proc/sampler.h"
 #include "state/display.h"
 #include "ui/append.h"
 #include "ui/held_stderr.h"
@@ -49,18 +50,8 @@ static const char *const kTypeTexts[] = {"AppleTalk", "File",   "Socket",    "Sh
 // the file system are asked about as pipes, and network policies as kqueues.
 static int32_t flavourOf(uint32_t type) {
   switch (type) {
-    case darwin::PROX_FDTYPE_VNODE:
-      return darwin::PROC_PIDFDVNODEPATHINFO;
-    case darwin::PROX_FDTYPE_SOCKET:
-      return darwin::PROC_PIDFDSOCKETINFO;
-    case darwin::PROX_FDTYPE_PSHM:
-      return darwin::PROC_PIDFDPSHMINFO;
-    case darwin::PROX_FDTYPE_PSEM:
-      return darwin::PROC_PIDFDPSEMINFO;
-    case darwin::PROX_FDTYPE_KQUEUE:
     case darwin::PROX_FDTYPE_NETPOLICY:
       return darwin::PROC_PIDFDKQUEUE_EXTINFO;
-    case darwin::PROX_FDTYPE_PIPE:
     case darwin::PROX_FDTYPE_FSEVENTS:
       return darwin::PROC_PIDFDPIPEINFO;
     case darwin::PROX_FDTYPE_CHANNEL:
@@ -68,7 +59,7 @@ static int32_t flavourOf(uint32_t type) {
     case darwin::PROX_FDTYPE_NEXUS:
       return kNexusFlavour;
     default:
-      return 0;
+      return sampledFlavour(type);
   }
 }
 

@@ -157,9 +157,7 @@ void refreshProcInfo(ProcessRecord *record) {
   askKernel(pidOf(record), record);
 }
 
-// The flavour of proc_pidfdinfo for a descriptor type, 0 for a type whose details are not asked
-// for.
-static int detailFlavour(uint32_t type) {
+int32_t sampledFlavour(uint32_t type) {
   switch (type) {
     case darwin::PROX_FDTYPE_VNODE:
       return darwin::PROC_PIDFDVNODEPATHINFO;
@@ -190,7 +188,7 @@ int getProcFDInfo(int32_t pid, ProcessRecord *record) {
   if (record->fdDetails == nullptr) return -1;
 
   for (int32_t i = 0; i < record->numFDs; i++) {
-    const int flavour = detailFlavour(record->fds[i].proc_fdtype);
+    const int32_t flavour = sampledFlavour(record->fds[i].proc_fdtype);
     if (flavour == 0) return -1;
     // Kept: asked by the place in the list, not by the descriptor's number.
     uint8_t *slot = record->fdDetails + static_cast<size_t>(i) * kFDDetailSize;
