@@ -1,6 +1,5 @@
 #include "screens/power_summary.h"
 
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,19 +9,11 @@
 
 #include "columns/format.h"
 #include "darwin/power_sources.h"
-#include "ui/safe_text.h"
+#include "ui/append.h"
 
 namespace sondex {
 
 static char returned[128];
-
-__attribute__((format(printf, 1, 2))) static void append(const char *format, ...) {
-  const size_t length = strlen(returned);
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(returned + length, sizeof returned - length, format, arguments);
-  va_end(arguments);
-}
 
 // A value of that type; null when there is none, or one of another type.
 static darwin::CFTypeRef valueOf(darwin::CFDictionaryRef description, const char *key,
@@ -42,9 +33,10 @@ static void appendCapacity(darwin::CFDictionaryRef description) {
   int32_t percent = 0;
   if (capacity != nullptr && darwin::CFNumberGetValue(static_cast<darwin::CFNumberRef>(capacity),
                                                       darwin::kCFNumberSInt32Type, &percent) != 0) {
-    append("Batt:  %d%%", percent);  // kept: two blanks here and one below
+    // kept: two blanks here and one below
+    append(returned, sizeof returned, "Batt:  %d%%", percent);
   } else {
-    append("Batt: Unknown");
+    append(returned, sizeof returned, "Batt: Unknown");
   }
 }
 
@@ -56,13 +48,12 @@ static void appendState(darwin::CFDictionaryRef description) {
                           : darwin::CFStringGetCStringPtr(static_cast<darwin::CFStringRef>(value),
                                                           darwin::kCFStringEncodingMacRoman);
   if (state == nullptr) {
-    append(" <unknown> ");
+    append(returned, sizeof returned, " <unknown> ");
     return;
   }
-  append(" (on ");
-  const size_t length = strlen(returned);
-  makeSafe(returned + length, sizeof returned - length, state, strlen(state));
-  append(",");
+  append(returned, sizeof returned, " (on ");
+  appendSafe(returned, sizeof returned, state, strlen(state));
+  append(returned, sizeof returned, ",");
 }
 
 static void appendCharging(darwin::CFDictionaryRef description) {
@@ -70,7 +61,7 @@ static void appendCharging(darwin::CFDictionaryRef description) {
       valueOf(description, darwin::kIOPSIsChargingKey, darwin::CFBooleanGetTypeID());
   const bool charging =
       value != nullptr && darwin::CFBooleanGetValue(static_cast<darwin::CFBooleanRef>(value)) != 0;
-  append("%sCharging", charging ? "" : " Not ");
+  append(returned, sizeof returned, "%sCharging", charging ? "" : " Not ");
 }
 
 static uint32_t wholeSeconds(double estimate) {
@@ -82,11 +73,12 @@ static uint32_t wholeSeconds(double estimate) {
 static void appendTimeRemaining() {
   const double estimate = darwin::IOPSGetTimeRemainingEstimate();
   if (estimate == darwin::kIOPSTimeRemainingUnlimited) {
-    append(")");
+    append(returned, sizeof returned, ")");
   } else if (estimate == darwin::kIOPSTimeRemainingUnknown) {
-    append("(calculating))");
+    append(returned, sizeof returned, "(calculating))");
   } else {
-    append(" - %s remaining)", secsToTimeString(wholeSeconds(estimate), 0, 1));
+    append(returned, sizeof returned, " - %s remaining)",
+           secsToTimeString(wholeSeconds(estimate), 0, 1));
   }
 }
 
@@ -107,22 +99,22 @@ static void appendAssertions() {
   darwin::CFDictionaryRef assertions = nullptr;
   darwin::IOPMCopyAssertionsByProcess(&assertions);
   if (assertions == nullptr) {
-    append(" No assertions");
+    append(returned, sizeof returned, " No assertions");
     return;
   }
   const darwin::CFIndex count = darwin::CFDictionaryGetCount(assertions);
   if (count > 0) {
-    append(" %d assertions (", static_cast<int>(count));
+    append(returned, sizeof returned, " %d assertions (", static_cast<int>(count));
     showHolders(assertions, static_cast<size_t>(count));
   }
-  append(")");
+  append(returned, sizeof returned, ")");
   darwin::CFRelease(assertions);
 }
 
 static void describeFirstSource(darwin::CFTypeRef info, darwin::CFArrayRef sources) {
   returned[0] = '\0';
   if (darwin::CFArrayGetCount(sources) <= 0) {
-    append("Unable to get Power Source information");
+    append(returned, sizeof returned, "Unable to get Power Source information");
     return;
   }
   // The description belongs to the information.
