@@ -67,6 +67,9 @@ int Machine::sandboxCheck(pid_t) {
 Errno Machine::codeSigningFlags(pid_t, uint32_t &) {
   return DARWIN_ENOTSUP;
 }
+Errno Machine::processGroup(pid_t, pid_t &) {
+  return DARWIN_ENOTSUP;
+}
 Errno Machine::sendSignal(pid_t, int) {
   return DARWIN_ENOTSUP;
 }
@@ -83,6 +86,25 @@ Errno Machine::arguments(pid_t, ProcessArguments &) {
   return DARWIN_ENOTSUP;
 }
 Errno Machine::region(pid_t, uint64_t, darwin::proc_regionwithpathinfo &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::stackshot(pid_t, uint64_t, std::vector<uint8_t> &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::taskPort(pid_t) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::taskNamePort(pid_t) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::kernelTaskPort() {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::threadRegisters(pid_t, uint64_t, ThreadRegisters &) {
+  return DARWIN_ENOTSUP;
+}
+Errno Machine::readMemory(pid_t, uint64_t, size_t, void *) {
   return DARWIN_ENOTSUP;
 }
 
@@ -140,6 +162,10 @@ Errno Machine::gestaltAnswer(std::string_view, GestaltAnswer &) {
   return DARWIN_ENOTSUP;
 }
 Errno Machine::powerStatus(PowerStatus &) {
+  return DARWIN_ENOTSUP;
+}
+
+Errno Machine::kernelExtensions(std::vector<std::string> &) {
   return DARWIN_ENOTSUP;
 }
 

@@ -24,6 +24,7 @@
 #include "darwin/proc_info.h"
 #include "darwin/rusage.h"
 #include "darwin/sysctl.h"
+#include "darwin/thread_state.h"
 
 namespace host {
 
@@ -130,6 +131,9 @@ struct WirelessNetwork {
 // What the identity service says to a key.
 using GestaltAnswer = std::variant<std::string, int64_t, bool>;
 
+// What a thread has in its registers, in the form of its word size.
+using ThreadRegisters = std::variant<darwin::arm_thread_state64_t, darwin::arm_thread_state32_t>;
+
 // What feeds the machine. What is not known is left out.
 struct PowerSource {
   std::optional<int32_t> capacity;   // percent
@@ -202,6 +206,23 @@ class Machine {
   virtual Errno arguments(pid_t pid, ProcessArguments &arguments);
   // The region that contains `address`, or the next one above it; DARWIN_EINVAL past the last.
   virtual Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info);
+  // The snapshot of one process, or of all for pid -1, as chunked data. `flags` are STACKSHOT_*.
+  virtual Errno stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &snapshot);
+
+  // Tasks. Whether the caller may have the port that opens the process's task, or the one that only
+  // names it.
+  virtual Errno taskPort(pid_t pid);
+  virtual Errno taskNamePort(pid_t pid);
+  // Whether the host keeps the kernel's task among its special ports, as some changed kernels do.
+  virtual Errno kernelTaskPort();
+  // Of a thread by its system-wide ID.
+  virtual Errno threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers);
+  // All `size` bytes or none: DARWIN_EFAULT where a page is missing or may not be read.
+  virtual Errno readMemory(pid_t pid, uint64_t address, size_t size, void *to);
+
+  // The process group, which everybody is told, of a zombie too. By default this system knows the
+  // process.
+  virtual Errno processGroup(pid_t pid, pid_t &group);
 
   // Sends a signal, with Darwin's number; 0 only looks whether it could be sent. `pid` as in
   // kill(): 0 and negative numbers mean process groups.
@@ -244,6 +265,9 @@ class Machine {
   // An error number of the service's own for a key that it refuses.
   virtual Errno gestaltAnswer(std::string_view key, GestaltAnswer &answer);
   virtual Errno powerStatus(PowerStatus &status);
+
+  // Identifiers of the loaded kernel extensions.
+  virtual Errno kernelExtensions(std::vector<std::string> &identifiers);
 
   // Host figures.
   virtual Errno hostBasicInfo(darwin::host_basic_info &info);

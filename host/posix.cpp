@@ -104,6 +104,16 @@ extern "C" uid_t __wrap_getuid(void) noexcept {
   return callerUser();
 }
 
+// 0 is the program itself, which is a process of this system on every machine.
+extern "C" pid_t __wrap_getpgid(pid_t pid) noexcept {
+  if (pid == 0) return __real_getpgid(pid);
+  pid_t group = 0;
+  const host::Errno error =
+      host::guarded([pid, &group] { return host::machine().processGroup(pid, group); });
+  if (error == darwin::DARWIN_ENOTSUP) return __real_getpgid(pid);
+  return host::libraryAnswer(error, group, -1);
+}
+
 extern "C" time_t __wrap_time(time_t *seconds) noexcept {
   time_t now = 0;
   const host::Errno error = host::guarded([&now]() -> host::Errno {

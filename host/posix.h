@@ -18,6 +18,7 @@ void *__real_dlsym(void *handle, const char *name) noexcept;
 int __real_kill(pid_t pid, int signal) noexcept;
 uid_t __real_geteuid(void) noexcept;
 uid_t __real_getuid(void) noexcept;
+pid_t __real_getpgid(pid_t pid) noexcept;
 time_t __real_time(time_t *seconds) noexcept;
 int __real_gettimeofday(struct timeval *time, void *zone) noexcept;
 int __real_socket(int domain, int type, int protocol) noexcept;

@@ -18,6 +18,11 @@ Errno procInfo(int32_t call, int32_t pid, uint32_t flavor, uint64_t arg, void *b
 Errno memorystatusControl(uint32_t command, int32_t pid, uint32_t flags, void *buffer, size_t size,
                           int &result) noexcept;
 
+// System call 491, with a configuration of the form of `version`, which has to have exactly `size`
+// bytes. The snapshot is mapped for the caller, who gets its address and size where the
+// configuration says and unmaps it.
+Errno stackSnapshot(int version, const void *config, size_t size) noexcept;
+
 }  // namespace host
 
 // System call 453, and the library function of that name. Programs look it up by name: not every

@@ -117,6 +117,22 @@ darwin::kern_return_t darwin::host_statistics64(host_t host, host_flavor_t flavo
       count);
 }
 
+// Only the port that leads to the kernel's task is asked for; the other slots are empty here.
+darwin::kern_return_t darwin::host_get_special_port(host_t host, int node, int which,
+                                                    mach_port_t *port) {
+  const kern_return_t known = host::checkPrivilegedPort(host);
+  if (known != KERN_SUCCESS) return known;
+  if (node != HOST_LOCAL_NODE || which <= 0) return KERN_INVALID_ARGUMENT;
+  *port = DARWIN_MACH_PORT_NULL;
+  if (which != DARWIN_HOST_KERNEL_PORT) return KERN_SUCCESS;
+  host::guarded([&]() -> host::Errno {
+    const host::Errno error = host::machine().kernelTaskPort();
+    if (error == host::kAnswered) *port = host::openPort({host::PortKind::kTask, 0, 0});
+    return error;
+  });
+  return KERN_SUCCESS;
+}
+
 darwin::kern_return_t darwin::host_processors(host_t host, processor_array_t *list,
                                               mach_msg_type_number_t *n) {
   const kern_return_t refused = host::checkPrivilegedPort(host);

@@ -98,6 +98,13 @@ int processPolicy(va_list arguments) {
   return libraryAnswer(error, 0, -1);
 }
 
+int stackSnapshot(va_list arguments) {
+  const int version = va_arg(arguments, int);
+  const void *config = va_arg(arguments, const void *);
+  const size_t size = va_arg(arguments, size_t);
+  return libraryAnswer(host::stackSnapshot(version, config, size), 0, -1);
+}
+
 int noSuchCall() {
   return libraryAnswer(darwin::DARWIN_ENOSYS, 0, -1);
 }
@@ -116,6 +123,8 @@ int dispatch(long number, va_list arguments) {
       return memorystatusControl(arguments);
     case darwin::DARWIN_SYS_memorystatus_get_level:
       return memorystatus_get_level(va_arg(arguments, unsigned int *));
+    case darwin::DARWIN_SYS_stack_snapshot_with_config:
+      return stackSnapshot(arguments);
     default:
       return noSuchCall();
   }

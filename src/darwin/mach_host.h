@@ -112,6 +112,10 @@ constexpr int CPU_STATE_SYSTEM = 1;
 constexpr int CPU_STATE_IDLE = 2;
 constexpr int CPU_STATE_NICE = 3;
 
+// Nodes and numbers of host_get_special_port().
+constexpr int HOST_LOCAL_NODE = -1;
+constexpr int DARWIN_HOST_KERNEL_PORT = 4;  // a slot that stock kernels leave empty
+
 // Ticks of 10 ms per state, wrapping at 2^32.
 struct processor_cpu_load_info {
   uint32_t cpu_ticks[CPU_STATE_MAX];
@@ -135,6 +139,10 @@ mach_port_t mach_host_self(void);
 // unknown flavour; nothing is written on failure.
 kern_return_t host_info(host_t host, host_flavor_t flavor, host_info_t out,
                         mach_msg_type_number_t *count);
+
+// Gives a port that the host keeps for a purpose; an empty slot gives port 0 and success.
+// KERN_INVALID_ARGUMENT on the plain host port.
+kern_return_t host_get_special_port(host_t host, int node, int which, mach_port_t *port);
 
 // As host_info(), with room for at most 256 words.
 kern_return_t host_statistics64(host_t host, host_flavor_t flavor, host_info64_t out,

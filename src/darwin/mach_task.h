@@ -1,12 +1,14 @@
-// What the kernel tells about a task to whoever holds its port. The port itself, the task's memory
-// and its threads are not here.
+// The port of a task, and what the kernel tells about the task to whoever holds that. The task's
+// memory is in mach_vm.h, its threads' registers are in thread_state.h.
 #pragma once
 
 #include "darwin/layout.h"
 #include "darwin/mach_host.h"
+#include "darwin/thread_state.h"
 
 namespace darwin {
 
+using task_t = mach_port_t;
 using task_name_t = mach_port_t;
 using task_flavor_t = natural_t;
 using task_info_t = integer_t *;
@@ -36,6 +38,23 @@ DARWIN_LAYOUT(task_extmod_info, 64, 4, (task_uuid, 0), (extmod_statistics, 16));
 #pragma pack(pop)
 
 extern "C" {
+
+// The caller's own task, which stays its own.
+extern mach_port_t mach_task_self_;
+
+// Gives the port that opens a process's task to the caller, who deallocates it. KERN_FAILURE and
+// port 0 when that is not permitted, there is no such process, or it is pid 0.
+kern_return_t task_for_pid(mach_port_name_t self, int pid, mach_port_name_t *task);
+
+// The same for the port that only names the task; the same user may have it.
+kern_return_t task_name_for_pid(mach_port_name_t self, int pid, mach_port_name_t *name);
+
+// Gives the ports of the task's threads in memory mapped into the caller, who owns both. *n is the
+// number of ports.
+kern_return_t task_threads(task_t task, thread_act_array_t *list, mach_msg_type_number_t *n);
+
+// Gives back one reference to a port.
+kern_return_t mach_port_deallocate(task_t self, mach_port_name_t name);
 
 // Writes the flavour's words to out. *count is the room in 32-bit words, where more than the
 // flavour has is as good (up to 1024), and comes back as the words written. MACH_SEND_INVALID_DEST

@@ -1,12 +1,18 @@
 // Stackshots: the kernel's snapshot of a process's threads.
 #pragma once
 
+#include <stddef.h>
+
 #include <cstdint>
 
 namespace sondex {
 
-// Takes a stackshot of `pid` and prints it; the other two say how. Returns 0; failures are only
-// reported.
+// Takes a stackshot of `pid` and prints it; the other two go to parse_stackshot() as they are.
+// Returns 0; failures are only reported.
 int stackshot_wrapper(int32_t pid, uint32_t print_flags, uint32_t threads_only);
+
+// The system call beneath, which nothing here uses: `command` is the version of the `size` bytes at
+// `config`. Returns 0, or -1 with errno set.
+int stack_snapshot_with_config(int command, void *config, size_t size);
 
 }  // namespace sondex

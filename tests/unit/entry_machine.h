@@ -36,6 +36,7 @@ class EntryMachine : public host::Machine {
   // bsdInfo is answered for these, taskAllInfo too.
   std::map<int32_t, darwin::proc_bsdinfo> processes;
   std::set<int32_t> zombies;
+  std::map<pid_t, pid_t> groups;
   darwin::proc_taskinfo task{};
   std::string path;
   darwin::proc_workqueueinfo queue{};
@@ -106,6 +107,10 @@ class EntryMachine : public host::Machine {
     if (process == processes.end()) return darwin::DARWIN_ESRCH;
     if (zombies.count(pid) != 0 && !zombiesToo) return darwin::DARWIN_ESRCH;
     return give(out, process->second);
+  }
+  host::Errno processGroup(pid_t pid, pid_t &out) override {
+    const auto group = groups.find(pid);
+    return group == groups.end() ? refuse(darwin::DARWIN_ESRCH) : give(out, group->second);
   }
   host::Errno executablePath(pid_t, std::string &out) override { return give(out, path); }
   host::Errno workQueue(pid_t, darwin::proc_workqueueinfo &out) override {

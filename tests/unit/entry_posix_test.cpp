@@ -62,6 +62,35 @@ TEST_F(Uname, Failures) {
   EXPECT_EQ(std::memcmp(&before, &name, sizeof name), 0);
 }
 
+class ProcessGroup : public EntryTest {};
+
+TEST_F(ProcessGroup, IsTheMachinesAnswer) {
+  machine.groups[12] = 7;
+  errno = 6;
+  EXPECT_EQ(getpgid(12), 7);
+  EXPECT_EQ(errno, 6);
+  // A process of this system is none of the machine's.
+  EXPECT_EQ(getpgid(getpid()), -1);
+  EXPECT_EQ(errno, DARWIN_ESRCH);
+}
+
+TEST_F(ProcessGroup, OfTheProgramItselfIsThisSystems) {
+  EXPECT_EQ(getpgid(0), getpgrp());
+  EXPECT_EQ(machine.asked, 0);
+}
+
+TEST_F(ProcessGroup, IsThisSystemsWhereTheMachineDoesNotTell) {
+  machine.refusal = DARWIN_ENOTSUP;
+  EXPECT_EQ(getpgid(getpid()), getpgrp());
+}
+
+TEST_F(ProcessGroup, Failures) {
+  machine.groups[12] = 7;
+  machine.throws = true;
+  EXPECT_EQ(getpgid(12), -1);
+  EXPECT_EQ(errno, DARWIN_ENOMEM);
+}
+
 class Dlsym : public EntryTest {};
 
 TEST_F(Dlsym, OptionalEntryPointsAreThereWhenTheMachineHasThem) {
@@ -95,8 +124,7 @@ TEST_F(Dlsym, EverythingElseIsTheLibrarys) {
 class Syscalls : public EntryTest {};
 
 TEST_F(Syscalls, NumbersThatAreNotAnswered) {
-  for (const long number :
-       {0L, 1L, 39L, static_cast<long>(DARWIN_SYS_stack_snapshot_with_config), -1L}) {
+  for (const long number : {0L, 1L, 39L, -1L}) {
     errno = 0;
     EXPECT_EQ(syscall(number, 1, 0, nullptr), -1);
     EXPECT_EQ(errno, DARWIN_ENOSYS);

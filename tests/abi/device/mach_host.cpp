@@ -15,6 +15,7 @@
   EACH(MACH_SEND_INVALID_DEST);  \
   EACH(HOST_BASIC_INFO);         \
   EACH(HOST_VM_INFO64);          \
+  EACH(HOST_LOCAL_NODE);         \
   EACH(PROCESSOR_CPU_LOAD_INFO); \
   EACH(CPU_STATE_MAX);           \
   EACH(CPU_STATE_USER);          \
@@ -77,6 +78,7 @@ static_assert(std::is_same_v<::cpu_threadtype_t, darwin::cpu_threadtype_t>);
 SAME_FUNCTION(mach_host_self);
 SAME_FUNCTION(host_info);
 SAME_FUNCTION(host_statistics64);
+SAME_FUNCTION(host_get_special_port);
 SAME_FUNCTION(host_processors);
 SAME_FUNCTION(host_processor_sets);
 SAME_FUNCTION(processor_info);

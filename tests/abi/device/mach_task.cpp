@@ -22,3 +22,8 @@ static_assert(std::is_same_v<::task_flavor_t, darwin::task_flavor_t>);
 static_assert(std::is_same_v<::task_info_t, darwin::task_info_t>);
 
 SAME_FUNCTION(task_info);
+SAME_FUNCTION(task_for_pid);
+SAME_FUNCTION(task_name_for_pid);
+SAME_FUNCTION(task_threads);
+SAME_FUNCTION(mach_port_deallocate);
+static_assert(std::is_same_v<decltype(::mach_task_self_), decltype(darwin::mach_task_self_)>);

@@ -1,0 +1,31 @@
+// Another task's memory beside the platform's. mach_vm_read_overwrite() is not in its headers.
+#include "darwin/mach_vm.h"
+#include "same.h"
+
+#define NAMES(EACH)      \
+  EACH(VM_PROT_NONE);    \
+  EACH(VM_PROT_READ);    \
+  EACH(VM_PROT_WRITE);   \
+  EACH(VM_PROT_EXECUTE); \
+  EACH(VM_REGION_SUBMAP_INFO_COUNT_64)
+
+NAMES(KEEP);
+
+#include <mach/mach.h>
+#include <mach/vm_map.h>
+#include <mach/vm_region.h>
+
+NAMES(SAME_VALUE);
+
+SAME_STRUCTURE(vm_region_submap_info_64, protection, max_protection, inheritance, offset, user_tag,
+               pages_resident, pages_shared_now_private, pages_swapped_out, pages_dirtied,
+               ref_count, shadow_depth, external_pager, share_mode, is_submap, behavior, object_id,
+               user_wired_count, flags, pages_reusable, object_id_full);
+
+static_assert(std::is_same_v<::vm_map_t, darwin::vm_map_t>);
+static_assert(std::is_same_v<::vm_prot_t, darwin::vm_prot_t>);
+static_assert(std::is_same_v<::vm_address_t, darwin::vm_address_t>);
+static_assert(sizeof(::mach_vm_address_t) == sizeof(darwin::mach_vm_address_t));
+
+SAME_FUNCTION(vm_region_recurse_64);
+SAME_FUNCTION(vm_deallocate);

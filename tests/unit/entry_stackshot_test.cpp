@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "darwin/errors.h"
+#include "darwin/stackshot.h"
+#include "host/machine.h"
+
+namespace {
+
+class SnapshotMachine : public host::Machine {
+ public:
+  bool throws = false;
+  pid_t pidAsked = 0;
+
+  bool isPrivileged() override { return true; }
+  host::Errno stackshot(pid_t pid, uint64_t, std::vector<uint8_t> &out) override {
+    if (throws) throw std::bad_alloc();
+    pidAsked = pid;
+    out = {'s', 'h', 'o', 't'};
+    return host::kAnswered;
+  }
+};
+
+class EntryStackshot : public testing::Test {
+ protected:
+  EntryStackshot()
+      : config(darwin::stackshot_config_create()), before_(host::useMachine(&machine)) {}
+  ~EntryStackshot() override { host::useMachine(before_); }
+
+  SnapshotMachine machine;
+  darwin::stackshot_config_t *config;
+
+ private:
+  host::Machine *before_;
+};
+
+TEST_F(EntryStackshot, BelongsToItsConfiguration) {
+  ASSERT_NE(config, nullptr);
+  EXPECT_EQ(darwin::stackshot_config_set_flags(config, darwin::STACKSHOT_KCDATA_FORMAT), 0);
+  ASSERT_EQ(darwin::stackshot_capture_with_config(config), 0);
+  EXPECT_EQ(machine.pidAsked, -1);
+  ASSERT_EQ(darwin::stackshot_config_get_stackshot_size(config), 4u);
+  EXPECT_EQ(std::memcmp(darwin::stackshot_config_get_stackshot_buffer(config), "shot", 4), 0);
+  // Full, it takes no other one.
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_EINVAL);
+}
+
+TEST_F(EntryStackshot, IsAbsentBeforeTheCapture) {
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_buffer(config), nullptr);
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_size(config), 0xFFFFFFFFu);
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_buffer(nullptr), nullptr);
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_size(nullptr), 0xFFFFFFFFu);
+}
+
+TEST_F(EntryStackshot, WantsAConfiguration) {
+  EXPECT_EQ(darwin::stackshot_config_set_pid(nullptr, 1), darwin::DARWIN_EINVAL);
+  EXPECT_EQ(darwin::stackshot_config_set_flags(nullptr, 1), darwin::DARWIN_EINVAL);
+  EXPECT_EQ(darwin::stackshot_capture_with_config(nullptr), darwin::DARWIN_EINVAL);
+}
+
+TEST_F(EntryStackshot, ComesInOneFormatOnly) {
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(darwin::stackshot_config_set_flags(config, ~darwin::STACKSHOT_KCDATA_FORMAT), 0);
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_ENOTSUP);
+}
+
+TEST_F(EntryStackshot, FailureLeavesTheConfigurationEmpty) {
+  darwin::stackshot_config_set_flags(config, darwin::STACKSHOT_KCDATA_FORMAT);
+  darwin::stackshot_config_set_pid(config, 7);
+  machine.throws = true;
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_ENOMEM);
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_buffer(config), nullptr);
+  machine.throws = false;
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), 0);
+  EXPECT_EQ(machine.pidAsked, 7);
+}
+
+TEST(EntryStackshotOfNoMachine, IsNotSupported) {
+  host::Machine machine;
+  std::vector<uint8_t> snapshot;
+  EXPECT_EQ(machine.stackshot(1, darwin::STACKSHOT_KCDATA_FORMAT, snapshot),
+            darwin::DARWIN_ENOTSUP);
+}
+
+}  // namespace
