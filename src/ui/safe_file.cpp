@@ -7,8 +7,6 @@
 
 namespace sondex {
 
-constexpr mode_t kReadWriteForAll = 0666;
-
 // Whose files ours are. The kernel puts that into any object it makes for us; the user that
 // geteuid() names may be another machine's.
 static bool getFileOwner(uid_t *owner) {
@@ -31,9 +29,9 @@ static bool isOwnFile(int descriptor) {
   return false;
 }
 
-int openToRewrite(const char *path) {
-  const int descriptor = open(
-      path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kReadWriteForAll);
+int openToRewrite(const char *path, mode_t mode) {
+  const int descriptor =
+      open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
   if (descriptor < 0) return -1;
   if (isOwnFile(descriptor) && ftruncate(descriptor, 0) == 0) return descriptor;
   const int failure = errno;
