@@ -49,6 +49,13 @@ const std::array<CallForm, kQuestions> kCallForms = {{
     {"vm_pressure_monitor", ""},
     {"kqueue", ""},
     {"kill", ""},
+    {"task_for_pid", ""},
+    {"task_name_for_pid", ""},
+    {"host_get_special_port", ""},
+    {"act_get_state", ""},
+    {"mach_vm_read_overwrite", ""},
+    {"OSKextCopyLoadedKextInfo", ""},
+    {"stackshot_capture_with_config", ""},
 }};
 
 QuestionSet questionsOf(std::string_view call, std::string_view form) {

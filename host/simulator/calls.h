@@ -56,8 +56,15 @@ enum class Question : uint8_t {
   memoryPressure,
   processEvents,
   sendSignal,
+  taskPort,
+  taskNamePort,
+  kernelTaskPort,
+  threadRegisters,
+  readMemory,
+  kernelExtensions,
+  stackshot,
 };
-inline constexpr size_t kQuestions = static_cast<size_t>(Question::sendSignal) + 1;
+inline constexpr size_t kQuestions = static_cast<size_t>(Question::stackshot) + 1;
 
 // One bit for each question.
 using QuestionSet = uint64_t;

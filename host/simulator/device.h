@@ -34,6 +34,9 @@ struct Kernel {
   uint32_t timebaseDenominator = 3;
   // Entry points that the release lacks, as they are looked up by name.
   std::vector<std::string> missing;
+  // Whether the kernel's own task is special port 4 of the host, as changed kernels have it.
+  bool givesTask = false;
+  std::optional<std::vector<std::string>> extensions;  // identifiers; nothing: no list of them
 };
 
 struct DeviceClock {
@@ -141,6 +144,16 @@ struct Refusal {
 };
 using GestaltValue = std::variant<std::string, int64_t, bool, Refusal>;
 
+// What a thread stopped with. A 32-bit process has the lower half of each.
+struct Registers {
+  uint64_t programCounter = 0;
+  uint64_t stackPointer = 0;
+  uint64_t framePointer = 0;  // of a 64-bit process only: the other has it among the general ones
+  uint64_t link = 0;
+  uint32_t status = 0;
+  std::vector<uint64_t> general;  // x0 to x28, or r0 to r12; those left out are 0
+};
+
 struct Thread {
   Figure userTime;    // nanoseconds
   Figure systemTime;  // nanoseconds
@@ -157,6 +170,12 @@ struct Thread {
   // device chooses.
   uint64_t handle = 0;
   uint64_t id = 0;
+  Registers registers;
+  // What a stackshot shows.
+  uint64_t waitEvent = 0;
+  uint64_t continuation = 0;
+  std::vector<uint64_t> kernelStack;  // addresses, the innermost first
+  std::vector<uint64_t> userStack;
 };
 
 struct File {
@@ -354,6 +373,7 @@ struct Process {
   uint32_t exitStatus = 0;
   uint32_t terminal = 0xFFFFFFFF;
   uint32_t terminalGroup = 0;
+  std::vector<int32_t> donors;  // PIDs of those that lend it their importance
   uint32_t jobs = 0;
   int32_t nice = 0;
   // Before the start of the device's clock, or of its own start if that is later.

@@ -91,6 +91,10 @@ void readKernel(const Field &field, Kernel &kernel) {
       if ((words & word.value) != 0) kernel.missing.emplace_back(word.text);
     }
   }
+  reader.flag("kernel-task", kernel.givesTask);
+  if (const Field extensions = reader.find("extensions")) {
+    kernel.extensions = extensions.texts(kLongestKernelText);
+  }
   reader.finish();
 }
 

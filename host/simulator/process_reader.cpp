@@ -1,8 +1,10 @@
 #include "host/simulator/process_reader.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <string>
+#include <system_error>
 #include <unordered_set>
 #include <utility>
 #include <variant>
@@ -90,6 +92,10 @@ constexpr Word kThreadStates[] = {{"running", darwin::TH_STATE_RUNNING},
                                   {"halted", darwin::TH_STATE_HALTED}};
 constexpr Word kThreadFlags[] = {{"swapped", darwin::TH_FLAGS_SWAPPED},
                                  {"idle", darwin::TH_FLAGS_IDLE}};
+constexpr size_t kMostDonors = 64;
+constexpr size_t kMostFrames = 512;
+constexpr size_t kGeneralRegisters64 = 29;  // x0 to x28
+constexpr size_t kGeneralRegisters32 = 13;  // r0 to r12
 constexpr Word kRegionFlags[] = {{"submap", darwin::PROC_REGION_SUBMAP},
                                  {"shared", darwin::PROC_REGION_SHARED}};
 constexpr Word kShareModes[] = {{"cow", darwin::SM_COW},
@@ -217,11 +223,71 @@ uint32_t readProtection(const Field &field) {
   return protection;
 }
 
+// The kernel's own addresses are beyond the numbers of the file.
+uint64_t readAddress(const Field &field) {
+  constexpr std::string_view kPrefix = "0x";
+  if (const std::string *text = field.as<std::string>()) {
+    const char *end = text->data() + text->size();
+    uint64_t address = 0;
+    if (text->starts_with(kPrefix)) {
+      const auto [stop, error] = std::from_chars(text->data() + kPrefix.size(), end, address, 16);
+      if (error == std::errc() && stop == end) return address;
+    }
+  } else if (const int64_t *number = field.as<int64_t>(); number != nullptr && *number >= 0) {
+    return static_cast<uint64_t>(*number);
+  }
+  field.fail("an address: a number, or a text such as \"0xfffffff007b6a1c4\"");
+}
+
+std::vector<uint64_t> readStack(const Field &field) {
+  if (field.count() > kMostFrames) {
+    field.fail("found " + std::to_string(field.count()) + " addresses",
+               "at most " + std::to_string(kMostFrames));
+  }
+  std::vector<uint64_t> stack;
+  stack.reserve(field.count());
+  for (size_t i = 0; i < field.count(); i++) stack.push_back(readAddress(field.element(i)));
+  return stack;
+}
+
+// `isProcess64Bit` is nothing where the process is not known: there the keys tell.
+Registers readRegisters(const Field &field, std::optional<bool> isProcess64Bit) {
+  TableReader reader(field);
+  const bool is64Bit = isProcess64Bit ? *isProcess64Bit : !reader.find("r");
+  const auto read = [is64Bit](const Field &value) -> uint64_t {
+    return is64Bit ? readAddress(value) : value.number<uint32_t>();
+  };
+  Registers registers;
+  if (const Field value = reader.find("pc")) registers.programCounter = read(value);
+  if (const Field value = reader.find("sp")) registers.stackPointer = read(value);
+  if (const Field value = reader.find("lr")) registers.link = read(value);
+  if (is64Bit) {
+    if (const Field value = reader.find("fp")) registers.framePointer = read(value);
+  }
+  reader.number("cpsr", registers.status);
+  if (const Field general = reader.find(is64Bit ? "x" : "r")) {
+    const size_t most = is64Bit ? kGeneralRegisters64 : kGeneralRegisters32;
+    if (general.count() > most) {
+      general.fail("found " + std::to_string(general.count()) + " registers",
+                   "at most " + std::to_string(most));
+    }
+    for (size_t i = 0; i < general.count(); i++) {
+      registers.general.push_back(read(general.element(i)));
+    }
+  }
+  reader.finish();
+  return registers;
+}
+
 class PlanReader {
  public:
   // `times`: how many processes it is for, which all count.
   PlanReader(Loading &loading, TableReader &reader, Kind kind, uint64_t times)
-      : loading_(loading), reader_(reader), kind_(kind), times_(times) {}
+      : loading_(loading),
+        reader_(reader),
+        kind_(kind),
+        times_(times),
+        knowsProcess_(kind != Kind::kTemplate) {}
 
   Plan read() {
     plan_.place = reader_.place();
@@ -327,6 +393,15 @@ class PlanReader {
     reader_.number("exit-status", process.exitStatus);
     for (const Field &field : reader_.findAll("flags")) {
       process.flags |= field.severalOfOrNumber(kFlags) & ~darwin::PROC_FLAG_LP64;
+    }
+    if (const Field donors = reader_.find("donors")) {
+      if (donors.count() > kMostDonors) {
+        donors.fail("found " + std::to_string(donors.count()) + " processes",
+                    "at most " + std::to_string(kMostDonors));
+      }
+      for (size_t i = 0; i < donors.count(); i++) {
+        process.donors.push_back(static_cast<int32_t>(donors.element(i).number(0, kLargestPid)));
+      }
     }
     reader_.number("terminal", process.terminal);
     reader_.number("terminal-group", process.terminalGroup);
@@ -448,6 +523,17 @@ class PlanReader {
         static_cast<int32_t>(std::chrono::duration_cast<std::chrono::seconds>(asleep).count());
     readOwnNumber(reader, "handle", thread.handle, result.copies);
     readOwnNumber(reader, "id", thread.id, result.copies);
+    if (const Field event = reader.find("wait-event")) thread.waitEvent = readAddress(event);
+    if (const Field continuation = reader.find("continuation")) {
+      thread.continuation = readAddress(continuation);
+    }
+    if (const Field stack = reader.find("kernel-stack")) thread.kernelStack = readStack(stack);
+    if (const Field stack = reader.find("user-stack")) thread.userStack = readStack(stack);
+    if (const Field registers = reader.find("registers")) {
+      std::optional<bool> is64Bit;
+      if (knowsProcess_) is64Bit = plan_.process.is64Bit;
+      thread.registers = readRegisters(registers, is64Bit);
+    }
     reader.finish();
     return result;
   }
@@ -502,6 +588,7 @@ class PlanReader {
   std::vector<Thread> threadsAlone(const Field &field, int32_t priority, int32_t policy) {
     plan_.process.priority = priority;
     plan_.process.policy = policy;
+    knowsProcess_ = false;
     addThreads(field, false);
     checkThreadNumbers(&Thread::handle, "handle");
     checkThreadNumbers(&Thread::id, "ID");
@@ -522,7 +609,11 @@ class PlanReader {
     if (kind_ == Kind::kTemplate) return;
     const size_t copies = static_cast<size_t>(entry.copies);
     loading_.take(Limit::kThreads, copies, times_, entry.place);
-    takeBytes(copies * host::simulator::textBytes(entry.thread.name), entry.place);
+    takeBytes(copies * (host::simulator::textBytes(entry.thread.name) +
+                        (entry.thread.registers.general.size() + entry.thread.kernelStack.size() +
+                         entry.thread.userStack.size()) *
+                            sizeof(uint64_t)),
+              entry.place);
     for (size_t i = 0; i < copies; i++) {
       if (!entry.patterns.empty()) {
         plan_.threads.late.push_back({plan_.process.threads.size(), plan_.threads.entries.size()});
@@ -705,6 +796,7 @@ class PlanReader {
   TableReader &reader_;
   Kind kind_;
   uint64_t times_;
+  bool knowsProcess_;  // whether the threads are those of `plan_.process`
   Plan plan_;
 };
 

@@ -154,6 +154,7 @@ Process RunningProcess::forked(Nanoseconds now) const {
   child.age = Nanoseconds{0};
   child.coalitions = coalitions();
   if (isStopped()) child.status = statusBeforeStop_;
+  child.donors.clear();
   for (Figure Process::*size : kSizes) child.*size = (child.*size).setTo((child.*size).at(own), {});
   for (Figure Process::*count : kCounts) child.*count = (child.*count).setTo(0, {});
   if (child.usage) {

@@ -16,8 +16,10 @@
 #include "host/simulator/descriptor_answers.h"
 #include "host/simulator/device_state.h"
 #include "host/simulator/host_answers.h"
+#include "host/simulator/memory_answers.h"
 #include "host/simulator/network_answers.h"
 #include "host/simulator/process_answers.h"
+#include "host/simulator/snapshot_answers.h"
 #include "host/simulator/time_base.h"
 
 namespace host::simulator {
@@ -521,6 +523,67 @@ Errno SimulatedMachine::region(pid_t pid, uint64_t address, darwin::proc_regionw
       });
 }
 
+Errno SimulatedMachine::stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &snapshot) {
+  constexpr pid_t kEveryProcess = -1;
+  return state_->ask(Question::stackshot, pid, [&](DeviceState &device, Nanoseconds now) -> Errno {
+    if (device.device().caller != kRoot) return darwin::DARWIN_EPERM;
+    Snapshot described = describeDevice(device.device(), device.clock(), now);
+    for (const auto &process : device.processes().inStartOrder()) {
+      if (process->isZombie()) continue;
+      if (pid != kEveryProcess && process->pid() != pid) continue;
+      described.tasks.push_back(describeTask(*process, device.clock(), now));
+    }
+    if (described.tasks.empty() && pid != kEveryProcess) return darwin::DARWIN_EINVAL;
+    snapshot = writeSnapshot(described, flags);
+    return kAnswered;
+  });
+}
+
+Errno SimulatedMachine::taskPort(pid_t pid) {
+  return state_->askProcess(
+      Question::taskPort, Access::own, pid,
+      [](const RunningProcess &, DeviceState &, Nanoseconds) { return kAnswered; });
+}
+
+Errno SimulatedMachine::taskNamePort(pid_t pid) {
+  return state_->askProcess(
+      Question::taskNamePort, Access::own, pid,
+      [](const RunningProcess &, DeviceState &, Nanoseconds) { return kAnswered; });
+}
+
+Errno SimulatedMachine::kernelTaskPort() {
+  return state_->ask(Question::kernelTaskPort, [](DeviceState &device, Nanoseconds) -> Errno {
+    return device.device().kernel.givesTask ? kAnswered : darwin::DARWIN_ENOTSUP;
+  });
+}
+
+Errno SimulatedMachine::threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) {
+  return state_->askProcess(
+      Question::threadRegisters, Access::own, pid,
+      [&](const RunningProcess &process, DeviceState &, Nanoseconds) -> Errno {
+        const Thread *thread = process.threadByID(id);
+        if (thread == nullptr) return darwin::DARWIN_ESRCH;
+        registers = registersOf(process, *thread);
+        return kAnswered;
+      });
+}
+
+Errno SimulatedMachine::readMemory(pid_t pid, uint64_t address, size_t size, void *to) {
+  return state_->askProcess(Question::readMemory, Access::own, pid,
+                            [&](const RunningProcess &process, DeviceState &, Nanoseconds) {
+                              return copyMemory(process, address, size, to);
+                            });
+}
+
+Errno SimulatedMachine::processGroup(pid_t pid, pid_t &group) {
+  return state_->look([&](DeviceState &device, Nanoseconds) -> Errno {
+    const RunningProcess *process = device.processes().find(pid);
+    if (process == nullptr) return darwin::DARWIN_ESRCH;
+    group = process->description().group.value_or(pid);
+    return kAnswered;
+  });
+}
+
 Errno SimulatedMachine::sendSignal(pid_t pid, int signal) {
   const Errno error = state_->ask(
       Question::sendSignal, pid,
@@ -679,6 +742,15 @@ Errno SimulatedMachine::powerStatus(PowerStatus &status) {
     const std::optional<Power> &power = device.device().power;
     if (!power) return darwin::DARWIN_ENOTSUP;
     status = statusOf(*power);
+    return kAnswered;
+  });
+}
+
+Errno SimulatedMachine::kernelExtensions(std::vector<std::string> &identifiers) {
+  return state_->ask(Question::kernelExtensions, [&](DeviceState &device, Nanoseconds) -> Errno {
+    const auto &extensions = device.device().kernel.extensions;
+    if (!extensions) return darwin::DARWIN_ENOTSUP;
+    identifiers = *extensions;
     return kAnswered;
   });
 }

@@ -69,6 +69,17 @@ class SimulatedMachine final : public Machine {
   Errno arguments(pid_t pid, ProcessArguments &arguments) override;
   Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) override;
 
+  // DARWIN_EINVAL for a process that is not there: callers have a message for that.
+  Errno stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &snapshot) override;
+
+  // As for all that a process holds: root's, and each user's of his own.
+  Errno taskPort(pid_t pid) override;
+  Errno taskNamePort(pid_t pid) override;
+  Errno kernelTaskPort() override;
+  Errno threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) override;
+  Errno readMemory(pid_t pid, uint64_t address, size_t size, void *to) override;
+
+  Errno processGroup(pid_t pid, pid_t &group) override;
   Errno sendSignal(pid_t pid, int signal) override;
 
   Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
@@ -95,6 +106,7 @@ class SimulatedMachine final : public Machine {
   // DARWIN_ENOENT for a key that the device does not have.
   Errno gestaltAnswer(std::string_view key, GestaltAnswer &answer) override;
   Errno powerStatus(PowerStatus &status) override;
+  Errno kernelExtensions(std::vector<std::string> &identifiers) override;
 
   Errno hostBasicInfo(darwin::host_basic_info &info) override;
   Errno virtualMemory(darwin::vm_statistics64 &statistics) override;

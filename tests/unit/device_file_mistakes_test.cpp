@@ -169,6 +169,54 @@ const Row kProcesses[] = {
      "or 0"},
     {"ThreadIdInTwoProcesses", A_PROCESS "copies = 2\nthreads = [{ id = 3 }]\n",
      ":1: process[0]: a thread of another process has the ID 3 already; expected one of its own"},
+    {"KernelExtensions", "[kernel]\nextensions = [3]\n" A_PROCESS,
+     ":2: kernel.extensions[0]: found 3; expected a text of at most 255 bytes"},
+    {"KernelTask", "[kernel]\nkernel-task = 4\n" A_PROCESS,
+     ":2: kernel.kernel-task: found 4; expected true or false"},
+    {"Registers", A_PROCESS "threads = [{ registers = [1] }]\n",
+     ":3: process[0].threads[0].registers: found an array; expected a table"},
+    {"RegisterOfAnotherWordSize", A_PROCESS "threads = [{ registers = { r = [1] } }]\n",
+     ":3: process[0].threads[0].registers.r: unknown key"},
+    {"WideRegisterOf32Bits", A_PROCESS "bits = 32\nthreads = [{ registers = { x = [1] } }]\n",
+     ":4: process[0].threads[0].registers.x: unknown key"},
+    {"FramePointerOf32Bits", A_PROCESS "bits = 32\nthreads = [{ registers = { fp = 1 } }]\n",
+     ":4: process[0].threads[0].registers.fp: unknown key"},
+    {"TooLargeFor32Bits", A_PROCESS "bits = 32\nthreads = [{ registers = { pc = 0x100000000 } }]\n",
+     ":4: process[0].threads[0].registers.pc: found 4294967296; expected a number from 0 to "
+     "4294967295"},
+    {"Register", A_PROCESS "threads = [{ registers = { pc = -1 } }]\n",
+     ":3: process[0].threads[0].registers.pc: found -1; expected an address: a number, or a text "
+     "such as \"0xfffffff007b6a1c4\""},
+    {"StatusRegister", A_PROCESS "threads = [{ registers = { cpsr = 0x100000000 } }]\n",
+     ":3: process[0].threads[0].registers.cpsr: found 4294967296; expected a number from 0 to "
+     "4294967295"},
+    {"TooManyRegisters",
+     A_PROCESS "bits = 32\nthreads = [{ registers = { r = [0,0,0,0,0,0,0,0,0,0,0,0,0,0] } }]\n",
+     ":4: process[0].threads[0].registers.r: found 14 registers; expected at most 13"},
+    {"RegistersAreNoArray", A_PROCESS "threads = [{ registers = { x = 1 } }]\n",
+     ":3: process[0].threads[0].registers.x: found 1; expected an array"},
+    {"RegistersInATemplate",
+     "[template.t]\nthreads = [{ registers = { r = [1], pc = 0x100000000 } }]\n" A_PROCESS,
+     ":2: template.t.threads[0].registers.pc: found 4294967296; expected a number from 0 to "
+     "4294967295"},
+    {"WaitEvent", A_PROCESS "threads = [{ wait-event = -1 }]\n",
+     ":3: process[0].threads[0].wait-event: found -1; expected an address: a number, or a text "
+     "such "
+     "as \"0xfffffff007b6a1c4\""},
+    {"Continuation", A_PROCESS "threads = [{ continuation = \"fffffff007b6a1c4\" }]\n",
+     ":3: process[0].threads[0].continuation: found \"fffffff007b6a1c4\"; expected an address: a "
+     "number, or a text such as \"0xfffffff007b6a1c4\""},
+    {"KernelStack", A_PROCESS "threads = [{ kernel-stack = [1,\n\"0x1ffffffffffffffff\"] }]\n",
+     ":4: process[0].threads[0].kernel-stack[1]: found \"0x1ffffffffffffffff\"; expected an "
+     "address: "
+     "a number, or a text such as \"0xfffffff007b6a1c4\""},
+    {"UserStack", A_PROCESS "threads = [{ user-stack = 0x1000 }]\n",
+     ":3: process[0].threads[0].user-stack: found 4096; expected an array"},
+    {"AddressWithoutDigits", A_PROCESS "threads = [{ user-stack = [\"0x\"] }]\n",
+     ":3: process[0].threads[0].user-stack[0]: found \"0x\"; expected an address: a number, or a "
+     "text such as \"0xfffffff007b6a1c4\""},
+    {"Donors", A_PROCESS "donors = [1, 100000]\n",
+     ":3: process[0].donors[1]: found 100000; expected a number from 0 to 99999"},
     {"DescriptorWithoutType", A_PROCESS "descriptors = [\n{ number = 1 }]\n",
      ":4: process[0].descriptors[0].type: is missing; expected the descriptor's type"},
     {"DescriptorNumberTwice",

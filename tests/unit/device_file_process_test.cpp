@@ -415,6 +415,86 @@ TEST(DeviceFileThread, Numbers) {
   EXPECT_EQ(processOf("threads = [{ copies = 3 }, {}]").threads.size(), 4u);
 }
 
+TEST(DeviceFileThread, Registers) {
+  const Registers none = threadOf("").registers;
+  EXPECT_EQ(none.programCounter, 0u);
+  EXPECT_EQ(none.stackPointer, 0u);
+  EXPECT_EQ(none.framePointer, 0u);
+  EXPECT_EQ(none.link, 0u);
+  EXPECT_EQ(none.status, 0u);
+  EXPECT_THAT(none.general, IsEmpty());
+
+  const Registers wide =
+      threadOf(
+          "registers = { pc = 0x100004000, sp = 0x16f000000, fp = 0x16f000010, "
+          "lr = 0x100004100, cpsr = 0x60000000, x = [1, 0x200000000, \"0xfffffff007b6a1c4\"] }")
+          .registers;
+  EXPECT_EQ(wide.programCounter, 0x100004000u);
+  EXPECT_EQ(wide.stackPointer, 0x16f000000u);
+  EXPECT_EQ(wide.framePointer, 0x16f000010u);
+  EXPECT_EQ(wide.link, 0x100004100u);
+  EXPECT_EQ(wide.status, 0x60000000u);
+  EXPECT_THAT(wide.general, ElementsAre(1u, 0x200000000u, 0xfffffff007b6a1c4u));
+
+  const Registers narrow =
+      processOf("bits = 32\nthreads = [{ registers = { pc = 0xFFFFFFFF, r = [1, 2] } }]")
+          .threads.at(0)
+          .registers;
+  EXPECT_EQ(narrow.programCounter, 0xFFFFFFFFu);
+  EXPECT_THAT(narrow.general, ElementsAre(1u, 2u));
+}
+
+TEST(DeviceFileThread, RegistersOfATemplateAreOfEitherWordSize) {
+  const Device device = deviceOf(
+      "[template.wide]\nthreads = [{ registers = { fp = 5, x = [1] } }]\n"
+      "[template.narrow]\nthreads = [{ registers = { r = [2] } }]\n"
+      "[[process]]\nname = \"w\"\ntemplate = \"wide\"\n"
+      "[[process]]\nname = \"n\"\nbits = 32\ntemplate = \"narrow\"\n"
+      "[[event]]\ndo = \"change\"\nprocess = \"n\"\nthreads = [{ registers = { r = [3] } }]\n");
+  EXPECT_THAT(device.processes.at(0).threads.at(0).registers.general, ElementsAre(1u));
+  EXPECT_THAT(device.processes.at(1).threads.at(0).registers.general, ElementsAre(2u));
+  const auto &change = std::get<ChangeProcess>(device.events.at(0).action);
+  EXPECT_THAT(change.threads->at(0).registers.general, ElementsAre(3u));
+}
+
+TEST(DeviceFileThread, Stacks) {
+  const Thread none = threadOf("");
+  EXPECT_EQ(none.waitEvent, 0u);
+  EXPECT_EQ(none.continuation, 0u);
+  EXPECT_THAT(none.kernelStack, IsEmpty());
+  EXPECT_THAT(none.userStack, IsEmpty());
+
+  const Thread thread = threadOf(
+      "wait-event = \"0xffffffe0011aa3c8\", continuation = 0x7b6a1c4, "
+      "kernel-stack = [\"0xfffffff007b6a1c4\", 0x10, \"0xFFFFFFFFFFFFFFFF\"], "
+      "user-stack = [0x1a2b3c4d5, \"0x100004a10\"]");
+  EXPECT_EQ(thread.waitEvent, 0xffffffe0011aa3c8u);
+  EXPECT_EQ(thread.continuation, 0x7b6a1c4u);
+  EXPECT_THAT(thread.kernelStack, ElementsAre(0xfffffff007b6a1c4u, 0x10u, 0xFFFFFFFFFFFFFFFFu));
+  EXPECT_THAT(thread.userStack, ElementsAre(0x1a2b3c4d5u, 0x100004a10u));
+}
+
+TEST(DeviceFileThread, StacksHaveABound) {
+  const auto stackOf = [](int frames) {
+    std::string keys = "user-stack = [";
+    for (int i = 0; i < frames; i++) keys += "1, ";
+    return keys + "]";
+  };
+  EXPECT_EQ(threadOf(stackOf(512)).userStack.size(), 512u);
+  EXPECT_EQ(mistakeIn("[[process]]\nname = \"a\"\nthreads = [{ " + stackOf(513) + " }]\n"),
+            "devices/mine.toml:3: process[0].threads[0].user-stack: found 513 addresses; expected "
+            "at most 512");
+}
+
+TEST(DeviceFileProcess, Donors) {
+  EXPECT_THAT(processOf("").donors, IsEmpty());
+  EXPECT_THAT(processOf("donors = [1, 40]").donors, ElementsAre(1, 40));
+  std::string many = "donors = [";
+  for (int i = 0; i < 65; i++) many += "1, ";
+  EXPECT_EQ(mistakeIn("[[process]]\nname = \"a\"\n" + many + "]\n"),
+            "devices/mine.toml:3: process[0].donors: found 65 processes; expected at most 64");
+}
+
 // Regions.
 
 TEST(DeviceFileRegion, Keys) {

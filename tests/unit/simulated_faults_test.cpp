@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "darwin/stackshot.h"
 #include "host/simulator/calls.h"
 #include "simulated_device.h"
 
@@ -60,6 +61,8 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
   std::vector<host::NetworkSource> sources;
   host::GestaltAnswer answer;
   host::PowerStatus power;
+  host::ThreadRegisters registers;
+  std::vector<std::string> identifiers;
   uint32_t wanted = 0;
   uint32_t reclaimed = 0;
   std::unique_ptr<host::ProcessEvents> watch;
@@ -108,7 +111,14 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
           machine.powerStatus(power),
           machine.memoryPressure(false, 1, wanted, reclaimed),
           machine.processEvents(watch),
-          machine.sendSignal(pid, 0)};
+          machine.sendSignal(pid, 0),
+          machine.taskPort(pid),
+          machine.taskNamePort(pid),
+          machine.kernelTaskPort(),
+          machine.threadRegisters(pid, 5, registers),
+          machine.readMemory(pid, 0, 1, &memory),
+          machine.kernelExtensions(identifiers),
+          machine.stackshot(pid, darwin::STACKSHOT_KCDATA_FORMAT, blob)};
 }
 
 TEST(SimulatedCallsTest, EveryFormIsOneQuestion) {
@@ -246,6 +256,13 @@ TEST(SimulatedCountsTest, EachQuestionCountsOnceForItsCall) {
   EXPECT_EQ(machine.callsOf("vm_pressure_monitor"), 2U);
   EXPECT_EQ(machine.callsOf("kqueue"), 2U);
   EXPECT_EQ(machine.callsOf("kill"), 2U);
+  EXPECT_EQ(machine.callsOf("task_for_pid"), 2U);
+  EXPECT_EQ(machine.callsOf("task_name_for_pid"), 2U);
+  EXPECT_EQ(machine.callsOf("host_get_special_port"), 2U);
+  EXPECT_EQ(machine.callsOf("act_get_state"), 2U);
+  EXPECT_EQ(machine.callsOf("mach_vm_read_overwrite"), 2U);
+  EXPECT_EQ(machine.callsOf("OSKextCopyLoadedKextInfo"), 2U);
+  EXPECT_EQ(machine.callsOf("stackshot_capture_with_config"), 2U);
   EXPECT_EQ(machine.callsOf("no_such_call"), 0U);
 }
 

@@ -244,6 +244,22 @@ TEST(SimulatedMachineTest, KnowsNothingOfAProcessThatIsNotThere) {
   EXPECT_EQ(machine.sandboxCheck(77), -1);
 }
 
+TEST(SimulatedMachineTest, TellsEverybodyTheGroupOfAProcess) {
+  Process own = process(20);
+  own.group = 7;
+  Device given = device({process(1), own, zombie(30, 9)});
+  given.caller = 501;
+  SimulatedMachine machine(given);
+  pid_t group = -1;
+  EXPECT_EQ(machine.processGroup(20, group), kAnswered);
+  EXPECT_EQ(group, 7);
+  EXPECT_EQ(machine.processGroup(30, group), kAnswered);
+  EXPECT_EQ(group, 30);
+  EXPECT_EQ(machine.processGroup(77, group), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine.processGroup(-1, group), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(group, 30);
+}
+
 TEST(SimulatedMachineTest, RefusesOtherUsersProcessesToAllButRoot) {
   Process own = process(20);
   own.user = 501;

@@ -1,0 +1,94 @@
+#include "host/simulator/memory_answers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+namespace host::simulator {
+
+namespace {
+
+constexpr uint32_t kMayRead = 1;
+
+// What the region that holds `address` has from there on; 0 where nothing may be read.
+size_t readableFrom(const RunningProcess &process, uint64_t address) {
+  const Region *region = process.region(address);
+  if (region == nullptr || region->address > address) return 0;
+  if (!region->isReadable || (region->protection & kMayRead) == 0) return 0;
+  return region->address + region->size - address;
+}
+
+// The contents begin anew at each multiple of their length.
+void copyContents(const Region &region, uint64_t offset, size_t size, uint8_t *to) {
+  const std::vector<uint8_t> &contents = region.contents;
+  if (contents.empty()) {
+    std::memset(to, 0, size);
+    return;
+  }
+  size_t from = offset % contents.size();
+  while (size > 0) {
+    const size_t length = std::min(size, contents.size() - from);
+    std::memcpy(to, contents.data() + from, length);
+    to += length;
+    size -= length;
+    from = 0;
+  }
+}
+
+// A thread that is said to be somewhere, but not in which instruction, is in its innermost call.
+uint64_t programCounterOf(const Thread &thread) {
+  const uint64_t given = thread.registers.programCounter;
+  return given == 0 && !thread.userStack.empty() ? thread.userStack.front() : given;
+}
+
+darwin::arm_thread_state64_t wideState(const Thread &thread) {
+  const Registers &from = thread.registers;
+  darwin::arm_thread_state64_t state{};
+  std::copy_n(from.general.begin(), std::min(from.general.size(), std::size(state.__x)), state.__x);
+  state.__fp = from.framePointer;
+  state.__lr = from.link;
+  state.__sp = from.stackPointer;
+  state.__pc = programCounterOf(thread);
+  state.__cpsr = from.status;
+  return state;
+}
+
+darwin::arm_thread_state32_t narrowState(const Thread &thread) {
+  const Registers &from = thread.registers;
+  darwin::arm_thread_state32_t state{};
+  const size_t count = std::min(from.general.size(), std::size(state.__r));
+  for (size_t i = 0; i < count; ++i) state.__r[i] = static_cast<uint32_t>(from.general[i]);
+  state.__sp = static_cast<uint32_t>(from.stackPointer);
+  state.__lr = static_cast<uint32_t>(from.link);
+  state.__pc = static_cast<uint32_t>(programCounterOf(thread));
+  state.__cpsr = from.status;
+  return state;
+}
+
+}  // namespace
+
+ThreadRegisters registersOf(const RunningProcess &process, const Thread &thread) {
+  if (process.description().is64Bit) return wideState(thread);
+  return narrowState(thread);
+}
+
+Errno copyMemory(const RunningProcess &process, uint64_t address, size_t size, void *to) {
+  if (size > UINT64_MAX - address) return darwin::DARWIN_EFAULT;
+  const uint64_t end = address + size;
+  for (uint64_t at = address; at < end;) {
+    const size_t readable = readableFrom(process, at);
+    if (readable == 0) return darwin::DARWIN_EFAULT;
+    at += std::min<uint64_t>(readable, end - at);
+  }
+  auto *bytes = static_cast<uint8_t *>(to);
+  for (uint64_t at = address; at < end;) {
+    const Region &region = *process.region(at);
+    const uint64_t length = std::min(region.address + region.size, end) - at;
+    copyContents(region, at - region.address, length, bytes);
+    bytes += length;
+    at += length;
+  }
+  return kAnswered;
+}
+
+}  // namespace host::simulator

@@ -1,0 +1,19 @@
+// What a process's threads have in their registers, and what stands in its memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "host/machine.h"
+#include "host/simulator/running_process.h"
+
+namespace host::simulator {
+
+// In the form of the process's word size.
+ThreadRegisters registersOf(const RunningProcess &process, const Thread &thread);
+
+// All `size` bytes from `address` on, over any number of regions, or none: DARWIN_EFAULT where one
+// is missing, not readable by its protection, or refused.
+Errno copyMemory(const RunningProcess &process, uint64_t address, size_t size, void *to);
+
+}  // namespace host::simulator
