@@ -5,13 +5,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <utility>
 
 #include "host/linux/clock.h"
 #include "host/linux/process_events.h"
 #include "host/linux/process_figures.h"
+#include "host/linux/registers.h"
 #include "host/linux/signals.h"
+#include "host/linux/task_memory.h"
 #include "host/posix.h"
 
 namespace host {
@@ -27,6 +30,13 @@ static constexpr std::string_view kVersionArm =
     "Darwin Kernel Version 18.7.0: root:xnu-4903~1/RELEASE_ARM64_HOST";
 
 static constexpr uint64_t kSeccompFilter = 2;
+
+// Of stackshots: the pid that stands for all, the unit of page counts, and how long to look at
+// stacks.
+static constexpr pid_t kEveryProcess = -1;
+static constexpr uint32_t kReportedPageSize = 4096;
+static constexpr std::chrono::seconds kStacksPatience{60};
+static constexpr uint64_t kMicrosecondsPerSecond = 1000000;
 
 LinuxMachine::LinuxMachine(FileHandle proc)
     : proc_(std::move(proc)), present_(proc_.get(), known_), pressure_(proc_.get()) {}
@@ -270,10 +280,144 @@ Errno LinuxMachine::applicationState(pid_t pid, int32_t &) {
   return error == kAnswered ? darwin::DARWIN_ENOTSUP : error;
 }
 
+Errno LinuxMachine::describeForStackshot(pid_t pid, StackshotTask &task) {
+  Lock lock(mutex_);
+  ProcessStatus status{};
+  std::vector<ThreadReading> *threads = nullptr;
+  Errno error = readLive(pid);
+  if (error == kAnswered) error = present_.status(status);
+  if (error == kAnswered) error = present_.threads(threads);
+  if (error != kAnswered) return error;
+  task = describeTask(present_.stat(), status, *threads, present_.is64Bit(), bootMoment());
+  return kAnswered;
+}
+
+Errno LinuxMachine::describeForStackshot(Snapshot &snapshot) {
+  KernelName name;
+  darwin::timeval time{};
+  darwin::vm_statistics64 memory{};
+  Errno error = kernelName(name);
+  if (error != kAnswered) return error;
+  wallClock(time);
+  snapshot.sinceBoot = nanosecondsSinceBoot();
+  snapshot.sinceEpoch = static_cast<uint64_t>(time.tv_sec) * kMicrosecondsPerSecond +
+                        static_cast<uint64_t>(time.tv_usec);
+  snapshot.kernelVersion = name.version;
+  snapshot.pageSize = kReportedPageSize;
+
+  Lock lock(mutex_);
+  FileReader reader;
+  std::string_view line;
+  if (reader.readRecord(proc_.get(), "cmdline", line) == kAnswered) {
+    snapshot.bootArguments = line.substr(0, line.find('\n'));
+  }
+  if (figures_.virtualMemory(memory) == kAnswered) snapshot.memory = memory;
+  return kAnswered;
+}
+
+// A process that is not there is refused as a bad argument, which callers have a message for.
+Errno LinuxMachine::stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &snapshot) {
+  std::vector<int32_t> pids = {pid};
+  Snapshot described;
+  Errno error = describeForStackshot(described);
+  if (error == kAnswered && pid == kEveryProcess) {
+    pids.clear();
+    Lock lock(mutex_);
+    error = listProcesses(pids);
+  }
+  if (error != kAnswered) return error;
+
+  std::vector<StackshotTask> tasks;
+  for (const int32_t each : pids) {
+    StackshotTask task;
+    error = describeForStackshot(each, task);
+    if (error == kAnswered) {
+      tasks.push_back(std::move(task));
+    } else if (pid != kEveryProcess) {
+      return error == darwin::DARWIN_ESRCH ? darwin::DARWIN_EINVAL : error;
+    }
+  }
+  // Without the lock: other questions need not wait for it.
+  addStacks(proc_.get(), tasks, kStacksPatience);
+  for (StackshotTask &task : tasks) described.tasks.push_back(std::move(task.task));
+  snapshot = writeSnapshot(described, flags);
+  return kAnswered;
+}
+
 Errno LinuxMachine::arguments(pid_t pid, ProcessArguments &arguments) {
   Lock lock(mutex_);
   Errno error = holdLive(pid);
   return error == kAnswered ? present_.arguments(arguments) : error;
+}
+
+Errno LinuxMachine::region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) {
+  Lock lock(mutex_);
+  Errno error = holdLive(pid);
+  if (error != kAnswered) return error;
+  const ProcessKey process = {pid, present_.stat().startTicks};
+  return regions_.find(present_.directory(), process, address, info);
+}
+
+// A kernel thread has no task of its own.
+Errno LinuxMachine::holdUserProcess(pid_t pid) {
+  Errno error = holdLive(pid);
+  if (error == kAnswered && present_.stat().isKernelThread()) error = darwin::DARWIN_EPERM;
+  return error;
+}
+
+Errno LinuxMachine::taskPort(pid_t pid) {
+  Lock lock(mutex_);
+  Errno error = holdUserProcess(pid);
+  return error == kAnswered ? checkMemoryAccess(present_.directory()) : error;
+}
+
+Errno LinuxMachine::taskNamePort(pid_t pid) {
+  Lock lock(mutex_);
+  return holdUserProcess(pid);
+}
+
+Errno LinuxMachine::threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) {
+  ThreadPlace place;
+  {
+    Lock lock(mutex_);
+    Errno error = holdUserProcess(pid);
+    if (error != kAnswered) return error;
+    error = findThreadPlace(present_.directory(), id, place);
+    if (error != kAnswered) return error;
+    place.process = pid;
+    place.is64Bit = present_.is64Bit();
+  }
+  // Not with the lock held: the thread may be slow to stop.
+  return readRegisters(place, registers);
+}
+
+Errno LinuxMachine::readMemory(pid_t pid, uint64_t address, size_t size, void *to) {
+  FileHandle directory;
+  {
+    Lock lock(mutex_);
+    Errno error = holdUserProcess(pid);
+    if (error != kAnswered) return error;
+    directory = openStartingPoint(present_.directory(), ".");
+  }
+  if (!directory.isOpen()) return darwin::DARWIN_ESRCH;
+  // Not with the lock held: the memory may be slow to come from where it was swapped to.
+  return readTaskMemory(directory.get(), pid, address, size, to);
+}
+
+Errno LinuxMachine::kernelExtensions(std::vector<std::string> &identifiers) {
+  Lock lock(mutex_);
+  std::string_view text;
+  Errno error = reader_.readList(proc_.get(), "modules", text);
+  if (error == darwin::DARWIN_ENOENT) return darwin::DARWIN_ENOTSUP;  // it can load none
+  if (error != kAnswered) return error;
+  identifiers.clear();
+  TextCursor lines(text);
+  std::string_view line;
+  std::string_view name;
+  while (lines.line(line)) {
+    if (TextCursor(line).word(name)) identifiers.emplace_back(name);
+  }
+  return kAnswered;
 }
 
 Errno LinuxMachine::descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) {

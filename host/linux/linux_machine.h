@@ -20,9 +20,12 @@
 #include "host/linux/pressure.h"
 #include "host/linux/processors.h"
 #include "host/linux/procfs.h"
+#include "host/linux/regions.h"
+#include "host/linux/stackshot.h"
 #include "host/linux/tcp_totals.h"
 #include "host/linux/wireless.h"
 #include "host/machine.h"
+#include "host/snapshot.h"
 
 namespace host {
 
@@ -59,7 +62,17 @@ class LinuxMachine final : public Machine {
   Errno codeSigningFlags(pid_t pid, uint32_t &flags) override;
   Errno containerPath(pid_t pid, std::string &path) override;
   Errno applicationState(pid_t pid, int32_t &state) override;
+  Errno stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &snapshot) override;
   Errno arguments(pid_t pid, ProcessArguments &arguments) override;
+
+  // A walk upward sees one picture of the process.
+  Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) override;
+  Errno taskPort(pid_t pid) override;
+  Errno taskNamePort(pid_t pid) override;
+  // Stops the thread for that moment. May take half a second.
+  Errno threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) override;
+  Errno readMemory(pid_t pid, uint64_t address, size_t size, void *to) override;
+  Errno kernelExtensions(std::vector<std::string> &identifiers) override;
 
   Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
   Errno descriptorTableSize(pid_t pid, size_t &slots) override;
@@ -106,6 +119,9 @@ class LinuxMachine final : public Machine {
   Errno readLive(pid_t pid);
   Errno readLiveFor(pid_t pid, Question question);
   Errno holdLive(pid_t pid);
+  Errno holdUserProcess(pid_t pid);
+  Errno describeForStackshot(pid_t pid, StackshotTask &task);
+  Errno describeForStackshot(Snapshot &snapshot);
   Errno findThread(pid_t pid, uint64_t id, bool anew, ThreadReading *&thread);
   template <typename T>
   Errno askDescriptor(Errno (Descriptors::*question)(int, int, T &), pid_t pid, int fd, T &answer);
@@ -116,6 +132,8 @@ class LinuxMachine final : public Machine {
   KnownProcesses known_;
   PresentProcess present_;
   Descriptors descriptors_;
+  Regions regions_;
+  FileReader reader_;
   MemoryStatus memoryStatus_;
   Identity identity_;
   PowerSupply powerSupply_;

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <string_view>
 #include <vector>
 
 #include "host/machine.h"
@@ -17,10 +16,6 @@ struct MappedFile {
   uint64_t inode;
   uint64_t address;
 };
-
-// Reads a line of /proc/PID/maps, with or without its newline. False for one without a file, and
-// for one that is not well-formed.
-bool parseMappedFile(std::string_view line, MappedFile &file);
 
 // Not thread-safe.
 class MappedFiles {
@@ -36,7 +31,6 @@ class MappedFiles {
 
   bool isReadingOf(uint64_t process) const;
   Errno read(int processDirectory);
-  void addLines(std::string_view text);
 
   uint64_t process_ = 0;  // which /proc/PID was read: the directory's inode; 0 for none
   Clock::time_point readAt_;

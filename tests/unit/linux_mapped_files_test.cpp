@@ -1,58 +1,20 @@
-// The lines of /proc/PID/maps. Mappings of real processes are tested with the descriptors that are
-// mapped.
+// Where this process has a file mapped. Mappings of other processes are tested with the descriptors
+// that are mapped.
 #include "host/linux/mapped_files.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {
 namespace {
-
-TEST(MappedFile, IsReadFromItsLine) {
-  MappedFile file{};
-  ASSERT_TRUE(parseMappedFile(
-      "7f1234560000-7f1234570000 rw-s 00001000 00:2a 123456789012       /dev/shm/a b\n", file));
-  EXPECT_EQ(file.address, 0x7f1234560000u);
-  EXPECT_EQ(file.device, makedev(0, 0x2a));
-  EXPECT_EQ(file.inode, 123456789012u);
-  ASSERT_TRUE(parseMappedFile("ffffffffff600000-ffffffffff601000 --xp 0 103:02 7", file));
-  EXPECT_EQ(file.address, 0xffffffffff600000u);
-  EXPECT_EQ(file.device, makedev(0x103, 2));
-  EXPECT_EQ(file.inode, 7u);
-}
-
-TEST(MappedFile, EveryCutUpToTheInodeIsRefused) {
-  const std::string line = "7f1234560000-7f1234570000 rw-s 00001000 00:2a 5";
-  MappedFile file{};
-  ASSERT_TRUE(parseMappedFile(line, file));
-  for (size_t length = 0; length < line.size(); length++) {
-    EXPECT_FALSE(parseMappedFile(line.substr(0, length), file)) << length;
-  }
-  EXPECT_EQ(file.inode, 5u) << "left alone";
-}
-
-TEST(MappedFile, WhatHasNoFileOrIsMalformedIsRefused) {
-  for (const char *line :
-       {"7ffd1000-7ffd2000 rw-p 00000000 00:00 0    [stack]\n",
-        "7ffd1000-7ffd2000 rw-p 00000000 00:00 \n", "x-7ffd2000 rw-p 00000000 00:01 5\n",
-        "7ffd1000 7ffd2000 rw-p 00000000 00:01 5\n", "7ffd1000-7ffd2000 rw-p 00000000 0001 5\n",
-        "11112222333344445-7ffd2000 rw-p 00000000 00:01 5\n",
-        "7ffd1000-7ffd2000 rw-p 00000000 00:01 -5\n",
-        "7ffd1000-7ffd2000 rw-p 00000000 00:01 99999999999999999999\n"}) {
-    MappedFile file{};
-    EXPECT_FALSE(parseMappedFile(line, file)) << line;
-  }
-}
 
 // More than one reading takes, beside the mappings that are there anyway.
 TEST(MappedFiles, FindsOneAmongMany) {
