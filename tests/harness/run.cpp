@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "harness/file_handle.h"
@@ -56,7 +58,15 @@ Outcome run(Launch launch, Duration patience) {
 }
 
 std::string sondexPath() {
-  return SONDEX_PROGRAM;
+  const char *other = std::getenv("SONDEX_PROGRAM");
+  return other != nullptr ? other : SONDEX_PROGRAM;
+}
+
+bool sondexIsSanitized() {
+  std::ifstream file(sondexPath(), std::ios::binary);
+  const std::string program{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return program.find("__asan_init") != std::string::npos ||
+         program.find("__tsan_init") != std::string::npos;
 }
 
 Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment,

@@ -26,8 +26,10 @@ std::ostream &operator<<(std::ostream &out, const Outcome &outcome);
 // Standard input is empty. The descriptors of `launch` are not looked at.
 Outcome run(Launch launch, Duration patience = kPatience);
 
-// The program that was built.
+// The program that was built, or the one that the variable SONDEX_PROGRAM names in its place.
 std::string sondexPath();
+// Whether that program has a sanitizer in it: its memory is not what it would be otherwise.
+bool sondexIsSanitized();
 Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment = {},
                   std::optional<uid_t> user = std::nullopt);
 

@@ -8,6 +8,8 @@
 //   nice N, oom N       nice value, oom_score_adj
 //   scheduler idle|fifo
 //   threads N           N threads in all, asleep
+//   call-chain PATH     a thread more, named "chain", asleep in three functions; where they return
+//                       to is written to a file, the innermost first
 //   busy N              N threads that compute (the first one included) and do nothing else
 //   fds N               N descriptors in all
 //   file r|w|u|path PATH OFFSET
@@ -28,6 +30,16 @@
 //   epoll               one that waits to read from the last descriptor
 //   eventfd, timerfd, signalfd, pidfd, inotify
 //   restless            opens and closes descriptors all the time, once all is said
+//   addresses ADDRESS MIB
+//                       memory at an address, each 8 bytes of which hold their own address
+//   guard ADDRESS BYTES memory without access
+//   mappings ADDRESS N  N mappings of a page, every second one of which can be written
+//   map ADDRESS BYTES private|shared|reading RIGHTS PATH
+//                       a mapping at an address, of a file that is made if it is missing, "-" for
+//                       none; "reading" is a shared one of a file that is open only for that.
+//                       RIGHTS are letters of "rwx", "-" for none
+//   stacks ADDRESS N    N threads more, asleep, on stacks of 64 KiB from an address on
+//   remaps              maps and unmaps memory all the time, once all is said
 //   memory MIB          memory, each page of it touched
 //   reserve GIB         address space without memory
 //   write BYTES         bytes written to a file and on to the disk
@@ -70,7 +82,9 @@
 #include <thread>
 #include <vector>
 
+#include "call_chain.h"
 #include "descriptors.h"
+#include "memory.h"
 #include "steps.h"
 
 namespace {
@@ -323,7 +337,10 @@ void doStep(const std::string &step, Words &words, State &state) {
     require(chroot(words.text().c_str()) == 0, "chroot");
   } else if (step == "restless") {
     state.isRestless = true;
-  } else if (!openDescriptor(step, words, state)) {
+  } else if (step == "remaps") {
+    state.remaps = true;
+  } else if (!openDescriptor(step, words, state) && !mapMemoryAt(step, words) &&
+             !blockInCallChain(step, words)) {
     misuse(step);
   }
 }
@@ -341,7 +358,8 @@ int main(int argc, char **argv) {
     while (!inputHasEnded(0)) compute(kComputed);
   }
   if (state.isRestless) openAndCloseUntilTheEnd();
-  while (!state.isRestless && !inputHasEnded(-1)) continue;
+  if (state.remaps) mapAndUnmapUntilTheEnd();
+  while (!state.isRestless && !state.remaps && !inputHasEnded(-1)) continue;
   for (const pid_t child : state.children) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);

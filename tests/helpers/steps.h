@@ -17,6 +17,7 @@ struct State {
   std::vector<pid_t> children;
   bool stops = false;
   bool isRestless = false;
+  bool remaps = false;
   long busyThreads = 0;
 };
 

@@ -2,29 +2,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "harness/kept.h"
 #include "harness/run.h"
 #include "harness/stepped_device.h"
+#include "harness/written_device.h"
 
 namespace test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr char kClock[] = R"(
-background = false
-[clock]
-mode = "stepped"
-start = 2024-03-05T14:07:09Z
-zone = "UTC"
-)";
 
 constexpr char kProcesses[] = R"(
 [[process]]
@@ -117,21 +107,12 @@ constexpr char kTree[] =
 
 class DetailsReport : public testing::Test {
  protected:
-  DetailsReport() {
-    const auto *info = testing::UnitTest::GetInstance()->current_test_info();
-    file_ = fs::path(testing::TempDir()) /
-            ("details-" + std::to_string(getpid()) + "-" + info->name() + ".toml");
-  }
-  ~DetailsReport() override { fs::remove(file_); }
-
   // On the device above with something more at its top and at its end.
-  Outcome run(const std::vector<std::string> &arguments, const std::string &top = "",
-              const std::string &end = "") const {
-    std::ofstream(file_) << top << kClock << kProcesses << end;
-    return runSondex(arguments, {{"SONDEX_DEVICE", file_.string()}});
+  static Outcome run(const std::vector<std::string> &arguments, const std::string &top = "",
+                     const std::string &end = "") {
+    const WrittenDevice device(top + kSteppedClock + kProcesses + end);
+    return runSondex(arguments, device.environment());
   }
-
-  fs::path file_;
 };
 
 TEST_F(DetailsReport, OfOneProcessHasEverySection) {

@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <string>
 
+#include "harness/core_file.h"
 #include "harness/helper.h"
 #include "harness/process_facts.h"
 #include "harness/screen_text.h"
+#include "harness/written_device.h"
 #include "screen/display.h"
 #include "screen/list_screen.h"
 
@@ -122,22 +125,124 @@ INSTANTIATE_TEST_SUITE_P(Letter, DetailsKey,
                                          KeyRow{"tT", "Thread Info:"}),
                          [](const auto &row) { return std::string(1, row.param.keys[1]); });
 
-TEST_F(DetailsScreen, SaysThatACoreIsDumped) {
-  for (const char *key : {"c", "C"}) {
-    Display display;
+// On a device with one process beside launchd, which has regions and a PID of its own.
+class DetailsOfAMappedProcess : public DetailsScreen {
+ protected:
+  Place place(const std::string &more = "", bool separateError = false) const {
+    Place place;
+    place.separateError = separateError;
+    place.deviceText = std::string(kSteppedClock) +
+                       "[[process]]\npid = 1\nname = \"launchd\"\n"
+                       "[[process]]\nname = \"mapped\"\npid = " +
+                       std::to_string(core.pid()) + R"(
+regions = [
+  { address = 0x100000000, size = "16K", protection = "r-x", largest = "r-x", share = "cow", path = "/usr/libexec/mapped", contents = "cffaedfe" },
+  { address = 0x16f000000, size = "1M", tag = 30, contents = "737461636b" },
+)" + more + "]\n";
+    return place;
+  }
+  void openMapped(Display &display) {
     begin(display);
-    open(display);
+    ASSERT_THAT(display.highlightedPid(), Optional(core.pid()));
+    open(display, kHint);
+  }
+  std::string coreStart() const { return core.bytes().substr(0, 4); }
+
+  static constexpr char kHint[] = "0 File descriptors: 0 files (press F for detailed information)";
+  static constexpr char kUnreadable[] =
+      "{ address = 0x170000000, size = \"16K\", readable = false },";
+  static constexpr char kUnread[] =
+      "Warning: Segment at 170000000 only read partially (0/4000 bytes)";
+  CoreFile core;
+};
+
+TEST_F(DetailsOfAMappedProcess, SayThatACoreIsDumped) {
+  for (const char *key : {"c", "C"}) {
+    Display display(place());
+    ASSERT_NO_FATAL_FAILURE(openMapped(display));
+    ASSERT_FALSE(core.exists());
     display.terminal().press(key);
     EXPECT_TRUE(display.terminal().waitFor([&] {
       return display.terminal().written().find("Dumping core... Please wait...") !=
              std::string::npos;
     })) << display.terminal().text();
-    ASSERT_EQ(display.terminal().awaitText(kDescriptorHint), "");
+    // The file begins as a core does once it is whole.
+    ASSERT_TRUE(display.terminal().waitFor([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
+    const std::string bytes = core.bytes();
+    EXPECT_EQ(bytes.size(), 0x1000u + 0x4000 + (1 << 20));
+    EXPECT_EQ(bytes.substr(0x1000 + 0x4000, 10), "stackstack");
+    ASSERT_EQ(display.terminal().awaitText(kHint), "");
     leave(display);
     // Once on the details, twice on the list.
     ASSERT_EQ(display.press(kIdleKey), "");
     ASSERT_EQ(display.press(kIdleKey), "");
     EXPECT_EQ(display.terminal().findRow("Dumping core"), -1) << display.terminal().text();
+    std::filesystem::remove(core.path());
+  }
+}
+
+TEST_F(DetailsOfAMappedProcess, KeepWhatIsSaidOfACoreOffTheScreen) {
+  Display display(place(kUnreadable));
+  ASSERT_NO_FATAL_FAILURE(openMapped(display));
+  for (int dumped = 0; dumped < 2; dumped++) {
+    std::filesystem::remove(core.path());
+    display.terminal().press("c");
+    ASSERT_TRUE(display.terminal().waitFor([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
+    ASSERT_EQ(display.terminal().awaitText(kHint), "");
+  }
+  EXPECT_THAT(display.terminal().written(), Not(HasSubstr("Warning: Segment")));
+  display.terminal().press(kCtrlC);
+  EXPECT_EQ(display.complaintAboutEnd(), "");
+  const std::string &written = display.terminal().written();
+  const size_t said = written.find(kUnread);
+  ASSERT_NE(said, std::string::npos) << written;
+  EXPECT_EQ(written.find(kUnread, said + 1), std::string::npos) << "each line comes once";
+}
+
+TEST_F(DetailsOfAMappedProcess, SayOfACoreWhatGoesElsewhere) {
+  Display display(place(kUnreadable, true));
+  ASSERT_NO_FATAL_FAILURE(openMapped(display));
+  display.terminal().press("c");
+  EXPECT_TRUE(display.terminal().waitFor([&] {
+    return display.terminal().standardError().find(kUnread) != std::string::npos;
+  })) << display.terminal().standardError();
+  EXPECT_THAT(display.terminal().written(), Not(HasSubstr("Warning: Segment")));
+}
+
+TEST_F(DetailsOfAMappedProcess, SayWhyThereIsNoCore) {
+  std::filesystem::create_directory(core.path());
+  Display display(place("", true));
+  ASSERT_NO_FATAL_FAILURE(openMapped(display));
+  display.terminal().press("C");
+  EXPECT_TRUE(display.terminal().waitFor([&] {
+    return display.terminal().standardError().find(core.path() + ": Is a directory\n") !=
+           std::string::npos;
+  })) << display.terminal().standardError();
+  ASSERT_EQ(display.terminal().awaitText(kHint), "");
+  EXPECT_FALSE(display.terminal().hasEnded());
+}
+
+TEST_F(DetailsOfAMappedProcess, HaveAKeyForTheRegions) {
+  Display display(place());
+  ASSERT_NO_FATAL_FAILURE(openMapped(display));
+  const std::string first =
+      "                       0x00000000 000100000000-000100004000 [  16K] r-x/r-x COW "
+      "/usr/libexec/mapped";
+  const std::string second =
+      "Stack                  0x00000000 00016f000000-00016f100000 [1024K] rw-/rwx PRV";
+  for (const char *key : {"r", "R"}) {
+    ASSERT_EQ(display.terminal().findRow("[1024K]"), -1);
+    display.terminal().press(key);
+    ASSERT_EQ(display.terminal().awaitText(second), "");
+    // Drawn whole, as far as the line below it.
+    ASSERT_EQ(display.terminal().awaitText(kHint), "");
+    const int row = display.terminal().findRow(second);
+    EXPECT_EQ(display.terminal().rowText(row - 1), first);
+    EXPECT_EQ(display.terminal().rowText(row), second);
+    EXPECT_EQ(display.terminal().rowText(row - 2), "");
+    EXPECT_THAT(display.terminal().text(), Not(HasSubstr("[0;")));
+    display.terminal().press(key);
+    ASSERT_EQ(awaitWithout(display, "[1024K]"), "");
   }
 }
 

@@ -16,16 +16,23 @@ constexpr size_t kPidCell = 1;
 constexpr int kColumnsToPid = 7;  // from the one that is selected at the start
 
 std::optional<SteppedDevice> deviceOf(const Place &place) {
-  if (place.device.empty()) return std::nullopt;
+  if (place.device.empty() || !place.deviceText.empty()) return std::nullopt;
   return std::optional<SteppedDevice>(std::in_place, place.device, place.background);
 }
 
-TerminalOptions optionsOf(const Place &place, const std::optional<SteppedDevice> &device) {
+std::optional<WrittenDevice> writtenDeviceOf(const Place &place) {
+  if (place.deviceText.empty()) return std::nullopt;
+  return std::optional<WrittenDevice>(std::in_place, place.deviceText);
+}
+
+TerminalOptions optionsOf(const Place &place, const std::optional<SteppedDevice> &device,
+                          const std::optional<WrittenDevice> &written) {
   TerminalOptions options;
   options.columns = place.columns;
   options.rows = place.rows;
   options.separateError = place.separateError;
   if (device) options.environment = device->environment();
+  if (written) options.environment = written->environment();
   return options;
 }
 
@@ -52,7 +59,9 @@ std::optional<pid_t> pidOfRow(const Terminal &terminal, int row) {
 }  // namespace
 
 Display::Display(const Place &place)
-    : device_(deviceOf(place)), terminal_(optionsOf(place, device_)) {}
+    : device_(deviceOf(place)),
+      writtenDevice_(writtenDeviceOf(place)),
+      terminal_(optionsOf(place, device_, writtenDevice_)) {}
 
 std::string Display::withScreen(const std::string &complaint) const {
   return complaint + "\n--- screen ---\n" + terminal_.text() + "---\n";

@@ -12,6 +12,7 @@
 
 #include "harness/stepped_device.h"
 #include "harness/terminal.h"
+#include "harness/written_device.h"
 
 namespace test {
 
@@ -29,6 +30,7 @@ struct Place {
   int rows = 50;
   bool separateError = false;
   SteppedDevice::Background background = SteppedDevice::Background::told;
+  std::string deviceText = "";  // unless empty: a device of the test's own, in place of `device`
 };
 
 class Display {
@@ -78,6 +80,7 @@ class Display {
   int rowNumberOf(pid_t pid) const;
 
   std::optional<SteppedDevice> device_;
+  std::optional<WrittenDevice> writtenDevice_;
   Terminal terminal_;
 };
 

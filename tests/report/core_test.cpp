@@ -1,0 +1,530 @@
+// The core files that `sondex` writes of processes of a simulated device, and what it says of them.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "harness/core_commands.h"
+#include "harness/core_file.h"
+#include "harness/core_lock.h"
+#include "harness/run.h"
+#include "harness/terminal.h"
+#include "harness/written_device.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+
+// What the exit status keeps of -5 and of -1.
+constexpr int kNoTaskPort = 251;
+constexpr int kFailed = 255;
+
+constexpr char kNoPort[] = "Unable to get task port (SIP?)\n";
+constexpr char kNoPortOfAUser[] = "Unable to get task port (Not root, or possibly due to SIP)\n";
+constexpr char kSpecialPort[] =
+    "Unable to get Task port for PID 0 (kernel_task) - trying special port #4 instead...\n";
+
+// Three regions: an executable's, a guard, and one in pieces of which ends in the middle.
+constexpr char kRegions[] = R"(
+regions = [
+  { address = 0x100000000, size = "8K", protection = "r-x", largest = "r-x", contents = "cffaedfe 01020304" },
+  { address = 0x100002000, size = "4K", protection = "---" },
+  { address = 0x16f000000, size = "4K", contents = "616263" },
+]
+threads = [
+  { registers = { pc = 0x100000010, sp = 0x16f000100 } },
+  { registers = { pc = 0x100000020, sp = 0x16f000200 } },
+]
+)";
+
+std::string processText(int pid, const std::string &keys) {
+  return "[[process]]\nname = \"dumped\"\npid = " + std::to_string(pid) + "\n" + keys;
+}
+
+std::string full(int pid) {
+  return "Full core dumped to /tmp/core." + std::to_string(pid) + "\n";
+}
+
+std::string failed(int pid) {
+  return "Core dump of process " + std::to_string(pid) + " failed\n";
+}
+
+std::string repeated(const std::string &contents, size_t size) {
+  std::string bytes;
+  while (bytes.size() < size) bytes += contents;
+  bytes.resize(size);
+  return bytes;
+}
+
+void put32(std::string &bytes, uint32_t value) {
+  bytes.append(reinterpret_cast<const char *>(&value), sizeof value);
+}
+void put64(std::string &bytes, uint64_t value) {
+  bytes.append(reinterpret_cast<const char *>(&value), sizeof value);
+}
+
+void putSegment(std::string &bytes, const char *name, uint64_t address, uint64_t size,
+                uint64_t offset, uint64_t fileSize, uint32_t most, uint32_t protection) {
+  put32(bytes, 25);
+  put32(bytes, 72);
+  std::string padded = name;
+  padded.resize(16);
+  bytes += padded;
+  for (const uint64_t value : {address, size, offset, fileSize}) put64(bytes, value);
+  for (const uint32_t value : {most, protection, 0U, 0U}) put32(bytes, value);
+}
+
+void putThread(std::string &bytes, uint64_t programCounter, uint64_t stackPointer) {
+  for (const uint32_t value : {4U, 288U, 6U, 68U}) put32(bytes, value);
+  bytes.append(31 * 8, '\0');
+  put64(bytes, stackPointer);
+  put64(bytes, programCounter);
+  put64(bytes, 0);
+}
+
+// What the core of such a process holds, byte by byte.
+std::string wantedCore() {
+  std::string core;
+  for (const uint32_t word : {0xFEEDFACFU, 0x0100000CU, 0U, 4U, 5U, 3U * 72 + 2 * 288, 0U, 0U}) {
+    put32(core, word);
+  }
+  putSegment(core, "Segment.0", 0x100000000, 0x2000, 0x1000, 0x2000, 5, 5);
+  putSegment(core, "Segment.1", 0x100002000, 0x1000, 0x3000, 0x1000, 7, 0);
+  putSegment(core, "Segment.2", 0x16f000000, 0x1000, 0x4000, 0x1000, 7, 3);
+  putThread(core, 0x100000010, 0x16f000100);
+  putThread(core, 0x100000020, 0x16f000200);
+  core.resize(0x1000);
+  core += repeated("\xcf\xfa\xed\xfe\x01\x02\x03\x04", 0x2000);
+  core.append(0x1000, '\0');
+  return core + repeated("abc", 0x1000);
+}
+
+// On a device with one process that has the file's PID.
+class Core : public testing::Test {
+ protected:
+  Outcome run(const std::vector<std::string> &words, const std::string &keys = kRegions,
+              const std::string &end = "", const Environment &environment = {},
+              const std::string &top = "") const {
+    const WrittenDevice device(top + kSteppedClock + processText(core.pid(), keys) + end);
+    std::vector<std::string> arguments = {std::to_string(core.pid())};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    return runSondex(arguments, device.environment(environment));
+  }
+
+  static void expect(const Outcome &outcome, int status, const std::string &error) {
+    EXPECT_TRUE(outcome.exitedWith(status)) << outcome;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(withoutSampling(outcome.error), error);
+  }
+
+  CoreFile core;
+};
+
+TEST_F(Core, HoldsTheWholeProcess) {
+  expect(run({"core"}), 0, full(core.pid()));
+  EXPECT_TRUE(core.bytes() == wantedCore());
+  struct stat found {};
+  ASSERT_EQ(stat(core.path().c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 07777, 0600u);
+}
+
+TEST_F(Core, IsTheSameWhenItIsMini) {
+  expect(run({"core", "mini"}), 0,
+         "Mini core dumped to /tmp/core." + std::to_string(core.pid()) + "\n");
+  EXPECT_TRUE(core.bytes() == wantedCore());
+  // Another word makes it none.
+  expect(run({"core", "tiny"}), 0, full(core.pid()));
+  EXPECT_TRUE(core.bytes() == wantedCore());
+}
+
+TEST_F(Core, OfAProcessByItsName) {
+  const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
+  expect(runSondex({"dumped", "core"}, device.environment()), 0, full(core.pid()));
+  EXPECT_TRUE(core.bytes() == wantedCore());
+}
+
+TEST_F(Core, TakesTheOwnersRights) {
+  const std::string user = "caller = 501\n";
+  expect(run({"core"}, std::string("user = 501\n").append(kRegions), "", {}, user), 0,
+         full(core.pid()));
+  EXPECT_TRUE(core.bytes() == wantedCore());
+  fs::remove(core.path());
+  expect(run({"core"}, kRegions, "", {}, user), kNoTaskPort, kNoPortOfAUser + failed(core.pid()));
+  EXPECT_FALSE(core.exists());
+  expect(run({"binary"}, kRegions, "", {}, user), kNoTaskPort, kNoPortOfAUser);
+}
+
+TEST_F(Core, TakesATaskPort) {
+  const std::string refused = "[[event]]\ndo = \"fail\"\ncall = \"task_for_pid\"\n";
+  expect(run({"core"}, kRegions, refused), kNoTaskPort, kNoPort + failed(core.pid()));
+  expect(run({"core", "mini"}, kRegions, refused), kNoTaskPort, kNoPort + failed(core.pid()));
+  expect(run({"binary"}, kRegions, refused), kNoTaskPort, kNoPort);
+  EXPECT_FALSE(core.exists());
+}
+
+TEST_F(Core, OfNoProcess) {
+  const std::string none = "2147483646";  // beyond what any kernel gives
+  const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
+  for (const char *word : {"core", "binary"}) {
+    expect(runSondex({none, word}, device.environment()), 0, none + ": No such process!\n");
+  }
+  EXPECT_FALSE(fs::exists("/tmp/core." + none));
+}
+
+TEST_F(Core, OfAllIsRefused) {
+  const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
+  expect(runSondex({"all", "core"}, device.environment()), kNoTaskPort, kNoPort + failed(-1));
+  expect(runSondex({"all", "core", "mini"}, device.environment()), kNoTaskPort,
+         kNoPort + failed(-1));
+  expect(runSondex({"all", "binary"}, device.environment()), kNoTaskPort, kNoPort);
+  EXPECT_FALSE(fs::exists("/tmp/core.-1"));
+  EXPECT_FALSE(core.exists());
+}
+
+TEST_F(Core, HasAWarningForWhatCantBeRead) {
+  const Outcome outcome = run({"core"}, R"(
+regions = [
+  { address = 0x100000000, size = "8K", contents = "61" },
+  { address = 0x100002000, size = "20K", readable = false },
+  { address = 0x100010000, size = "4K", protection = "-w-" },
+  { address = 0x100020000, size = "4K", contents = "62" },
+]
+)");
+  expect(outcome, 0,
+         "Failed to read 5000 bytes of memory from 100002000 - Error 1\n"
+         "Warning: Segment at 100002000 only read partially (0/5000 bytes)\n"
+         "Failed to read 1000 bytes of memory from 100010000 - Error 1\n"
+         "Warning: Segment at 100010000 only read partially (0/1000 bytes)\n" +
+             full(core.pid()));
+  const CoreCommands commands = readCoreCommands(core.path());
+  ASSERT_EQ(commands.segments.size(), 4u) << commands.said;
+  const std::vector<uint64_t> sizes = {0x2000, 0, 0, 0x1000};
+  for (size_t i = 0; i < 4; i++) EXPECT_EQ(commands.segments[i].fileSize, sizes[i]) << i;
+  EXPECT_EQ(commands.segments[1].size, 0x5000u);
+  EXPECT_TRUE(core.bytes().substr(0x1000) == std::string(0x2000, 'a') + std::string(0x1000, 'b'));
+}
+
+TEST_F(Core, EndsAtItsLargestNumberOfRegions) {
+  const Outcome outcome = run({"core"},
+                              "regions = [{ address = 0x100000000, size = \"4K\", gap = \"4K\", "
+                              "copies = 4097, contents = \"61\" }]\n");
+  expect(outcome, 0, "Warning: More than 4096 regions detected!\n" + full(core.pid()));
+  const CoreCommands commands = readCoreCommands(core.path());
+  ASSERT_EQ(commands.segments.size(), 4096u);
+  EXPECT_EQ(complaintAboutCore(commands, core.bytes().size()), "");
+  EXPECT_EQ(commands.segments.back().name, "Segment.4095");
+  EXPECT_EQ(commands.segments.back().address, 0x100000000u + 4095 * 0x2000);
+}
+
+TEST_F(Core, HasAnyNumberOfThreads) {
+  const std::string region = "regions = [{ address = 0x100000000, size = \"4K\" }]\n";
+  // The last that fit the buffer of the usual size, one more, and as many as a process may have.
+  for (const size_t count : {355u, 356u, 4096u}) {
+    expect(run({"core"}, region + "threads = " + std::to_string(count) + "\n"), 0,
+           full(core.pid()));
+    const CoreCommands commands = readCoreCommands(core.path());
+    EXPECT_EQ(commands.threads, std::vector<uint32_t>(count, 288));
+    EXPECT_EQ(complaintAboutCore(commands, core.bytes().size()), "");
+  }
+}
+
+TEST_F(Core, OfThreadsThatAreNotTold) {
+  const std::string refused =
+      "[[event]]\ndo = \"fail\"\ncall = \"proc_pidinfo\"\nform = \"PROC_PIDLISTTHREADIDS\"\n";
+  expect(run({"core"}, kRegions, refused), 0,
+         "Unable to obtain task thread ports\n" + full(core.pid()));
+  const CoreCommands commands = readCoreCommands(core.path());
+  EXPECT_EQ(commands.segments.size(), 3u);
+  EXPECT_TRUE(commands.threads.empty());
+}
+
+TEST_F(Core, SaysMoreWithDebugOutput) {
+  const Outcome outcome = run({"core"}, kRegions, "", {{"ZDEBUG", "1"}});
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  EXPECT_EQ(outcome.output,
+            "KR: 0 ADDR: 100000000 Size: 2000 infoCnt : 19, Submap: 0\n"
+            "KR: 0 ADDR: 100002000 Size: 1000 infoCnt : 19, Submap: 0\n"
+            "KR: 0 ADDR: 16f000000 Size: 1000 infoCnt : 19, Submap: 0\n");
+  EXPECT_THAT(outcome.error, HasSubstr("\nThread 0 ("));
+  EXPECT_THAT(outcome.error, HasSubstr("\nThread 1 ("));
+  EXPECT_THAT(outcome.error,
+              testing::EndsWith(
+                  "OVERALL SIZE OF HEADER: 1000\n"
+                  "Segment 0 - 100000000 - File Position is now 1000 -- Mach-O Sig @0x100000000\n"
+                  "Segment 1 - 100002000 - File Position is now 3000 -- "
+                  "Segment 2 - 16f000000 - File Position is now 4000 -- " +
+                  full(core.pid())));
+}
+
+// ---- The kernel ---------------------------------------------------------------------------------
+
+constexpr char kKernel[] = R"(
+[[process]]
+pid = 0
+name = "kernel_task"
+threads = [{ handle = 0, registers = { pc = 0x7ff007004000 } }]
+regions = [{ address = 0x7ff007004000, size = "16K", protection = "r-x", contents = "cffaedfe" }]
+)";
+
+class KernelCore : public testing::Test {
+ protected:
+  KernelCore() { fs::remove(kPath); }
+  ~KernelCore() override { fs::remove(kPath); }
+
+  static Outcome run(const std::string &word, const std::string &top) {
+    const WrittenDevice device(top + kSteppedClock + kKernel);
+    return runSondex({"0", word}, device.environment());
+  }
+
+  static constexpr char kPath[] = "/tmp/core.0";
+  const CoreLock lock;
+};
+
+TEST_F(KernelCore, IsRefusedByStockKernels) {
+  const Outcome outcome = run("core", "");
+  EXPECT_TRUE(outcome.exitedWith(kNoTaskPort)) << outcome;
+  EXPECT_EQ(outcome.output, "");
+  const std::string said = std::string(kSpecialPort) + "Task port: 0x0\n" + kNoPort;
+  EXPECT_EQ(withoutSampling(outcome.error), said + failed(0));
+  EXPECT_FALSE(fs::exists(kPath));
+  const Outcome binary = run("binary", "");
+  EXPECT_TRUE(binary.exitedWith(kNoTaskPort)) << binary;
+  EXPECT_EQ(withoutSampling(binary.error), said);
+}
+
+TEST_F(KernelCore, IsWrittenThroughTheSpecialPort) {
+  const Outcome outcome = run("core", "kernel.kernel-task = true\n");
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_THAT(withoutSampling(outcome.error),
+              testing::MatchesRegex(
+                  "Unable to get Task port for PID 0 \\(kernel_task\\) - trying special port #4 "
+                  "instead\\.\\.\\.\nTask port: 0x[1-9a-f][0-9a-f]*\nFull core dumped to "
+                  "/tmp/core\\.0\n"));
+  const CoreCommands commands = readCoreCommands(kPath);
+  EXPECT_EQ(complaintAboutCore(commands, fs::file_size(kPath)), "");
+  ASSERT_EQ(commands.segments.size(), 1u);
+  EXPECT_EQ(commands.segments[0].address, 0x7ff007004000u);
+  EXPECT_EQ(commands.threads.size(), 1u);
+  EXPECT_TRUE(bytesOfFile(kPath).substr(0x1000) == repeated("\xcf\xfa\xed\xfe", 0x4000));
+}
+
+TEST_F(KernelCore, IsForRootAlone) {
+  const Outcome outcome = run("core", "caller = 501\nkernel.kernel-task = true\n");
+  EXPECT_TRUE(outcome.exitedWith(kNoTaskPort)) << outcome;
+  EXPECT_EQ(withoutSampling(outcome.error),
+            std::string(kSpecialPort) + "Task port: 0x0\n" + kNoPortOfAUser + failed(0));
+}
+
+// ---- The first region alone ---------------------------------------------------------------------
+
+class Binary : public Core {
+ protected:
+  Binary() { fs::remove(kPath); }
+  ~Binary() override { fs::remove(kPath); }
+
+  static constexpr char kPath[] = "/tmp/CORE";
+  const CoreLock lock;
+};
+
+// Devices don't tell what was started, so that the executable can't be opened either.
+TEST_F(Binary, IsTheFirstRegion) {
+  expect(run({"binary"}), 1, "open: No such file or directory\n");
+  EXPECT_TRUE(bytesOfFile(kPath) == repeated("\xcf\xfa\xed\xfe\x01\x02\x03\x04", 0x2000));
+  EXPECT_EQ(fs::status(kPath).permissions(), fs::perms(0600));
+  EXPECT_FALSE(core.exists());
+}
+
+TEST_F(Binary, LeavesWhatIsNotItsOwn) {
+  const std::string precious = core.path() + ".precious";
+  std::ofstream(precious) << "precious";
+  fs::create_symlink(precious, kPath);
+  expect(run({"binary"}), kFailed, "/tmp/CORE: Too many levels of symbolic links\n");
+  EXPECT_EQ(bytesOfFile(precious), "precious");
+  fs::remove(precious);
+}
+
+// ---- What stands in the way ---------------------------------------------------------------------
+
+// What has the file's name already.
+struct Obstacle {
+  const char *name;
+  void (*make)(const std::string &path, const std::string &precious);
+  const char *error;
+};
+
+void changeOwner(const std::string &path) {
+  if (chown(path.c_str(), kNobody, kNobody) != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+}
+
+const Obstacle kObstacles[] = {
+    {"Link",
+     [](const std::string &path, const std::string &precious) {
+       fs::create_symlink(precious, path);
+     },
+     "Too many levels of symbolic links"},
+    {"DanglingLink",
+     [](const std::string &path, const std::string &) {
+       fs::create_symlink(path + ".nothing", path);
+     },
+     "Too many levels of symbolic links"},
+    {"SecondName",
+     [](const std::string &path, const std::string &precious) {
+       fs::create_hard_link(precious, path);
+     },
+     "File exists"},
+    {"Folder", [](const std::string &path, const std::string &) { fs::create_directory(path); },
+     "Is a directory"},
+    {"Pipe",
+     [](const std::string &path, const std::string &) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); },
+     "No such device or address"},
+};
+
+class CoreInTheWay : public Core, public testing::WithParamInterface<Obstacle> {};
+
+TEST_P(CoreInTheWay, IsNotReplaced) {
+  const std::string precious = core.path() + ".precious";
+  std::ofstream(precious) << "precious";
+  GetParam().make(core.path(), precious);
+  const fs::file_type type = fs::symlink_status(core.path()).type();
+  expect(run({"core"}), kFailed, core.path() + ": " + GetParam().error + "\n" + failed(core.pid()));
+  EXPECT_EQ(bytesOfFile(precious), "precious");
+  EXPECT_EQ(fs::symlink_status(core.path()).type(), type);
+  EXPECT_FALSE(fs::exists(core.path() + ".nothing"));
+  fs::remove(precious);
+}
+
+INSTANTIATE_TEST_SUITE_P(By, CoreInTheWay, testing::ValuesIn(kObstacles),
+                         [](const auto &row) { return row.param.name; });
+
+// A kernel may protect files of others in /tmp itself.
+TEST_F(Core, OfAnotherOwnerIsNotReplaced) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to give a file away";
+  std::ofstream(core.path()) << "precious";
+  changeOwner(core.path());
+  const Outcome outcome = run({"core"});
+  EXPECT_TRUE(outcome.exitedWith(kFailed)) << outcome;
+  EXPECT_THAT(withoutSampling(outcome.error),
+              AnyOf(core.path() + ": File exists\n" + failed(core.pid()),
+                    core.path() + ": Permission denied\n" + failed(core.pid())));
+  EXPECT_EQ(core.bytes(), "precious");
+}
+
+TEST_F(Core, ThatIsOlderIsReplacedWhole) {
+  std::ofstream(core.path()) << std::string(100'000, 'x');
+  expect(run({"core"}), 0, full(core.pid()));
+  EXPECT_TRUE(core.bytes() == wantedCore());
+}
+
+// No file may be larger than this, for the program and, meanwhile, for the test.
+class SizeLimit {
+ public:
+  explicit SizeLimit(rlim_t bytes) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  SizeLimit(const SizeLimit &) = delete;
+  SizeLimit &operator=(const SizeLimit &) = delete;
+  ~SizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+// As a full disk: the data goes beyond the limit in one case, what is only its zeros in the other.
+TEST_F(Core, ThatCantBeWrittenIsTakenAway) {
+  for (const char *protection : {"rw-", "---"}) {
+    const WrittenDevice device(
+        kSteppedClock +
+        processText(core.pid(),
+                    std::string("regions = [{ address = 0x100000000, size = \"3M\", protection = "
+                                "\"")
+                        .append(protection)
+                        .append("\" }]\n")));
+    Launch launch;
+    launch.program = sondexPath();
+    launch.arguments = {std::to_string(core.pid()), "core"};
+    launch.environment = device.environment();
+    launch.ignoredSignals = {SIGXFSZ};
+    Outcome outcome;
+    {
+      const SizeLimit limit(2 << 20);
+      outcome = test::run(launch);
+    }
+    expect(outcome, kFailed, core.path() + ": File too large\n" + failed(core.pid()));
+    EXPECT_FALSE(core.exists()) << protection;
+  }
+}
+
+// ---- Progress -----------------------------------------------------------------------------------
+
+constexpr auto kQuietTime = std::chrono::milliseconds(1'000);
+
+// The program is held up for longer than it keeps quiet, with pieces left to write.
+TEST_F(Core, ThatTakesLongTellsATerminalHowFarItIs) {
+  const WrittenDevice device(
+      kSteppedClock +
+      processText(core.pid(), "regions = [{ address = 0x100000000, size = \"512M\" }]\n"));
+  TerminalOptions options;
+  options.arguments = {std::to_string(core.pid()), "core"};
+  options.environment = device.environment();
+  Terminal terminal(options);
+  ASSERT_TRUE(waitUntil([&] { return core.exists() || terminal.hasEnded(); }));
+  terminal.signal(SIGSTOP);
+  const auto stopped = Clock::now();
+  ASSERT_TRUE(waitUntil([&] { return Clock::now() >= stopped + kQuietTime; }));
+  terminal.signal(SIGCONT);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending;
+  const std::string &told = terminal.written();
+  const size_t first = told.find("\r" + core.path() + ": ");
+  ASSERT_NE(first, std::string::npos) << told;
+  int done = 0;
+  int total = 0;
+  EXPECT_EQ(
+      std::sscanf(told.c_str() + first + 1 + core.path().size(), ": %d of %d MB", &done, &total), 2)
+      << told;
+  EXPECT_GT(done, 0);
+  EXPECT_LE(done, total);
+  EXPECT_EQ(total, 512);
+  // Its line is free for what is said in the end.
+  EXPECT_THAT(told, testing::EndsWith("\r\033[KFull core dumped to " + core.path() + "\r\n"));
+  EXPECT_EQ(fs::file_size(core.path()), 0x1000u + (512u << 20));
+}
+
+TEST_F(Core, ThatIsWrittenAtOnceTellsATerminalNothingOnTheWay) {
+  const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
+  TerminalOptions options;
+  options.arguments = {std::to_string(core.pid()), "core"};
+  options.environment = device.environment();
+  Terminal terminal(options);
+  const std::optional<Ending> ending = terminal.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending;
+  EXPECT_THAT(terminal.written(), HasSubstr("Full core dumped to " + core.path()));
+  EXPECT_THAT(terminal.written(), Not(HasSubstr(" MB")));
+}
+
+}  // namespace
+}  // namespace test
