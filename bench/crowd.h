@@ -17,6 +17,8 @@ class Crowd {
   Crowd(const Crowd &) = delete;
   Crowd &operator=(const Crowd &) = delete;
 
+  const std::vector<pid_t> &pids() const { return pids_; }
+
  private:
   std::vector<pid_t> pids_;
 };

@@ -5,9 +5,7 @@
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +17,7 @@
 #include <vector>
 
 #include "crowd.h"
+#include "program_run.h"
 
 namespace {
 
@@ -71,62 +70,18 @@ void ensureCrowd(size_t count) {
   present = count;
 }
 
-double secondsOf(const timeval &time) {
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-struct Run {
-  double seconds = -1;  // of processor time, user and system; negative when it failed
-  size_t lines = 0;
-};
-
-// Runs a program whose standard output is a pipe, and takes in what it writes.
-Run runProgram(const std::vector<std::string> &arguments) {
-  std::vector<char *> words;
-  for (const std::string &argument : arguments)
-    words.push_back(const_cast<char *>(argument.c_str()));
-  words.push_back(nullptr);
-  std::array<int, 2> output{};
-  require(pipe2(output.data(), O_CLOEXEC) == 0, "pipe2");
-  const pid_t pid = fork();
-  require(pid >= 0, "fork");
-  if (pid == 0) {
-    const int null = open("/dev/null", O_RDWR);
-    dup2(null, STDIN_FILENO);
-    dup2(null, STDERR_FILENO);
-    dup2(output[1], STDOUT_FILENO);
-    execvp(words[0], words.data());
-    _exit(127);
-  }
-  close(output[1]);
-  Run run;
-  std::vector<char> buffer(65536);
-  ssize_t length = 0;
-  while ((length = read(output[0], buffer.data(), buffer.size())) > 0) {
-    run.lines += static_cast<size_t>(std::count(buffer.begin(), buffer.begin() + length, '\n'));
-  }
-  close(output[0]);
-  int status = 0;
-  rusage usage{};
-  require(wait4(pid, &status, 0, &usage) == pid, "wait4");
-  // lsof's status only says whether it found all that it was asked for.
-  if (WIFEXITED(status) && WEXITSTATUS(status) <= 1) {
-    run.seconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
-  }
-  return run;
-}
-
 void listAll(benchmark::State &state, const std::vector<std::string> &arguments) {
   const auto processes = static_cast<size_t>(state.range(0));
   ensureCrowd(processes);
-  Run run;
+  bench::ProgramRun run;
   for (auto _ : state) {
-    run = runProgram(arguments);
-    if (run.seconds < 0 || run.lines < processes * kDescriptors) {
+    run = bench::runProgram(arguments);
+    // lsof's status only says whether it found all that it was asked for.
+    if (run.status < 0 || run.status > 1 || run.lines < processes * kDescriptors) {
       state.SkipWithError("did not list all");
       return;
     }
-    state.SetIterationTime(run.seconds);
+    state.SetIterationTime(run.processorSeconds);
   }
   state.counters["lines"] = static_cast<double>(run.lines);
   state.counters["per_line"] = benchmark::Counter(
