@@ -5,12 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <system_error>
+
+#include "host/linux/memory_map.h"
+#include "host/linux/procfs.h"
 
 namespace host::linux_machine {
 
@@ -29,20 +30,11 @@ Unwinder::Unwinder(pid_t process) : process_(process) {
 }
 
 void Unwinder::readRanges() {
-  const std::string path = "/proc/" + std::to_string(process_) + "/maps";
-  std::FILE *maps = std::fopen(path.c_str(), "re");
-  if (maps == nullptr) return;
-  char line[8192];
-  while (std::fgets(line, sizeof line, maps) != nullptr) {
-    uint64_t start = 0;
-    uint64_t end = 0;
-    const char *stop = line + std::strlen(line);
-    const auto first = std::from_chars(line, stop, start, 16);
-    if (first.ec != std::errc() || *first.ptr != '-') continue;
-    const auto second = std::from_chars(first.ptr + 1, stop, end, 16);
-    if (second.ec == std::errc()) ranges_.emplace(start, end);
-  }
-  std::fclose(maps);
+  const std::string path = "/proc/" + std::to_string(process_);
+  const FileHandle directory = openStartingPoint(AT_FDCWD, path.c_str());
+  if (!directory.isOpen()) return;
+  readMemoryMap(directory.get(),
+                [this](const Mapping &mapping) { ranges_.emplace(mapping.start, mapping.end); });
 }
 
 // The file behind the mapping, which may be gone or have another name here; where only its path
