@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include "harness/core_file.h"
 #include "harness/core_lock.h"
 #include "harness/run.h"
+#include "harness/size_limit.h"
 #include "harness/terminal.h"
 #include "harness/written_device.h"
 
@@ -434,22 +434,6 @@ TEST_F(Core, ThatIsOlderIsReplacedWhole) {
   expect(run({"core"}), 0, full(core.pid()));
   EXPECT_TRUE(core.bytes() == wantedCore());
 }
-
-// No file may be larger than this, for the program and, meanwhile, for the test.
-class SizeLimit {
- public:
-  explicit SizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  SizeLimit(const SizeLimit &) = delete;
-  SizeLimit &operator=(const SizeLimit &) = delete;
-  ~SizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
-
- private:
-  rlimit before_{};
-};
 
 // As a full disk: the data goes beyond the limit in one case, what is only its zeros in the other.
 TEST_F(Core, ThatCantBeWrittenIsTakenAway) {

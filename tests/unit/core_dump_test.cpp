@@ -1,11 +1,9 @@
 #include "vm/core_dump.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +13,7 @@
 
 #include "darwin/macho.h"
 #include "tests/harness/core_lock.h"
+#include "tests/harness/size_limit.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/sampled_machine.h"
@@ -423,31 +422,11 @@ TEST_F(CoreDumpTest, ALinkUnderItsNameIsLeftAlone) {
   fs::remove(target);
 }
 
-// A file larger than the limit is refused as a full disk is.
-class SizeLimit {
- public:
-  explicit SizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  SizeLimit(const SizeLimit &) = delete;
-  SizeLimit &operator=(const SizeLimit &) = delete;
-  ~SizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, signal_);
-  }
-
- private:
-  rlimit before_{};
-  void (*signal_)(int);
-};
-
 TEST_F(CoreDumpTest, AFailedWriteLeavesNoFile) {
   machine.regions = {makeRegion(kFirst, 3 << 20)};
   machine.threads[1] = registers64(1);
   {
-    const SizeLimit limit(2 << 20);
+    const test::SizeLimit limit(2 << 20);
     EXPECT_EQ(dump(), -1);
   }
   EXPECT_EQ(errors, path + ": File too large\n");
@@ -605,7 +584,7 @@ TEST_F(BinaryDumpTest, NothingToDump) {
 TEST_F(BinaryDumpTest, AFailedWriteLeavesNoFile) {
   machine.regions = {makeRegion(kFirst, 3 << 20, 5)};
   {
-    const SizeLimit limit(2 << 20);
+    const test::SizeLimit limit(2 << 20);
     EXPECT_EQ(dump(kBinaryCore), -1);
   }
   EXPECT_EQ(errors, std::string(kBinary) + ": File too large\n");
