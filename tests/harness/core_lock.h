@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,20 +11,21 @@
 
 namespace test {
 
-// While this lives, no other test uses those names.
+// While this lives, no other test uses those names. The folder is what is locked: a file in it
+// would be its first user's, and closed to the others.
 class CoreLock {
  public:
-  CoreLock() : file_(open("/tmp/.core_dump_test", O_CREAT | O_RDWR | O_CLOEXEC, 0600)) {
-    if (file_ < 0 || lockf(file_, F_LOCK, 0) != 0) {
-      throw std::system_error(errno, std::generic_category(), "/tmp/.core_dump_test");
+  CoreLock() : folder_(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (folder_ < 0 || flock(folder_, LOCK_EX) != 0) {
+      throw std::system_error(errno, std::generic_category(), "/tmp");
     }
   }
   CoreLock(const CoreLock &) = delete;
   CoreLock &operator=(const CoreLock &) = delete;
-  ~CoreLock() { close(file_); }
+  ~CoreLock() { close(folder_); }
 
  private:
-  int file_;
+  int folder_;
 };
 
 }  // namespace test

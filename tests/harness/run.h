@@ -47,6 +47,8 @@ std::vector<std::string> splitLines(const std::string &text);
 inline constexpr char kNoSuchProcess[] = "proc_pidinfo: No such process";
 // The same of processes that the caller may not look at.
 inline constexpr char kNotPermitted[] = "proc_pidinfo: Operation not permitted";
+// The stackshot at the end of a report on one process is for root only.
+inline constexpr char kNoStackshot[] = "sswc: Operation not permitted\n";
 
 // What the Wi-Fi line says each time it opens its socket.
 inline constexpr char kWirelessAttempt[] = "on 32-bit platforms Sizeof the struct is 40, length: 4";
