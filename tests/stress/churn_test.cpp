@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -38,10 +39,11 @@ int secondsOfChurn() {
   return seconds > 0 ? seconds : 10;
 }
 
-TerminalOptions largeTerminal() {
+TerminalOptions largeTerminal(std::optional<uid_t> user = std::nullopt) {
   TerminalOptions options;
   options.columns = 200;
   options.rows = 60;
+  options.user = user;
   return options;
 }
 
@@ -87,8 +89,10 @@ std::vector<std::string> churn(int seconds) {
   return {"churn", std::to_string(kProcessesPerSecond), std::to_string(seconds)};
 }
 
-void churnFor(Terminal &terminal, int seconds) {
-  Helper helper(churn(seconds));
+void churnFor(Terminal &terminal, int seconds, std::optional<uid_t> user) {
+  std::vector<std::string> steps = churn(seconds);
+  if (user) steps.insert(steps.begin(), {"user", std::to_string(*user)});
+  Helper helper(steps);
   refreshUntil(
       terminal, [&helper] { return helper.hasEnded(); }, Duration{seconds * 1000} + kPatience);
   const std::optional<Ending> ending = helper.waitForEnd(Duration{0});
@@ -96,23 +100,23 @@ void churnFor(Terminal &terminal, int seconds) {
   ASSERT_TRUE(ending->exitedWith(0)) << *ending;
 }
 
-TEST(Churn, LeavesTheProgramAsItWas) {
+// Both the program and the processes are the user's, if there is one.
+void expectToStayAsItWas(int seconds, std::optional<uid_t> user) {
   constexpr int kWarmUpSeconds = 3;
   constexpr size_t kQuietFrames = 3;
   // The program opens what it asks about sockets with when it first sees one, and keeps it: there
   // is one from the start.
   const FileHandle socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ASSERT_TRUE(socket.isOpen());
-  Terminal terminal(largeTerminal());
+  Terminal terminal(largeTerminal(user));
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
-  churnFor(terminal, kWarmUpSeconds);
+  churnFor(terminal, kWarmUpSeconds, user);
   waitForFrames(terminal, kQuietFrames);
   const Footprint before = footprintOf(terminal.pid());
   ASSERT_GT(before.descriptors, 0u);
   const size_t framesBefore = terminal.frames();
 
-  const int seconds = secondsOfChurn();
-  churnFor(terminal, seconds);
+  churnFor(terminal, seconds, user);
   waitForFrames(terminal, kQuietFrames);
 
   // At least one a second, however slow the build.
@@ -126,11 +130,21 @@ TEST(Churn, LeavesTheProgramAsItWas) {
   if (!sondexIsSanitized()) {
     EXPECT_LE(footprintOf(terminal.pid()).residentBytes, before.residentBytes + kSlack);
   }
-  RecordProperty("frames", static_cast<int>(terminal.frames()));
-  RecordProperty("residentKiBBefore", static_cast<int>(before.residentBytes >> 10));
-  RecordProperty("residentKiBAfter",
-                 static_cast<int>(footprintOf(terminal.pid()).residentBytes >> 10));
+  testing::Test::RecordProperty("frames", static_cast<int>(terminal.frames()));
+  testing::Test::RecordProperty("residentKiBBefore", static_cast<int>(before.residentBytes >> 10));
+  testing::Test::RecordProperty("residentKiBAfter",
+                                static_cast<int>(footprintOf(terminal.pid()).residentBytes >> 10));
   expectEndByCtrlC(terminal);
+}
+
+TEST(Churn, LeavesTheProgramAsItWas) {
+  expectToStayAsItWas(secondsOfChurn(), std::nullopt);
+}
+
+TEST(Churn, LeavesTheProgramOfAUserAsItWas) {
+  if (!isRoot()) GTEST_SKIP() << "the other test has a user's program";
+  constexpr int kSeconds = 3;
+  expectToStayAsItWas(kSeconds, kNobody);
 }
 
 TEST(Churn, CanBeListedAgainAndAgain) {
