@@ -1,17 +1,15 @@
 // The keys of the process list, seen on its screen: how the highlight, the pages, the columns and
 // the modes follow them, and which wake the display.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
-#include <sstream>
 
+#include "harness/configuration_file.h"
 #include "harness/screen_text.h"
 #include "screen/display.h"
 
@@ -510,38 +508,16 @@ TEST(CtrlCKey, EndsTheListWithAWord) {
 
 // ---- The configuration file ---------------------------------------------------------------------
 
-// It has one name only: what is there already is put aside, and another process with such a test
-// waits its turn.
 class SavedConfiguration : public testing::Test {
  protected:
-  SavedConfiguration() : lock_(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    EXPECT_EQ(flock(lock_, LOCK_EX), 0);
-  }
-  ~SavedConfiguration() override {
-    if (isOurs_) {
-      std::remove(kPath);
-      std::rename(kPutAside, kPath);
-    }
-    std::remove(target_.c_str());
-    close(lock_);
-  }
+  ~SavedConfiguration() override { std::remove(target_.c_str()); }
   void SetUp() override {
-    isOurs_ = std::rename(kPath, kPutAside) == 0 || errno == ENOENT;
-    if (!isOurs_) GTEST_SKIP() << kPath << " is another user's";
+    if (!file_.isOurs()) GTEST_SKIP() << ConfigurationFile::kPath << " is another user's";
   }
 
-  static std::string textOf(const std::string &path) {
-    std::ostringstream all;
-    all << std::ifstream(path).rdbuf();
-    return all.str();
-  }
-
-  static constexpr char kPath[] = "/tmp/.sdrc";
-  static constexpr char kPutAside[] = "/tmp/.sdrc.put-aside-by-test";
   static constexpr char kSaved[] =
       "Saved config to /tmp/.sdrc - drop this in your directory for next time";
-  int lock_;
-  bool isOurs_ = false;
+  const ConfigurationFile file_;
   const std::string target_ = "/tmp/sondex_keys_test." + std::to_string(getpid());
 };
 
@@ -554,7 +530,7 @@ TEST_F(SavedConfiguration, HoldsWhatTheKeysMadeOfTheView) {
     ASSERT_EQ(display.press(kIdleKey), "");
   }
   EXPECT_EQ(display.status(), "");
-  const std::string before = textOf(kPath);
+  const std::string before = ConfigurationFile::text();
   const size_t firstLine = before.find('\n') + 1;
   EXPECT_THAT(before, StartsWith("## Config File for Z's Sondex, https://"));
   EXPECT_EQ(before.substr(firstLine),
@@ -568,7 +544,7 @@ TEST_F(SavedConfiguration, HoldsWhatTheKeysMadeOfTheView) {
 
   // Without the columns CPU and VSS, with two lines more.
   ASSERT_EQ(display.press("--NP!", 5), "");
-  EXPECT_EQ(textOf(kPath).substr(firstLine),
+  EXPECT_EQ(ConfigurationFile::text().substr(firstLine),
             "Perspective Default\n\tShowWiFi\n\tShowDisks\n\tShowNetworks\n\tShowPower\n"
             "\tColumns\n\t\tColumn\tUID \n\t\tColumn\tPID  \n\t\tColumn\tPPID  \n"
             "\t\tColumn\tCOMMAND        \n\t\tColumn\t#THR\n\t\tColumn\tPRI  \n"
@@ -580,12 +556,12 @@ TEST_F(SavedConfiguration, HoldsWhatTheKeysMadeOfTheView) {
 
 TEST_F(SavedConfiguration, IsNotWrittenThroughALinkThoughItIsSaidToBeSaved) {
   std::ofstream(target_) << "precious";
-  ASSERT_EQ(symlink(target_.c_str(), kPath), 0);
+  ASSERT_EQ(symlink(target_.c_str(), ConfigurationFile::kPath), 0);
   Display display;
   ASSERT_EQ(display.begin(), "");
   ASSERT_EQ(display.press("!"), "");
   EXPECT_EQ(display.status(), kSaved);
-  EXPECT_EQ(textOf(target_), "precious");
+  EXPECT_EQ(ConfigurationFile::text(), "precious");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "harness/configuration_file.h"
 #include "harness/helper.h"
 #include "harness/run.h"
 #include "harness/stepped_device.h"
@@ -121,6 +122,7 @@ void expectQuit(Terminal &terminal) {
 }
 
 TEST(RandomKeys, OnASimulatedDevice) {
+  const ConfigurationFile file;
   const SteppedDevice device("iphone");
   Terminal terminal(largeTerminal(device.environment()));
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
@@ -131,6 +133,7 @@ TEST(RandomKeys, OnASimulatedDevice) {
 }
 
 TEST(RandomKeys, OnThisMachineWhileProcessesComeAndGo) {
+  const ConfigurationFile file;
   const Helper churn({"churn", "100", "600"});
   Terminal terminal(largeTerminal({}));
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");

@@ -1,32 +1,29 @@
 #include "columns/configuration.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "columns/perspective.h"
+#include "tests/harness/configuration_file.h"
+#include "tests/harness/size_limit.h"
+#include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
 #include "ui/status_bar.h"
 
 namespace {
 
 using namespace sondex;
+using test::ConfigurationFile;
 using testing::StartsWith;
 
-constexpr char kPath[] = "/tmp/.sdrc";
 constexpr char kFailure[] = "Unable to open file for output";
 
 const std::string kHeaderLine = "## Config File for Z's Sondex, https://sondex.invalid/\n";
@@ -116,41 +113,23 @@ TEST(SavedPerspective, MovedColumnsInTheirOrder) {
                          "\t\tColumn\tPID  \n\t\tColumn\tUID \n\t\tColumn\tPPID  \n"));
 }
 
-// The file has one name only: what is there already is put aside, and another process with this
-// test waits its turn.
 class ConfigFile : public testing::Test {
  protected:
-  ConfigFile() : lock_(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    EXPECT_EQ(flock(lock_, LOCK_EX), 0);
-  }
-  ~ConfigFile() override {
-    if (isOurs_) {
-      std::remove(kPath);
-      std::rename(kPutAside, kPath);
-    }
-    std::remove(target_.c_str());
-    close(lock_);
-  }
+  ~ConfigFile() override { std::remove(target_.c_str()); }
   void SetUp() override {
-    isOurs_ = std::rename(kPath, kPutAside) == 0 || errno == ENOENT;
-    if (!isOurs_) GTEST_SKIP() << kPath << " is another user's";
+    if (!file_.isOurs()) GTEST_SKIP() << kPath << " is another user's";
   }
 
-  static std::string text() {
-    std::ostringstream all;
-    all << std::ifstream(kPath).rdbuf();
-    return all.str();
-  }
+  static std::string text() { return ConfigurationFile::text(); }
   static std::string errorsOfSaving(const char *name = "~/.sdrc") {
     testing::internal::CaptureStderr();
     saveConfigToFile(name);
     return testing::internal::GetCapturedStderr();
   }
 
-  static constexpr char kPutAside[] = "/tmp/.sdrc.put-aside-by-test";
-  DisplayStateGuard state_;
-  int lock_;
-  bool isOurs_ = false;
+  static constexpr const char *kPath = ConfigurationFile::kPath;
+  const ConfigurationFile file_;
+  const DisplayStateGuard state_;
   const std::string target_ = "/tmp/sondex_configuration_test." + std::to_string(getpid());
 };
 
@@ -158,6 +137,18 @@ TEST_F(ConfigFile, HoldsTheDefaultPerspective) {
   EXPECT_EQ(errorsOfSaving(), "");
   EXPECT_EQ(text(), kHeaderLine + kDefault);
   EXPECT_STREQ(getStatusBar(), "");
+}
+
+TEST_F(ConfigFile, HasTheDefaultPermissions) {
+  for (const mode_t mask : {0u, 022u, 077u}) {
+    std::remove(kPath);
+    const mode_t before = umask(mask);
+    saveConfigToFile("~/.sdrc");
+    umask(before);
+    struct stat made = {};
+    ASSERT_EQ(stat(kPath, &made), 0);
+    EXPECT_EQ(made.st_mode & 07777, 0666 & ~mask);
+  }
 }
 
 TEST_F(ConfigFile, IsTheSameWhateverItsNameIs) {
@@ -176,10 +167,37 @@ TEST_F(ConfigFile, ReplacesALongerOne) {
   EXPECT_EQ(text(), kHeaderLine + kDefault);
 }
 
+TEST_F(ConfigFile, IsClosed) {
+  const auto lowestFree = [] {
+    const int descriptor = dup(STDERR_FILENO);
+    close(descriptor);
+    return descriptor;
+  };
+  const int before = lowestFree();
+  saveConfigToFile("~/.sdrc");
+  EXPECT_EQ(lowestFree(), before);
+  std::remove(kPath);
+  ASSERT_EQ(mkdir(kPath, 0700), 0);
+  saveConfigToFile("~/.sdrc");
+  EXPECT_EQ(lowestFree(), before);
+}
+
 TEST_F(ConfigFile, ThatCannotBeOpenedIsToldInTheStatusBar) {
   ASSERT_EQ(mkdir(kPath, 0700), 0);
   EXPECT_EQ(errorsOfSaving(), "");
   EXPECT_STREQ(getStatusBar(), kFailure);
+}
+
+TEST_F(ConfigFile, ThatCannotBeOpenedIsToldForThreeRedraws) {
+  const CursesScreen screen(4, 80);
+  ASSERT_EQ(mkdir(kPath, 0700), 0);
+  saveConfigToFile("~/.sdrc");
+  for (int redraw = 0; redraw < 3; redraw++) {
+    printStatusBar();
+    EXPECT_STREQ(getStatusBar(), kFailure) << redraw;
+  }
+  printStatusBar();
+  EXPECT_STREQ(getStatusBar(), "");
 }
 
 TEST_F(ConfigFile, BehindALinkIsLeftAlone) {
@@ -191,14 +209,11 @@ TEST_F(ConfigFile, BehindALinkIsLeftAlone) {
 }
 
 TEST_F(ConfigFile, ThatFindsNoRoomIsToldOnStandardError) {
-  const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  const rlimit small = {100, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  const std::string errors = errorsOfSaving();
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-  std::signal(SIGXFSZ, handlerBefore);
+  std::string errors;
+  {
+    const test::SizeLimit limit(100);
+    errors = errorsOfSaving();
+  }
   EXPECT_EQ(errors, "/tmp/.sdrc: File too large\n");
   EXPECT_STREQ(getStatusBar(), "");
 }

@@ -16,6 +16,7 @@
 #include "darwin/proc_info.h"
 #include "darwin/signals.h"
 #include "main/refresh_loop.h"
+#include "tests/harness/configuration_file.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/typed_keys.h"
 #include "tests/unit/wake_pipe.h"
@@ -174,6 +175,7 @@ TEST_F(Keys, SayWhichModeIsOn) {
 }
 
 TEST_F(Keys, MessagesStayForThreeRedraws) {
+  const test::ConfigurationFile file;
   CursesScreen screen(10, 80);
   for (const int key : {'D', 'I', 'c', '!'}) {
     handleKey(key);
