@@ -1,22 +1,14 @@
 #include "host/linux/blocked_call.h"
 
-#include <charconv>
-#include <system_error>
-
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {
 
 static constexpr int64_t kNoCall = -1;
 
-// "0x7ffc1234"
 static bool takeAddress(TextCursor &words, uint64_t &value) {
   std::string_view word;
-  if (!words.word(word) || !word.starts_with("0x")) return false;
-  word.remove_prefix(2);
-  const char *end = word.data() + word.size();
-  const auto [stop, error] = std::from_chars(word.data(), end, value, 16);
-  return error == std::errc() && stop == end;
+  return words.word(word) && parseAddress(word, value);
 }
 
 // "0 0x3 0x7f68a038f000 0x20000 0x0 0xffffffff 0x0 0x7ffe94cf0a68 0x7f68a05092ad": number,

@@ -15,13 +15,6 @@ static constexpr size_t kReadAtOnce = 65536;
 // An address that ends a stack of old kernels.
 static constexpr uint64_t kNowhere = UINT64_MAX;
 
-static bool takeHex(std::string_view text, uint64_t &value) {
-  if (text.starts_with("0x")) text.remove_prefix(2);
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value, 16);
-  return error == std::errc() && stop == end;
-}
-
 // "[module]" as its name.
 static std::string moduleIn(std::string_view word) {
   if (word.size() < 2 || word.front() != '[' || word.back() != ']') return "";
@@ -36,10 +29,10 @@ static bool parseFrame(std::string_view line, KernelFrame &frame) {
   const size_t slash = word.rfind('/');
   const size_t plus = word.rfind('+', slash);
   if (slash == std::string_view::npos || plus == std::string_view::npos) {
-    return takeHex(word, frame.offset) && frame.offset != 0 && frame.offset != kNowhere;
+    return parseAddress(word, frame.offset) && frame.offset != 0 && frame.offset != kNowhere;
   }
-  if (!takeHex(word.substr(plus + 1, slash - plus - 1), frame.offset) ||
-      !takeHex(word.substr(slash + 1), frame.size)) {
+  if (!parseAddress(word.substr(plus + 1, slash - plus - 1), frame.offset) ||
+      !parseAddress(word.substr(slash + 1), frame.size)) {
     return false;
   }
   frame.function = word.substr(0, plus);
@@ -73,7 +66,7 @@ void KernelSymbols::add(std::string_view text) {
     TextCursor words(line);
     std::string_view word;
     uint64_t address = 0;
-    if (!words.word(word) || !takeHex(word, address) || address == 0) continue;
+    if (!words.number(address, 16) || address == 0) continue;
     if (!words.skipWords(1) || !words.word(word)) continue;
     all_.push_back(address);
     name = word;

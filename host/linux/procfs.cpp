@@ -146,6 +146,10 @@ std::string_view withoutDeletedMark(std::string_view path, bool isGone) {
   return path;
 }
 
+bool parseAddress(std::string_view text, uint64_t &value) {
+  return text.starts_with("0x") && parseNumber(text.substr(2), value, 16);
+}
+
 bool TextCursor::line(std::string_view &line) {
   size_t end = rest_.find('\n');
   if (end == std::string_view::npos) return false;

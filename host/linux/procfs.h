@@ -103,14 +103,17 @@ std::string_view withoutDeletedMark(std::string_view path, bool isGone);
 
 // The whole of `text` as a number; false when it is anything else or doesn't fit.
 template <typename Number>
-bool parseNumber(std::string_view text, Number &value) {
+bool parseNumber(std::string_view text, Number &value, int base = 10) {
   Number number{};
   const char *end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data(), end, number);
+  auto [stop, error] = std::from_chars(text.data(), end, number, base);
   if (error != std::errc() || stop != end || text.empty()) return false;
   value = number;
   return true;
 }
+
+// The same for "0x1f".
+bool parseAddress(std::string_view text, uint64_t &value);
 
 // Takes words and lines from the front of a text.
 class TextCursor {
@@ -124,9 +127,9 @@ class TextCursor {
   bool word(std::string_view &word);
   bool skipWords(int count);
   template <typename Number>
-  bool number(Number &value) {
+  bool number(Number &value, int base = 10) {
     std::string_view text;
-    return word(text) && parseNumber(text, value);
+    return word(text) && parseNumber(text, value, base);
   }
 
  private:

@@ -73,6 +73,7 @@ TEST(KernelStack, LinesThatAreNoFramesArePassedOver) {
   EXPECT_THAT(parseKernelStack(""), IsEmpty());
   EXPECT_THAT(parseKernelStack("\n[<0>]\n[<0>] \nfunction+0x1/0x2\n[<0>] function\n"
                                "[<0>] function+0x1\n[<0>] +0x1/0x2\n[<0>] f+0xg/0x2\n"
+                               "[<0>] f+1/0x2\n[<0>] f+0x1/2\n[<0>] 1000\n"
                                "[<0>] f+0x1/\n[<0>] /\n[<0>] +/\n[<0>] 0x0\n[<0>] f/+\n"),
               IsEmpty());
   EXPECT_THAT(parseKernelStack("[<0>] without_end+0x1/0x2"), IsEmpty());

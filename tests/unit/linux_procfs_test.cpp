@@ -171,6 +171,32 @@ TEST(LinuxProcfs, ANumberIsTheWholeText) {
   EXPECT_FALSE(parseNumber(std::string_view("-1"), large));
 }
 
+TEST(LinuxProcfs, ANumberMayHaveAnotherBase) {
+  uint64_t value = 99;
+  EXPECT_TRUE(parseNumber("ffffffffffffffff", value, 16));
+  EXPECT_EQ(value, UINT64_MAX);
+  EXPECT_TRUE(parseNumber("17", value, 8));
+  EXPECT_EQ(value, 15u);
+  EXPECT_FALSE(parseNumber("18", value, 8));
+  EXPECT_FALSE(parseNumber("0x1", value, 16)) << "the prefix is no digit";
+  EXPECT_EQ(value, 15u);
+  EXPECT_TRUE(TextCursor(" 7f ").number(value, 16));
+  EXPECT_EQ(value, 0x7Fu);
+}
+
+TEST(LinuxProcfs, AnAddressBeginsWithItsPrefix) {
+  uint64_t value = 99;
+  for (const char *text : {"", "0", "1f", "0x", "0X1f", "x1f", "0x1g", "0x-1", "0x+1", " 0x1",
+                           "0x1 ", "0x10000000000000000"}) {
+    EXPECT_FALSE(parseAddress(text, value)) << text;
+    EXPECT_EQ(value, 99u) << text;
+  }
+  EXPECT_TRUE(parseAddress("0x7ffc11AEEB38", value));
+  EXPECT_EQ(value, 0x7FFC11AEEB38u);
+  EXPECT_TRUE(parseAddress("0xffffffffffffffff", value));
+  EXPECT_EQ(value, UINT64_MAX);
+}
+
 TEST(LinuxProcfs, ALineNeedsItsEnd) {
   TextCursor cursor("one\n\nlast");
   std::string_view line;
