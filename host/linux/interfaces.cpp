@@ -89,10 +89,11 @@ Errno Interfaces::list(std::vector<NetworkInterface> &interfaces) {
   NetlinkRequest request;
   request.append(ifinfomsg{});
   std::vector<NetworkInterface> listed;
-  const DumpProgress progress =
-      kernel_.ask(request, RTM_GETLINK, NLM_F_DUMP, [&](uint16_t type, Span payload) {
-        return type != RTM_NEWLINK || parseInterface(payload, listed.emplace_back());
-      });
+  const auto add = [&](uint16_t type, Span payload) {
+    return type != RTM_NEWLINK || parseInterface(payload, listed.emplace_back());
+  };
+  const DumpProgress progress = listWhole(
+      [&] { return kernel_.ask(request, RTM_GETLINK, NLM_F_DUMP, add); }, [&] { listed.clear(); });
   if (progress.malformed) return darwin::DARWIN_EIO;
   if (progress.error != 0) return darwinError(progress.error);
   for (NetworkInterface &interface : listed) {

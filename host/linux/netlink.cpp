@@ -62,9 +62,10 @@ bool NetlinkConnection::receive(Span &received) {
   const ssize_t got = recvfrom(socket_, buffer_.data(), buffer_.size(), MSG_TRUNC,
                                reinterpret_cast<sockaddr *>(&sender), &senderSize);
   if (got < 0 && errno == EINTR) return true;
-  if (got <= 0 || static_cast<size_t>(got) > buffer_.size()) return false;
+  if (got <= 0) return false;
   // Any process may write to a netlink socket; only the kernel has port 0.
   if (senderSize != sizeof(sender) || sender.nl_pid != 0) return true;
+  if (static_cast<size_t>(got) > buffer_.size()) return false;
   received = {buffer_.data(), static_cast<size_t>(got)};
   return true;
 }

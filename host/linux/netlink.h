@@ -86,6 +86,18 @@ void readMessages(Span rest, uint32_t sequence, DumpProgress &progress, Visitor 
   }
 }
 
+// A listing as whole as it can be had: `ask` is called, and if entries came or went meanwhile once
+// more, after `forget` dropped what was visited.
+template <typename Ask, typename Forget>
+DumpProgress listWhole(Ask &&ask, Forget &&forget) {
+  DumpProgress progress = ask();
+  if (progress.interrupted && !progress.malformed && progress.error == 0) {
+    forget();
+    progress = ask();
+  }
+  return progress;
+}
+
 // A request: room for a netlink header, then what the family wants.
 struct NetlinkRequest {
   size_t size = sizeof(nlmsghdr);

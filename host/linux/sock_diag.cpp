@@ -214,24 +214,18 @@ bool SockDiag::dump(SocketSource source, std::vector<DiagSocket> &sockets, std::
   const size_t namesBefore = names.size();
   NetlinkRequest request;
   appendQuery(request, source);
-  constexpr int kTries = 2;
-  for (int attempt = 1; attempt <= kTries; attempt++) {
+  const auto add = [&](uint16_t type, Span payload) {
+    return sockets.size() <= kMaximumSockets && addSocket(type, payload, source, sockets, names);
+  };
+  const auto forget = [&] {
     sockets.resize(socketsBefore);
     names.resize(namesBefore);
-    const DumpProgress progress =
-        kernel_.ask(request, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, [&](uint16_t type, Span payload) {
-          return sockets.size() <= kMaximumSockets &&
-                 addSocket(type, payload, source, sockets, names);
-        });
-    if (progress.malformed) break;
-    if (progress.error != 0) {
-      missing_[static_cast<size_t>(source)] = isUnsupported(progress.error);
-      break;
-    }
-    if (!progress.interrupted || attempt == kTries) return true;
-  }
-  sockets.resize(socketsBefore);
-  names.resize(namesBefore);
+  };
+  const DumpProgress progress =
+      listWhole([&] { return kernel_.ask(request, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, add); }, forget);
+  if (!progress.malformed && progress.error == 0) return true;
+  missing_[static_cast<size_t>(source)] = !progress.malformed && isUnsupported(progress.error);
+  forget();
   return false;
 }
 

@@ -47,14 +47,17 @@ bool dumpFamily(NetlinkConnection &kernel, uint8_t family, std::vector<TcpSocket
   query.idiag_states = kWantedStates;
   NetlinkRequest request;
   request.append(query);
+  const size_t before = sockets.size();
+  const auto add = [&](uint16_t type, Span payload) {
+    if (type != SOCK_DIAG_BY_FAMILY) return true;
+    TcpSocket socket;
+    if (sockets.size() > kMostSockets || !parseTcpSocket(payload, socket)) return false;
+    if (socket.inode != 0) sockets.push_back(socket);
+    return true;
+  };
   const DumpProgress progress =
-      kernel.ask(request, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, [&](uint16_t type, Span payload) {
-        if (type != SOCK_DIAG_BY_FAMILY) return true;
-        TcpSocket socket;
-        if (sockets.size() > kMostSockets || !parseTcpSocket(payload, socket)) return false;
-        if (socket.inode != 0) sockets.push_back(socket);
-        return true;
-      });
+      listWhole([&] { return kernel.ask(request, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, add); },
+                [&] { sockets.resize(before); });
   return !progress.malformed && progress.error == 0;
 }
 
