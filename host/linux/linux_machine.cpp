@@ -146,15 +146,7 @@ Errno LinuxMachine::executablePath(pid_t pid, std::string &path) {
   Lock lock(mutex_);
   Errno error = present_.hold(pid);
   if (error != kAnswered) return error;
-  if (present_.stat().isZombie()) return darwin::DARWIN_ESRCH;
-  char text[4096];
-  ssize_t length = readlinkat(present_.directory(), "exe", text, sizeof text);
-  if (length < 0) {
-    // A kernel thread has none.
-    return errno == ENOENT ? darwin::DARWIN_ESRCH : darwinError(errno);
-  }
-  path.assign(text, static_cast<size_t>(length));
-  return kAnswered;
+  return present_.stat().isZombie() ? darwin::DARWIN_ESRCH : present_.executablePath(path);
 }
 
 Errno LinuxMachine::workQueue(pid_t pid, darwin::proc_workqueueinfo &) {
@@ -206,7 +198,9 @@ Errno LinuxMachine::threadInfoByID(pid_t pid, uint64_t id, darwin::proc_threadin
   Lock lock(mutex_);
   ThreadReading *thread = nullptr;
   Errno error = findThread(pid, id, false, thread);
-  bool isOld = error == darwin::DARWIN_ESRCH || (error == kAnswered && thread->wasTold);
+  // Another reading is for one that is younger than this one, not for each that has ended since.
+  const bool isOld = error == kAnswered ? thread->wasTold
+                                        : error == darwin::DARWIN_ESRCH && present_.hasThread(id);
   if (isOld) error = findThread(pid, id, true, thread);
   if (error != kAnswered) return error;
   fillThreadInfo(thread->stat, thread->figures, info);

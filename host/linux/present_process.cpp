@@ -211,7 +211,9 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
     }
     if (error == kAnswered) error = readUserNamespace(directory_.get(), "ns/user", text);
     if (error != kAnswered) return error;
-    known_->hasOwnUsers = !text.empty() && text != *ownUsers_;
+    // Only a process that is gone has none where others have one.
+    if (text.empty() && !ownUsers_->empty()) return darwin::DARWIN_ESRCH;
+    known_->hasOwnUsers = text != *ownUsers_;
   }
   own = *known_->hasOwnUsers;
   return kAnswered;
@@ -225,10 +227,14 @@ Errno PresentProcess::readLink(const char *name, std::string &path) {
   return kAnswered;
 }
 
+Errno PresentProcess::executablePath(std::string &path) {
+  return readLink("exe", path);
+}
+
 Errno PresentProcess::arguments(ProcessArguments &arguments) {
   if (stat_.isKernelThread()) return darwin::DARWIN_EINVAL;
   std::string path;
-  Errno error = readLink("exe", path);
+  Errno error = executablePath(path);
   if (error == darwin::DARWIN_EPERM) error = kAnswered;
   std::string_view text;
   if (error == kAnswered) {
@@ -261,6 +267,11 @@ Errno PresentProcess::threads(std::vector<ThreadReading> *&threads) {
   }
   threads = &threads_;
   return kAnswered;
+}
+
+bool PresentProcess::hasThread(uint64_t id) const {
+  const std::string name = std::string("task/").append(std::to_string(id));
+  return faccessat(directory_.get(), name.c_str(), F_OK, 0) == 0;
 }
 
 // Files a thread's reading, and returns what is to be known of it next time. `unchanged` are its

@@ -64,10 +64,14 @@ class PresentProcess {
   // What it was started with, but for its environment. DARWIN_EINVAL for a kernel thread. The path
   // is empty if the caller may not know it, as of a process that gave up privileges.
   Errno arguments(ProcessArguments &arguments);
+  // As /proc/PID/exe has it. DARWIN_ESRCH for a kernel thread, which has none.
+  Errno executablePath(std::string &path);
   // Of its root directory; "/" for the caller's own, and for one that the caller can't reach.
   Errno rootPath(std::string &path);
   // Ascending by ID.
   Errno threads(std::vector<ThreadReading> *&threads);
+  // Whether it has the thread now, whatever threads() says.
+  bool hasThread(uint64_t id) const;
 
  private:
   Errno open(pid_t pid);

@@ -309,6 +309,50 @@ TEST_F(LinuxMachineTest, AZombieAnswersOnlyWhatZombiesAnswer) {
   EXPECT_EQ(machine_->resourceUsage(pid, usage), darwin::DARWIN_ESRCH);
 }
 
+// What was read of it before stays told for a moment; what is read only now is not there any more.
+TEST_F(LinuxMachineTest, AProcessThatEndsInTheMiddleOfASampleHasVanished) {
+  using Question = std::function<bool(pid_t)>;
+  darwin::rusage_info_v4 usage{};
+  darwin::socket_fdinfo socket{};
+  std::vector<darwin::proc_fdinfo> descriptors(3);
+  ProcessArguments arguments;
+  std::string path = "untouched";
+  const struct {
+    const char *what;
+    Question hasVanished;
+  } questions[] = {
+      {"usage",
+       [&](pid_t pid) { return machine_->resourceUsage(pid, usage) == darwin::DARWIN_ESRCH; }},
+      {"descriptors",
+       [&](pid_t pid) {
+         return machine_->descriptors(pid, 10, descriptors) == darwin::DARWIN_ESRCH;
+       }},
+      {"a descriptor",
+       [&](pid_t pid) {
+         return machine_->socketDescriptor(pid, 0, socket) == darwin::DARWIN_ESRCH;
+       }},
+      {"sandbox", [&](pid_t pid) { return machine_->sandboxCheck(pid) < 0; }},
+      {"path",
+       [&](pid_t pid) { return machine_->executablePath(pid, path) == darwin::DARWIN_ESRCH; }},
+      {"arguments",
+       [&](pid_t pid) { return machine_->arguments(pid, arguments) == darwin::DARWIN_ESRCH; }},
+      {"container",
+       [&](pid_t pid) { return machine_->containerPath(pid, path) == darwin::DARWIN_ESRCH; }},
+      {"task port", [&](pid_t pid) { return machine_->taskPort(pid) == darwin::DARWIN_ESRCH; }},
+  };
+  for (const auto &question : questions) {
+    Child child(sleeping);
+    const pid_t pid = child.pid();
+    darwin::proc_taskallinfo info{};
+    ASSERT_EQ(machine_->taskAllInfo(pid, info), kAnswered);
+    child.end();
+    EXPECT_TRUE(question.hasVanished(pid)) << question.what;
+    EXPECT_EQ(machine_->taskAllInfo(pid, info), darwin::DARWIN_ESRCH);
+  }
+  EXPECT_EQ(descriptors.size(), 3u);
+  EXPECT_EQ(path, "untouched");
+}
+
 TEST_F(LinuxMachineTest, NoProcessHasThesePids) {
   darwin::proc_taskallinfo info{};
   for (pid_t pid : {0, -1, INT32_MIN, INT32_MAX}) {
@@ -375,6 +419,42 @@ TEST_F(LinuxMachineTest, AllThreadsOfAChild) {
   ASSERT_NE(other, child.pid());
   darwin::proc_taskallinfo all{};
   EXPECT_EQ(machine_->taskAllInfo(other, all), darwin::DARWIN_ESRCH);
+}
+
+TEST_F(LinuxMachineTest, AThreadYoungerThanTheReadingIsFound) {
+  int orders[2];
+  int answers[2];
+  ASSERT_EQ(pipe2(orders, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(answers, O_CLOEXEC), 0);
+  const FileHandle order(orders[1]);
+  const FileHandle answer(answers[0]);
+  static int sayWhere;
+  sayWhere = answers[1];
+  Child child([&](const std::function<void()> &ready) {
+    ready();
+    char word = 0;
+    pthread_t thread;
+    const auto sayNumber = [](void *) -> void * {
+      const long id = __real_syscall(SYS_gettid);
+      if (write(sayWhere, &id, sizeof id) != sizeof id) _exit(1);
+      sleepForever();
+    };
+    if (read(orders[0], &word, 1) != 1 ||
+        pthread_create(&thread, nullptr, sayNumber, nullptr) != 0) {
+      _exit(1);
+    }
+    sleepForever();
+  });
+  close(orders[0]);
+  close(answers[1]);
+  std::vector<uint64_t> before;
+  ASSERT_EQ(machine_->threadIDs(child.pid(), before), kAnswered);
+  ASSERT_EQ(write(order.get(), "o", 1), 1);
+  long id = 0;
+  ASSERT_EQ(read(answer.get(), &id, sizeof id), static_cast<ssize_t>(sizeof id));
+  EXPECT_THAT(before, Not(Contains(static_cast<uint64_t>(id))));
+  darwin::proc_threadinfo info{};
+  EXPECT_EQ(machine_->threadInfoByID(child.pid(), static_cast<uint64_t>(id), info), kAnswered);
 }
 
 TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
