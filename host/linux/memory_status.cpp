@@ -1,11 +1,10 @@
 #include "host/linux/memory_status.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <string>
 
-#include "host/linux/process_text.h"
+#include "host/linux/liveness.h"
 
 namespace host::linux_machine {
 
@@ -20,19 +19,9 @@ int32_t jetsamLimit(uint64_t limit) {
   return limit == kNoMemoryLimit ? -1 : saturate<int32_t>(limit >> 20);
 }
 
-bool MemoryStatus::isAlive(int procDirectory, int32_t pid) {
-  // A zombie has no root directory any more: to ask for that is cheaper than to read its state,
-  // which says so too.
-  char name[32];
-  char root[8];
-  std::snprintf(name, sizeof name, "%d/root", pid);
-  if (readlinkat(procDirectory, name, root, sizeof root) >= 0) return true;
-  // Neither has a process whose first thread has ended, and others' may be kept from the caller.
-  std::string_view text;
-  ProcessStat stat{};
-  std::snprintf(name, sizeof name, "%d/stat", pid);
-  return reader_.readRecord(procDirectory, name, text) == kAnswered &&
-         parseProcessStat(text, stat) && !stat.isZombie();
+static bool isProcessAlive(int procDirectory, int32_t pid) {
+  const FileHandle process = openStartingPoint(procDirectory, std::to_string(pid).c_str());
+  return process.isOpen() && isAlive(process.get());
 }
 
 void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
@@ -49,7 +38,7 @@ void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, Kno
         !TextCursor(text).number(score)) {
       continue;
     }
-    if (!known.takeLife(pid) && !isAlive(procDirectory, pid)) continue;
+    if (!known.takeLife(pid) && !isProcessAlive(procDirectory, pid)) continue;
     darwin::memorystatus_priority_entry entry{};
     entry.pid = pid;
     entry.priority = jetsamBand(score);

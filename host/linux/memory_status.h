@@ -28,8 +28,6 @@ class MemoryStatus {
             std::vector<darwin::memorystatus_priority_entry> &entries);
 
  private:
-  bool isAlive(int procDirectory, int32_t pid);
-
   CgroupLimits limits_;
   FileReader reader_;
 };
