@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -22,6 +21,7 @@
 #include "darwin/file_flags.h"
 #include "darwin/kqueue.h"
 #include "host/copy_text.h"
+#include "host/linux/liveness.h"
 #include "host/linux/procfs.h"
 #include "host/linux/signals.h"
 
@@ -51,40 +51,19 @@ enum VnodeType : int32_t {
   kFifo = 7,
 };
 
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  FileDescriptor(const FileDescriptor &) = delete;
-  FileDescriptor &operator=(const FileDescriptor &) = delete;
-  ~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 // "fd/7": the name of something of one descriptor below the process's directory.
 struct EntryName {
   EntryName(const char *directory, int fd) { snprintf(text, sizeof(text), "%s/%d", directory, fd); }
   char text[24];
 };
 
-ssize_t readRetrying(int fd, char *buffer, size_t size) {
-  ssize_t got;
-  do {
-    got = ::read(fd, buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
-}
-
 // Reads up to `limit` bytes. False, with errno set, if nothing could be read.
 bool readText(int fd, size_t limit, std::string &text) {
   text.clear();
   char piece[4096];
   while (text.size() < limit) {
-    const ssize_t got = readRetrying(fd, piece, std::min(sizeof(piece), limit - text.size()));
+    const ssize_t got = ::read(fd, piece, std::min(sizeof(piece), limit - text.size()));
+    if (got < 0 && errno == EINTR) continue;
     if (got < 0 && text.empty()) return false;
     if (got <= 0) break;
     text.append(piece, static_cast<size_t>(got));
@@ -92,23 +71,6 @@ bool readText(int fd, size_t limit, std::string &text) {
     if (limit <= sizeof(piece)) break;
   }
   return true;
-}
-
-// Whether the process still runs; a zombie has no descriptors left.
-bool isAlive(int processDirectory) {
-  // Nor has it a root directory, which is cheaper to ask for than its state.
-  char root[8];
-  if (readlinkat(processDirectory, "root", root, sizeof(root)) >= 0) return true;
-  const FileDescriptor file(openat(processDirectory, "stat", O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0) return errno != ENOENT && errno != ESRCH;
-  char text[256];
-  const ssize_t size = readRetrying(file.get(), text, sizeof(text));
-  if (size <= 0) return false;
-  const std::string_view stat(text, static_cast<size_t>(size));
-  const size_t nameEnd = stat.rfind(')');
-  if (nameEnd == std::string_view::npos || nameEnd + 2 >= stat.size()) return false;
-  const char state = stat[nameEnd + 2];
-  return state != 'Z' && state != 'X' && state != 'x';
 }
 
 // What a failed look below the process's directory means.
@@ -128,20 +90,12 @@ Errno failure(int error, int processDirectory) {
   }
 }
 
-template <typename Number>
-bool parseNumber(std::string_view text, int base, Number &number) {
-  const size_t start = text.find_first_not_of(" \t");
-  if (start == std::string_view::npos) return false;
-  text.remove_prefix(start);
-  return std::from_chars(text.data(), text.data() + text.size(), number, base).ec == std::errc();
-}
-
 // The number that follows "name" at the start of a line.
 template <typename Number>
 bool findNumber(std::string_view text, std::string_view name, int base, Number &number) {
   while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
-    if (line.starts_with(name)) return parseNumber(line.substr(name.size()), base, number);
+    if (line.starts_with(name)) return TextCursor(line.substr(name.size())).number(number, base);
     text.remove_prefix(std::min(line.size() + 1, text.size()));
   }
   return false;
@@ -151,7 +105,8 @@ bool findNumber(std::string_view text, std::string_view name, int base, Number &
 template <typename Number>
 bool findInLine(std::string_view line, std::string_view name, int base, Number &number) {
   const size_t at = line.find(name);
-  return at != std::string_view::npos && parseNumber(line.substr(at + name.size()), base, number);
+  return at != std::string_view::npos &&
+         TextCursor(line.substr(at + name.size())).number(number, base);
 }
 
 uint32_t darwinOpenFlags(unsigned int flags) {
@@ -224,20 +179,20 @@ Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
 }
 
 // The file system that an open file stands in; 0 if none was opened.
-uint64_t deviceOf(const FileDescriptor &file) {
+uint64_t deviceOf(const FileHandle &file) {
   struct stat stat;
   return file.get() >= 0 && fstat(file.get(), &stat) == 0 ? stat.st_dev : 0;
 }
 
 uint64_t deviceOfSockets() {
-  return deviceOf(FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+  return deviceOf(FileHandle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
 }
 
 uint64_t deviceOfPipes() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return 0;
-  const FileDescriptor writing(ends[1]);
-  return deviceOf(FileDescriptor(ends[0]));
+  const FileHandle writing(ends[1]);
+  return deviceOf(FileHandle(ends[0]));
 }
 
 int32_t vnodeType(uint16_t mode) {
@@ -346,8 +301,7 @@ std::string ownListing() {
 // The descriptor number that an entry of /proc/PID/fd is named after.
 std::optional<int> parseEntry(std::string_view name) {
   int number = 0;
-  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-  if (error != std::errc() || end != name.data() + name.size() || number < 0) return std::nullopt;
+  if (!parseNumber(name, number) || number < 0) return std::nullopt;
   return number;
 }
 
@@ -372,8 +326,8 @@ struct Descriptors::Link {
   // The number in "socket:[123]".
   uint64_t inode() const {
     uint64_t number = 0;
-    const size_t start = text.find('[');
-    if (start != std::string_view::npos) parseNumber(text.substr(start + 1), 10, number);
+    const size_t start = text.find('[') + 1;
+    parseNumber(text.substr(start, text.find(']') - start), number);
     return number;
   }
 };
@@ -409,18 +363,19 @@ uint32_t descriptorTypeOfLink(std::string_view link) {
 
 Descriptors::Descriptors()
     : socketKind_{darwin::PROX_FDTYPE_SOCKET, darwin::DARWIN_ENOTSOCK, deviceOfSockets()},
-      pipeKind_{darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, deviceOfPipes()} {}
+      pipeKind_{darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, deviceOfPipes()},
+      ownNetwork_(networkOf(openStartingPoint(AT_FDCWD, "/proc/thread-self").get())) {}
 Descriptors::~Descriptors() = default;
 
 void Descriptors::beginPass() {
   sockets_.beginPass();
+  otherNetworks_.beginPass();
 }
 
 Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
                         std::vector<uint64_t> *sockets) {
-  const FileDescriptor directory(
-      openat(processDirectory, "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.get() < 0) {
+  const FileHandle directory = openDirectory(processDirectory, "fd");
+  if (!directory.isOpen()) {
     return errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
   }
   list_.clear();
@@ -471,8 +426,8 @@ Errno Descriptors::readLink(int processDirectory, int fd, Link &link) {
 
 Errno Descriptors::readFileInfo(int processDirectory, int fd, size_t limit) {
   const EntryName name("fdinfo", fd);
-  const FileDescriptor file(openat(processDirectory, name.text, O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0 || !readText(file.get(), limit, text_)) {
+  const FileHandle file(openat(processDirectory, name.text, O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen() || !readText(file.get(), limit, text_)) {
     return failure(errno, processDirectory);
   }
   return kAnswered;
@@ -533,15 +488,21 @@ Errno Descriptors::openNameless(int processDirectory, int fd, const NamelessKind
   return error;
 }
 
-// Whether sockets of the process's network namespace are in the tables that are read here.
-bool Descriptors::sharesNetwork(int processDirectory) {
-  struct stat network;
-  if (networkInode_ == 0 && stat("/proc/thread-self/ns/net", &network) == 0) {
-    networkDevice_ = network.st_dev;
-    networkInode_ = network.st_ino;
+// The kernel lists sockets per namespace, and Internet sockets not before they are bound or
+// connected.
+void Descriptors::describeUnlisted(int processDirectory, int fd, uint64_t inode,
+                                   darwin::socket_info &info) {
+  const NetworkKey network = networkOf(processDirectory);
+  if (!network.isKnown()) return;
+  if (network != ownNetwork_) {
+    otherNetworks_.describe(processDirectory, network, inode, info);
+    return;
   }
-  return fstatat(processDirectory, "ns/net", &network, 0) == 0 && networkInode_ != 0 &&
-         network.st_ino == networkInode_ && network.st_dev == networkDevice_;
+  char path[64];
+  char name[32];
+  snprintf(path, sizeof(path), "/proc/thread-self/fd/%d/fd/%d", processDirectory, fd);
+  const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
+  if (size > 0) describeUnbound({name, strnlen(name, static_cast<size_t>(size))}, info);
 }
 
 Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &info) {
@@ -550,13 +511,8 @@ Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &i
   const Errno error =
       openNameless(processDirectory, fd, socketKind_, inode, answer.pfi, answer.psi.soi_stat);
   if (error != kAnswered) return error;
-  if (!sockets_.describe(inode, answer.psi) && sharesNetwork(processDirectory)) {
-    // The kernel does not list Internet sockets before they are bound or connected.
-    char path[64];
-    char name[32];
-    snprintf(path, sizeof(path), "/proc/thread-self/fd/%d/fd/%d", processDirectory, fd);
-    const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
-    if (size > 0) describeUnbound({name, strnlen(name, static_cast<size_t>(size))}, answer.psi);
+  if (!sockets_.describe(inode, answer.psi)) {
+    describeUnlisted(processDirectory, fd, inode, answer.psi);
   }
   info = answer;
   return kAnswered;

@@ -11,6 +11,7 @@
 
 #include "darwin/proc_info.h"
 #include "host/linux/mapped_files.h"
+#include "host/linux/other_networks.h"
 #include "host/linux/socket_table.h"
 #include "host/machine.h"
 
@@ -43,8 +44,9 @@ class Descriptors {
   // A file without a name left keeps the one it had. The offset is in bytes; an O_PATH descriptor
   // has neither FREAD nor FWRITE.
   Errno vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info);
-  // A socket that the kernel does not list (another network namespace, a kind it has no list of)
-  // has kind and family 0, unless it is of this namespace and tells its protocol.
+  // A socket that the kernel does not list (a kind it has no list of, or another network namespace
+  // that the caller may not enter) has kind and family 0, unless it is of this namespace and tells
+  // its protocol.
   Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
   Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
   // "/name" of a file in /dev/shm, or a memfd's own name, and the lowest address that the process
@@ -71,14 +73,14 @@ class Descriptors {
   Errno open(int processDirectory, int fd, uint32_t type, Link &link, darwin::proc_fileinfo &info);
   Errno openNameless(int processDirectory, int fd, const NamelessKind &kind, uint64_t &inode,
                      darwin::proc_fileinfo &info, darwin::vinfo_stat &stat);
-  bool sharesNetwork(int processDirectory);
+  void describeUnlisted(int processDirectory, int fd, uint64_t inode, darwin::socket_info &info);
 
   const NamelessKind socketKind_;
   const NamelessKind pipeKind_;
+  const NetworkKey ownNetwork_;
   SocketTable sockets_;
+  OtherNetworks otherNetworks_;
   MappedFiles mappedFiles_;
-  uint64_t networkDevice_ = 0;
-  uint64_t networkInode_ = 0;
   std::string text_;                       // the last fdinfo read
   std::vector<darwin::proc_fdinfo> list_;  // reused from one listing to the next
   std::vector<uint64_t> inodes_;

@@ -2,7 +2,6 @@
 
 #include <elf.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -10,10 +9,10 @@
 #include <cerrno>
 #include <chrono>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "host/linux/blocked_call.h"
+#include "host/linux/own_thread.h"
 #include "host/linux/process_text.h"
 #include "host/linux/register_set.h"
 #include "host/linux/stopped_threads.h"
@@ -23,22 +22,6 @@ namespace host::linux_machine {
 namespace {
 
 constexpr std::chrono::milliseconds kPatience(250);
-
-// While it lives, signals are not for the calling thread, and never for a thread started then.
-class NoSignals {
- public:
-  NoSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  NoSignals(const NoSignals &) = delete;
-  NoSignals &operator=(const NoSignals &) = delete;
-  ~NoSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_;
-};
 
 bool isThere(const ThreadPlace &place) {
   return faccessat(place.directory.get(), "stat", F_OK, 0) == 0;
@@ -59,12 +42,7 @@ Errno trace(const ThreadPlace &place, ThreadRegisters &registers) {
 // kernel sets free when that thread ends.
 Errno traceApart(const ThreadPlace &place, ThreadRegisters &registers) {
   Errno error = darwin::DARWIN_EIO;
-  std::thread tracer;
-  {
-    const NoSignals blocked;
-    tracer = std::thread([&] { error = trace(place, registers); });
-  }
-  tracer.join();
+  runInOwnThread([&] { error = trace(place, registers); });
   return error;
 }
 

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include "darwin/socket.h"
 #include "host/linux/procfs.h"
@@ -234,21 +235,26 @@ static bool isInUse(SocketSource source) {
   if (source != SocketSource::mptcp4 && source != SocketSource::mptcp6) return true;
   FileReader reader;
   std::string_view protocols;
-  if (reader.readList(AT_FDCWD, "/proc/self/net/protocols", protocols) != kAnswered) return true;
+  if (reader.readList(AT_FDCWD, "/proc/thread-self/net/protocols", protocols) != kAnswered) {
+    return true;
+  }
   return countsSockets(protocols, source == SocketSource::mptcp4 ? "MPTCP" : "MPTCPv6");
 }
 
+void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
+  for (const Family &family : kFamilies) {
+    if (isInUse(family.source)) kernel.dump(family.source, sockets, names);
+  }
+}
+
 SocketTable::SocketTable()
-    : kernel_(std::make_unique<SockDiag>()),
-      dump_([this](SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {
-        return !isInUse(source) || kernel_->dump(source, sockets, names);
-      }),
-      clock_(std::chrono::steady_clock::now) {}
+    : SocketTable([kernel = std::make_shared<SockDiag>()](
+                      std::vector<DiagSocket> &sockets,
+                      std::string &names) { dumpAllSockets(*kernel, sockets, names); },
+                  std::chrono::steady_clock::now) {}
 
 SocketTable::SocketTable(Dump dump, Clock clock)
     : dump_(std::move(dump)), clock_(std::move(clock)) {}
-
-SocketTable::~SocketTable() = default;
 
 void SocketTable::beginPass() {
   current_ = false;
@@ -258,7 +264,7 @@ void SocketTable::read() {
   const auto start = clock_();
   sockets_.clear();
   names_.clear();
-  for (const Family &family : kFamilies) dump_(family.source, sockets_, names_);
+  dump_(sockets_, names_);
   // A subflow of multipath TCP carries the inode of its owner, which comes first by its source.
   std::sort(sockets_.begin(), sockets_.end(), [](const DiagSocket &a, const DiagSocket &b) {
     return a.inode != b.inode ? a.inode < b.inode : a.source < b.source;

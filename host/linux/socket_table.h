@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,8 +17,8 @@ namespace host::linux_machine {
 
 class SocketTable {
  public:
-  // Appends the sockets of one source, as SockDiag::dump does.
-  using Dump = std::function<bool(SocketSource, std::vector<DiagSocket> &, std::string &)>;
+  // Appends all sockets and their names.
+  using Dump = std::function<void(std::vector<DiagSocket> &, std::string &)>;
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
   // Reads the sockets of this network namespace.
@@ -27,7 +26,6 @@ class SocketTable {
   SocketTable(Dump dump, Clock clock);
   SocketTable(const SocketTable &) = delete;
   SocketTable &operator=(const SocketTable &) = delete;
-  ~SocketTable();
 
   // The next question reads the tables anew.
   void beginPass();
@@ -42,7 +40,6 @@ class SocketTable {
   const DiagSocket *find(uint64_t inode) const;
   std::string_view nameOf(const DiagSocket &socket) const;
 
-  std::unique_ptr<SockDiag> kernel_;
   Dump dump_;
   Clock clock_;
   bool current_ = false;
@@ -51,6 +48,10 @@ class SocketTable {
   std::vector<DiagSocket> sockets_;                 // by inode
   std::string names_;
 };
+
+// Appends the sockets of all sources that are in use in the calling thread's network namespace,
+// which has to be that of `kernel`.
+void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names);
 
 // Fills type, protocol, family and kind of a socket that has no address yet from the name that its
 // protocol has in the kernel ("TCPv6"). False, with nothing changed, for other names.

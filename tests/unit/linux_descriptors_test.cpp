@@ -12,6 +12,7 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -450,36 +451,127 @@ TEST_F(DescriptorsTest, UnboundSocketsAreKnownByTheirProtocol) {
   EXPECT_EQ(info.psi.soi_protocol, darwin::DARWIN_IPPROTO_UDP);
 }
 
-TEST_F(DescriptorsTest, SocketOfAnotherNetworkHasNoFamily) {
-  // What the namespace holds is told to the parent, whose own tables do not have the socket.
-  int ready[2];
-  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
-  Owned reading(ready[0]);
-  Owned writing(ready[1]);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    int fd = -1;
-    if (unshare(CLONE_NEWNET) == 0) fd = socket(AF_INET, SOCK_STREAM, 0);
-    if (fd >= 0 && listen(fd, 1) != 0) fd = -1;
-    if (write(ready[1], &fd, sizeof(fd)) != sizeof(fd)) _exit(1);
-    for (;;) pause();
+// A child in a network namespace of its own, with a TCP socket that listens and a pair of named
+// UNIX sockets.
+class OtherNetwork {
+ public:
+  struct Sockets {
+    int listening = -1;  // where there are none
+    uint16_t port = 0;   // network order
+    int local = -1;
+    uint64_t localPeer = 0;
+  };
+
+  // `prepare` is called in the child.
+  explicit OtherNetwork(const std::function<bool()> &prepare) {
+    int ready[2];
+    EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    child_ = fork();
+    if (child_ == 0) {
+      const Sockets made = prepare() ? make() : Sockets{};
+      if (write(ready[1], &made, sizeof made) != sizeof made) _exit(1);
+      for (;;) pause();
+    }
+    close(ready[1]);
+    EXPECT_EQ(read(ready[0], &sockets_, sizeof sockets_), static_cast<ssize_t>(sizeof sockets_));
+    close(ready[0]);
+    directory_ = open(("/proc/" + std::to_string(child_)).c_str(), O_RDONLY | O_DIRECTORY);
   }
-  int fd = -1;
-  const ssize_t got = read(reading.get(), &fd, sizeof(fd));
-  const Owned process(open(("/proc/" + std::to_string(child)).c_str(), O_RDONLY | O_DIRECTORY));
+  OtherNetwork(const OtherNetwork &) = delete;
+  OtherNetwork &operator=(const OtherNetwork &) = delete;
+  ~OtherNetwork() {
+    close(directory_);
+    __real_kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+  bool isThere() const { return sockets_.listening >= 0; }
+  int directory() const { return directory_; }
+  const Sockets &sockets() const { return sockets_; }
+
+ private:
+  static Sockets make() {
+    Sockets made;
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    int pair[2];
+    const int tcp = socket(AF_INET, SOCK_STREAM, 0);
+    if (listen(tcp, 1) != 0 ||
+        getsockname(tcp, reinterpret_cast<sockaddr *>(&address), &size) != 0 ||
+        socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) {
+      return {};
+    }
+    struct stat peer = {};
+    fstat(pair[1], &peer);
+    made.listening = tcp;
+    made.port = address.sin_port;
+    made.local = pair[0];
+    made.localPeer = peer.st_ino;
+    return made;
+  }
+
+  pid_t child_ = -1;
+  int directory_ = -1;
+  Sockets sockets_;
+};
+
+bool enterNewNetwork() {
+  return unshare(CLONE_NEWNET) == 0;
+}
+
+TEST_F(DescriptorsTest, SocketsOfAnotherNetworkAreListedThere) {
+  const OtherNetwork other(enterNewNetwork);
+  if (!other.isThere()) GTEST_SKIP() << "making a network namespace is not allowed here";
+  std::vector<darwin::proc_fdinfo> openBefore;
+  std::vector<darwin::proc_fdinfo> openAfter;
   darwin::socket_fdinfo info = {};
-  info.psi.soi_family = -1;
-  const Errno error = fd >= 0 ? descriptors_.socket(process.get(), fd, info) : kAnswered;
-  __real_kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  ASSERT_EQ(got, static_cast<ssize_t>(sizeof(fd)));
-  if (fd < 0) GTEST_SKIP() << "making a network namespace is not allowed here";
-  EXPECT_EQ(error, kAnswered);
-  EXPECT_EQ(info.psi.soi_family, 0);
-  EXPECT_EQ(info.psi.soi_kind, 0);
-  EXPECT_NE(info.psi.soi_so, 0u);
+  // Once, so that what is kept open for this network is.
+  ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().local, info), kAnswered);
+  ASSERT_EQ(descriptors_.list(self_.get(), SIZE_MAX, openBefore), kAnswered);
+  const NetworkKey ownNetwork = networkOf(self_.get());
+
+  descriptors_.beginPass();
+  ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().listening, info), kAnswered);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_INET);
+  EXPECT_EQ(info.psi.soi_kind, darwin::SOCKINFO_TCP);
+  EXPECT_EQ(info.psi.soi_proto.pri_tcp.tcpsi_state, darwin::TSI_S_LISTEN);
+  EXPECT_EQ(info.psi.soi_proto.pri_tcp.tcpsi_ini.insi_lport, other.sockets().port);
   EXPECT_EQ(info.pfi.fi_openflags, darwin::DARWIN_FREAD | darwin::DARWIN_FWRITE);
+  ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().local, info), kAnswered);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_UNIX);
+  EXPECT_EQ(info.psi.soi_proto.pri_un.unsi_conn_so, other.sockets().localPeer);
+
+  EXPECT_EQ(networkOf(self_.get()), ownNetwork) << "this thread has not moved";
+  ASSERT_EQ(descriptors_.list(self_.get(), SIZE_MAX, openAfter), kAnswered);
+  EXPECT_EQ(openAfter.size(), openBefore.size()) << "nothing keeps the other network";
+}
+
+// Neither may a user enter the network that he made himself, as a part of a user namespace.
+TEST_F(DescriptorsTest, SocketOfAnotherNetworkHasNoFamilyToUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to give root up";
+  constexpr int kLeftOut = 99;
+  const auto ask = [] {
+    // Who gave up root keeps others from looking at him, his own included.
+    if (setgid(65534) != 0 || setuid(65534) != 0 || prctl(PR_SET_DUMPABLE, 1) != 0) return 100;
+    const OtherNetwork other([] { return unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0; });
+    if (!other.isThere()) return kLeftOut;
+    Descriptors descriptors;
+    darwin::socket_fdinfo info = {};
+    info.psi.soi_family = -1;
+    if (descriptors.socket(other.directory(), other.sockets().listening, info) != kAnswered) {
+      return 101;
+    }
+    const bool isUnknown =
+        info.psi.soi_family == 0 && info.psi.soi_kind == 0 && info.psi.soi_so != 0;
+    return isUnknown ? 0 : 102;
+  };
+  const pid_t asker = fork();
+  ASSERT_GE(asker, 0);
+  if (asker == 0) _exit(ask());
+  int status = -1;
+  ASSERT_EQ(waitpid(asker, &status, 0), asker);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == kLeftOut) GTEST_SKIP() << "user namespaces are not allowed here";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(DescriptorsTest, UnixStreamWithPath) {

@@ -355,19 +355,13 @@ class SocketTableTest : public testing::Test {
   int readings_ = 0;
   milliseconds duration_{0};  // of a reading
   std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
-  SocketTable table_{
-      [this](SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {
-        if (source == SocketSource::tcp4) {
-          readings_++;
-          now_ += duration_;
-        }
-        if (source == SocketSource::unixDomain) names += names_;
-        for (const DiagSocket &socket : kernel_) {
-          if (socket.source == source) sockets.push_back(socket);
-        }
-        return true;
-      },
-      [this] { return now_; }};
+  SocketTable table_{[this](std::vector<DiagSocket> &sockets, std::string &names) {
+                       readings_++;
+                       now_ += duration_;
+                       names += names_;
+                       sockets.insert(sockets.end(), kernel_.begin(), kernel_.end());
+                     },
+                     [this] { return now_; }};
 };
 
 TEST_F(SocketTableTest, MapsTcpStates) {
