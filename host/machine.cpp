@@ -10,6 +10,9 @@ using darwin::DARWIN_ENOTSUP;
 Errno Machine::kernelName(KernelName &) {
   return DARWIN_ENOTSUP;
 }
+KernelFamily Machine::kernelFamily() noexcept {
+  return kUsualFamily;
+}
 bool Machine::isPrivileged() {
   return false;
 }

@@ -1,7 +1,7 @@
 // The questions that a machine answers on behalf of a Darwin kernel. The C entry points
 // (host/entry/) check arguments and buffers as the kernel does and then ask here; an answer is in
-// Darwin's own structures and units. Machines: the live Linux system (host/linux/), and one that
-// supports nothing (host/none/).
+// Darwin's own structures and units. Machines: the live Linux system (host/linux/), a simulated
+// device (host/simulator/), and one that supports nothing (host/none/).
 #pragma once
 
 #include <sys/types.h>
@@ -25,6 +25,7 @@
 #include "darwin/rusage.h"
 #include "darwin/sysctl.h"
 #include "darwin/thread_state.h"
+#include "host/kernel_family.h"
 
 namespace host {
 
@@ -161,6 +162,8 @@ class Machine {
 
   // The machine itself.
   virtual Errno kernelName(KernelName &name);
+  // Where kernels differ, entry points do as this one does. By default the usual one.
+  virtual KernelFamily kernelFamily() noexcept;
   // Whether the caller holds the privileged host port, as root does.
   virtual bool isPrivileged();
   // Whether the C library has an entry point that only some releases have, such as
@@ -288,9 +291,8 @@ class Machine {
   virtual Errno wirelessNetwork(const std::string &interface, WirelessNetwork &network);
 };
 
-// The machine that the entry points ask. Chosen once, before main, from SONDEX_DEVICE: unset or
-// empty is this Linux system, "none" the machine that supports nothing; another word ends the
-// program with a message.
+// The machine that the entry points ask. Chosen once, before main, from SONDEX_DEVICE
+// (host/selection.h says how).
 Machine &machine();
 
 // Replaces the machine (null: back to the one chosen at start) and returns the one replaced, or

@@ -22,11 +22,19 @@ using darwin::DARWIN_ENOTSOCK;
 using darwin::DARWIN_ENOTSUP;
 using darwin::DARWIN_EOPNOTSUPP;
 using darwin::DARWIN_EOVERFLOW;
+using darwin::DARWIN_EPERM;
 
 // What the kernel adds to a size estimate, for what may start before the list is fetched.
 constexpr size_t kSpareEntries = 20;
 
 constexpr int32_t kLongestPathBuffer = 4 * darwin::DARWIN_MAXPATHLEN;
+
+// The first kernels that do so.
+constexpr KernelFamily kTellsCoalitions = 2782;
+constexpr KernelFamily kTellsBothCoalitions = 3247;
+constexpr KernelFamily kTellsEvents = 3247;
+constexpr KernelFamily kHasOneWrongTypeError = 7195;
+constexpr KernelFamily kHidesItsRegions = 10002;
 
 struct Buffer {
   void *data;
@@ -238,10 +246,26 @@ Errno pidCoalition(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   return askStructure(&Machine::coalition, pid, buffer, result);
 }
 
+// The older form of darwin::proc_pidcoalitioninfo.
+struct ShortCoalitionInfo {
+  uint64_t coalition;
+  uint64_t reserved[3];
+};
+static_assert(sizeof(ShortCoalitionInfo) == 32);
+
+Errno pidShortCoalition(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
+  darwin::proc_pidcoalitioninfo info{};
+  const Errno error = machine().coalition(pid, info);
+  if (error != kAnswered) return error;
+  const ShortCoalitionInfo brief{info.coalition_id[darwin::COALITION_TYPE_RESOURCE], {}};
+  return giveStructure(brief, buffer, result);
+}
+
 struct PidFlavour {
   uint32_t number;
   int32_t smallestBuffer;
   Errno (*answer)(pid_t pid, uint64_t arg, const Buffer &buffer, int &result);
+  KernelFamily since = 0;
 };
 
 // Flavours that are not here are answered like ones that the kernel does not know. Of those that
@@ -261,19 +285,39 @@ constexpr PidFlavour kPidFlavours[] = {
     {darwin::PROC_PIDWORKQUEUEINFO, sizeOf<darwin::proc_workqueueinfo>(), pidWorkQueue},
     {darwin::PROC_PIDT_SHORTBSDINFO, sizeOf<ShortBsdInfo>(), pidShortBsdInfo},
     {darwin::PROC_PIDTHREADID64INFO, sizeOf<darwin::proc_threadinfo>(), pidThreadInfoByID},
-    {darwin::PROC_PIDCOALITIONINFO, sizeOf<darwin::proc_pidcoalitioninfo>(), pidCoalition},
+    {darwin::PROC_PIDCOALITIONINFO, sizeOf<darwin::proc_pidcoalitioninfo>(), pidCoalition,
+     kTellsBothCoalitions},
+    {darwin::PROC_PIDCOALITIONINFO, sizeOf<ShortCoalitionInfo>(), pidShortCoalition,
+     kTellsCoalitions},
     {darwin::PROC_PIDLISTTHREADIDS, sizeOf<uint64_t>(), pidListThreadIDs},
 };
 
+bool isSince(KernelFamily first) {
+  return first == 0 || machine().kernelFamily() >= first;
+}
+
+// The first row for that number which the kernel has; null when there is none.
 template <typename Flavour, size_t count>
 const Flavour *findFlavour(const Flavour (&table)[count], uint32_t number) {
-  const Flavour *found = std::find_if(std::begin(table), std::end(table),
-                                      [number](const auto &row) { return row.number == number; });
+  const Flavour *found = std::find_if(
+      std::begin(table), std::end(table),
+      [number](const Flavour &row) { return row.number == number && isSince(row.since); });
   return found == std::end(table) ? nullptr : found;
 }
 
+// The last three tell a region's path in other forms.
+constexpr uint32_t kRegionFlavours[] = {darwin::PROC_PIDREGIONINFO, darwin::PROC_PIDREGIONPATHINFO,
+                                        22, 23, 31};
+
+bool asksForRegion(uint32_t flavour) {
+  return std::find(std::begin(kRegionFlavours), std::end(kRegionFlavours), flavour) !=
+         std::end(kRegionFlavours);
+}
+
 Errno pidInfo(pid_t pid, uint32_t number, uint64_t arg, const Buffer &buffer, int &result) {
+  // The kernel itself is told apart before anything else is looked at.
   if (pid == 0 && number == darwin::PROC_PIDWORKQUEUEINFO) return DARWIN_EINVAL;
+  if (pid == 0 && asksForRegion(number) && isSince(kHidesItsRegions)) return DARWIN_EPERM;
   const PidFlavour *flavour = findFlavour(kPidFlavours, number);
   if (flavour == nullptr) return DARWIN_EINVAL;
   // Without a buffer this one is a question for the size.
@@ -282,15 +326,14 @@ Errno pidInfo(pid_t pid, uint32_t number, uint64_t arg, const Buffer &buffer, in
   return flavour->answer(pid, arg, buffer, result);
 }
 
-// Tells "not open" from "not a file", which the kernel presented here keeps apart for this type.
+// Tells "not open" from "not a file", which older kernels keep apart.
 Errno askVnode(pid_t pid, int fd, darwin::vnode_fdinfowithpath &info) {
   const Errno error = machine().vnodeDescriptor(pid, fd, info);
+  if (error != DARWIN_EBADF || isSince(kHasOneWrongTypeError)) return error;
   uint32_t type = darwin::PROX_FDTYPE_VNODE;
-  if (error == DARWIN_EBADF && machine().descriptorType(pid, fd, type) == kAnswered &&
-      type != darwin::PROX_FDTYPE_VNODE) {
-    return DARWIN_ENOTSUP;
-  }
-  return error;
+  const bool isOther =
+      machine().descriptorType(pid, fd, type) == kAnswered && type != darwin::PROX_FDTYPE_VNODE;
+  return isOther ? DARWIN_ENOTSUP : error;
 }
 
 Errno fdVnode(pid_t pid, int fd, const Buffer &buffer, int &result) {
@@ -309,7 +352,7 @@ Errno fdVnodePath(pid_t pid, int fd, const Buffer &buffer, int &result) {
 Errno fdSocket(pid_t pid, int fd, const Buffer &buffer, int &result) {
   const Errno error =
       askStructure<darwin::socket_fdinfo, int>(&Machine::socketDescriptor, pid, fd, buffer, result);
-  return error == DARWIN_ENOTSOCK ? DARWIN_EOPNOTSUPP : error;
+  return error == DARWIN_ENOTSOCK && !isSince(kHasOneWrongTypeError) ? DARWIN_EOPNOTSUPP : error;
 }
 
 Errno fdSemaphore(pid_t pid, int fd, const Buffer &buffer, int &result) {
@@ -351,6 +394,7 @@ struct DescriptorFlavour {
   uint32_t number;
   int32_t smallestBuffer;
   Errno (*answer)(pid_t pid, int fd, const Buffer &buffer, int &result);
+  KernelFamily since = 0;
 };
 
 constexpr DescriptorFlavour kDescriptorFlavours[] = {
@@ -361,7 +405,8 @@ constexpr DescriptorFlavour kDescriptorFlavours[] = {
     {darwin::PROC_PIDFDPSHMINFO, sizeOf<darwin::pshm_fdinfo>(), fdSharedMemory},
     {darwin::PROC_PIDFDPIPEINFO, sizeOf<darwin::pipe_fdinfo>(), fdPipe},
     {darwin::PROC_PIDFDKQUEUEINFO, sizeOf<darwin::kqueue_fdinfo>(), fdKqueue},
-    {darwin::PROC_PIDFDKQUEUE_EXTINFO, sizeOf<darwin::kevent_extinfo>(), fdKqueueEvents},
+    {darwin::PROC_PIDFDKQUEUE_EXTINFO, sizeOf<darwin::kevent_extinfo>(), fdKqueueEvents,
+     kTellsEvents},
     {darwin::PROC_PIDFDCHANNELINFO, sizeOf<darwin::channel_fdinfo>(), fdChannel},
 };
 
@@ -372,10 +417,16 @@ Errno pidFdInfo(pid_t pid, int fd, uint32_t number, const Buffer &buffer, int &r
   return flavour->answer(pid, fd, buffer, result);
 }
 
-// By version: each is a prefix of the last.
-constexpr size_t kUsageSizes[] = {
-    sizeof(darwin::rusage_info_v0), sizeof(darwin::rusage_info_v1), sizeof(darwin::rusage_info_v2),
-    sizeof(darwin::rusage_info_v3), sizeof(darwin::rusage_info_v4),
+struct UsageVersion {
+  size_t size;
+  KernelFamily since = 0;
+};
+
+// By number: each is a prefix of the last.
+constexpr UsageVersion kUsageVersions[] = {
+    {sizeof(darwin::rusage_info_v0)},       {sizeof(darwin::rusage_info_v1)},
+    {sizeof(darwin::rusage_info_v2)},       {sizeof(darwin::rusage_info_v3), 2782},
+    {sizeof(darwin::rusage_info_v4), 4570},
 };
 
 // The process is looked up before the version is looked at.
@@ -383,8 +434,10 @@ Errno pidRusage(pid_t pid, uint32_t version, void *buffer, int &result) {
   darwin::rusage_info_v4 usage{};
   Errno error = machine().resourceUsage(pid, usage);
   if (error != kAnswered) return error;
-  if (version >= std::size(kUsageSizes)) return DARWIN_EINVAL;
-  error = copyOut(&usage, kUsageSizes[version], buffer);
+  if (version >= std::size(kUsageVersions) || !isSince(kUsageVersions[version].since)) {
+    return DARWIN_EINVAL;
+  }
+  error = copyOut(&usage, kUsageVersions[version].size, buffer);
   if (error == kAnswered) result = 0;
   return error;
 }

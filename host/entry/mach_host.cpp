@@ -25,6 +25,8 @@ using darwin::MACH_SEND_INVALID_DEST;
 // Words of the older, shorter forms, which the kernel still gives to a caller with less room.
 constexpr mach_msg_type_number_t kOldBasicInfoCount = 5;
 constexpr mach_msg_type_number_t kOldVirtualMemoryCount = 24;
+// The first kernels that have the longer form of the latter.
+constexpr KernelFamily kCountsCompression = 2422;
 
 // How many processor ports were given out: a number beyond them names no port.
 std::atomic<unsigned int> g_processorPorts{0};
@@ -111,10 +113,10 @@ darwin::kern_return_t darwin::host_statistics64(host_t host, host_flavor_t flavo
   if (flavor != HOST_VM_INFO64) return KERN_INVALID_ARGUMENT;
   if (out == nullptr || count == nullptr) return KERN_INVALID_ADDRESS;
   if (*count < host::kOldVirtualMemoryCount) return KERN_FAILURE;
-  return host::giveWords(
-      &host::Machine::virtualMemory,
-      *count < HOST_VM_INFO64_COUNT ? host::kOldVirtualMemoryCount : HOST_VM_INFO64_COUNT, out,
-      count);
+  const bool isLong =
+      *count >= HOST_VM_INFO64_COUNT && host::machine().kernelFamily() >= host::kCountsCompression;
+  return host::giveWords(&host::Machine::virtualMemory,
+                         isLong ? HOST_VM_INFO64_COUNT : host::kOldVirtualMemoryCount, out, count);
 }
 
 // Only the port that leads to the kernel's task is asked for; the other slots are empty here.

@@ -35,6 +35,8 @@ constexpr kern_return_t kInvalidName = 15;
 // Words of the older forms of a region, which a caller with less room is given.
 constexpr mach_msg_type_number_t kOldRegionCount = 16;
 constexpr mach_msg_type_number_t kReusableRegionCount = 17;
+// The first kernels that have more words than those.
+constexpr KernelFamily kHasFullObjectIDs = 6153;
 
 // As guarded(), for a call that answers in Mach's numbers; an exception means that memory ran out.
 template <typename Call>
@@ -138,7 +140,8 @@ darwin::vm_region_submap_info_64 submapInfo(const darwin::proc_regioninfo &regio
 
 // How many words of a region a caller with that room is given; 0 for too little.
 mach_msg_type_number_t regionWords(mach_msg_type_number_t room) {
-  if (room >= darwin::VM_REGION_SUBMAP_INFO_COUNT_64) {
+  if (room >= darwin::VM_REGION_SUBMAP_INFO_COUNT_64 &&
+      machine().kernelFamily() >= kHasFullObjectIDs) {
     return darwin::VM_REGION_SUBMAP_INFO_COUNT_64;
   }
   if (room >= kReusableRegionCount) return kReusableRegionCount;
@@ -166,10 +169,16 @@ darwin::kern_return_t darwin::task_name_for_pid(mach_port_name_t, int pid, mach_
 }
 
 // Nothing is known of what other tasks did to one.
-darwin::kern_return_t darwin::task_info(task_name_t task, task_flavor_t, task_info_t,
-                                        mach_msg_type_number_t *) {
-  return host::answered(
-      [&] { return host::findPort(task) ? host::KERN_FAILURE : host::MACH_SEND_INVALID_DEST; });
+darwin::kern_return_t darwin::task_info(
+    task_name_t task, task_flavor_t flavor, task_info_t,
+    mach_msg_type_number_t *count) {  // NOLINT(readability-non-const-parameter)
+  return host::answered([&] {
+    const std::optional<host::ProcessPort> port = host::findPort(task);
+    if (!port) return host::MACH_SEND_INVALID_DEST;
+    const bool isAnswerable = port->kind != host::PortKind::kThread && flavor == TASK_EXTMOD_INFO &&
+                              *count >= sizeof(task_extmod_info) / sizeof(natural_t);
+    return isAnswerable ? host::KERN_FAILURE : host::KERN_INVALID_ARGUMENT;
+  });
 }
 
 darwin::kern_return_t darwin::task_threads(task_t task, thread_act_array_t *list,

@@ -302,6 +302,10 @@ Errno SimulatedMachine::kernelName(KernelName &name) {
   });
 }
 
+KernelFamily SimulatedMachine::kernelFamily() noexcept {
+  return kernelFamilyOf(state_->description().kernel.version);
+}
+
 bool SimulatedMachine::isPrivileged() {
   return callerUser() == kRoot;
 }

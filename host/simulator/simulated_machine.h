@@ -43,6 +43,7 @@ class SimulatedMachine final : public Machine {
   std::optional<Power> power();
 
   Errno kernelName(KernelName &name) override;
+  KernelFamily kernelFamily() noexcept override;
   bool isPrivileged() override;
   bool hasEntryPoint(std::string_view name) override;
   uint32_t callerUser() override;

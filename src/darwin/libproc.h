@@ -29,7 +29,8 @@ int proc_listpids(uint32_t type, uint32_t typeinfo, void *buffer, int buffersize
 // Writes what flavor asks about pid into buffer; arg is a thread handle, an address or 0, as the
 // flavour needs. Returns the bytes written. 0 on failure with errno set: EINVAL for an unknown
 // flavour, ENOMEM for a buffer below the flavour's size, ESRCH for no such process (or a zombie),
-// EPERM for another user's process when the caller is not root. Never negative.
+// EPERM for another user's process when the caller is not root, and on late kernels for the regions
+// of pid 0. Never negative.
 int proc_pidinfo(int pid, int flavor, uint64_t arg, void *buffer, int buffersize);
 
 // Writes what flavor asks about descriptor fd of pid into buffer. Returns the bytes written, except

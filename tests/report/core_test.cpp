@@ -259,9 +259,9 @@ TEST_F(Core, SaysMoreWithDebugOutput) {
   const Outcome outcome = run({"core"}, kRegions, "", {{"ZDEBUG", "1"}});
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_EQ(outcome.output,
-            "KR: 0 ADDR: 100000000 Size: 2000 infoCnt : 19, Submap: 0\n"
-            "KR: 0 ADDR: 100002000 Size: 1000 infoCnt : 19, Submap: 0\n"
-            "KR: 0 ADDR: 16f000000 Size: 1000 infoCnt : 19, Submap: 0\n");
+            "KR: 0 ADDR: 100000000 Size: 2000 infoCnt : 17, Submap: 0\n"
+            "KR: 0 ADDR: 100002000 Size: 1000 infoCnt : 17, Submap: 0\n"
+            "KR: 0 ADDR: 16f000000 Size: 1000 infoCnt : 17, Submap: 0\n");
   EXPECT_THAT(outcome.error, HasSubstr("\nThread 0 ("));
   EXPECT_THAT(outcome.error, HasSubstr("\nThread 1 ("));
   EXPECT_THAT(outcome.error,

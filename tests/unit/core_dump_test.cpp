@@ -435,6 +435,7 @@ TEST_F(CoreDumpTest, AFailedWriteLeavesNoFile) {
 }
 
 TEST_F(CoreDumpTest, DebugLines) {
+  machine.family = 6153;  // among the first that have all words of a region
   machine.regions = {makeRegion(kFirst, 0x1000, 5), makeRegion(kFirst + 0x1000, 0x1000, 3)};
   machine.contents[kFirst] = "\xcf\xfa\xed\xfe";
   machine.threads[1] = registers64(1);

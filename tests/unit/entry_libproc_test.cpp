@@ -245,6 +245,77 @@ TEST_F(PidInfo, WorkQueueOfPidZeroIsRefusedBeforeTheSizeIsLookedAt) {
   EXPECT_EQ(machine.asked, 0);
 }
 
+TEST_F(PidInfo, RegionsOfPidZeroAreHiddenByLateKernels) {
+  constexpr int kFlavours[] = {7, 8, 22, 23, 31};
+  for (const host::KernelFamily family : {10002u, 11417u}) {
+    machine.family = family;
+    for (const int flavour : kFlavours) {
+      SCOPED_TRACE(flavour);
+      // Before the flavour and the size are looked at.
+      for (const int size : {0, static_cast<int>(sizeof room.bytes)}) {
+        errno = 0;
+        EXPECT_EQ(proc_pidinfo(0, flavour, 0, room.bytes, size), 0);
+        EXPECT_EQ(errno, DARWIN_EPERM);
+      }
+    }
+  }
+  EXPECT_EQ(machine.asked, 0);
+  EXPECT_TRUE(room.untouchedFrom(0));
+  EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDREGIONPATHINFO, 0, room.bytes, 1272), 1272);
+  EXPECT_EQ(proc_pidinfo(0, PROC_PIDTASKINFO, 0, room.bytes, 95), 0);
+  EXPECT_EQ(errno, DARWIN_ENOMEM);
+}
+
+TEST_F(PidInfo, RegionsOfPidZeroAreToldByEarlierKernels) {
+  for (const host::KernelFamily family : {4903u, 10001u}) {
+    machine.family = family;
+    EXPECT_EQ(proc_pidinfo(0, PROC_PIDREGIONINFO, 0, room.bytes, 96), 96);
+    EXPECT_EQ(proc_pidinfo(0, PROC_PIDREGIONPATHINFO, 0, room.bytes, 1272), 1272);
+    EXPECT_EQ(proc_pidinfo(0, 22, 0, room.bytes, sizeof room.bytes), 0);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+  }
+}
+
+TEST_F(PidInfo, OldKernelsKnowNoCoalitions) {
+  for (const host::KernelFamily family : {2050u, 2422u, 2781u}) {
+    machine.family = family;
+    errno = 0;
+    EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, 40), 0);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+  }
+  EXPECT_EQ(machine.asked, 0);
+}
+
+TEST_F(PidInfo, CoalitionsHaveTheKernelsOwnLength) {
+  machine.coalitions.coalition_id[1] = 66;
+  for (const host::KernelFamily family : {2782u, 3246u}) {
+    machine.family = family;
+    room = Room();
+    errno = 0;
+    EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, 31), 0);
+    EXPECT_EQ(errno, DARWIN_ENOMEM);
+    for (const int size : {32, 40}) {
+      EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, size), 32);
+      const uint64_t words[] = {55, 0, 0, 0};
+      EXPECT_EQ(std::memcmp(room.bytes, words, sizeof words), 0);
+      EXPECT_TRUE(room.untouchedFrom(32));
+    }
+  }
+  for (const host::KernelFamily family : {3247u, 7195u}) {
+    machine.family = family;
+    errno = 0;
+    EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, 32), 0);
+    EXPECT_EQ(errno, DARWIN_ENOMEM);
+    EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, 64), 40);
+    EXPECT_EQ(room.as<proc_pidcoalitioninfo>().coalition_id[1], 66u);
+    EXPECT_TRUE(room.untouchedFrom(40));
+  }
+  machine.family = 2782;
+  machine.refusal = DARWIN_ESRCH;
+  EXPECT_EQ(proc_pidinfo(kPid, PROC_PIDCOALITIONINFO, 0, room.bytes, 32), 0);
+  EXPECT_EQ(errno, DARWIN_ESRCH);
+}
+
 TEST_F(PidInfo, PassesTheMachinesRefusalOn) {
   for (const host::Errno refusal : {DARWIN_EPERM, DARWIN_ESRCH, DARWIN_ENOTSUP}) {
     machine.refusal = refusal;
@@ -430,12 +501,13 @@ struct FdFlavour {
   int fd;
   int size;
   int otherType;
+  int otherTypeLater = DARWIN_EBADF;
 };
 
 constexpr FdFlavour kDescriptors[] = {
     {PROC_PIDFDVNODEINFO, 1, 176, DARWIN_ENOTSUP},
     {PROC_PIDFDVNODEPATHINFO, 1, 1200, DARWIN_ENOTSUP},
-    {PROC_PIDFDSOCKETINFO, 2, 792, DARWIN_EOPNOTSUPP},
+    {PROC_PIDFDSOCKETINFO, 2, 792, DARWIN_EOPNOTSUPP, DARWIN_ENOTSOCK},
     {PROC_PIDFDPSEMINFO, 4, 1184, DARWIN_EBADF},
     {PROC_PIDFDPSHMINFO, 3, 1192, DARWIN_EBADF},
     {PROC_PIDFDPIPEINFO, 6, 184, DARWIN_EBADF},
@@ -485,6 +557,38 @@ TEST_F(FdInfo, RefusesUnknownFlavoursFirst) {
   }
 }
 
+TEST_F(FdInfo, ChecksFlavourThenSizeThenProcess) {
+  machine.refusal = DARWIN_ESRCH;
+  EXPECT_EQ(ask(1, 8, 0), 0);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_EQ(ask(1, PROC_PIDFDVNODEPATHINFO, 1024), 0);
+  EXPECT_EQ(errno, DARWIN_ENOMEM);
+  EXPECT_EQ(machine.asked, 0);
+  EXPECT_EQ(ask(1, PROC_PIDFDVNODEPATHINFO, 1200), 0);
+  EXPECT_EQ(errno, DARWIN_ESRCH);
+}
+
+TEST_F(FdInfo, SomeTypesAreAskedForInVain) {
+  machine.types[7] = PROX_FDTYPE_FSEVENTS;
+  machine.types[9] = PROX_FDTYPE_NETPOLICY;
+  machine.types[11] = PROX_FDTYPE_NEXUS;
+  EXPECT_EQ(ask(7, PROC_PIDFDPIPEINFO, 1024), 0);
+  EXPECT_EQ(errno, DARWIN_EBADF);
+  EXPECT_EQ(ask(9, PROC_PIDFDKQUEUE_EXTINFO, 1024), 0);
+  EXPECT_EQ(errno, DARWIN_EBADF);
+  EXPECT_EQ(ask(11, 11, 1024), 0);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_TRUE(room.untouchedFrom(0));
+}
+
+TEST_F(FdInfo, OldKernelsDoNotTellEvents) {
+  machine.family = 3246;
+  EXPECT_EQ(ask(5, PROC_PIDFDKQUEUE_EXTINFO, 1024), 0);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  machine.family = 3247;
+  EXPECT_EQ(ask(5, PROC_PIDFDKQUEUE_EXTINFO, 1024), 3);
+}
+
 TEST_F(FdInfo, NumbersThatAreNotOpenAreBad) {
   for (const FdFlavour &row : kDescriptors) {
     SCOPED_TRACE(row.flavour);
@@ -495,12 +599,15 @@ TEST_F(FdInfo, NumbersThatAreNotOpenAreBad) {
   }
 }
 
-TEST_F(FdInfo, OtherTypesAreRefusedAsThisKernelDoes) {
-  for (const FdFlavour &row : kDescriptors) {
-    SCOPED_TRACE(row.flavour);
-    const int other = row.fd == 6 ? 1 : 6;
-    EXPECT_EQ(ask(other, row.flavour, sizeof room.bytes), 0);
-    EXPECT_EQ(errno, row.otherType);
+TEST_F(FdInfo, OtherTypesAreRefusedAsTheKernelDoes) {
+  for (const host::KernelFamily family : {4903u, 6153u, 7195u, 11417u}) {
+    machine.family = family;
+    for (const FdFlavour &row : kDescriptors) {
+      SCOPED_TRACE(row.flavour);
+      const int other = row.fd == 6 ? 1 : 6;
+      EXPECT_EQ(ask(other, row.flavour, sizeof room.bytes), 0);
+      EXPECT_EQ(errno, family < 7195 ? row.otherType : row.otherTypeLater);
+    }
   }
   EXPECT_EQ(ask(1, PROC_PIDFDKQUEUE_EXTINFO, 1024), 0);
   EXPECT_EQ(errno, DARWIN_EBADF);
@@ -583,6 +690,22 @@ TEST_F(Rusage, RefusesVersionsThatTheKernelDoesNotKnowAfterTheProcess) {
     EXPECT_EQ(errno, DARWIN_ESRCH);
   }
   EXPECT_TRUE(room.untouchedFrom(0));
+}
+
+TEST_F(Rusage, VersionsCameWithTheKernels) {
+  const struct {
+    host::KernelFamily family;
+    int newest;
+  } kRows[] = {{2422, 2}, {2781, 2}, {2782, 3}, {4569, 3}, {4570, 4}, {11417, 4}};
+  for (const auto &row : kRows) {
+    SCOPED_TRACE(row.family);
+    machine.family = row.family;
+    EXPECT_EQ(ask(row.newest), 0);
+    room = Room();
+    EXPECT_EQ(ask(row.newest + 1), -1);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+    EXPECT_TRUE(room.untouchedFrom(0));
+  }
 }
 
 TEST_F(Rusage, RefusalsExceptionsAndNullBuffers) {

@@ -99,6 +99,17 @@ TEST_F(MachHost, MemoryStatisticsComeInTwoLengths) {
   }
 }
 
+TEST_F(MachHost, OldKernelsKnowTheShortMemoryStatisticsOnly) {
+  for (const host::KernelFamily family : {2050u, 2421u, 2422u}) {
+    machine.family = family;
+    out = Words();
+    mach_msg_type_number_t count = 152;
+    EXPECT_EQ(host_statistics64(mach_host_self(), HOST_VM_INFO64, out.words, &count), KERN_SUCCESS);
+    EXPECT_EQ(count, family < 2422 ? 24u : 38u);
+    EXPECT_TRUE(out.untouchedFrom(count));
+  }
+}
+
 TEST_F(MachHost, UnknownFlavoursAndPortsWriteNothing) {
   mach_msg_type_number_t count = 64;
   const mach_port_t self = mach_host_self();

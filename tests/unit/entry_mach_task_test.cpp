@@ -139,18 +139,12 @@ TEST_F(MachTaskTest, RegionsUpToTheLast) {
   const mach_port_t task = openTask();
   vm_region_submap_info_64 info{};
   const auto out = reinterpret_cast<vm_region_recurse_info_t>(&info);
-  for (const mach_msg_type_number_t room : {15u, 16u, 17u, 18u, 19u, 40u}) {
+  for (const mach_msg_type_number_t room : {16u, 17u, 40u}) {
     vm_address_t address = 0;
     vm_size_t size = 0;
     natural_t depth = 1;
     mach_msg_type_number_t count = room;
-    const kern_return_t result = vm_region_recurse_64(task, &address, &size, &depth, out, &count);
-    if (room < 16) {
-      EXPECT_EQ(result, KERN_INVALID_ARGUMENT);
-      continue;
-    }
-    EXPECT_EQ(result, KERN_SUCCESS);
-    EXPECT_EQ(count, room == 18 ? 17 : room < 19 ? room : 19);
+    EXPECT_EQ(vm_region_recurse_64(task, &address, &size, &depth, out, &count), KERN_SUCCESS);
     EXPECT_EQ(address, 0x4000u);
     EXPECT_EQ(size, 0x1000u);
     EXPECT_EQ(info.protection, 5);
@@ -166,6 +160,55 @@ TEST_F(MachTaskTest, RegionsUpToTheLast) {
   EXPECT_EQ(size, 99u);
 }
 
+TEST_F(MachTaskTest, RegionsHaveAsManyWordsAsKernelAndCallerKnow) {
+  machine.regions = {makeRegion(0x4000, 0x1000)};
+  const mach_port_t task = openTask();
+  const struct {
+    host::KernelFamily family;
+    mach_msg_type_number_t room;
+    mach_msg_type_number_t words;  // 0: refused
+  } rows[] = {
+      {4903, 15, 0},  {4903, 16, 16}, {4903, 17, 17}, {4903, 19, 17}, {6152, 40, 17}, {6153, 15, 0},
+      {6153, 16, 16}, {6153, 17, 17}, {6153, 18, 17}, {6153, 19, 19}, {6153, 40, 19},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.room);
+    machine.family = row.family;
+    int words[40];
+    std::fill(std::begin(words), std::end(words), -1);
+    vm_address_t address = 0;
+    vm_size_t size = 0;
+    natural_t depth = 1;
+    mach_msg_type_number_t count = row.room;
+    EXPECT_EQ(vm_region_recurse_64(task, &address, &size, &depth, words, &count),
+              row.words != 0 ? KERN_SUCCESS : KERN_INVALID_ARGUMENT);
+    EXPECT_EQ(count, row.words != 0 ? row.words : row.room);
+    EXPECT_EQ(std::count(std::begin(words) + row.words, std::end(words), -1),
+              40 - static_cast<int>(row.words));
+    if (row.words == 19) {
+      EXPECT_EQ(words[17], 0xabcd) << "the object";
+    }
+  }
+}
+
+TEST_F(MachTaskTest, NothingIsKnownOfWhatOthersDid) {
+  machine.threads[5] = arm_thread_state64_t{};
+  mach_port_t name = 0;
+  ASSERT_EQ(task_name_for_pid(mach_task_self_, kPid, &name), KERN_SUCCESS);
+  integer_t info[16] = {};
+  for (mach_msg_type_number_t count : {16u, 64u}) {
+    EXPECT_EQ(task_info(openTask(), TASK_EXTMOD_INFO, info, &count), KERN_FAILURE);
+    EXPECT_EQ(task_info(name, TASK_EXTMOD_INFO, info, &count), KERN_FAILURE);
+  }
+  mach_msg_type_number_t count = 15;
+  EXPECT_EQ(task_info(openTask(), TASK_EXTMOD_INFO, info, &count), KERN_INVALID_ARGUMENT);
+  count = 64;
+  EXPECT_EQ(task_info(openTask(), 1, info, &count), KERN_INVALID_ARGUMENT);
+  EXPECT_EQ(task_info(openThread(5), TASK_EXTMOD_INFO, info, &count), KERN_INVALID_ARGUMENT);
+  EXPECT_EQ(count, 64u);
+  mach_port_deallocate(mach_task_self_, name);
+}
+
 TEST_F(MachTaskTest, MemoryIsReadWholeOrNotAtAll) {
   const mach_port_t task = openTask();
   uint8_t bytes[8] = {};
@@ -177,6 +220,37 @@ TEST_F(MachTaskTest, MemoryIsReadWholeOrNotAtAll) {
   machine.unreadable = {0x5007};
   EXPECT_EQ(mach_vm_read_overwrite(task, 0x5000, sizeof bytes, to, &size), KERN_INVALID_ADDRESS);
   EXPECT_EQ(mach_vm_read_overwrite(task, ~uint64_t{0}, 2, to, &size), KERN_INVALID_ADDRESS);
+}
+
+TEST_F(MachTaskTest, OfAProcessThatIsGoneNothingIsWritten) {
+  machine.threads[5] = arm_thread_state64_t{};
+  machine.regions = {makeRegion(0x4000, 0x1000)};
+  const mach_port_t task = openTask();
+  const mach_port_t thread = openThread(5);
+  machine.pid = kPid + 1;
+  machine.threads.clear();
+
+  auto *const untouched = reinterpret_cast<thread_act_t *>(8);
+  thread_act_array_t list = untouched;
+  mach_msg_type_number_t count = 70;
+  EXPECT_EQ(task_threads(task, &list, &count), KERN_FAILURE);
+  EXPECT_EQ(list, untouched);
+  natural_t state[70] = {7};
+  EXPECT_EQ(act_get_state(thread, ARM_THREAD_STATE64, state, &count), KERN_FAILURE);
+  EXPECT_EQ(state[0], 7u);
+  EXPECT_EQ(count, 70u);
+  vm_address_t address = 0;
+  vm_size_t size = 0;
+  natural_t depth = 1;
+  EXPECT_NE(vm_region_recurse_64(task, &address, &size, &depth,
+                                 reinterpret_cast<vm_region_recurse_info_t>(state), &count),
+            KERN_SUCCESS);
+  EXPECT_EQ(size, 0u);
+  mach_vm_size_t read = 99;
+  EXPECT_EQ(
+      mach_vm_read_overwrite(task, 0x4000, 4, reinterpret_cast<mach_vm_address_t>(state), &read),
+      KERN_FAILURE);
+  EXPECT_EQ(read, 99u);
 }
 
 TEST_F(MachTaskTest, TheKernelsTaskIsAmongTheSpecialPorts) {

@@ -29,6 +29,7 @@ class EntryMachine : public host::Machine {
   std::atomic<int> asked{0};
 
   host::KernelName name;
+  host::KernelFamily family = host::kUsualFamily;
   bool privileged = true;
   std::set<std::string, std::less<>> entryPoints;
 
@@ -77,6 +78,7 @@ class EntryMachine : public host::Machine {
   darwin::xsw_usage swap{};
 
   host::Errno kernelName(host::KernelName &out) override { return give(out, name); }
+  host::KernelFamily kernelFamily() noexcept override { return family; }
   bool isPrivileged() override {
     if (throws) throw std::bad_alloc();
     errno = kForeignErrno;

@@ -55,11 +55,13 @@ class MemoryMachine : public host::Machine {
   bool givesTaskName = true;
   bool givesKernelTask = false;
   bool privileged = true;
+  host::KernelFamily family = host::kUsualFamily;
   uint32_t user = 0;
   std::optional<std::vector<std::string>> extensions;
   int extensionsAsked = 0;
   size_t largestRead = 0;
 
+  host::KernelFamily kernelFamily() noexcept override { return family; }
   bool isPrivileged() override { return privileged; }
   uint32_t callerUser() override { return user; }
   host::Errno taskPort(pid_t of) override {

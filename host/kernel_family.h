@@ -1,0 +1,18 @@
+// Which kernel is presented: what kernels refuse and how long their answers are changed over the
+// years, from one build family to another.
+#pragma once
+
+#include <string_view>
+
+namespace host {
+
+// The number behind "xnu-" in a kernel's version. Later kernels have larger ones.
+using KernelFamily = unsigned int;
+
+// That of this Linux system, and of versions that name none.
+inline constexpr KernelFamily kUsualFamily = 4903;
+
+// kUsualFamily for a version without a number that can be told.
+KernelFamily kernelFamilyOf(std::string_view version) noexcept;
+
+}  // namespace host
