@@ -19,7 +19,7 @@ namespace {
 
 // One line that a terminal can be given.
 bool isFit(const std::string &text) {
-  if (text.empty() || text.size() > 1000) return false;
+  if (text.empty() || text.size() > 2000) return false;
   for (const char letter : text) {
     if (static_cast<unsigned char>(letter) < ' ' || letter == 0x7F) return false;
   }

@@ -506,9 +506,9 @@ struct Device {
   uint32_t caller = 0;  // effective user of the program: 0 is root
   Hardware hardware;
   Memory memory;
-  std::optional<Swap> swap;  // nothing: the kernel has none, all figures are 0
-  std::array<double, 3> loadAverages{};
-  std::optional<Figure> memoryLevel;  // percent still available; nothing: not supported
+  std::optional<Swap> swap;            // nothing: the kernel has none, all figures are 0
+  std::array<Figure, 3> loadAverages;  // thousandths
+  std::optional<Figure> memoryLevel;   // percent still available; nothing: not supported
   std::vector<Interface> interfaces;
   std::optional<WiFi> wifi;
   std::optional<Power> power;                                  // nothing: no such service

@@ -1,10 +1,13 @@
 #include "host/simulator/device_file.h"
 
+#include <regex.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "host/simulator/event_reader.h"
@@ -18,7 +21,7 @@ namespace host::simulator {
 namespace {
 
 constexpr size_t kLongestFile = size_t{4} << 20;
-constexpr size_t kLongestMessage = 600;
+constexpr size_t kLongestMessage = 1500;
 constexpr size_t kLongestKernelText = 255;
 constexpr size_t kLongestText = 1023;
 constexpr size_t kLongestInterface = 15;
@@ -26,7 +29,7 @@ constexpr size_t kLongestNetwork = 32;
 constexpr size_t kMostRadios = 4;
 constexpr size_t kMostInterfaces = 1000;
 constexpr size_t kMostProcessors = 256;
-constexpr double kLargestLoad = 1e6;
+constexpr uint64_t kLargestLoad = 1'000'000'000;  // thousandths
 // Of an idle processor, in millionths of a tick each second.
 constexpr int64_t kIdleGrowth = 100 * kMillion;
 
@@ -98,11 +101,31 @@ void readKernel(const Field &field, Kernel &kernel) {
   reader.finish();
 }
 
+// Whether the whole text is as the extended regular expression has it.
+bool matches(const std::string &text, const std::string &expression) {
+  regex_t compiled{};
+  const std::string whole = "^(" + expression + ")$";
+  if (regcomp(&compiled, whole.c_str(), REG_EXTENDED | REG_NOSUB) != 0) throw std::bad_alloc();
+  const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+  regfree(&compiled);
+  return found;
+}
+
+// UTC, or a zone that says all of itself: names are looked up in files that not every machine has,
+// and what is not found there is taken for UTC.
+bool isZone(const std::string &text) {
+  static const std::string kName = "([A-Za-z]{3,}|<[A-Za-z0-9+-]{3,}>)";
+  static const std::string kTime = "[+-]?[0-9]{1,3}(:[0-9]{2}){0,2}";
+  static const std::string kRule = "(J?[0-9]{1,3}|M[0-9]{1,2}[.][1-5][.][0-6])(/" + kTime + ")?";
+  return matches(text, "UTC|" + kName + kTime + "(" + kName + "(" + kTime + ")?," + kRule + "," +
+                           kRule + ")?");
+}
+
 void readZone(const Field &field, std::string &zone) {
   zone = field.text(kLongestKernelText);
-  const bool isPrintable = std::all_of(zone.begin(), zone.end(),
-                                       [](char letter) { return letter > ' ' && letter < 127; });
-  if (zone.empty() || !isPrintable) field.fail("a time zone such as \"UTC\" or \"CET-1CEST\"");
+  if (!isZone(zone)) {
+    field.fail("a time zone such as \"UTC\" or \"CET-1CEST,M3.5.0,M10.5.0/3\"");
+  }
 }
 
 void readClock(const Field &field, DeviceClock &clock) {
@@ -188,12 +211,12 @@ Swap readSwap(const Field &field) {
   return swap;
 }
 
-void readLoad(const Field &field, std::array<double, 3> &averages) {
+void readLoad(const Field &field, std::array<Figure, 3> &averages) {
   if (field.as<TomlArray>() == nullptr || field.count() != averages.size()) {
-    field.fail("an array of three numbers");
+    field.fail("an array of three figures");
   }
   for (size_t i = 0; i < averages.size(); i++) {
-    averages[i] = field.element(i).fraction(0, kLargestLoad);
+    averages[i] = field.element(i).figure(Unit::kLoad, kLargestLoad).figure;
   }
 }
 

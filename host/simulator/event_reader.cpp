@@ -1,6 +1,5 @@
 #include "host/simulator/event_reader.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <variant>
@@ -86,22 +85,15 @@ constexpr Word kErrors[] = {
     {"EOPNOTSUPP", darwin::DARWIN_EOPNOTSUPP},
 };
 
-// The calls, or the forms of one call, each once.
+// The calls, or the forms of one call.
 std::string listOfCalls(std::string_view call) {
   std::vector<std::string_view> names;
   for (const CallForm &row : kCallForms) {
-    const std::string_view name = call.empty() ? row.call : row.form;
     if (!call.empty() && row.call != call) continue;
-    if (!name.empty() && std::find(names.begin(), names.end(), name) == names.end()) {
-      names.push_back(name);
-    }
+    const std::string_view name = call.empty() ? row.call : row.form;
+    if (!name.empty()) names.push_back(name);
   }
-  std::string list;
-  for (const std::string_view name : names) {
-    if (!list.empty()) list += ", ";
-    list += quoted(name);
-  }
-  return list;
+  return quotedList(names);
 }
 
 constexpr std::string_view kProcessExpected = "a PID or a process's name";

@@ -1,7 +1,6 @@
 #include "host/simulator/host_answers.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "host/simulator/wide.h"
 
@@ -10,6 +9,7 @@ namespace host::simulator {
 namespace {
 
 constexpr int64_t kLoadScale = 2048;
+constexpr int64_t kThousand = 1000;
 constexpr int64_t kNanosecondsPerMicrosecond = 1'000;
 constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
 
@@ -82,13 +82,11 @@ void fillBootTime(const MachineClock &clock, Nanoseconds up, darwin::timeval &ti
   time.tv_usec = static_cast<int32_t>(microseconds % kMicrosecondsPerSecond);
 }
 
-void fillLoadAverage(const std::array<double, 3> &averages, darwin::loadavg &to) {
-  constexpr double kMost = 1e6;
+void fillLoadAverage(const std::array<Figure, 3> &averages, Nanoseconds now, darwin::loadavg &to) {
   to = {};
   for (size_t i = 0; i < averages.size(); ++i) {
-    // What is no number is no load.
-    const double average = averages[i] > 0 ? std::min(averages[i], kMost) : 0;
-    to.ldavg[i] = static_cast<uint32_t>(std::lround(average * kLoadScale));
+    const Wide scaled = Wide{averages[i].at(now)} * kLoadScale;
+    to.ldavg[i] = saturate<uint32_t>((scaled + kThousand / 2) / kThousand);
   }
   to.fscale = kLoadScale;
 }

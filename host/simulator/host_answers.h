@@ -16,7 +16,7 @@ void fillProcessorLoad(const Processor &processor, Nanoseconds now,
                        darwin::processor_cpu_load_info &load);
 // `up` is how long the device had been up at the start of its clock.
 void fillBootTime(const MachineClock &clock, Nanoseconds up, darwin::timeval &time);
-void fillLoadAverage(const std::array<double, 3> &averages, darwin::loadavg &to);
+void fillLoadAverage(const std::array<Figure, 3> &averages, Nanoseconds now, darwin::loadavg &to);
 void fillSwapUsage(const Swap &swap, Nanoseconds now, uint64_t pageSize, darwin::xsw_usage &usage);
 
 }  // namespace host::simulator

@@ -798,8 +798,8 @@ Errno SimulatedMachine::bootTime(darwin::timeval &time) {
 }
 
 Errno SimulatedMachine::loadAverage(darwin::loadavg &averages) {
-  return state_->ask(Question::loadAverage, [&](DeviceState &device, Nanoseconds) {
-    fillLoadAverage(device.device().loadAverages, averages);
+  return state_->ask(Question::loadAverage, [&](DeviceState &device, Nanoseconds now) {
+    fillLoadAverage(device.device().loadAverages, now, averages);
     return kAnswered;
   });
 }

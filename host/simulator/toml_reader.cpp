@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 #include "host/simulator/wide.h"
@@ -30,6 +31,7 @@ const UnitRow &rowOf(Unit unit) {
       {1, false, true, kSizeExpected},
       {1'000'000'000, true, false, "a time in seconds"},
       {10, true, false, "a share in percent"},
+      {1000, true, false, "a load average"},
   };
   return kRows[static_cast<size_t>(unit)];
 }
@@ -40,10 +42,18 @@ std::string numberText(double number) {
   return {text, end.ptr};
 }
 
+// As it may stand in the file: not like a whole number, which is another kind of value.
+std::string fractionText(double number) {
+  std::string text = numberText(number);
+  const bool isWhole = text.find_first_not_of("-0123456789") == std::string::npos;
+  if (isWhole) text += ".0";
+  return text;
+}
+
 std::string describe(const TomlValue &value) {
   if (const bool *flag = std::get_if<bool>(&value.data)) return *flag ? "true" : "false";
   if (const int64_t *number = std::get_if<int64_t>(&value.data)) return std::to_string(*number);
-  if (const double *number = std::get_if<double>(&value.data)) return numberText(*number);
+  if (const double *number = std::get_if<double>(&value.data)) return fractionText(*number);
   if (const std::string *text = std::get_if<std::string>(&value.data)) return quoted(*text);
   if (std::holds_alternative<TomlArray>(value.data)) return "an array";
   if (std::holds_alternative<TomlTable>(value.data)) return "a table";
@@ -52,14 +62,42 @@ std::string describe(const TomlValue &value) {
 }
 
 std::string listOf(std::span<const Word> words) {
-  std::string list;
-  for (const Word &word : words) {
-    if (!list.empty()) list += ", ";
-    list += '"';
-    list += word.text;
-    list += '"';
+  std::vector<std::string_view> texts;
+  texts.reserve(words.size());
+  for (const Word &word : words) texts.push_back(word.text);
+  return quotedList(texts);
+}
+
+// How many letters have to be put in, taken away or replaced to make one word of the other.
+size_t editsBetween(std::string_view a, std::string_view b) {
+  std::vector<size_t> edits(b.size() + 1);  // from what was seen of `a` to each beginning of `b`
+  std::iota(edits.begin(), edits.end(), size_t{0});
+  for (size_t i = 0; i < a.size(); i++) {
+    size_t diagonal = std::exchange(edits[0], i + 1);
+    for (size_t j = 0; j < b.size(); j++) {
+      const size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = edits[j + 1];
+      edits[j + 1] = std::min({replaced, diagonal + 1, edits[j] + 1});
+    }
   }
-  return list;
+  return edits.back();
+}
+
+// What may have been meant by a key that is not known: those much like it, else any other.
+std::string expectedFor(std::string_view key, std::span<const std::string_view> known) {
+  size_t fewest = key.size() / 3;
+  std::vector<std::string_view> alike;
+  for (const std::string_view other : known) {
+    // Keys may be as long as the file.
+    if (key.size() > other.size() + fewest) continue;
+    const size_t edits = editsBetween(key, other);
+    if (edits > fewest) continue;
+    if (edits < fewest) alike.clear();
+    fewest = edits;
+    if (std::find(alike.begin(), alike.end(), other) == alike.end()) alike.push_back(other);
+  }
+  if (alike.size() == 1) return quoted(alike.front());
+  return "one of " + quotedList(alike.empty() ? known : std::span<const std::string_view>(alike));
 }
 
 const Word *findWord(std::span<const Word> words, std::string_view text) {
@@ -183,6 +221,17 @@ std::string quoted(std::string_view text) {
   if (isLong) result += "...";
   result += '"';
   return result;
+}
+
+std::string quotedList(std::span<const std::string_view> texts) {
+  std::string list;
+  for (size_t i = 0; i < texts.size(); i++) {
+    const auto before = texts.first(i);
+    if (std::find(before.begin(), before.end(), texts[i]) != before.end()) continue;
+    if (!list.empty()) list += ", ";
+    list += quoted(texts[i]);
+  }
+  return list;
 }
 
 std::string Path::text() const {
@@ -448,7 +497,8 @@ void TableReader::finish() const {
     if (first == nullptr || member.line < first->line) first = &member;
   }
   if (first == nullptr) return;
-  failAt({first->line, Path{&path_, first->key, std::nullopt}.text()}, "unknown key", "");
+  failAt({first->line, Path{&path_, first->key, std::nullopt}.text()}, "unknown key",
+         expectedFor(first->key, known_));
 }
 
 void TableReader::flag(std::string_view key, bool &target) {

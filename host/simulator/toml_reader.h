@@ -49,6 +49,8 @@ class MistakeFound : public std::exception {
 
 // A text as messages show it: quoted, and cut where it is long.
 std::string quoted(std::string_view text);
+// Several, each once.
+std::string quotedList(std::span<const std::string_view> texts);
 
 // A step of the way through the file; the steps before it must outlive it.
 struct Path {
@@ -64,7 +66,7 @@ struct Word {
   int64_t value;
 };
 
-enum class Unit { kCount, kSize, kTime, kShare };
+enum class Unit { kCount, kSize, kTime, kShare, kLoad };
 
 struct ReadFigure {
   Figure figure;

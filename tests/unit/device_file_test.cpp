@@ -52,17 +52,20 @@ TEST(DeviceFile, HasDefaultsForEverythingButProcesses) {
   EXPECT_FALSE(device.gestalt.has_value());
   EXPECT_TRUE(device.interfaces.empty());
   EXPECT_TRUE(device.events.empty());
-  EXPECT_THAT(device.loadAverages, ElementsAre(0, 0, 0));
+  for (const Figure &average : device.loadAverages) EXPECT_TRUE(average == Figure());
 }
 
 TEST(DeviceFile, TopLevel) {
   const Device device = withTable(
-      "name = \"pad\"\ncaller = 501\nbackground = false\nload = [1, 0.5, 0.25]\n"
+      "name = \"pad\"\ncaller = 501\nbackground = false\nload = [1, 0.5, { start = 0.25, growth = "
+      "0.001 }]\n"
       "memory-level = { start = 46, swing = 5 }\n");
   EXPECT_EQ(device.name, "pad");
   EXPECT_EQ(device.caller, 501u);
   EXPECT_FALSE(device.tellsInBackground);
-  EXPECT_THAT(device.loadAverages, ElementsAre(1, 0.5, 0.25));
+  EXPECT_TRUE(device.loadAverages[0] == Figure(1000));
+  EXPECT_TRUE(device.loadAverages[1] == Figure(500));
+  EXPECT_TRUE(device.loadAverages[2] == Figure::growing(250, 1));
   ASSERT_TRUE(device.memoryLevel.has_value());
   EXPECT_EQ(device.memoryLevel->start, 46u);
   EXPECT_EQ(device.memoryLevel->swing, 5u);
@@ -89,15 +92,16 @@ TEST(DeviceFile, Kernel) {
 }
 
 TEST(DeviceFile, Clock) {
-  const DeviceClock clock = withTable(
-                                "[clock]\nmode = \"stepped\"\nstep = 0.5\n"
-                                "start = 2024-03-05T15:07:09+01:00\nzone = \"CET-1CEST\"\n"
-                                "up = 1000\n")
-                                .clock;
+  const DeviceClock clock =
+      withTable(
+          "[clock]\nmode = \"stepped\"\nstep = 0.5\n"
+          "start = 2024-03-05T15:07:09+01:00\nzone = \"CET-1CEST,M3.5.0,M10.5.0/3\"\n"
+          "up = 1000\n")
+          .clock;
   EXPECT_TRUE(clock.isStepped);
   EXPECT_EQ(clock.step, 500ms);
   EXPECT_EQ(clock.start, 1709647629);  // 2024-03-05 14:07:09 UTC
-  EXPECT_EQ(clock.zone, "CET-1CEST");
+  EXPECT_EQ(clock.zone, "CET-1CEST,M3.5.0,M10.5.0/3");
   EXPECT_EQ(clock.up, 1000s);
 }
 

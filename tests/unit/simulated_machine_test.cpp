@@ -863,7 +863,7 @@ TEST(SimulatedMachineTest, SaysWhenItWasStarted) {
 
 TEST(SimulatedMachineTest, SaysItsLoad) {
   Device given = device();
-  given.loadAverages = {1.5, 0.25, 1e300};
+  given.loadAverages = {1500, Figure::growing(150, 50), UINT64_MAX};
   SimulatedMachine machine(given);
   darwin::loadavg averages{};
   ASSERT_EQ(machine.loadAverage(averages), kAnswered);
@@ -871,10 +871,6 @@ TEST(SimulatedMachineTest, SaysItsLoad) {
   EXPECT_EQ(averages.ldavg[1], 512U);
   EXPECT_EQ(averages.ldavg[2], 2'048'000'000U);
   EXPECT_EQ(averages.fscale, 2048);
-  given.loadAverages = {std::numeric_limits<double>::quiet_NaN(), -1, 0};
-  SimulatedMachine idle(given);
-  ASSERT_EQ(idle.loadAverage(averages), kAnswered);
-  EXPECT_THAT(averages.ldavg, Each(0U));
 }
 
 TEST(SimulatedMachineTest, SaysHowMuchIsSwapped) {
