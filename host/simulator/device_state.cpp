@@ -21,6 +21,7 @@ Device checked(Device device) {
   if (device.kernel.timebaseNumerator == 0 || device.kernel.timebaseDenominator == 0) {
     throw std::invalid_argument("a time base of nothing");
   }
+  if (device.kernel.pageSize == 0) throw std::invalid_argument("pages of nothing");
   if (device.hardware.processors.empty()) {
     Processor idle;
     idle.idle = Figure::growing(0, kIdleTicks);

@@ -16,15 +16,16 @@ int32_t count(const Figure &figure, Nanoseconds own) {
   return saturate<int32_t>(figure.at(own));
 }
 
-uint32_t pages(const Figure &figure, Nanoseconds own) {
-  return saturate<uint32_t>(figure.at(own));
-}
-
 uint64_t sinceBoot(Nanoseconds moment, Nanoseconds up, const TimeBase &timeBase) {
   return timeBase.absolute(saturate<uint64_t>(Wide{up.count()} + moment.count()));
 }
 
 }  // namespace
+
+uint64_t sizeOf(const Figure &figure, Nanoseconds own, uint64_t pageSize) {
+  const uint64_t bytes = figure.at(own);
+  return bytes - bytes % pageSize;
+}
 
 void fillBsdInfo(const RunningProcess &process, const MachineClock &clock,
                  darwin::proc_bsdinfo &info) {
@@ -57,12 +58,12 @@ void fillBsdInfo(const RunningProcess &process, const MachineClock &clock,
 }
 
 void fillTaskInfo(const RunningProcess &process, Nanoseconds now, const TimeBase &timeBase,
-                  darwin::proc_taskinfo &info) {
+                  uint64_t pageSize, darwin::proc_taskinfo &info) {
   const Process &from = process.description();
   const Nanoseconds own = process.ownTime(now);
   info = {};
-  info.pti_virtual_size = from.virtualSize.at(own);
-  info.pti_resident_size = from.residentSize.at(own);
+  info.pti_virtual_size = sizeOf(from.virtualSize, own, pageSize);
+  info.pti_resident_size = sizeOf(from.residentSize, own, pageSize);
   info.pti_total_user = timeBase.absolute(from.userTime.at(own));
   info.pti_total_system = timeBase.absolute(from.systemTime.at(own));
   Wide user = 0;
@@ -109,7 +110,8 @@ void fillThreadInfo(const RunningProcess &process, const Thread &thread, Nanosec
 }
 
 void fillResourceUsage(const RunningProcess &process, const ResourceUsage &more, Nanoseconds now,
-                       const TimeBase &timeBase, Nanoseconds up, darwin::rusage_info_v4 &usage) {
+                       const TimeBase &timeBase, Nanoseconds up, uint64_t pageSize,
+                       darwin::rusage_info_v4 &usage) {
   const Process &from = process.description();
   const Nanoseconds own = process.ownTime(now);
   usage = {};
@@ -118,9 +120,9 @@ void fillResourceUsage(const RunningProcess &process, const ResourceUsage &more,
   usage.ri_pkg_idle_wkups = more.idleWakeups.at(own);
   usage.ri_interrupt_wkups = more.interruptWakeups.at(own);
   usage.ri_pageins = from.pageIns.at(own);
-  usage.ri_wired_size = from.wiredSize.at(own);
-  usage.ri_resident_size = from.residentSize.at(own);
-  usage.ri_phys_footprint = from.footprint.at(own);
+  usage.ri_wired_size = sizeOf(from.wiredSize, own, pageSize);
+  usage.ri_resident_size = sizeOf(from.residentSize, own, pageSize);
+  usage.ri_phys_footprint = sizeOf(from.footprint, own, pageSize);
   usage.ri_proc_start_abstime = sinceBoot(process.started(), up, timeBase);
   if (process.isZombie()) usage.ri_proc_exit_abstime = sinceBoot(process.ended(), up, timeBase);
   usage.ri_diskio_bytesread = more.diskRead.at(own);
@@ -137,8 +139,11 @@ void fillResourceUsage(const RunningProcess &process, const ResourceUsage &more,
 }
 
 void fillRegion(const RunningProcess &process, const Region &region, Nanoseconds now,
-                darwin::proc_regionwithpathinfo &info) {
+                uint64_t pageSize, darwin::proc_regionwithpathinfo &info) {
   const Nanoseconds own = process.ownTime(now);
+  const auto pages = [&](const Figure &figure) {
+    return saturate<uint32_t>(std::min(figure.at(own), region.size / pageSize));
+  };
   info = {};
   darwin::proc_regioninfo &to = info.prp_prinfo;
   to.pri_protection = region.protection;
@@ -149,15 +154,15 @@ void fillRegion(const RunningProcess &process, const Region &region, Nanoseconds
   to.pri_behavior = region.behaviour;
   to.pri_user_wired_count = region.wiredCount;
   to.pri_user_tag = region.tag;
-  to.pri_pages_resident = pages(region.resident, own);
-  to.pri_pages_shared_now_private = pages(region.sharedNowPrivate, own);
-  to.pri_pages_swapped_out = pages(region.swappedOut, own);
-  to.pri_pages_dirtied = pages(region.dirty, own);
+  to.pri_pages_resident = pages(region.resident);
+  to.pri_pages_shared_now_private = pages(region.sharedNowPrivate);
+  to.pri_pages_swapped_out = pages(region.swappedOut);
+  to.pri_pages_dirtied = pages(region.dirty);
   to.pri_ref_count = region.references;
   to.pri_shadow_depth = region.shadowDepth;
   to.pri_share_mode = region.shareMode;
-  to.pri_private_pages_resident = pages(region.privateResident, own);
-  to.pri_shared_pages_resident = pages(region.sharedResident, own);
+  to.pri_private_pages_resident = pages(region.privateResident);
+  to.pri_shared_pages_resident = pages(region.sharedResident);
   to.pri_obj_id = region.object;
   to.pri_depth = region.depth;
   to.pri_address = region.address;

@@ -99,6 +99,7 @@ class SimulatedMachine::State {
   }
 
   const TimeBase &timeBase() const { return timeBase_; }
+  uint64_t pageSize() const { return description().kernel.pageSize; }
   // Of what never changes.
   const Device &description() const { return device_.device(); }
 
@@ -367,7 +368,7 @@ Errno SimulatedMachine::taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) {
       Question::taskAllInfo, Access::own, pid,
       [&](const RunningProcess &process, DeviceState &device, Nanoseconds now) {
         fillBsdInfo(process, device.clock(), info.pbsd);
-        fillTaskInfo(process, now, state_->timeBase(), info.ptinfo);
+        fillTaskInfo(process, now, state_->timeBase(), state_->pageSize(), info.ptinfo);
         return kAnswered;
       });
 }
@@ -455,7 +456,8 @@ Errno SimulatedMachine::resourceUsage(pid_t pid, darwin::rusage_info_v4 &usage) 
       [&](const RunningProcess &process, DeviceState &device, Nanoseconds now) -> Errno {
         const std::optional<ResourceUsage> &more = process.description().usage;
         if (!more) return darwin::DARWIN_ENOTSUP;
-        fillResourceUsage(process, *more, now, state_->timeBase(), device.device().clock.up, usage);
+        fillResourceUsage(process, *more, now, state_->timeBase(), device.device().clock.up,
+                          state_->pageSize(), usage);
         return kAnswered;
       });
 }
@@ -522,7 +524,7 @@ Errno SimulatedMachine::region(pid_t pid, uint64_t address, darwin::proc_regionw
       [&](const RunningProcess &process, DeviceState &, Nanoseconds now) -> Errno {
         const Region *region = process.region(address);
         if (region == nullptr) return darwin::DARWIN_EINVAL;
-        fillRegion(process, *region, now, info);
+        fillRegion(process, *region, now, state_->pageSize(), info);
         return kAnswered;
       });
 }
@@ -535,7 +537,7 @@ Errno SimulatedMachine::stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t
     for (const auto &process : device.processes().inStartOrder()) {
       if (process->isZombie()) continue;
       if (pid != kEveryProcess && process->pid() != pid) continue;
-      described.tasks.push_back(describeTask(*process, device.clock(), now));
+      described.tasks.push_back(describeTask(*process, device.clock(), now, state_->pageSize()));
     }
     if (described.tasks.empty() && pid != kEveryProcess) return darwin::DARWIN_EINVAL;
     snapshot = writeSnapshot(described, flags);

@@ -21,8 +21,8 @@ class SimulatedMachine final : public Machine {
  public:
   // Throws std::invalid_argument for a description that contradicts itself: two processes, two
   // threads or two descriptors of a process with the same number, regions that overlap, a number
-  // out of its range, a time base of nothing. The same goes for processes that are to start later.
-  // A device that has no processors is given one that is idle.
+  // out of its range, a time base or pages of nothing. The same goes for processes that are to
+  // start later. A device that has no processors is given one that is idle.
   explicit SimulatedMachine(Device device);
   // Nobody may begin to ask any more. Who waits is told at once: for memory pressure by
   // DARWIN_EINTR, for processes by DARWIN_EBADF. A watch may live longer.

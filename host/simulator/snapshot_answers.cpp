@@ -60,8 +60,8 @@ Snapshot describeDevice(const Device &device, const MachineClock &clock, Nanosec
   return snapshot;
 }
 
-SnapshotTask describeTask(const RunningProcess &process, const MachineClock &clock,
-                          Nanoseconds now) {
+SnapshotTask describeTask(const RunningProcess &process, const MachineClock &clock, Nanoseconds now,
+                          uint64_t pageSize) {
   const Process &from = process.description();
   const Nanoseconds own = process.ownTime(now);
   SnapshotTask task;
@@ -70,7 +70,7 @@ SnapshotTask describeTask(const RunningProcess &process, const MachineClock &clo
   task.is64Bit = from.is64Bit;
   task.startSeconds =
       saturate<uint64_t>(clock.sinceEpoch(process.started()) / kNanosecondsPerSecond);
-  task.residentSize = from.residentSize.at(own);
+  task.residentSize = sizeOf(from.residentSize, own, pageSize);
   task.suspendCount = process.isStopped() ? 1 : 0;
   task.faults = saturate<uint32_t>(from.faults.at(own));
   task.pageIns = saturate<uint32_t>(from.pageIns.at(own));

@@ -12,7 +12,7 @@ namespace host::simulator {
 Snapshot describeDevice(const Device &device, const MachineClock &clock, Nanoseconds now);
 
 // Its loaded images are what it has regions of that can be executed and have a path.
-SnapshotTask describeTask(const RunningProcess &process, const MachineClock &clock,
-                          Nanoseconds now);
+SnapshotTask describeTask(const RunningProcess &process, const MachineClock &clock, Nanoseconds now,
+                          uint64_t pageSize);
 
 }  // namespace host::simulator

@@ -33,6 +33,14 @@ class Spread {
     figure.swing = saturate<uint64_t>(Wide{figure.swing} * factor / kMillion);
   }
 
+  // What there is of a figure beyond a part of it that stays.
+  void changeBeyond(uint64_t part, Figure &figure) {
+    part = std::min(part, figure.start);
+    figure.start -= part;
+    change(figure);
+    figure.start = saturate<uint64_t>(Wide{figure.start} + part);
+  }
+
   template <typename... Figures>
   void changeAll(Figures &...figures) {
     (change(figures), ...);
@@ -56,15 +64,22 @@ class Spread {
   uint64_t number_ = 0;
 };
 
+uint64_t mappedSize(const Process &process) {
+  Wide size = 0;
+  for (const Region &region : process.regions) size += region.size;
+  return saturate<uint64_t>(size);
+}
+
 }  // namespace
 
 void spreadFigures(Process &process, int64_t millionths, int64_t seed) {
   if (millionths == 0) return;
   Spread spread(millionths, seed);
-  spread.changeAll(process.virtualSize, process.residentSize, process.footprint, process.wiredSize,
-                   process.userTime, process.systemTime, process.faults, process.pageIns,
-                   process.copyOnWriteFaults, process.messagesSent, process.messagesReceived,
-                   process.machCalls, process.unixCalls, process.contextSwitches);
+  spread.changeBeyond(mappedSize(process), process.virtualSize);
+  spread.changeAll(process.residentSize, process.footprint, process.wiredSize, process.userTime,
+                   process.systemTime, process.faults, process.pageIns, process.copyOnWriteFaults,
+                   process.messagesSent, process.messagesReceived, process.machCalls,
+                   process.unixCalls, process.contextSwitches);
   if (process.usage) {
     ResourceUsage &usage = *process.usage;
     spread.changeAll(usage.diskRead, usage.diskWritten, usage.idleWakeups, usage.interruptWakeups,

@@ -8,8 +8,8 @@
 
 namespace host::simulator {
 
-// Changes every figure of `process` by at most `millionths` of it, by its PID. `seed` stands for
-// the PID where that is not known.
+// Changes every figure of `process` by at most `millionths` of it, by its PID; of its virtual size
+// only what its regions leave. `seed` stands for the PID where that is not known.
 void spreadFigures(Process &process, int64_t millionths, int64_t seed);
 
 }  // namespace host::simulator

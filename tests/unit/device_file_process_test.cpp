@@ -597,6 +597,23 @@ TEST(DeviceFileSpread, DependsOnThePidAlone) {
   EXPECT_EQ(resident(""), 1450938u);
 }
 
+TEST(DeviceFileSpread, LeavesInTheVirtualSizeWhatIsMapped) {
+  const Device device = deviceOf(
+      "[[process]]\nname = \"w\"\ncopies = 20\nspread = 0.9\nvirtual = 2000000\n"
+      "regions = [{ address = 0, size = 901120, copies = 2, gap = 4096 }]\n"
+      "[[process]]\nname = \"said too small\"\nspread = 0.9\nvirtual = 4096\n"
+      "regions = [{ address = 0, size = 8192 }]\n");
+  std::set<uint64_t> sizes;
+  for (size_t i = 0; i < 20; i++) {
+    const uint64_t size = device.processes[i].virtualSize.start;
+    EXPECT_GE(size, 1'802'240u + 19'776);
+    EXPECT_LE(size, 1'802'240u + 375'744);
+    sizes.insert(size);
+  }
+  EXPECT_GT(sizes.size(), 15u);
+  EXPECT_EQ(device.processes.back().virtualSize.start, 4096u);
+}
+
 TEST(DeviceFileSpread, NoShareIsMoreThanAProcessor) {
   const Device device = deviceOf(
       "[[process]]\nname = \"w\"\ncopies = 20\nspread = 0.9\nthreads = [{ share = 100 }]\n");

@@ -71,6 +71,9 @@ Descriptor descriptor(int32_t number, Object object) {
   return made;
 }
 
+// Of a device that says nothing else.
+inline constexpr uint64_t kPage = 16384;
+
 // Steps of a second, for one up for a day.
 inline Device device(std::vector<Process> processes = {}) {
   Device made;

@@ -35,10 +35,11 @@ Device deviceWith(std::vector<Process> processes, std::vector<Event> events) {
   return made;
 }
 
-// A process whose figures grow by one a millisecond and that runs all the time.
+// A process that runs all the time. Its counts grow by one a millisecond, its memory by a page a
+// second.
 Process worker(int32_t pid) {
   Process made = process(pid, "worker");
-  made.residentSize = Figure::growing(5000, 1000);
+  made.residentSize = Figure::growing(5 * kPage, kPage);
   made.faults = Figure::growing(100, 1000);
   made.userTime = Figure::growing(0, 1'000'000'000);
   made.threads = {busyThread(1000)};
@@ -221,7 +222,7 @@ TEST(SimulatedEventsTest, AProcessForks) {
   EXPECT_EQ(child.pbi_start_tvsec, static_cast<uint64_t>(kStart) + 3);
   // What it has goes on from where its parent was; what it used begins with it.
   const darwin::proc_taskinfo task = taskOf(machine, 51);
-  EXPECT_EQ(task.pti_resident_size, 10'000U);
+  EXPECT_EQ(task.pti_resident_size, 10 * kPage);
   EXPECT_EQ(task.pti_faults, 2000);
   EXPECT_EQ(task.pti_total_user, 48'000'000U);
   EXPECT_EQ(task.pti_threads_user, 48'000'000U);
@@ -413,8 +414,8 @@ TEST(SimulatedEventsTest, AProcessChanges) {
   machine.advance(10s);
   ChangeProcess change;
   change.pid = 50;
-  change.virtualSize = 900'000;
-  change.residentSize = 7'000;
+  change.virtualSize = 90 * kPage;
+  change.residentSize = 7 * kPage;
   change.diskRead = 50;
   change.diskWritten = 60;
   change.priority = 47;
@@ -427,8 +428,8 @@ TEST(SimulatedEventsTest, AProcessChanges) {
   machine.happen(change);
   // The growth goes on.
   machine.advance(2s);
-  EXPECT_EQ(taskOf(machine, 50).pti_virtual_size, 900'000U);
-  EXPECT_EQ(taskOf(machine, 50).pti_resident_size, 9'000U);
+  EXPECT_EQ(taskOf(machine, 50).pti_virtual_size, 90 * kPage);
+  EXPECT_EQ(taskOf(machine, 50).pti_resident_size, 9 * kPage);
   EXPECT_EQ(taskOf(machine, 50).pti_faults, 12'100);
   EXPECT_EQ(taskOf(machine, 50).pti_priority, 47);
   EXPECT_EQ(usageOf(machine, 50).ri_diskio_bytesread, 250U);
@@ -451,7 +452,7 @@ TEST(SimulatedEventsTest, AProcessChanges) {
   nothing.pid = 50;
   machine.happen(nothing);
   EXPECT_EQ(taskOf(machine, 50).pti_priority, 47);
-  EXPECT_EQ(taskOf(machine, 50).pti_resident_size, 9'000U);
+  EXPECT_EQ(taskOf(machine, 50).pti_resident_size, 9 * kPage);
 }
 
 TEST(SimulatedEventsTest, AProcessGetsOtherThreads) {

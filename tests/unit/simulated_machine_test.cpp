@@ -141,6 +141,10 @@ TEST(SimulatedMachineTest, RefusesWhatContradictsItself) {
   timeless.kernel.timebaseDenominator = 0;
   EXPECT_THROW(SimulatedMachine{timeless}, std::invalid_argument);
 
+  Device pageless = device();
+  pageless.kernel.pageSize = 0;
+  EXPECT_THROW(SimulatedMachine{pageless}, std::invalid_argument);
+
   Device later = device();
   later.events = {at(5s, StartProcess{open})};
   EXPECT_THROW(SimulatedMachine{later}, std::invalid_argument);
@@ -373,8 +377,9 @@ TEST(SimulatedMachineTest, SaysWhatATaskUses) {
   SimulatedMachine machine(device({given}));
   machine.advance(2s);
   const darwin::proc_taskinfo info = taskOf(machine, 300);
-  EXPECT_EQ(info.pti_virtual_size, 1'000'000U);
-  EXPECT_EQ(info.pti_resident_size, 52'000U);
+  // Whole pages of 16 KiB.
+  EXPECT_EQ(info.pti_virtual_size, 999'424U);
+  EXPECT_EQ(info.pti_resident_size, 49'152U);
   // 24 units are a microsecond.
   EXPECT_EQ(info.pti_total_user, 96'000'000U);    // 4 s
   EXPECT_EQ(info.pti_total_system, 36'000'000U);  // 1.5 s
@@ -416,9 +421,9 @@ TEST(SimulatedMachineTest, SaysWhatAProcessHasUsedUp) {
   given.userTime = 1'000'000'000;
   given.systemTime = 2'000'000'000;
   given.pageIns = 5;
-  given.wiredSize = 6;
-  given.residentSize = 7;
-  given.footprint = 8;
+  given.wiredSize = 6 * kPage;
+  given.residentSize = 7 * kPage + 1;
+  given.footprint = 9 * kPage - 1;
   given.usage->diskRead = Figure::growing(100, 10);
   given.usage->diskWritten = 101;
   given.usage->idleWakeups = 102;
@@ -438,9 +443,9 @@ TEST(SimulatedMachineTest, SaysWhatAProcessHasUsedUp) {
   EXPECT_EQ(usage.ri_user_time, 24'000'000U);
   EXPECT_EQ(usage.ri_system_time, 48'000'000U);
   EXPECT_EQ(usage.ri_pageins, 5U);
-  EXPECT_EQ(usage.ri_wired_size, 6U);
-  EXPECT_EQ(usage.ri_resident_size, 7U);
-  EXPECT_EQ(usage.ri_phys_footprint, 8U);
+  EXPECT_EQ(usage.ri_wired_size, 6 * kPage);
+  EXPECT_EQ(usage.ri_resident_size, 7 * kPage);
+  EXPECT_EQ(usage.ri_phys_footprint, 8 * kPage);
   // Up for a day at the start: 82,800 s before the process.
   EXPECT_EQ(usage.ri_proc_start_abstime, uint64_t{82'800} * 24'000'000);
   EXPECT_EQ(usage.ri_proc_exit_abstime, 0U);
@@ -628,16 +633,18 @@ TEST(SimulatedMachineTest, FindsTheRegionAtAnAddressOrTheNext) {
   text.object = 8;
   text.wiredCount = 9;
   text.shadowDepth = 10;
-  text.resident = Figure::growing(11, 1);
-  text.privateResident = 12;
-  text.sharedResident = 13;
-  text.sharedNowPrivate = 14;
-  text.swappedOut = 15;
+  text.resident = Figure::growing(1, 1);
+  text.privateResident = 4;
+  text.sharedResident = 5;
+  text.sharedNowPrivate = 6;
+  text.swappedOut = 7;
   text.dirty = UINT64_MAX;
   text.path = std::string(2000, 'p');
   // Out of order in the description.
   given.regions = {region(0x100020000, 0x4000), text, region(0x100008000, 0x4000)};
-  SimulatedMachine machine(device({given, process(301)}));
+  Device described = device({given, process(301)});
+  described.kernel.pageSize = 4096;
+  SimulatedMachine machine(described);
   machine.advance(2s);
 
   const auto addressAt = [&](uint64_t address) {
@@ -672,12 +679,12 @@ TEST(SimulatedMachineTest, FindsTheRegionAtAnAddressOrTheNext) {
   EXPECT_EQ(found.pri_obj_id, 8U);
   EXPECT_EQ(found.pri_user_wired_count, 9U);
   EXPECT_EQ(found.pri_shadow_depth, 10U);
-  EXPECT_EQ(found.pri_pages_resident, 13U);
-  EXPECT_EQ(found.pri_private_pages_resident, 12U);
-  EXPECT_EQ(found.pri_shared_pages_resident, 13U);
-  EXPECT_EQ(found.pri_pages_shared_now_private, 14U);
-  EXPECT_EQ(found.pri_pages_swapped_out, 15U);
-  EXPECT_EQ(found.pri_pages_dirtied, UINT32_MAX);
+  EXPECT_EQ(found.pri_pages_resident, 3U);
+  EXPECT_EQ(found.pri_private_pages_resident, 4U);
+  EXPECT_EQ(found.pri_shared_pages_resident, 5U);
+  EXPECT_EQ(found.pri_pages_shared_now_private, 6U);
+  EXPECT_EQ(found.pri_pages_swapped_out, 7U);
+  EXPECT_EQ(found.pri_pages_dirtied, 8U) << "more than the region has";
   EXPECT_EQ(std::string(info.prp_vip.vip_path), std::string(1023, 'p'));
 }
 
@@ -865,11 +872,12 @@ TEST(SimulatedMachineTest, SaysItsLoad) {
   Device given = device();
   given.loadAverages = {1500, Figure::growing(150, 50), UINT64_MAX};
   SimulatedMachine machine(given);
+  machine.advance(2s);
   darwin::loadavg averages{};
   ASSERT_EQ(machine.loadAverage(averages), kAnswered);
   EXPECT_EQ(averages.ldavg[0], 3072U);
   EXPECT_EQ(averages.ldavg[1], 512U);
-  EXPECT_EQ(averages.ldavg[2], 2'048'000'000U);
+  EXPECT_EQ(averages.ldavg[2], UINT32_MAX);
   EXPECT_EQ(averages.fscale, 2048);
 }
 

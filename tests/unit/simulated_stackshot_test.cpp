@@ -44,7 +44,7 @@ Process hello() {
   Process made = process(40, "hello");
   made.longName = "hello, with a longer name";
   made.age = 60s;
-  made.residentSize = 4096;
+  made.residentSize = 3 * kPage + 5;
   made.faults = 11;
   made.pageIns = 12;
   made.copyOnWriteFaults = 13;
@@ -100,7 +100,7 @@ TEST(SimulatedStackshot, HoldsWhatTheProcessSays) {
   EXPECT_EQ(wordAt<uint64_t>(task, 16), 90'000u);
   EXPECT_EQ(wordAt<uint64_t>(task, 24), 21'000u);
   EXPECT_EQ(wordAt<uint64_t>(task, 32), static_cast<uint64_t>(kStart - 60));
-  EXPECT_EQ(wordAt<uint64_t>(task, 40), 4096u);
+  EXPECT_EQ(wordAt<uint64_t>(task, 40), 3 * kPage);
   EXPECT_EQ(wordAt<uint32_t>(task, 56), 0u);
   EXPECT_EQ(wordAt<uint32_t>(task, 60), 11u);
   EXPECT_EQ(wordAt<uint32_t>(task, 64), 12u);
