@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "proc/first_slot.h"
 #include "proc/process_table.h"
 
 namespace sondex {
@@ -56,8 +57,7 @@ static uint16_t portOf(const darwin::socket_info *socket) {
 }
 
 static Owner *slotOf(uint64_t address) {
-  // Fibonacci hashing: the high bits of the product depend on all of the address.
-  size_t slot = static_cast<size_t>(address * 0x9E3779B97F4A7C15u >> 32) & (owners.used - 1);
+  size_t slot = firstSlot(address, owners.used - 1);
   while (owners.slots[slot].place != kNobody && owners.slots[slot].address != address) {
     slot = (slot + 1) & (owners.used - 1);
   }

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "proc/first_slot.h"
 #include "state/display.h"
 #include "ui/output.h"
 #include "ui/safe_text.h"
@@ -40,7 +41,7 @@ struct Tree {
 };
 
 static Children *childrenOf(const Tree *tree, int32_t parent) {
-  uint32_t slot = static_cast<uint32_t>(parent) * 2654435769u & tree->mask;
+  uint32_t slot = firstSlot(static_cast<uint32_t>(parent), tree->mask);
   while (tree->families[slot].isUsed && tree->families[slot].parent != parent) {
     slot = (slot + 1) & tree->mask;
   }

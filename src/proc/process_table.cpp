@@ -4,6 +4,8 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include "proc/first_slot.h"
+
 namespace sondex {
 
 std::atomic<ProcessRecord *> g_process_information{nullptr};
@@ -191,14 +193,9 @@ uint64_t versionOf(const ProcessRecord *table) {
   return entry != nullptr ? load(entry->version) : 0;
 }
 
-static uint32_t slotOf(int32_t pid, uint32_t mask) {
-  // Fibonacci hashing: neighbouring PIDs spread over the slots.
-  return static_cast<uint32_t>(pid) * 2654435769u & mask;
-}
-
 // The place of the first record of `pid`, or else the free slot where it belongs.
 static uint32_t findSlot(const Index *index, const ProcessRecord *table, int32_t pid) {
-  uint32_t slot = slotOf(pid, index->mask);
+  uint32_t slot = firstSlot(static_cast<uint32_t>(pid), index->mask);
   while (index->slots[slot] >= 0 && pidOf(&table[index->slots[slot]]) != pid) {
     slot = (slot + 1) & index->mask;
   }
