@@ -27,12 +27,12 @@ struct Index {
 // of a record's unused slots. What belongs to a table beside its records stands in one of these.
 struct Table {
   std::atomic<ProcessRecord *> records;
-  size_t mapped;    // records that there is memory for
-  size_t capacity;  // those that were asked for
+  size_t mapped;  // records that there is memory for
+  size_t used;    // those that may hold something
   bool retired;
   std::atomic<uint64_t> version;
   std::atomic<Index *> index;  // null: not indexed
-  Index *outdated;             // indexes that a reader may still be in; they go with the table
+  Index *outdated;             // indexes that a reader may still be in
 };
 
 // The current and the previous table, one being filled, and some that wait for a reader to leave.
@@ -45,6 +45,12 @@ static size_t spareMapped = 0;
 static SharedInt readers{0};
 
 static uint64_t lastVersion = 0;
+
+// A reader announces itself before it takes an address, and that address was replaced before this
+// is asked: with all four in one order, a reader that is not seen here can't have it.
+static bool areRead() {
+  return readers.load(std::memory_order_seq_cst) != 0;
+}
 
 static Table *tableOf(const ProcessRecord *table) {
   if (table == nullptr) return nullptr;
@@ -94,11 +100,16 @@ ProcessRecord *allocateProcessTable(size_t count) {
     table = mapRecords(count, &entry->mapped);
     if (table == nullptr) return nullptr;
   }
-  entry->capacity = count;
+  entry->used = count;
   entry->retired = false;
   store(entry->version, ++lastVersion);
   store(entry->records, table);
   return table;
+}
+
+void limitProcessTable(ProcessRecord *table, size_t count) {
+  Table *entry = tableOf(table);
+  if (entry != nullptr && count < entry->used) entry->used = count;
 }
 
 static size_t usedThreads(const ProcessRecord *record) {
@@ -131,23 +142,28 @@ void releaseRecord(ProcessRecord *record) {
   record->fdDetails = nullptr;
 }
 
+static void freeOutdated(Table *entry) {
+  while (Index *index = entry->outdated) {
+    entry->outdated = index->older;
+    free(index);
+  }
+}
+
 static void dropIndex(Table *entry) {
   Index *index = load(entry->index);
   if (index == nullptr) return;
   store(entry->index, nullptr);
   index->older = entry->outdated;
   entry->outdated = index;
+  if (!areRead()) freeOutdated(entry);
 }
 
 void releaseProcessTable(ProcessRecord *table) {
   Table *entry = tableOf(table);
   if (entry == nullptr) return;
   dropIndex(entry);
-  while (Index *index = entry->outdated) {
-    entry->outdated = index->older;
-    free(index);
-  }
-  for (size_t i = 0; i < entry->capacity; i++) {
+  freeOutdated(entry);
+  for (size_t i = 0; i < entry->used; i++) {
     releaseRecord(&table[i]);
     clearRecord(&table[i]);
   }
@@ -160,9 +176,7 @@ void releaseProcessTable(ProcessRecord *table) {
 void retireProcessTable(ProcessRecord *table) {
   Table *retiring = tableOf(table);
   if (retiring != nullptr) retiring->retired = true;
-  // A reader announces itself before it takes a table's address, and that address was replaced
-  // before this: with all four in one order, a reader that is not seen here can't have it.
-  if (readers.load(std::memory_order_seq_cst) != 0) return;
+  if (areRead()) return;
   for (Table &entry : tables) {
     if (entry.retired) releaseProcessTable(load(entry.records));
   }

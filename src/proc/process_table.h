@@ -17,6 +17,10 @@ extern SharedInt previous_num_procs;                                 // its reco
 // releaseProcessTable or retireProcessTable.
 ProcessRecord *allocateProcessTable(size_t count);
 
+// Says that the records of `table` beyond the first `count` stay as they were handed out: releasing
+// the table then leaves their pages untouched too.
+void limitProcessTable(ProcessRecord *table, size_t count);
+
 // Whether allocateProcessTable has a place left: not while a reader keeps too many retired tables.
 bool hasRoomForTable();
 

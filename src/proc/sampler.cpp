@@ -74,6 +74,7 @@ ProcessRecord *getPIDList() {
   g_jetsam_list = g_r00t != 0 ? getMemoryStatusPriorityList() : nullptr;
 
   const int32_t sampled = listed > kSpareEntries ? listed - kSpareEntries : 0;
+  limitProcessTable(table, static_cast<size_t>(sampled));
   for (int32_t i = 0; i < sampled; i++) getProcInfo(pids[i], &table[i], g_jetsam_list);
   free(pids);
   store(num_procs, sampled);

@@ -1,5 +1,6 @@
 #include "proc/process_table.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <numeric>
 #include <random>
 #include <thread>
@@ -256,6 +258,33 @@ TEST_F(Lookup, OfAnEmptyIndexFindsNone) {
   releaseProcessTable(table);
 }
 
+// Bytes in use, as the C library counts them: a sanitizer's heap doesn't.
+size_t heapInUse() {
+  return mallinfo2().uordblks;
+}
+
+bool isHeapCounted() {
+  const size_t before = heapInUse();
+  const std::unique_ptr<char[]> some(new char[5000]);
+  return heapInUse() > before;
+}
+
+TEST_F(Lookup, FormerIndexesAreFreedOnceNobodyReads) {
+  if (!isHeapCounted()) GTEST_SKIP() << "the heap is not the C library's";
+  ProcessRecord *table = tableOf(std::vector<int32_t>(3000, 5));
+  const auto indexOften = [table] {
+    for (int i = 0; i < 50; i++) indexProcessTable(table, 3000);
+    return heapInUse();
+  };
+  const size_t before = indexOften();
+  EXPECT_EQ(indexOften(), before);
+  enterProcessTables();
+  EXPECT_GT(indexOften(), before) << "a reader may be in any of them";
+  leaveProcessTables();
+  EXPECT_EQ(indexOften(), before);
+  releaseProcessTable(table);
+}
+
 TEST_F(Lookup, OfAnIndexedTableDoesNotScan) {
   constexpr int32_t kRecords = 1000;
   std::vector<int32_t> pids(kRecords);
@@ -441,6 +470,38 @@ TEST_F(UntouchedPages, OfANewTableAreNotThere) {
   ProcessRecord *table = allocateProcessTable(kCount);
   EXPECT_EQ(presentPages(table, kCount), 0u);
   releaseProcessTable(table);
+}
+
+TEST_F(UntouchedPages, BehindTheSampledRecordsStayUntouchedByARelease) {
+  constexpr size_t kCount = 5300;  // a mapping of its own, as above
+  constexpr size_t kUsed = 2;
+  ProcessRecord *table = allocateProcessTable(kCount);
+  for (size_t i = 0; i < kUsed; i++) table[i].taskAllInfo.pbsd.pbi_pid = 7;
+  limitProcessTable(table, kUsed);
+  releaseProcessTable(table);
+  table = allocateProcessTable(kCount);
+  EXPECT_LE(presentPages(table, kCount), pagesOf(kUsed) + 1);
+  EXPECT_EQ(pidOf(&table[kUsed - 1]), 0);
+  releaseProcessTable(table);
+}
+
+TEST_F(UntouchedPages, OfSpareRecordsStayUntouchedByRefreshes) {
+  for (int32_t pid = 1; pid <= 10; pid++) machine.add(pid, "daemon");
+  // The one to be handed out again is much too large: the first sample maps its own.
+  releaseProcessTable(allocateProcessTable(6000));
+  const auto samplePages = [](ProcessRecord **table) {
+    errorOutputOf([table] { *table = getPIDList(); });
+    constexpr size_t kSpare = 19;
+    return presentPages(*table, static_cast<size_t>(load(num_procs)) + kSpare);
+  };
+  ProcessRecord *first = nullptr;
+  const size_t pages = samplePages(&first);
+  EXPECT_GT(pages, 0u);
+  releaseProcessTable(first);
+  ProcessRecord *second = nullptr;
+  EXPECT_EQ(samplePages(&second), pages);
+  EXPECT_EQ(second, first) << "else this shows nothing";
+  releaseProcessTable(second);
 }
 
 TEST_F(UntouchedPages, StayUntouchedBySamplingAndSorting) {
