@@ -141,14 +141,17 @@ int sort_status(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b)
   return ascending(reverse, statusKey(a), statusKey(b));
 }
 
+// Sorting goes on while another thread draws: the pair of the lookup for drawing is not used here.
 static int32_t receivedKey(const ProcessRecord *record) {
-  const NetworkTotals *totals = getNTStatInfo(pidOf(record));
-  return totals == nullptr ? 0 : static_cast<int32_t>(static_cast<uint32_t>(totals->received));
+  NetworkTotals totals = {};
+  sumSources(pidOf(record), &totals);
+  return static_cast<int32_t>(static_cast<uint32_t>(totals.received));
 }
 
 static int32_t sentKey(const ProcessRecord *record) {
-  const NetworkTotals *totals = getNTStatInfo(pidOf(record));
-  return totals == nullptr ? 0 : static_cast<int32_t>(static_cast<uint32_t>(totals->sent));
+  NetworkTotals totals = {};
+  sumSources(pidOf(record), &totals);
+  return static_cast<int32_t>(static_cast<uint32_t>(totals.sent));
 }
 
 int sort_netrx(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b) {

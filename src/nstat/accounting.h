@@ -28,9 +28,13 @@ struct NetworkTotals {
   uint64_t sent;
 };
 
-// The sums over the sources that `pid` owns now, in bytes; null for PID 0 and for a process that
-// owns none. They can go down: a closed connection drops out. In a pair that the next call
-// overwrites; drawing thread only, like the two below.
+// Sums up the sources that `pid` owns now, in bytes. False for a process that owns none, with
+// zeros, and for PID 0, where `totals` is left alone. The sums can go down: a closed connection
+// drops out. Any thread.
+bool sumSources(int32_t pid, NetworkTotals *totals);
+
+// The same sums; null where sumSources answers false. In a pair that the next call overwrites;
+// drawing thread only, like the two below.
 const NetworkTotals *getNTStatInfo(int32_t pid);
 
 // The low 32 bits of a total as a signed number, -1 where getNTStatInfo answers null.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "columns/comparators.h"
 #include "tests/unit/display_state.h"
 
 namespace {
@@ -90,6 +91,36 @@ TEST_F(Accounting, AnswerIsOverwrittenByTheNext) {
   const NetworkTotals *first = getNTStatInfo(kOwner);
   EXPECT_EQ(getNTStatInfo(kOwner + 1), first);
   EXPECT_EQ(first->received, 1u);
+}
+
+TEST_F(Accounting, SummingLeavesTheAnswerAlone) {
+  file(3, kOwner, 10, 20);
+  file(4, kOwner + 1, 1, 2);
+  const NetworkTotals *answer = getNTStatInfo(kOwner);
+  NetworkTotals sums = {};
+  EXPECT_TRUE(sumSources(kOwner + 1, &sums));
+  EXPECT_EQ(sums.received, 1u);
+  EXPECT_EQ(sums.sent, 2u);
+  EXPECT_EQ(answer->received, 10u);
+  EXPECT_FALSE(sumSources(0, &sums));
+  EXPECT_EQ(sums.received, 1u);
+  EXPECT_FALSE(sumSources(kOwner + 2, &sums));
+  EXPECT_EQ(sums.received, 0u);
+  EXPECT_EQ(sums.sent, 0u);
+}
+
+TEST_F(Accounting, SortingLeavesTheAnswerAlone) {
+  file(3, kOwner, 10, 20);
+  file(4, kOwner + 1, 1, 2);
+  ProcessRecord a = {};
+  ProcessRecord b = {};
+  a.taskAllInfo.pbsd.pbi_pid = kOwner;
+  b.taskAllInfo.pbsd.pbi_pid = kOwner + 1;
+  const NetworkTotals *answer = getNTStatInfo(kOwner);
+  sort_netrx(0, &a, &b);
+  sort_nettx(0, &a, &b);
+  EXPECT_EQ(answer->received, 10u);
+  EXPECT_EQ(answer->sent, 20u);
 }
 
 TEST_F(Accounting, WrappersGiveTheLowThirtyTwoBitsSigned) {
