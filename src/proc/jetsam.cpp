@@ -4,8 +4,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "darwin/syscalls.h"
 
 namespace sondex {
@@ -40,13 +38,13 @@ JetsamList *getMemoryStatusPriorityList() {
   return list;
 }
 
-// Asked once per process and sample, so the order of the list is made use of: a scan would make a
-// sample's cost grow with the square of the processes.
+// Kept: a scan, though the list is in order. It holds a few hundred entries.
 static const Entry *findEntry(int32_t pid, const JetsamList *list) {
   const Entry *end = list->entries + countOf(list);
-  const Entry *entry = std::lower_bound(
-      list->entries, end, pid, [](const Entry &e, int32_t wanted) { return e.pid < wanted; });
-  return entry != end && entry->pid == pid ? entry : nullptr;
+  for (const Entry *entry = list->entries; entry != end; entry++) {
+    if (entry->pid == pid) return entry;
+  }
+  return nullptr;
 }
 
 const Entry *getJetsamPropertiesOfPID(int32_t pid, const JetsamList *list) {

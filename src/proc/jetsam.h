@@ -12,7 +12,7 @@ namespace sondex {
 constexpr int32_t kNoJetsamList = -2;
 
 // A list as taken: the byte count the kernel gave, negative when the second call failed, and that
-// many bytes of entries in ascending order of process ID.
+// many bytes of entries in ascending order of process ID, aligned as they have to be.
 struct JetsamList {
   int32_t byteCount;
   darwin::memorystatus_priority_entry entries[];
@@ -27,8 +27,8 @@ int memorystatus_control(uint32_t command, int32_t pid, uint32_t flags, void *bu
 // refused.
 JetsamList *getMemoryStatusPriorityList();
 
-// The entry of `pid` inside the list, null when it is not in it, and kNoJetsamList as a pointer for
-// a null list.
+// The first entry of `pid` inside the list, null when it is not in it, and kNoJetsamList as a
+// pointer for a null list.
 const darwin::memorystatus_priority_entry *getJetsamPropertiesOfPID(int32_t pid,
                                                                     const JetsamList *list);
 

@@ -104,6 +104,18 @@ TEST_F(JetsamTest, RefusedContentsGiveAListThatHoldsNobody) {
   EXPECT_EQ(errors, "");
 }
 
+TEST_F(JetsamTest, LookupsTakeTheFirstEntryWhateverTheOrder) {
+  alignas(JetsamList) unsigned char bytes[sizeof(JetsamList) + 4 * sizeof(Entry)] = {};
+  JetsamList *list = reinterpret_cast<JetsamList *>(bytes);
+  list->byteCount = 4 * 24;
+  const Entry entries[] = {{9, 1, 0, 60, 0}, {5, 2, 0, 70, 0}, {9, 3, 0, 80, 0}, {2, 4, 0, 90, 0}};
+  std::copy(std::begin(entries), std::end(entries), list->entries);
+  EXPECT_EQ(getJetsamPropertiesOfPID(9, list), &list->entries[0]);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(5, list), 2);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(2, list), 4);
+  EXPECT_EQ(getMemoryStatusPriorityOfPID(3, list), -1);
+}
+
 TEST_F(JetsamTest, PartOfAnEntryAtTheEndIsNotLookedAt) {
   alignas(JetsamList) unsigned char bytes[sizeof(JetsamList) + 2 * sizeof(Entry)] = {};
   JetsamList *list = reinterpret_cast<JetsamList *>(bytes);
