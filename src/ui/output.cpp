@@ -1,6 +1,7 @@
 #include "ui/output.h"
 
 #include <curses.h>
+#include <errno.h>
 #include <locale.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -150,6 +151,7 @@ void openScreen() {
 }
 
 void closeScreen() {
+  const int error = errno;  // what callers are about to explain
   if (screenIsOpen() && !isendwin()) {
     const bool drewAlready = isDrawing();
     const bool taken = waitToDraw(kClosePatience);
@@ -157,6 +159,7 @@ void closeScreen() {
     if (taken && !drewAlready) stopDrawing();
   }
   releaseStandardError();
+  errno = error;
 }
 
 void fitScreen() {

@@ -49,8 +49,9 @@ uint32_t colorPair(int pair);
 // it; what cursesMessage then prints says so.
 void openScreen();
 
-// Leaves the full screen if it is open, and gives back standard error. Safe to call more than once
-// and by a thread that doesn't draw: it waits for the one that does, up to two seconds.
+// Leaves the full screen if it is open, and gives back standard error; errno stays. Safe to call
+// more than once and by a thread that doesn't draw: it waits for the one that does, up to two
+// seconds.
 void closeScreen();
 
 // Follows a terminal whose size has changed. Called before a frame is drawn.

@@ -562,6 +562,21 @@ TEST_F(OpenScreen, SetsTheTerminalsModes) {
             "closed 1 lines 1 echo 1\n");
 }
 
+TEST_F(OpenScreen, ClosedLeavesTheReasonOfAFailureToBeTold) {
+  const ChildResult child = runOnTerminal(terminal, [](FILE *report) {
+    useTerminal("xterm-256color");
+    // It takes no modes: giving them back fails.
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
+      dup2(open("/dev/null", O_WRONLY), stream);
+    openScreen();
+    errno = ENOENT;
+    closeScreen();
+    fprintf(report, "%d", errno == ENOENT);
+  });
+  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(child.report, "1");
+}
+
 TEST_F(OpenScreen, TypedKeysAreNotEchoed) {
   terminal.type("q");
   const ChildResult child = runOnTerminal(terminal, [](FILE *report) {
