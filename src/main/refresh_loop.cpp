@@ -183,6 +183,8 @@ static void drawFrame(bool sampled, bool frozen) {
 }
 
 static void endIfAsked() {
+  // Not every system ends a wait for nothing but the terminal's end.
+  if (isTerminalGone()) askForEnd(SIGHUP);
   endIfInterrupted();
   endIfTooManySources();
 }

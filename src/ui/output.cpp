@@ -37,6 +37,7 @@ static const ColorPair kColorPairs[] = {
 };
 
 static bool confined = false;
+static bool onTerminal = false;  // whether the screen was opened on one, rather than on a pipe
 
 // How much of the text may be written without leaving the screen's line; the last cell stays free.
 static int confinedLength(const char *text, int length) {
@@ -127,6 +128,10 @@ uint32_t colorPair(int pair) {
   return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
 }
 
+static bool getTerminalSize(winsize *size) {
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, size) == 0;
+}
+
 void openScreen() {
   // Names in UTF-8 are shown as such only where the terminal's locale takes them.
   setlocale(LC_CTYPE, "");
@@ -134,6 +139,8 @@ void openScreen() {
   holdStandardError();
   initscr();
   store(cursesFailed, 0);
+  winsize size = {};
+  onTerminal = getTerminalSize(&size);
   cbreak();
   noecho();
   // Else the terminal driver throws away what of a frame is still under way when Ctrl-C is typed,
@@ -164,8 +171,13 @@ void closeScreen() {
 
 void fitScreen() {
   winsize size = {};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
+  if (!getTerminalSize(&size) || size.ws_row == 0 || size.ws_col == 0) return;
   if (is_term_resized(size.ws_row, size.ws_col)) resizeterm(size.ws_row, size.ws_col);
+}
+
+bool isTerminalGone() {
+  winsize size = {};
+  return onTerminal && !getTerminalSize(&size);
 }
 
 void cursesMessage() {

@@ -57,6 +57,10 @@ void closeScreen();
 // Follows a terminal whose size has changed. Called before a frame is drawn.
 void fitScreen();
 
+// Whether the terminal that the screen was opened on is gone. False when it was opened on something
+// else.
+bool isTerminalGone();
+
 // Registered with atexit: explains a full screen that could not be started.
 void cursesMessage();
 

@@ -697,4 +697,31 @@ TEST_F(OpenScreen, FollowsTheTerminalsSize) {
   EXPECT_EQ(child.report, "40x132\n40x132\n40x132\n40x132\n10x2\n1x1\n24x80\n");
 }
 
+TEST_F(OpenScreen, NoticesThatTheTerminalIsGone) {
+  const ChildResult child = runOnTerminal(terminal, [](FILE *report) {
+    useTerminal("xterm-256color");
+    auto own = std::make_unique<PseudoTerminal>(24, 80);
+    for (int standard = 0; standard <= 2; standard++) dup2(own->programEnd(), standard);
+    openScreen();
+    fprintf(report, "%d", isTerminalGone());
+    own.reset();
+    fprintf(report, "%d", isTerminalGone());
+  });
+  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(child.report, "01");
+}
+
+TEST_F(OpenScreen, MissesNoTerminalThatWasNeverThere) {
+  const ChildResult child = runOnTerminal(terminal, [](FILE *report) {
+    useTerminal("xterm-256color");
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    openScreen();
+    fprintf(report, "%d", isTerminalGone());
+    closeScreen();
+  });
+  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(child.report, "0");
+}
+
 }  // namespace
