@@ -50,6 +50,7 @@ static void showColumnHeaders(const Perspective *perspective) {
   const uint32_t plain = colorPair(kPairHeader);
   const uint32_t marked = colorPair(kPairSelected) | static_cast<uint32_t>(A_BOLD);
   switchOn(plain | static_cast<uint32_t>(A_UNDERLINE));
+  confineToLine();
   int32_t width = 0;
   for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
     if (!isColumnVisible(column) || width + column->width > load(x)) continue;
@@ -67,7 +68,7 @@ static void showColumnHeaders(const Perspective *perspective) {
       switchOn(plain);
     }
   }
-  output("\n", 0);
+  endLine();
   switchOff(plain | static_cast<uint32_t>(A_UNDERLINE));
 }
 
@@ -89,7 +90,7 @@ static void showSeparator() {
 
 static void showRow(const Perspective *perspective, ProcessRecord *record, ProcessRecord *previous,
                     bool highlighted) {
-  confineToLine(true);  // a value too wide for its column must not cost the list a line
+  confineToLine();  // a value too wide for its column must not cost the list a line
   const int32_t selected = load(perspective->selectedColumn);
   int32_t width = 0;
   for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
@@ -103,8 +104,7 @@ static void showRow(const Perspective *perspective, ProcessRecord *record, Proce
     column->print(record, previous);
     if (marked) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
   }
-  confineToLine(false);
-  output("\n", 0);
+  endLine();
 }
 
 struct Rows {
@@ -133,6 +133,8 @@ static Rows showRows(ProcessRecord *current, ProcessRecord *previous, const char
     ProcessRecord *before =
         findProcessInformationByPid(previous, pidOf(record), load(previous_num_procs));
     showRow(perspective, record, before, highlighted);
+    // Kept: by the cursor's row. Where that is not the highlighted one, as under a filter, bold
+    // goes on below it.
     if (onScreen() && i == cursor) setAttributes(static_cast<uint32_t>(A_NORMAL));
     if (highlighted) switchOff(static_cast<uint32_t>(A_REVERSE));
   }

@@ -38,15 +38,31 @@ static const ColorPair kColorPairs[] = {
 
 static bool confined = false;
 static bool onTerminal = false;  // whether the screen was opened on one, rather than on a pipe
+static bool isLineFull = false;  // the last cell of the confined line has sent the cursor below it
 
-// How much of the text may be written without leaving the screen's line; the last cell stays free.
+// How much of the text may be written without leaving the screen's line.
 static int confinedLength(const char *text, int length) {
-  const int room = getmaxx(stdscr) - 1 - getcurx(stdscr);
+  const int room = isLineFull ? 0 : getmaxx(stdscr) - getcurx(stdscr);
   if (length <= room) return length;
-  int end = room > 0 ? room : 0;
+  int end = room;
   // Never in the middle of a character.
   while (end > 0 && (text[end] & 0xC0) == 0x80) end--;
   return end;
+}
+
+// Notes whether `length` bytes, written from `column` on, have filled the confined line. No
+// character has more cells than bytes; some have none and leave the cursor where it is.
+static void noteFullLine(int column, int length) {
+  const bool reachesEnd = column + length >= getmaxx(stdscr);
+  if (confined && reachesEnd && getcurx(stdscr) == 0) isLineFull = true;
+}
+
+// One line-drawing character, if there is room for it.
+static void drawLine(chtype character) {
+  if (stdscr == nullptr || (confined && confinedLength(" ", 1) == 0)) return;
+  const int column = getcurx(stdscr);
+  waddch(stdscr, character);
+  noteFullLine(column, 1);
 }
 
 static int writeBytes(const char *text, int length) {
@@ -56,7 +72,11 @@ static int writeBytes(const char *text, int length) {
   }
   if (stdscr == nullptr) return -1;
   const int shown = confined ? confinedLength(text, length) : length;
-  return shown > 0 ? waddnstr(stdscr, text, shown) : 0;
+  if (shown <= 0) return 0;
+  const int column = getcurx(stdscr);
+  const int result = waddnstr(stdscr, text, shown);
+  noteFullLine(column, shown);
+  return result;
 }
 
 int output(const char *text, int width) {
@@ -83,29 +103,32 @@ void outputBlanks(int count) {
   for (; count > 0; count -= kPiece) writeBytes(kBlanks, count < kPiece ? count : kPiece);
 }
 
-// Whether there is room for one more character on the screen.
-static bool hasRoom() {
-  return stdscr != nullptr && (!confined || confinedLength(" ", 1) > 0);
-}
-
 void outputSeparator() {
   if (load(wantCurses) == 0) {
     output("|", 0);
-  } else if (hasRoom()) {
-    waddch(stdscr, ACS_VLINE);
+  } else {
+    drawLine(ACS_VLINE);
   }
 }
 
 void outputBranch(bool isLast) {
   if (load(wantCurses) == 0) {
     output("+-", 0);
-  } else if (hasRoom()) {
-    waddch(stdscr, isLast ? ACS_LLCORNER : ACS_LTEE);
+  } else {
+    drawLine(isLast ? ACS_LLCORNER : ACS_LTEE);
   }
 }
 
-void confineToLine(bool on) {
-  confined = on;
+void confineToLine() {
+  confined = true;
+  isLineFull = false;
+}
+
+void endLine() {
+  const bool isBelow = isLineFull;
+  confined = false;
+  isLineFull = false;
+  if (!isBelow) output("\n", 0);
 }
 
 static bool screenIsOpen() {

@@ -34,8 +34,13 @@ void outputSeparator();
 // where the last child's turns the line, else "+-".
 void outputBranch(bool isLast);
 
-// While on, what is written on the screen is cut at the end of its line instead of going on below.
-void confineToLine(bool on);
+// Until endLine, what is written on the screen is cut at the end of its line instead of going on
+// below.
+void confineToLine();
+
+// Goes to the start of the next line, also from one that is filled to its last cell, and ends the
+// confinement.
+void endLine();
 
 // Attributes for what is written next, as curses attribute bits. Nothing happens without a screen.
 void switchOn(uint32_t attributes);

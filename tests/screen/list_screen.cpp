@@ -182,12 +182,26 @@ int rowOfProcess(const Terminal &terminal, pid_t pid) {
 // Figures that moved since the frame before may have another colour: these don't.
 constexpr int kLastSteadyCell = 3;
 
-// `shownColumns` is 0 for a row that goes on in the next row of the screen.
-static std::string complaintAboutRow(const Terminal &terminal, int row, size_t shownColumns,
-                                     bool isFirst, Abilities abilities) {
+static std::vector<int> separatorsOf(const HeaderLayout &header) {
+  std::vector<int> separators;
+  for (size_t at = 0; (at = header.text.find('|', at)) != std::string::npos; at++) {
+    separators.push_back(static_cast<int>(at));
+  }
+  return separators;
+}
+
+// Whether figures of more digits than their column is wide push the last columns off the screen.
+static bool isPushedOut(const std::vector<CellRange> &cells, const std::vector<int> &separators) {
+  const size_t drawn = cells.size() - 1;
+  return drawn > 0 && drawn < separators.size() && cells.back().start - 1 > separators[drawn - 1];
+}
+
+static std::string complaintAboutRow(const Terminal &terminal, int row,
+                                     const std::vector<int> &separators, bool isFirst,
+                                     Abilities abilities) {
   static const std::regex number(" *-?[0-9]+ *");
   const std::vector<CellRange> cells = cellsOfRow(terminal, row);
-  const bool isWhole = shownColumns == 0 || cells.size() == shownColumns;
+  const bool isWhole = cells.size() == separators.size() + 1 || isPushedOut(cells, separators);
   if (!isWhole || cells.size() < 3) return at(row, 0, "another number of separators");
   for (size_t i = 0; i < 3; i++) {
     if (!std::regex_match(textOf(terminal, row, cells[i]), number)) {
@@ -201,9 +215,7 @@ static std::string complaintAboutRow(const Terminal &terminal, int row, size_t s
                             column >= cells[kSelectedIndex].start &&
                             column < cells[kSelectedIndex].end;
     if (cell.reverse != isFirst) return at(row, column, isFirst ? "not reverse" : "reverse");
-    // Of the first row, only what is left of the selected column: see complaintAboutHighlight.
-    const bool isRight = cells.size() > kSelectedIndex && column >= cells[kSelectedIndex].end;
-    if (cell.bold != (isFirst || isSelected) && !(isFirst && isRight)) {
+    if (cell.bold != (isFirst || isSelected)) {
       return at(row, column, cell.bold ? "bold" : "not bold");
     }
     const bool isSeparator = cell.text == kSeparator;
@@ -224,30 +236,21 @@ static bool startsRow(const Terminal &terminal, int row) {
 std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities abilities) {
   const int header = headerRow(terminal);
   if (header < 0) return "no header row";
-  const std::string columns = headerLayout(terminal.columns(), forRoot).text;
-  const size_t shownColumns =
-      static_cast<size_t>(std::count(columns.begin(), columns.end(), '|')) + 1;
+  const std::vector<int> separators = separatorsOf(headerLayout(terminal.columns(), forRoot));
   const int fitting = terminal.rows() - header - 1;
   // Others' processes come and go.
   const int processes = forRoot ? static_cast<int>(allProcesses().size()) / 2 : 1;
   const int certain = std::min({mostRows(terminal), fitting, processes});
-  int row = header + 1;
   // The first record of the list is highlighted: one that is not shown, where all are as idle as
   // it.
-  const bool isFirstHighlighted = terminal.cell(row, 0).reverse;
-  bool anyWrapped = false;
-  for (int i = 0; i < certain && row < terminal.rows(); i++) {
-    // Figures of more digits than their column is wide make a row longer than the screen.
-    const bool isWrapped =
-        i + 1 < certain && row + 1 < terminal.rows() && !startsRow(terminal, row + 1);
-    const std::string complaint = complaintAboutRow(terminal, row, isWrapped ? 0 : shownColumns,
+  const bool isFirstHighlighted = certain > 0 && terminal.cell(header + 1, 0).reverse;
+  for (int i = 0; i < certain; i++) {
+    const std::string complaint = complaintAboutRow(terminal, header + 1 + i, separators,
                                                     i == 0 && isFirstHighlighted, abilities);
     if (!complaint.empty()) return complaint;
-    anyWrapped = anyWrapped || isWrapped;
-    row += isWrapped ? 2 : 1;
   }
   const int beyond = header + 1 + std::max(mostRows(terminal), 0);
-  if (!anyWrapped && beyond < terminal.rows() - 1 && startsRow(terminal, beyond)) {
+  if (beyond < terminal.rows() - 1 && startsRow(terminal, beyond)) {
     return at(beyond, 0, "one row too many");
   }
   return "";

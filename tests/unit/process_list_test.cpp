@@ -376,6 +376,8 @@ constexpr int kFirstRow = 3;
 
 class ListOnScreen : public ProcessList {
  protected:
+  explicit ListOnScreen(int columns = 120) : screen(12, columns) {}
+
   void frame(const char *filter = nullptr) {
     CursesScreen::empty();
     showProcesses(table(), nullptr, filter);
@@ -395,7 +397,7 @@ class ListOnScreen : public ProcessList {
   }
 
   // Eight lines are the header's, so four and one more are for processes.
-  CursesScreen screen{12, 120};
+  CursesScreen screen;
 };
 
 TEST_F(ListOnScreen, MeasuresTheScreen) {
@@ -403,6 +405,8 @@ TEST_F(ListOnScreen, MeasuresTheScreen) {
   frame();
   EXPECT_EQ(load(y), 12);
   EXPECT_EQ(load(x), 120);
+  EXPECT_TRUE(is_scrollok(stdscr));
+  EXPECT_TRUE(is_idlok(stdscr));
 }
 
 TEST_F(ListOnScreen, HasColumnHeadersBetweenLines) {
@@ -455,8 +459,8 @@ int printTooWide(ProcessRecord *, ProcessRecord *) {
 }
 
 int printTooWideText(ProcessRecord *, ProcessRecord *) {
-  // Up to the last cell that may be written, then a character of three bytes.
-  return output((std::string(116, 'w') + "\u20ac" + "end").c_str(), 0);
+  // Up to the last cell but one, then a character of three bytes.
+  return output((std::string(117, 'w') + "\u20ac" + "end").c_str(), 0);
 }
 
 TEST_F(ListOnScreen, AValueTooWideForTheScreenIsCutAtItsEdge) {
@@ -464,8 +468,8 @@ TEST_F(ListOnScreen, AValueTooWideForTheScreenIsCutAtItsEdge) {
   addColumn("Y", 5, printX);
   current({"a", "b"});
   frame();
-  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(117, 'w'));
-  EXPECT_EQ(trimmed(kFirstRow + 1), "b\u2502" + std::string(117, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(118, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow + 1), "b\u2502" + std::string(118, 'w'));
   EXPECT_EQ(trimmed(kFirstRow + 2), "");
 }
 
@@ -473,8 +477,71 @@ TEST_F(ListOnScreen, AValueIsNotCutInsideACharacter) {
   addColumn("X", 5, printTooWideText);
   current({"a"});
   frame();
-  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(116, 'w'));
+  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(117, 'w'));
   EXPECT_EQ(trimmed(kFirstRow + 1), "");
+}
+
+class ListOnNarrowScreen : public ListOnScreen {
+ protected:
+  ListOnNarrowScreen() : ListOnScreen(20) {}
+
+  // The summary goes on in further rows here: where the column headers are is looked for.
+  static int rowOf(const std::string &beginning) {
+    int row = 0;
+    while (row < CursesScreen::rows() && !trimmed(row).starts_with(beginning)) row++;
+    return row;
+  }
+};
+
+int printEleven(ProcessRecord *, ProcessRecord *) {
+  return output("12345678901", 0);
+}
+int printSeven(ProcessRecord *, ProcessRecord *) {
+  return output("1234567", 0);
+}
+
+// With the first column hidden there is a line in front of each: they fill the screen's width.
+TEST_F(ListOnNarrowScreen, ColumnsThatFillALineToItsLastCellTakeNoOther) {
+  store(load(perspective.columns[0])->hidden, 1);
+  addColumn("ABCDEFGHIJK", 12, printEleven);
+  addColumn("LAST...", 8, printSeven);
+  current({"a", "b"});
+  frame();
+  const int header = rowOf("|ABCDEFGHIJK|LAST...");
+  ASSERT_LT(header, 9);
+  EXPECT_EQ(trimmed(header + 1), "\u250212345678901\u25021234567");
+  EXPECT_EQ(trimmed(header + 2), "\u250212345678901\u25021234567");
+  EXPECT_EQ(trimmed(header + 3), "");
+}
+
+int printAccent(ProcessRecord *, ProcessRecord *) {
+  return output("\u0301", 0);
+}
+
+// Curses puts it over the last cell of the row above.
+TEST_F(ListOnNarrowScreen, ACharacterWithoutACellFillsNoLine) {
+  perspective.numColumns = 0;
+  addColumn("MARK", 5, printAccent);
+  addColumn("X", 4, printX);
+  current({"a", "b"});
+  frame();
+  const int header = rowOf("MARK|X");
+  ASSERT_LT(header, 9);
+  EXPECT_THAT(trimmed(header + 1), testing::StartsWith("\u2502x"));
+  EXPECT_THAT(trimmed(header + 2), testing::StartsWith("\u2502x"));
+}
+
+TEST_F(ListOnNarrowScreen, TheLineBelowAFullLastRowIsScrolledIn) {
+  store(load(perspective.columns[0])->hidden, 1);
+  addColumn("ABCDEFGHIJK", 12, printEleven);
+  addColumn("LAST...", 8, printSeven);
+  current({"a"});
+  CursesScreen::empty();
+  wmove(stdscr, 8, 0);
+  showProcesses(table(), nullptr, nullptr);
+  EXPECT_EQ(trimmed(9), "|ABCDEFGHIJK|LAST...");
+  EXPECT_EQ(trimmed(10), "\u250212345678901\u25021234567");
+  EXPECT_EQ(trimmed(11), "");
 }
 
 TEST_F(ListOnScreen, HeaderIsUnderlinedAndTheSelectedColumnBold) {
@@ -507,6 +574,56 @@ TEST_F(ListOnScreen, SelectedProcessIsReversedAndBoldAndNoOther) {
   EXPECT_EQ(CursesScreen::cell(kFirstRow + 1, 0).attributes,
             static_cast<attr_t>(A_REVERSE | A_BOLD));
   EXPECT_EQ(CursesScreen::cell(kFirstRow + 2, 0).attributes, static_cast<attr_t>(A_NORMAL));
+}
+
+TEST_F(ListOnScreen, BoldGoesOnToTheCursorsRowWhereThatIsAnother) {
+  current({"a", "b", "c", "d", "e"});
+  perspective.selectedColumn = 5;
+  store(g_selectedProcess, 1);
+  store(g_firstProcToShow, 1);
+  store(g_Row, 2);
+  frame();
+  const attr_t expected[] = {A_REVERSE | A_BOLD, A_BOLD, A_BOLD, A_NORMAL};
+  for (int row = 0; row < 4; row++) {
+    EXPECT_EQ(CursesScreen::cell(kFirstRow + row, 0).attributes, expected[row]) << row;
+  }
+}
+
+TEST_F(ListOnScreen, WithoutColoursOnlyLinesAndBoldRemain) {
+  addColumn("X", 4, printX);
+  perspective.selectedColumn = 1;
+  current({"a", "b"});
+  store(g_Color, 0);
+  frame();
+  EXPECT_EQ(CursesScreen::cell(kHeaderRow, 6).attributes,
+            static_cast<attr_t>(A_UNDERLINE | A_BOLD));
+  EXPECT_EQ(CursesScreen::cell(kFirstRow + 1, 2).attributes, static_cast<attr_t>(A_BOLD));
+  for (const int row : {kHeaderRow, kFirstRow, kFirstRow + 1}) {
+    for (int column = 0; column < 7; column++) {
+      EXPECT_EQ(CursesScreen::cell(row, column).pair, 0) << row << ", " << column;
+    }
+  }
+}
+
+TEST_F(ListOnScreen, SeparatorsHaveTheHeadersColourInEveryRow) {
+  addColumn("X", 4, printX);
+  current({"a", "b"});
+  frame();
+  for (const int row : {kHeaderRow, kFirstRow, kFirstRow + 1}) {
+    const int separator = row == kHeaderRow ? 5 : 1;
+    EXPECT_EQ(CursesScreen::cell(row, separator).pair, kPairHeader) << row;
+  }
+  EXPECT_EQ(CursesScreen::cell(kFirstRow, 2).pair, 0);
+}
+
+TEST_F(ListOnScreen, SelectedColumnOfTheSelectedProcessHasNoColour) {
+  addColumn("X", 4, printX);
+  perspective.selectedColumn = 1;
+  current({"a", "b"});
+  frame();
+  EXPECT_EQ(CursesScreen::cell(kFirstRow, 2).pair, 0);
+  EXPECT_EQ(CursesScreen::cell(kFirstRow, 2).attributes, static_cast<attr_t>(A_REVERSE | A_BOLD));
+  EXPECT_EQ(CursesScreen::cell(kFirstRow + 1, 2).pair, kPairSelected);
 }
 
 TEST_F(ListOnScreen, HasOneRowMoreThanThereIsRoomFor) {
