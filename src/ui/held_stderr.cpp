@@ -5,7 +5,10 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
+
+#include <atomic>
 
 namespace sondex {
 
@@ -27,6 +30,23 @@ static size_t partialLength = 0;
 static int realStandardError = -1;  // where standard error went before; -1 while nothing is held
 static int readEnd = -1;
 
+// Whether a thread is at the words above: the refresh loop takes lines in while another thread may
+// close the screen. None stays for long.
+static std::atomic<bool> inUse{false};
+
+static bool enterIfFree() {
+  return !inUse.exchange(true, std::memory_order_acquire);
+}
+
+static void enter() {
+  constexpr timespec kNap = {0, 1'000'000};
+  while (!enterIfFree()) nanosleep(&kNap, nullptr);
+}
+
+static void leave() {
+  inUse.store(false, std::memory_order_release);
+}
+
 static bool sharesTerminal() {
   struct stat out;
   struct stat err;
@@ -38,7 +58,7 @@ static bool makeQuiet(int descriptor) {
   return fcntl(descriptor, F_SETFL, O_NONBLOCK) == 0 && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
 }
 
-void holdStandardError() {
+static void hold() {
   if (realStandardError >= 0 || !sharesTerminal()) return;
   int ends[2];
   if (pipe(ends) != 0) return;
@@ -53,6 +73,12 @@ void holdStandardError() {
     close(ends[0]);
   }
   close(ends[1]);
+}
+
+void holdStandardError() {
+  enter();
+  hold();
+  leave();
 }
 
 static void keepLine() {
@@ -73,7 +99,7 @@ static void keepLine() {
   lineCount++;
 }
 
-void collectStandardError() {
+static void collect() {
   if (readEnd < 0) return;
   char chunk[4096];
   ssize_t length = 0;
@@ -88,11 +114,18 @@ void collectStandardError() {
   }
 }
 
-void releaseStandardError() {
+void collectStandardError() {
+  if (!enterIfFree()) return;
+  collect();
+  leave();
+}
+
+static void release() {
   if (realStandardError < 0) return;
-  collectStandardError();
-  if (partialLength > 0) keepLine();
+  // First back, then the rest: what others write in between is not lost.
   dup2(realStandardError, STDERR_FILENO);
+  collect();
+  if (partialLength > 0) keepLine();
   close(realStandardError);
   close(readEnd);
   realStandardError = -1;
@@ -111,6 +144,12 @@ void releaseStandardError() {
   }
   lineCount = 0;
   linesBeyond = 0;
+}
+
+void releaseStandardError() {
+  enter();
+  release();
+  leave();
 }
 
 }  // namespace sondex

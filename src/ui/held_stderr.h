@@ -1,5 +1,6 @@
 // Holds back standard error while the full screen owns the same terminal, so that messages don't
 // tear the screen, and writes it out afterwards: each distinct line once, with how often it came.
+// Any thread may call these: one that closes the screen does so beside the refresh loop.
 #pragma once
 
 namespace sondex {
@@ -8,7 +9,8 @@ namespace sondex {
 // nothing.
 void holdStandardError();
 
-// Takes in what was written since the last call. Called once a frame by the drawing thread.
+// Takes in what was written since the last call; nothing while another thread is at it. Called once
+// a refresh.
 void collectStandardError();
 
 // Ends the holding and writes out what was collected. Nothing happens when nothing is held.

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -240,6 +241,26 @@ TEST(HeldStderr, CollectingMakesRoomAgain) {
   });
   EXPECT_EQ(dropped, 0);
   EXPECT_EQ(shown, "the same message over and over (100000 times)\n");
+}
+
+TEST(HeldStderr, IsReleasedBesideAThreadThatCollects) {
+  constexpr int kTimes = 200;
+  const std::string shown = onTerminal([] {
+    std::atomic<bool> done{false};
+    std::thread collecting([&] {
+      while (!done.load()) collectStandardError();
+    });
+    for (int i = 0; i < kTimes; i++) {
+      holdStandardError();
+      writeError("line\n");
+      releaseStandardError();
+    }
+    done.store(true);
+    collecting.join();
+  });
+  std::string expected;
+  for (int i = 0; i < kTimes; i++) expected += "line\n";
+  EXPECT_EQ(shown, expected);
 }
 
 TEST(HeldStderr, LeavesNoDescriptorOpen) {
