@@ -173,6 +173,8 @@ static int showPlainList() {
 
 static void drawFrame(bool sampled, bool frozen) {
   fitScreen();
+  // Whoever closed the screen to say something let go of standard error too.
+  if (isendwin()) holdStandardError();
   // A key that switches colours in the middle of a frame may leave an attribute on.
   setAttributes(A_NORMAL);
   wclear(stdscr);
