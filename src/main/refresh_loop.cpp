@@ -131,8 +131,8 @@ static void keepAsPrevious() {
   retireProcessTable(retired);
 }
 
-// Waits for the next refresh, for `milliseconds`. A byte on the pipe or the terminal's end cuts it
-// short.
+// Waits for the next refresh, for `milliseconds` (-1: without end). A byte on the pipe or the
+// terminal's end cuts it short.
 static void waitForRefresh(int32_t milliseconds) {
   // poll passes over a negative descriptor: without a pipe the wait just can't be cut short.
   pollfd waited[2] = {{g_pipe[0] != 0 ? g_pipe[0] : -1, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
@@ -147,8 +147,15 @@ static void waitForRefresh(int32_t milliseconds) {
   [[maybe_unused]] const ssize_t taken = read(waited[0].fd, &byte, 1);
 }
 
-static int32_t refreshDelay() {
-  return std::clamp(load(g_Delay), 0, INT_MAX / kMillisecondsPerDelay) * kMillisecondsPerDelay;
+int32_t refreshWait() {
+  const int32_t delay = load(g_Delay);
+  if (delay < 0) return -1;
+  return std::min(delay, INT_MAX / kMillisecondsPerDelay) * kMillisecondsPerDelay;
+}
+
+static int32_t waitAfterMissedFrame() {
+  const int32_t wait = refreshWait();
+  return wait < 0 ? wait : std::max(wait, kAfterMissedFrame);
 }
 
 static void showList() {
@@ -208,7 +215,7 @@ static void refreshScreen() {
   }
   if (updating) keepAsPrevious();
   collectStandardError();
-  waitForRefresh(drawing ? refreshDelay() : std::max(refreshDelay(), kAfterMissedFrame));
+  waitForRefresh(drawing ? refreshWait() : waitAfterMissedFrame());
   endIfAsked();
 }
 

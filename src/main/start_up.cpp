@@ -10,6 +10,8 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "columns/perspective.h"
 #include "device/gestalt.h"
 #include "main/monitor.h"
@@ -103,7 +105,7 @@ static void chooseDisplay(int argc, bool outputIsDevice) {
 static bool parsePID(const char *text, int32_t *pid) {
   char *end = nullptr;
   const long number = strtol(text, &end, 10);
-  *pid = static_cast<int32_t>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
+  *pid = static_cast<int32_t>(std::clamp<long>(number, INT_MIN, INT_MAX));
   return end != text;
 }
 

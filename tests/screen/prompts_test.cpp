@@ -196,6 +196,15 @@ TEST(Delay, OfFiveIsHalfASecondButWaitsFive) {
   EXPECT_GE(Clock::now() - before, Duration{5'000});
 }
 
+TEST(Delay, BelowZeroWaitsForAKey) {
+  Display display;
+  ASSERT_EQ(display.begin(), "");
+  // Each wakes it for one frame, and no other is drawn.
+  ASSERT_EQ(display.answer("u", kDelay, "-5"), "");
+  EXPECT_EQ(display.status(), "Setting delay to -0.5 seconds...");
+  for (int frame = 0; frame < 3; frame++) ASSERT_EQ(display.press(kIdleKey), "");
+}
+
 // ---- What happens meanwhile ---------------------------------------------------------------------
 
 class PromptKey : public testing::TestWithParam<const char *> {};

@@ -96,4 +96,32 @@ TEST_F(PlainList, VerdictsAreAskedForOnlyWhileTheirColumnIsThere) {
   setDefaultPerspective(nullptr);
 }
 
+struct WaitCase {
+  int32_t delay;
+  int32_t milliseconds;
+};
+
+TEST(RefreshWait, IsAThousandMillisecondsTimesTheDelay) {
+  const DisplayStateGuard guard;
+  EXPECT_EQ(refreshWait(), 10'000);
+  const WaitCase cases[] = {
+      {0, 0},
+      {1, 1'000},
+      {5, 5'000},
+      {600, 600'000},
+      {2'147'483, 2'147'483'000},
+      // Beyond what the wait can be told.
+      {2'147'484, 2'147'483'000},
+      {INT32_MAX, 2'147'483'000},
+      // Without end, as the system takes a time below 0.
+      {-1, -1},
+      {-5, -1},
+      {INT32_MIN, -1},
+  };
+  for (const WaitCase &row : cases) {
+    store(g_Delay, row.delay);
+    EXPECT_EQ(refreshWait(), row.milliseconds) << row.delay;
+  }
+}
+
 }  // namespace
