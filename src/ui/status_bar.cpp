@@ -58,9 +58,10 @@ void printStatusBar() {
   switchOn(attribute);
   const int width = getmaxx(stdscr);
   const int end = width - 1;  // the last cell stays free: writing it would scroll
-  const int length = static_cast<int>(strcspn(text, "\n"));  // a line feed would scroll the list
+  const int length = static_cast<int>(strlen(text));
   const int start = length < width ? width / 2 - length / 2 : end;
-  const int shown = length < end - start ? length : end - start;
+  const int line = static_cast<int>(strcspn(text, "\n"));  // a line feed would scroll the list
+  const int shown = line < end - start ? line : end - start;
   wmove(stdscr, getmaxy(stdscr) - 1, 0);
   outputBlanks(start);
   if (shown > 0) output(text, shown + 1);

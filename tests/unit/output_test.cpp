@@ -1,5 +1,6 @@
 #include "ui/output.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -332,6 +334,18 @@ TEST_F(StatusBar, StandsInTheMiddleOfTheBottomRow) {
     EXPECT_EQ(screen.text(0), blanks(row.columns));
     EXPECT_EQ(screen.text(1), blanks(row.columns));
   }
+}
+
+TEST_F(StatusBar, LineFeedIsNotDrawnButCounts) {
+  const CursesScreen screen(3, 20);
+  setStatusBar("abc\n", 1);
+  EXPECT_EQ(redraw(), "        abc         ");
+  EXPECT_EQ(highlighted(0, kPairStatus), 19);
+  setStatusBar("0123456789abcdefghi\n", 1);
+  EXPECT_EQ(redraw(), blanks(20)) << "as wide as the screen";
+  setStatusBar("abc\ndef", 1);
+  EXPECT_EQ(redraw(), "       abc          ");
+  EXPECT_EQ(screen.text(0) + screen.text(1), blanks(40)) << "the screen was scrolled";
 }
 
 TEST_F(StatusBar, ScreensOfOneRow) {
