@@ -1,13 +1,12 @@
 #include "screens/cpu_summary.h"
 
 #include <math.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include "state/display.h"
 #include "state/system.h"
+#include "ui/append.h"
 
 namespace sondex {
 
@@ -32,6 +31,8 @@ static Load oldProcessorLoadInfo[kMaxProcessors];
 static Load processorLoadInfoTotal;
 static Load oldProcessorLoadInfoTotal;
 
+static char text[4096];
+
 darwin::kern_return_t get_host_processors(darwin::host_t host) {
   darwin::host_processors(host, &processors, &processor_count);
   return darwin::host_processor_sets(host, &processor_sets, &processor_set_count);
@@ -49,18 +50,6 @@ static float share(const Load *now, const Load *before, int state, uint32_t tick
   // What 0 / 0 gives everywhere, without the sign that some processors put before it.
   if (part == 0 && ticks == 0) return NAN;
   return 100.0f * static_cast<float>(part) / static_cast<float>(ticks);
-}
-
-static char text[4096];
-static size_t length = 0;
-
-__attribute__((format(printf, 1, 2))) static void append(const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  const int written = vsnprintf(text + length, sizeof text - length, format, arguments);
-  va_end(arguments);
-  if (written > 0) length += static_cast<size_t>(written);
-  if (length >= sizeof text) length = sizeof text - 1;
 }
 
 static uint32_t sampleProcessors(uint32_t count) {
@@ -87,7 +76,7 @@ static void appendEachProcessor(uint32_t count) {
     const Load *now = &processorLoadInfo[i];
     const Load *before = &oldProcessorLoadInfo[i];
     const uint32_t ticks = allTicks(now) - allTicks(before);
-    append("%s %u: %6.2f%% User, %6.2f%% System, %6.2f%% Idle, %5.2f%% Nice\n",
+    append(text, sizeof text, "%s %u: %6.2f%% User, %6.2f%% System, %6.2f%% Idle, %5.2f%% Nice\n",
            i == 0 ? "CPU" : "   ", i,
            static_cast<double>(share(now, before, darwin::CPU_STATE_USER, ticks)),
            static_cast<double>(share(now, before, darwin::CPU_STATE_SYSTEM, ticks)),
@@ -99,12 +88,12 @@ static void appendEachProcessor(uint32_t count) {
 static void appendTotals(uint32_t ticks) {
   const Load *now = &processorLoadInfoTotal;
   const Load *before = &oldProcessorLoadInfoTotal;
-  append("  %6.2f%% User, %6.2f%% System, %6.2f%% Idle ",
+  append(text, sizeof text, "  %6.2f%% User, %6.2f%% System, %6.2f%% Idle ",
          static_cast<double>(share(now, before, darwin::CPU_STATE_USER, ticks)),
          static_cast<double>(share(now, before, darwin::CPU_STATE_SYSTEM, ticks)),
          static_cast<double>(share(now, before, darwin::CPU_STATE_IDLE, ticks)));
   g_totalTicksThisSample = ticks;
-  append("\n");
+  append(text, sizeof text, "\n");
 }
 
 const char *showProcessorInfo() {
@@ -122,13 +111,13 @@ const char *showProcessorInfo() {
   g_num_cpus = host.basic.logical_cpu;
 
   const bool eachProcessor = load(g_EachCPU) != 0;
-  length = 0;
   text[0] = '\0';
   if (!eachProcessor) {
-    append("CPU:   %d/%d active %s", host.basic.logical_cpu, host.basic.logical_cpu_max, rootNote);
+    append(text, sizeof text, "CPU:   %d/%d active %s", host.basic.logical_cpu,
+           host.basic.logical_cpu_max, rootNote);
   }
   if (processors == nullptr) {
-    append("\n");
+    append(text, sizeof text, "\n");
     return text;
   }
 

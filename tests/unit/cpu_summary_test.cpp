@@ -161,6 +161,33 @@ TEST_F(CPUSummary, OfEachProcessorWithoutTicksDividesByZero) {
                "CPU 0:    nan% User,    nan% System,    nan% Idle,   nan% Nice\n");
 }
 
+// Three of 4000 are 0.075 percent: just above that in single precision, just below in double.
+TEST_F(CPUSummary, OfEachProcessorIsReckonedInSinglePrecision) {
+  start(1);
+  store(g_EachCPU, 1);
+  tick(0, 3, 0, 0, 3997);
+  EXPECT_THAT(showProcessorInfo(), testing::StartsWith("CPU 0:   0.08% User,   0.00% System,"));
+}
+
+TEST_F(CPUSummary, CounterThatFallsDividesByZeroWhereAnotherMakesUpForIt) {
+  start(1);
+  store(g_EachCPU, 1);
+  tick(0, 10, 0, static_cast<uint32_t>(-10), 0);
+  EXPECT_STREQ(showProcessorInfo(),
+               "CPU 0:    inf% User,    nan% System,    inf% Idle,   nan% Nice\n");
+}
+
+// Shares as wide as they can be, of as many processors as are shown.
+TEST_F(CPUSummary, WidestTextHasRoom) {
+  start(32);
+  store(g_EachCPU, 1);
+  for (size_t i = 0; i < 32; i++) tick(i, UINT32_MAX, UINT32_MAX, UINT32_MAX, 4);
+  const std::string text = showProcessorInfo();
+  EXPECT_THAT(text, testing::EndsWith("\n    31: 429496729600.00% User, 429496729600.00% System, "
+                                      "429496729600.00% Idle, 400.00% Nice\n"));
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 32);
+}
+
 TEST_F(CPUSummary, BothFormsCompareWithTheLastFrame) {
   start(1);
   store(g_EachCPU, 1);
