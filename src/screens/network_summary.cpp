@@ -1,13 +1,11 @@
 #include "screens/network_summary.h"
 
-#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include "darwin/interfaces.h"
 #include "darwin/socket.h"
@@ -33,13 +31,14 @@ static uint8_t *readInterfaces(size_t *size) {
       darwin::DARWIN_CTL_NET, darwin::DARWIN_AF_ROUTE, 0, 0, darwin::DARWIN_NET_RT_IFLIST2, 0};
   constexpr unsigned int kNumbers = sizeof name / sizeof name[0];
   if (darwin::sysctl(name, kNumbers, nullptr, size, nullptr, 0) != 0) return nullptr;
-  uint8_t *list = static_cast<uint8_t *>(malloc(*size > 0 ? *size : 1));
+  const size_t room = *size;
+  uint8_t *list = static_cast<uint8_t *>(malloc(room > 0 ? room : 1));
   if (list == nullptr) {
     closeScreen();
     fputs("malloc failed\n", stdout);
     exit(1);
   }
-  if (darwin::sysctl(name, kNumbers, list, size, nullptr, 0) != 0) {
+  if (darwin::sysctl(name, kNumbers, list, size, nullptr, 0) != 0 || *size > room) {
     free(list);
     return nullptr;
   }

@@ -103,6 +103,19 @@ TEST_F(NetworkSummary, LocalInterfacesCountWhenToldSo) {
       "^$");
 }
 
+TEST_F(NetworkSummary, TheFirstCallSettlesWhetherLocalInterfacesCount) {
+  expectGood(
+      [] {
+        unsetenv("INCLUDE_LOOPBACK");
+        machine().links = {link(6, 1000, 2000)};
+        sample_networks();
+        setenv("INCLUDE_LOOPBACK", "1", 1);
+        machine().links = {link(6, 1000, 2000), link(24, 50000, 50000)};
+        REQUIRE(sample_networks()->receivedBytes == 1000);
+      },
+      "^$");
+}
+
 TEST_F(NetworkSummary, RatesAreOfTheTimeSinceTheLastCall) {
   expectGood(
       [] {
