@@ -23,6 +23,10 @@ static int toInt(int64_t value) {
   return value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : static_cast<int>(value);
 }
 
+static int64_t toSigned(uint64_t value) {
+  return value > INT64_MAX ? INT64_MAX : static_cast<int64_t>(value);
+}
+
 // The attribute that marks a value as changed, 0 where colours are off.
 static uint32_t changeAttribute(int pair) {
   return load(wantCurses) != 0 ? colorPair(pair) : 0;
@@ -100,7 +104,7 @@ int print_vsize(ProcessRecord *current, ProcessRecord *previous) {
 int print_rsize(ProcessRecord *current, ProcessRecord *previous) {
   const uint64_t now = current->taskAllInfo.ptinfo.pti_resident_size;
   const uint64_t before = previous != nullptr ? previous->taskAllInfo.ptinfo.pti_resident_size : 0;
-  const int64_t value = static_cast<int64_t>(load(g_Delta) != 0 ? now - before : now);
+  const int64_t value = toSigned(now) - (load(g_Delta) != 0 ? toSigned(before) : 0);
   const uint32_t attribute = before != 0 ? changeAttribute(before, now) : 0;
   switchOn(attribute);
   const int64_t megabytes = value >> 20;
@@ -202,15 +206,10 @@ int print_numfds(ProcessRecord *current, ProcessRecord *) {
   return outputFormatted(0, "%4d", current->numFDs);
 }
 
-// A previous record without figures is no base for growth.
-static bool hasUsage(const ProcessRecord *record) {
-  return record->rusage.ri_diskio_bytesread != kUsageUnknown;
-}
-
 int print_io_rusage_read(ProcessRecord *current, ProcessRecord *previous) {
   uint64_t value = current->rusage.ri_diskio_bytesread;
   if (value == kUsageUnknown) return output("?????", 0);
-  if (wantsDelta(previous) && hasUsage(previous)) value -= previous->rusage.ri_diskio_bytesread;
+  if (wantsDelta(previous)) value -= previous->rusage.ri_diskio_bytesread;
   return output(printSize(value), 0);
 }
 
@@ -218,7 +217,7 @@ int print_io_rusage_written(ProcessRecord *current, ProcessRecord *previous) {
   // Kept: the read counter tells whether there are figures.
   if (current->rusage.ri_diskio_bytesread == kUsageUnknown) return output("?????", 0);
   uint64_t value = current->rusage.ri_diskio_byteswritten;
-  if (wantsDelta(previous) && hasUsage(previous)) value -= previous->rusage.ri_diskio_byteswritten;
+  if (wantsDelta(previous)) value -= previous->rusage.ri_diskio_byteswritten;
   return output(printSize(value), 0);
 }
 

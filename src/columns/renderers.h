@@ -1,5 +1,6 @@
 // The renderers: each draws one cell of one process, in its column's format. Cumulative figures
-// turn into growth since the previous sample in delta mode; a value that changed is coloured.
+// turn into growth since the previous sample in delta mode; a value that changed is coloured. The
+// network cells note in the records what they have shown.
 #pragma once
 
 #include "columns/column.h"

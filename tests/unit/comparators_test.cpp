@@ -158,6 +158,19 @@ TEST_F(Comparators, NegativeFiguresAreSmall) {
   expectFirst(sort_sandbox);
 }
 
+TEST_F(Comparators, SizesCountersAndTimesAreUnsigned) {
+  darwin::proc_taskinfo &task = a->taskAllInfo.ptinfo;
+  task.pti_virtual_size = task.pti_resident_size = task.pti_total_system = UINT64_MAX;
+  a->taskAllInfo.pbsd.pbi_start_tvsec = UINT64_MAX;
+  a->coalitionInfo.coalition_id[0] = UINT64_MAX;
+  a->rusage.ri_diskio_bytesread = a->rusage.ri_diskio_byteswritten = UINT64_MAX;
+  // As in a process without figures: the sum of both wraps, and is still the largest.
+  for (const Comparator compare : {sort_vsize, sort_rsize, sort_time, sort_stime, sort_coalition,
+                                   sort_io_rusage, sort_io_rusage_read, sort_io_rusage_written}) {
+    expectFirst(compare);
+  }
+}
+
 TEST_F(Comparators, UserIDsAreUnsigned) {
   a->taskAllInfo.pbsd.pbi_uid = 4294967294u;
   b->taskAllInfo.pbsd.pbi_uid = 501;
@@ -308,9 +321,12 @@ TEST_F(StatusComparator, EqualKeys) {
   setStatus(*a, 5, 1);
   setStatus(*b, 1, 17);
   expectTie(sort_status, -1);
-  // Status 9 has the key of a running process.
+  // Status 9 has the key of a running process, and those above come before.
   setStatus(*b, 9, 0);
   expectTie(sort_status, -1);
+  setStatus(*b, 12, 0);
+  std::swap(a, b);
+  expectFirst(sort_status);
 }
 
 class NetworkComparators : public Comparators {
@@ -358,6 +374,14 @@ TEST_F(NetworkComparators, ProcessesWithoutCountersHaveZero) {
   file(2, 200, 0, 0);
   expectTie(sort_netrx, -1);
   expectTie(sort_nettx, -1);
+}
+
+TEST_F(NetworkComparators, SourcesWithoutAnOwnerAreNotTheKernelTasks) {
+  a->taskAllInfo.pbsd.pbi_pid = 0;
+  file(1, 0, 50, 60);
+  file(2, 200, 1, 1);
+  expectFirst(sort_netrx);
+  expectFirst(sort_nettx);
 }
 
 TEST_F(NetworkComparators, FiguresAreCutToSigned32Bits) {

@@ -292,6 +292,7 @@ TEST_F(HideSelected, OneAfterTheOtherStaysWithinTheColumns) {
     hideSelectedCol(perspective);
     ASSERT_GE(perspective->selectedColumn, 0);
     ASSERT_LT(perspective->selectedColumn, 21);
+    EXPECT_EQ(sortOf(perspective), at(perspective, perspective->selectedColumn).sort);
   }
   for (int32_t i = 0; i < 21; i++) EXPECT_EQ(at(perspective, i).hidden, 1) << i;
   EXPECT_EQ(load(perspective->columns[21]), nullptr) << "the end mark is no column";

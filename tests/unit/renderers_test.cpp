@@ -72,15 +72,14 @@ class RendererTexts : public Renderers {
 
 TEST_F(RendererTexts, Pid) {
   const std::pair<uint32_t, const char *> cases[] = {
-      {0, "0    "}, {1, "1    "}, {4321, "4321 "}, {99999, "99999"}, {123456, "12345"}};
+      {0, "0    "},      {1, "1    "},       {4321, "4321 "},      {99999, "99999"},
+      {123456, "12345"}, {INT_MAX, "21474"}, {UINT32_MAX, "-1   "}};
   for (const auto &[pid, expected] : cases) {
     bsd.pbi_pid = pid;
     EXPECT_EQ(text(print_pid), expected);
     bsd.pbi_ppid = pid;
     EXPECT_EQ(text(print_ppid), expected);
   }
-  bsd.pbi_pid = UINT32_MAX;
-  EXPECT_EQ(text(print_pid), "-1   ");
 }
 
 TEST_F(RendererTexts, PpidIsNotThePid) {
@@ -180,6 +179,7 @@ TEST_F(RendererTexts, VirtualSize) {
                             {6 * kMega - 1, "   5M"},
                             {999 * kMega, " 999M"},
                             {9 * kGiga, "9216M"},
+                            {10000 * kMega - 1, "9999M"},
                             {10 * kGiga - 1, "10239M"},
                             {10 * kGiga, "  10G"},
                             {11 * kGiga - 1, "  10G"},
@@ -239,7 +239,9 @@ TEST_F(RendererTexts, ResidentSize) {
                             {10 * kMega, "  10M"},
                             {11 * kMega - 1, "  10M"},
                             {9999 * kMega, "9999M"},
-                            {10000 * kMega, "10000"}};
+                            {10000 * kMega, "10000"},
+                            {INT64_MAX, "21474"},
+                            {UINT64_MAX, "21474"}};
   for (const SizeCase &row : cases) {
     task.pti_resident_size = row.size;
     EXPECT_EQ(text(print_rsize), row.text);
@@ -259,7 +261,9 @@ TEST_F(RendererTexts, ResidentSizeInDeltaMode) {
                               {5 * kMega, 5 * kMega - 1, "  -1K"},
                               {999 * kKilo, 0, "-999K"},
                               // A loss is never in megabytes.
-                              {30 * kMega, 10 * kMega, "-2048"}};
+                              {30 * kMega, 10 * kMega, "-2048"},
+                              {10 * kMega, 0, "-1024"},
+                              {UINT64_MAX, 0, "-9007"}};
   for (const GrowthCase &row : cases) {
     taskBefore.pti_resident_size = row.before;
     task.pti_resident_size = row.now;
@@ -285,8 +289,13 @@ TEST_F(RendererTexts, Status) {
 }
 
 TEST_F(RendererTexts, MemoryStatus) {
-  const std::pair<int32_t, const char *> cases[] = {{0, "0  "},     {5, "5  "},     {17, "17 "},
-                                                    {100, "100"},   {1000, "1000"}, {-1, "??"},
+  const std::pair<int32_t, const char *> cases[] = {{0, "0  "},
+                                                    {5, "5  "},
+                                                    {17, "17 "},
+                                                    {100, "100"},
+                                                    {1000, "1000"},
+                                                    {-1, "??"},
+                                                    {INT_MAX, "2147483647"},
                                                     {INT_MIN, "??"}};
   for (const auto &[priority, expected] : cases) {
     current->jetsamPriority = priority;
@@ -296,7 +305,8 @@ TEST_F(RendererTexts, MemoryStatus) {
 
 TEST_F(RendererTexts, MemoryLimit) {
   const std::pair<int32_t, const char *> cases[] = {
-      {0, "   0"}, {6, "   6"}, {2048, "2048"}, {65536, "65536"}, {-1, " ?? "}, {INT_MIN, " ?? "}};
+      {0, "   0"},  {6, "   6"},      {2048, "2048"}, {65536, "65536"}, {INT_MAX, "2147483647"},
+      {-1, " ?? "}, {INT_MIN, " ?? "}};
   for (const auto &[limit, expected] : cases) {
     current->jetsamLimit = limit;
     EXPECT_EQ(text(print_memlimit), expected);
@@ -365,8 +375,9 @@ TEST_F(RendererTexts, CpuUsage) {
 }
 
 TEST_F(RendererTexts, NumFDs) {
-  const std::pair<int32_t, const char *> cases[] = {
-      {0, "   0"}, {3, "   3"}, {128, " 128"}, {1024, "1024"}, {12345, "12345"}};
+  const std::pair<int32_t, const char *> cases[] = {{0, "   0"},      {3, "   3"},
+                                                    {128, " 128"},    {1024, "1024"},
+                                                    {12345, "12345"}, {INT_MAX, "2147483647"}};
   for (const auto &[count, expected] : cases) {
     current->numFDs = count;
     EXPECT_EQ(text(print_numfds), expected);
@@ -401,6 +412,16 @@ TEST_F(RendererTexts, DiskCountersInDeltaMode) {
   // Unsigned.
   previous->rusage.ri_diskio_bytesread = 513;
   EXPECT_EQ(textAfter(print_io_rusage_read), "17179869184G");
+}
+
+TEST_F(RendererTexts, DiskCountersThatWereNotAvailableBefore) {
+  store(g_Delta, 1);
+  current->rusage.ri_diskio_bytesread = 512;
+  current->rusage.ri_diskio_byteswritten = 15000;
+  std::memset(&previous->rusage, 0xFF, sizeof previous->rusage);
+  // Unsigned too: the all-ones value is taken off like any other.
+  EXPECT_EQ(textAfter(print_io_rusage_read), "  513B");
+  EXPECT_EQ(textAfter(print_io_rusage_written), "14.65K");
 }
 
 TEST_F(RendererTexts, DiskCountersThatAreNotAvailable) {
@@ -550,6 +571,47 @@ TEST_F(RendererTexts, Bitness) {
   for (const auto &[flags, expected] : cases) {
     bsd.pbi_flags = flags;
     EXPECT_EQ(text(print_bitness), expected);
+  }
+}
+
+TEST_F(Renderers, AnswerWhatTheOutputAnswers) {
+  // A screen that is not there: nothing can be written.
+  ASSERT_EQ(stdscr, nullptr);
+  store(wantCurses, 1);
+  bsd.pbi_status = 3;
+  std::memcpy(current->csStatus, "NO", 3);
+  const Renderer all[] = {print_pid,
+                          print_ppid,
+                          print_uid,
+                          print_coalition,
+                          print_name,
+                          print_priority,
+                          print_numthreads,
+                          print_vsize,
+                          print_rsize,
+                          print_status,
+                          print_memstatus,
+                          print_memlimit,
+                          print_sandbox,
+                          print_cs,
+                          print_stime,
+                          print_time,
+                          print_cpu_usage,
+                          print_numfds,
+                          print_io_rusage_read,
+                          print_io_rusage_written,
+                          print_netrx,
+                          print_nettx,
+                          print_tty,
+                          print_rx_tx,
+                          print_io_rusage,
+                          print_csw,
+                          print_bitness};
+  for (const bool counted : {false, true}) {
+    if (counted) file(3, 1000, 2000);
+    for (size_t i = 0; i < std::size(all); i++) {
+      EXPECT_LT(all[i](current.get(), previous.get()), 0) << i;
+    }
   }
 }
 

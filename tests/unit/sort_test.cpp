@@ -126,6 +126,37 @@ TEST_F(Sorting, WithoutAComparatorKeepsTheOrder) {
   EXPECT_EQ(sortedBy(nullptr), (Pids{1, 2}));
 }
 
+// Network totals change while the table is sorted by them.
+TEST_F(Sorting, ByAComparatorThatContradictsItselfKeepsEveryRecord) {
+  constexpr int32_t kCount = 300;
+  const Comparator comparators[] = {
+      [](int32_t, const ProcessRecord *, const ProcessRecord *) { return -1; },
+      [](int32_t, const ProcessRecord *, const ProcessRecord *) { return 1; },
+      [](int32_t, const ProcessRecord *, const ProcessRecord *) { return 0; },
+      [](int32_t, const ProcessRecord *, const ProcessRecord *) {
+        static std::mt19937 random(7);
+        return static_cast<int>(random() % 3) - 1;
+      },
+      // Each third is before the next, and the last before the first.
+      [](int32_t, const ProcessRecord *a, const ProcessRecord *b) {
+        return (pidOf(b) - pidOf(a) + kCount) % 3 == 1 ? -1 : 1;
+      },
+  };
+  std::vector<Row> rows;
+  for (int32_t pid = 1; pid <= kCount; pid++) rows.push_back({pid, 7 * pid, "p"});
+  for (size_t i = 0; i < std::size(comparators); i++) {
+    SCOPED_TRACE(i);
+    current(rows);
+    Pids pids = sortedBy(comparators[i]);
+    for (int32_t at = 0; at < kCount; at++) {
+      const ProcessRecord &record = load(g_process_information)[at];
+      ASSERT_EQ(record.totalCPU, 7 * pidOf(&record));
+    }
+    std::sort(pids.begin(), pids.end());
+    for (int32_t at = 0; at < kCount; at++) ASSERT_EQ(pids[static_cast<size_t>(at)], at + 1);
+  }
+}
+
 TEST_F(Sorting, OfManyRecordsIsStable) {
   std::mt19937 random(31);
   std::vector<Row> rows;
