@@ -74,7 +74,7 @@ static int runScreen(DetailsReport *report) {
   for (;;) {
     const int result = printDetails(report);
     if (result != 0 || stdscr == nullptr || isKeyboardGone()) return result;
-    if (!applyKey(report, wgetch(stdscr))) return 0;
+    if (!applyKey(report, readKey())) return 0;
     refreshProcInfo(report->record);
   }
 }

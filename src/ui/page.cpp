@@ -31,10 +31,18 @@ bool isKeyboardGone() {
   return poll(&keyboard, 1, 0) > 0 && (keyboard.revents & (POLLHUP | POLLERR)) != 0;
 }
 
+int readKey() {
+  int key = ERR;
+  do {
+    key = wgetch(stdscr);
+  } while (key == KEY_RESIZE);
+  return key;
+}
+
 void waitToLeavePage() {
   if (!isOnScreen()) return;
   while (!isKeyboardGone()) {
-    const int key = wgetch(stdscr);
+    const int key = readKey();
     if (key == kEnter || key == 'Q' || key == 'q') return;
     if (!pauseUnlessEnding(kBetweenKeys)) return;
   }

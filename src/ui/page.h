@@ -9,6 +9,10 @@ namespace sondex {
 // first cell.
 void beginPage();
 
+// In full-screen mode: the next key, a byte or a curses key code, without waiting; ERR when there
+// is none. The code by which curses tells of a new screen size is passed over: nobody typed it.
+int readKey();
+
 // In full-screen mode: reads keys until one leaves the page, until the terminal is gone or until
 // the program is to end. Any other key is followed by a pause of a second.
 void waitToLeavePage();

@@ -8,6 +8,7 @@
 #include "state/display.h"
 #include "ui/loop_notes.h"
 #include "ui/output.h"
+#include "ui/page.h"
 #include "ui/status_bar.h"
 
 namespace sondex {
@@ -31,8 +32,7 @@ static bool keyboardHasSomething() {
 static int waitForKey() {
   bool readable = false;
   while (reasonToEnd() == 0) {
-    const int key = wgetch(stdscr);
-    if (key == KEY_RESIZE) continue;  // a note of curses to itself, which nobody typed
+    const int key = readKey();
     if (key != ERR) return key;
     // Something to read and yet no key: that is the end of the input.
     if (readable) return kNoMoreKeys;

@@ -7,6 +7,7 @@
 #define NCURSES_WIDECHAR 1
 #endif
 #include <curses.h>
+#include <poll.h>
 
 #include <climits>
 #include <clocale>
@@ -15,6 +16,7 @@
 #include <cwchar>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "state/display.h"
@@ -93,6 +95,14 @@ class CursesScreen {
   // Drops what was sent to the terminal, where nobody reads it: without room there, the next
   // refresh waits for ever.
   void dropSent() const { tcflush(m_terminal.programEnd(), TCOFLUSH); }
+
+  // As if typed at the terminal; there to be read once this returns.
+  void type(std::string_view keys) const {
+    m_terminal.type(keys);
+    pollfd program = {m_terminal.programEnd(), POLLIN, 0};
+    constexpr int kPatience = 10'000;  // milliseconds
+    if (poll(&program, 1, kPatience) != 1) throw std::runtime_error("nothing to read was typed");
+  }
 
   // Empties the screen and puts the cursor into its first cell.
   static void empty() {

@@ -556,6 +556,24 @@ TEST_F(DetailsScreen, WaitsAfterAnyOtherKey) {
   EXPECT_EQ(machine.timesAsked("arguments"), 2u);
 }
 
+TEST_F(DetailsScreen, NotesOfNewSizesAreNoKeys) {
+  typeKeys({KEY_RESIZE, KEY_RESIZE, 'q'});
+  EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+  EXPECT_EQ(machine.timesAsked("arguments"), 1u);
+}
+
+// A key that paused would be the last one here, as the program is to end.
+TEST_F(DetailsScreen, ActsOnItsOwnKeysWithoutAPause) {
+  EXPECT_EXIT(
+      {
+        askForEnd(kEndByKey);
+        typeKeys(keysOf("aAcCfFhHrRtT?\nxq"));
+        showProcessDetails(record_, nullptr);
+        _exit(wgetch(stdscr) == 'q' ? 7 : 1);
+      },
+      ExitedWithCode(7), "");
+}
+
 // Enter leaves the help; to the details it would be a key like any other.
 TEST_F(DetailsScreen, HasAHelpScreenOfItsOwn) {
   afterKeys("?\n");

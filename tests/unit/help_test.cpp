@@ -12,6 +12,7 @@
 #include "columns/perspective.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
+#include "tests/unit/typed_keys.h"
 
 namespace {
 
@@ -162,12 +163,13 @@ using Texts = std::vector<std::string>;
 
 TEST_F(HelpScreen, ShowsTheSameText) {
   g_gotGestalt = 1;
-  waddstr(stdscr, "what was there before");
+  mvwaddstr(stdscr, CursesScreen::rows() - 1, 7, "what was there before");
   showAndLeave(1);
   const std::vector<std::string> rows = rowsOf(kHeader + kListKeys + kGestaltKey + kOtherViews);
   for (size_t i = 0; i < rows.size(); i++) {
     EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(static_cast<int>(i))), rows[i]) << "row " << i;
   }
+  EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(CursesScreen::rows() - 1)), "");
 }
 
 TEST_F(HelpScreen, OfTheDetails) {
@@ -246,6 +248,16 @@ TEST_F(HelpScreen, LosesOtherKeysAndPauses) {
   showHelp(2);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
   EXPECT_EQ(wgetch(stdscr), ERR);
+}
+
+// Each would cost a pause otherwise.
+TEST_F(HelpScreen, NotesOfNewSizesAreNoKeys) {
+  std::vector<int> keys(10, KEY_RESIZE);
+  keys.push_back('q');
+  typeKeys(keys);
+  const auto start = std::chrono::steady_clock::now();
+  showHelp(2);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(HelpScreen, IsLeftWhenTheTerminalIsGone) {
