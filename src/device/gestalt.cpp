@@ -14,7 +14,6 @@
 namespace sondex {
 
 constexpr size_t kKeptAnswers = 64;
-constexpr size_t kShownAnswer = 256;
 
 std::atomic<darwin::MGCopyAnswerWithError_function> MGCopyAnswerWithError_func{nullptr};
 
@@ -86,8 +85,9 @@ const char *gestaltAnswer(const char *key) {
 
 void outputGestaltAnswer(const char *key) {
   const char *answer = gestaltAnswer(key);
-  char safe[kShownAnswer];
-  output(answer == nullptr ? "?" : makeSafe(safe, sizeof safe, answer, strlen(answer)), 0);
+  char *safe = answer != nullptr ? copySafe(answer) : nullptr;
+  output(safe != nullptr ? safe : "?", 0);
+  free(safe);
 }
 
 struct Row {

@@ -182,6 +182,12 @@ TEST_F(Gestalt, AnswerCannotDriveTheTerminal) {
   EXPECT_EQ(outputOf([] { outputGestaltAnswer("ComputerName"); }), "a?[2J?b?");
 }
 
+TEST_F(Gestalt, AnswerOfAnyLengthIsShownWhole) {
+  const std::string name(5000, 'n');
+  machine.answers["ComputerName"] = name;
+  EXPECT_EQ(outputOf([] { outputGestaltAnswer("ComputerName"); }), name);
+}
+
 class GestaltScreen : public Gestalt {
  protected:
   GestaltScreen() {
@@ -265,6 +271,9 @@ TEST_F(GestaltDeathTest, LeavesTheFullScreenBeforeItEnds) {
   g_gotGestalt = 0;
   const auto show = [] {
     CursesScreen screen(24, 80);
+    std::atexit([] {
+      if (!isendwin()) _exit(2);
+    });
     showOnStandardError();
   };
   EXPECT_EXIT(show(), ExitedWithCode(1), testing::Eq(kUnsupported));
