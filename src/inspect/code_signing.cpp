@@ -7,6 +7,8 @@
 
 namespace sondex {
 
+const char kNotSigned[] = "No flags! (Not code signed *and* allowed execution)\n";
+
 struct SigningText {
   uint32_t flag;
   const char *text;
@@ -44,7 +46,7 @@ const char *csFlagsToText(int32_t pid) {
       append(text, sizeof text, "%s", row.text);
   }
   const size_t length = strlen(text);
-  if (length == 0) return "No flags! (Not code signed *and* allowed execution)\n";
+  if (length == 0) return kNotSigned;
   text[length - 1] = '\0';
   return text;
 }

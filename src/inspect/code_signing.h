@@ -6,9 +6,12 @@
 
 namespace sondex {
 
-// The status flags of `pid` with commas between them. "--" for PID 0; when the kernel doesn't say,
-// a text that tells so; without any flag that has a word, one that ends with a newline. In a buffer
-// that the next call overwrites.
+// The answer of csFlagsToText for a process without a flag that has a text. Ends with a newline.
+extern const char kNotSigned[];
+
+// The status flags of `pid` that have a text, with commas between them; kNotSigned without any.
+// "--" for PID 0; when the kernel doesn't say, a text that tells so. In a buffer that the next call
+// overwrites.
 const char *csFlagsToText(int32_t pid);
 
 // The two-letter verdict: "AH" ad hoc, "OK" valid, "NO" neither, "--" for PID 0, "??" when the

@@ -12,6 +12,7 @@
 #include "darwin/syscalls.h"
 #include "darwin/sysctl.h"
 #include "fds/listing.h"
+#include "inspect/code_signing.h"
 #include "inspect/hierarchy.h"
 #include "inspect/process_texts.h"
 #include "inspect/threads.h"
@@ -31,8 +32,6 @@ constexpr size_t kArgumentArea = 8192;
 constexpr size_t kContainerPath = 1024;
 
 constexpr darwin::mach_port_t kDeadPorts = 0xFFFFF0;  // the bits that names of dead ports share
-
-const char kNotSigned[] = "No flags! (Not code signed *and* allowed execution)\n";
 
 DetailsReport openDetailsReport(ProcessRecord *record, ProcessRecord *table) {
   return {record, table, darwin::DARWIN_MACH_PORT_NULL, "", 0, 0, 0, 0};

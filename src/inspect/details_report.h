@@ -15,7 +15,7 @@ struct DetailsReport {
   // num_procs records, for the process's relatives; null: the table that the last refresh left.
   ProcessRecord *table;
   darwin::mach_port_t task;  // kept: never obtained
-  const char *signing;       // kept: nothing sets it but to the empty text
+  const char *signing;       // what csFlagsToText answers; kept: nothing asks it, so always empty
 
   // What the screen shows whole rather than by a hint; plain output shows everything.
   int32_t showsDescriptors;
@@ -23,9 +23,6 @@ struct DetailsReport {
   int32_t showsRegions;
   int32_t showsHierarchy;
 };
-
-// The note on a process that runs without being signed.
-extern const char kNotSigned[];
 
 // A report as it is when it is opened.
 DetailsReport openDetailsReport(ProcessRecord *record, ProcessRecord *table);

@@ -1,6 +1,6 @@
 #include "inspect/process_texts.h"
 
-#include <stddef.h>
+#include <stdio.h>
 #include <string.h>
 
 #include "darwin/proc_info.h"
@@ -74,9 +74,8 @@ const char *policyToText(int32_t role) {
 const char *print_thread_flags(uint32_t flags) {
   static char text[20];
   const bool others = (flags & ~uint32_t{darwin::TH_FLAGS_SWAPPED | darwin::TH_FLAGS_IDLE}) != 0;
-  text[0] = '\0';
-  append(text, sizeof text, "%s%s%s", (flags & darwin::TH_FLAGS_SWAPPED) != 0 ? "swapped " : "",
-         (flags & darwin::TH_FLAGS_IDLE) != 0 ? "idle" : "", others ? "?" : "");
+  snprintf(text, sizeof text, "%s%s%s", (flags & darwin::TH_FLAGS_SWAPPED) != 0 ? "swapped " : "",
+           (flags & darwin::TH_FLAGS_IDLE) != 0 ? "idle" : "", others ? "?" : "");
   return text;
 }
 

@@ -17,6 +17,7 @@
 
 #include "darwin/libproc.h"
 #include "darwin/syscalls.h"
+#include "inspect/code_signing.h"
 #include "inspect/details_report.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/typed_keys.h"
