@@ -9,6 +9,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "darwin/errors.h"
 #include "darwin/kernel_control.h"
 #include "darwin/socket.h"
@@ -165,7 +167,6 @@ void readNotifications(int socket) {
   uint8_t datagram[kLargestDatagram];
   while (load(sourceIsBeyond) == 0) {
     const ssize_t result = read(socket, datagram, sizeof datagram);
-    if (result < 0 && errno == EINTR) continue;
     if (result <= 0) return;
     const size_t length = static_cast<size_t>(result);
     if (length < sizeof(darwin::nstat_msg_hdr)) continue;
@@ -194,27 +195,33 @@ static const DescriptorFields kDescriptors[] = {
      kDescriptor + offsetof(darwin::nstat_udp_descriptor, pname), "UDP"},
 };
 
-static void fileDescription(const void *message, size_t length) {
-  if (length < kDescriptor) return;
-  const uint32_t source =
-      fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_src_description, srcref));
-  const uint32_t provider =
-      fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_src_description, provider));
-  for (const DescriptorFields &fields : kDescriptors) {
-    if (provider != fields.provider) continue;
-    if (!hasPlace(source) || length < fields.name) return;
-    const int32_t pid = fieldAt<int32_t>(message, fields.pid);
-    store(process_pid_info[source], pid);
-    if (load(g_debug) == 0) return;
-    constexpr size_t kNameSize = sizeof(darwin::nstat_tcp_descriptor::pname);
-    const size_t rest = length - fields.name;
-    char name[kNameSize];
-    makeSafe(name, sizeof name, static_cast<const char *>(message) + fields.name,
-             rest < kNameSize ? rest : kNameSize);
-    fprintf(stderr, "%s SRCREF: %d, PID: %d, NAME: %s\n", fields.trace, static_cast<int>(source),
-            pid, name);
-    return;
+static const DescriptorFields *fieldsOf(uint32_t provider) {
+  for (const DescriptorFields &row : kDescriptors) {
+    if (row.provider == provider) return &row;
   }
+  return nullptr;
+}
+
+static void traceDescription(const DescriptorFields *fields, const void *message, size_t length,
+                             uint32_t source, int32_t pid) {
+  constexpr size_t kNameSize = sizeof(darwin::nstat_tcp_descriptor::pname);
+  char name[kNameSize];
+  makeSafe(name, sizeof name, static_cast<const char *>(message) + fields->name,
+           std::min(length - fields->name, kNameSize));
+  fprintf(stderr, "%s SRCREF: %d, PID: %d, NAME: %s\n", fields->trace, static_cast<int>(source),
+          pid, name);
+}
+
+static void fileDescription(const void *message, size_t length) {
+  using Message = darwin::nstat_msg_src_description;
+  if (length < sizeof(Message)) return;
+  const uint32_t source = fieldAt<uint32_t>(message, offsetof(Message, srcref));
+  const DescriptorFields *fields =
+      fieldsOf(fieldAt<uint32_t>(message, offsetof(Message, provider)));
+  if (fields == nullptr || !hasPlace(source) || length < fields->name) return;
+  const int32_t pid = fieldAt<int32_t>(message, fields->pid);
+  store(process_pid_info[source], pid);
+  if (load(g_debug) != 0) traceDescription(fields, message, length, source, pid);
 }
 
 static int32_t fileAddition(const void *message, size_t length) {

@@ -2,9 +2,12 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -73,6 +76,14 @@ Message counts(uint32_t source, uint64_t received, uint64_t sent) {
       .put64(44, sent);
 }
 
+uint64_t received(int source) {
+  return load(process_ntstat_info[source].received);
+}
+
+uint64_t sent(int source) {
+  return load(process_ntstat_info[source].sent);
+}
+
 class Client : public testing::Test {
  protected:
   Client() {
@@ -116,8 +127,6 @@ class Client : public testing::Test {
     ends[1] = -1;
   }
 
-  static uint64_t received(int source) { return load(process_ntstat_info[source].received); }
-  static uint64_t sent(int source) { return load(process_ntstat_info[source].sent); }
   static int32_t owner(int source) { return load(process_pid_info[source]); }
 
   static std::vector<uint8_t> descriptionRequest(uint32_t source) {
@@ -194,10 +203,13 @@ TEST_F(Client, OtherTypesAreIgnored) {
 
 TEST_F(Client, TheLastReferenceHasAPlaceButIsNotSummed) {
   file(tcpDescription(1024, 321));
+  ASSERT_EQ(owner(1024), 321);
   file(counts(1024, 5, 6));
-  EXPECT_EQ(owner(1024), 321);
   EXPECT_EQ(received(1024), 5u);
   EXPECT_EQ(getNTStatInfo(321), nullptr);
+  feed({removed(1024)});
+  EXPECT_EQ(owner(1024), 0);
+  EXPECT_EQ(descriptorsModded[1024], 1);
 }
 
 TEST_F(Client, ReferencesBeyondTheTablesAreIgnored) {
@@ -365,6 +377,15 @@ TEST_F(ClientDeath, CountsBeyondTheTablesEndThePlainProgram) {
               kTooMany);
 }
 
+TEST_F(ClientDeath, CountsOfTheLastReferenceDoNot) {
+  EXPECT_EXIT(
+      {
+        file(counts(1024, 5, 6));
+        _exit(received(1024) == 5 && sent(1024) == 6 ? 3 : 4);
+      },
+      testing::ExitedWithCode(3), "^$");
+}
+
 TEST_F(ClientDeath, ShortCountsBeyondTheTablesDoNot) {
   file(counts(1025, 1, 2).cut(51));
   EXPECT_EXIT(
@@ -402,6 +423,13 @@ class SetUp : public entry_test::NetworkTest {
     }
     close(control);
   }
+
+  // The number that the next descriptor gets.
+  static int lowestUnused() {
+    const int descriptor = dup(STDIN_FILENO);
+    close(descriptor);
+    return descriptor;
+  }
 };
 
 TEST_F(SetUp, GivesAConnectedSocket) {
@@ -414,11 +442,25 @@ TEST_F(SetUp, GivesAConnectedSocket) {
   end(control);
 }
 
+TEST_F(SetUp, SaysThatThereIsNoSocket) {
+  CaptureStderr();
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none = {0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const int control = setupSocket();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(control, -1);
+  EXPECT_EQ(GetCapturedStderr(), "socket(SYSPROTO_CONTROL): No buffer space available");
+}
+
 TEST_F(SetUp, SaysThatTheServiceIsTaken) {
   machine.service = darwin::DARWIN_EBUSY;
   CaptureStdout();
   CaptureStderr();
+  const int before = lowestUnused();
   EXPECT_EQ(setupSocket(), -1);
+  EXPECT_EQ(lowestUnused(), before) << "a socket was left open";
   EXPECT_EQ(GetCapturedStderr(), "connect(AF_SYS_CONTROL): Device or resource busy\n");
   EXPECT_EQ(GetCapturedStdout(),
             "Apparently some other process is using the system socket. On iOS, this is usually "
@@ -436,14 +478,11 @@ TEST_F(SetUp, SaysWhyItCanNotConnect) {
 
 TEST_F(SetUp, SaysThatThereIsNoService) {
   machine.service = darwin::DARWIN_ENOTSUP;
-  const int before = dup(0);
-  close(before);
   CaptureStderr();
+  const int before = lowestUnused();
   EXPECT_EQ(setupSocket(), -1);
+  EXPECT_EQ(lowestUnused(), before) << "a socket was left open";
   EXPECT_EQ(GetCapturedStderr(), "ioctl(CTLIOCGINFO): No such file or directory");
-  const int after = dup(0);
-  EXPECT_EQ(after, before) << "a socket was left open";
-  close(after);
 }
 
 TEST_F(SetUp, PollingEndsWithoutASocket) {
@@ -491,16 +530,77 @@ class WholeClient : public testing::Test {
     machine->setSources({makeSource(1, 5, 100, 200), makeSource(2, 5, 10, 20),
                          makeSource(3, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP)});
     store(process_ntstat_info[9].received, 1);
+    store(process_ntstat_info[kLastSource].sent, 1);
     std::thread(doNStat, nullptr).detach();
     expect([] { return getRXBytesForProcess(5) == 110 && getTXBytesForProcess(5) == 220; }, 3);
     expect([] { return getRXBytesForProcess(6) == 7 && nstat_ok() == 1; }, 4);
-    expect([] { return load(process_ntstat_info[9].received) == 0; }, 5);
+    expect([] { return received(9) == 0 && sent(kLastSource) == 0; }, 5);
     // The first is gone, its reference is taken by another process's source.
     machine->setSources({makeSource(2, 5, 11, 21), makeSource(4, 8, 1, 2)});
     expect([] { return getRXBytesForProcess(5) == 11 && getTXBytesForProcess(5) == 21; }, 6);
     expect([] { return getRXBytesForProcess(8) == 1; }, 7);
     expect([] { return getNTStatInfo(6) == nullptr; }, 8);
     _exit(load(g_debug) == 0 ? 0 : 9);
+  }
+
+  // One datagram, or nothing after a while.
+  static std::vector<uint8_t> datagramFrom(int socket) {
+    const timeval patience = {60, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    std::vector<uint8_t> datagram(4096);
+    const ssize_t length = read(socket, datagram.data(), datagram.size());
+    datagram.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return datagram;
+  }
+
+  // The polling thread alone: by what the service answers to each request, and then in its place.
+  [[noreturn]] static void runPoller() {
+    auto *machine = new NetworkMachine;
+    host::useMachine(machine);
+    machine->setSources({makeSource(1, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP),
+                         makeSource(2, 5, 3, 4, darwin::NSTAT_PROVIDER_TCP)});
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) _exit(5);
+    std::thread(nstat_register, nullptr).detach();
+    expect([] { return nstat_ok() == 1; }, 3);
+    const auto success = [](uint64_t context) { return Message(0, 16).put64(0, context); };
+    const Message kAnswers[] = {
+        added(1, 2),
+        success(2),
+        added(2, 3),
+        success(2),
+        counts(1, 3, 4).put64(0, 1005),
+        counts(2, 7, 8).put64(0, 1005),
+        success(1005),
+    };
+    const int service = load(nstat_socket);
+    for (const Message &answer : kAnswers) {
+      if (datagramFrom(service) != answer.bytes) _exit(4);
+    }
+
+    store(nstat_socket, ends[0]);
+    const Message query = Message(1004, 20).put64(0, 1005).put32(16, 0xFFFFFFFF);
+    for (int second = 0; second < 2; second++) {
+      if (datagramFrom(ends[1]) != query.bytes) _exit(6);
+    }
+    _exit(0);
+  }
+
+  // The service hesitates for longer than the reader waits.
+  [[noreturn]] static void runWithASlowService() {
+    struct SlowMachine : NetworkMachine {
+      std::atomic<bool> isSlow{true};
+      host::Errno networkStatistics() override {
+        while (isSlow.load()) usleep(1000);
+        return NetworkMachine::networkStatistics();
+      }
+    };
+    auto *machine = new SlowMachine;
+    host::useMachine(machine);
+    if (doNStat(nullptr) != nullptr || nstat_ok() != 0 || load(nstat_socket) != -1) _exit(3);
+    machine->isSlow = false;
+    expect([] { return nstat_ok() == 1 && load(nstat_socket) > 0; }, 4);
+    _exit(0);
   }
 
   [[noreturn]] static void runWithTooMany() {
@@ -516,6 +616,14 @@ class WholeClient : public testing::Test {
 
 TEST_F(WholeClient, FollowsTheSourcesOfTheMachine) {
   EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(WholeClient, AsksForTCPThenUDPThenForAllCountsAgainAndAgain) {
+  EXPECT_EXIT(runPoller(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(WholeClient, DoesNotReadWhenSetUpTakesTooLong) {
+  EXPECT_EXIT(runWithASlowService(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(WholeClient, EndsWithMoreSourcesThanTheTablesHold) {
