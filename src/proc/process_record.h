@@ -23,7 +23,7 @@ struct ProcessRecord {
   int32_t numFDs;  // entries of `fds` and slots of `fdDetails`
   darwin::proc_fdinfo fds[kFDSlots];
   int32_t numThreads;  // may exceed kThreadSlots: then no thread was read
-  uint8_t *fdDetails;  // heap block of numFDs slots, owned; slot i belongs to fds[i]
+  uint8_t *fdDetails;  // heap block of numFDs slots or null, owned; slot i belongs to fds[i]
   uint64_t threadIDs[kThreadSlots];
   darwin::proc_threadinfo threads[kThreadSlots];
   int32_t totalCPU;               // sum over the threads, tenths of a percent of one processor

@@ -28,16 +28,17 @@ ProcessRecord *getPIDList();
 int getArrayOfPIDs();
 
 // Fills a zeroed record of `pid`; `jetsamList` may be null. A query that fails leaves its field as
-// it was. Returns 0.
+// it was, but no descriptors and an unknown usage. Returns 0.
 int getProcInfo(int32_t pid, ProcessRecord *record, const JetsamList *jetsamList);
 
 // Asks the kernel anew about the process of a filled record. Of no sample: the totals, the previous
 // sample and the memory-status list are left alone, so any thread may call this with a record of
-// its own. A query that fails leaves its field as it was.
+// its own. A query that fails does to the record what it does in getProcInfo.
 void refreshProcInfo(ProcessRecord *record);
 
-// Fills the descriptor list and details. Returns 0, or -1 when it stopped at a type without
-// details.
+// Fills the descriptor list and details, in place of those before. Returns 0, or -1 when it stopped
+// at a type without details; without memory there are none at all. Ends the program with status 0
+// when a detail's query answers a negative number.
 int getProcFDInfo(int32_t pid, ProcessRecord *record);
 
 // The flavour of proc_pidfdinfo for a descriptor type, 0 for a type whose details no sample asks

@@ -84,11 +84,13 @@ static darwin::mach_port_t obtainTaskPort(int32_t pid) {
     fprintf(
         stderr,
         "Unable to get Task port for PID 0 (kernel_task) - trying special port #4 instead...\n");
-    if (darwin::host_get_special_port(darwin::mach_host_self(), darwin::HOST_LOCAL_NODE,
+    const darwin::mach_port_t host = darwin::mach_host_self();
+    if (darwin::host_get_special_port(host, darwin::HOST_LOCAL_NODE,
                                       darwin::DARWIN_HOST_KERNEL_PORT,
                                       &task) != darwin::KERN_SUCCESS) {
       task = darwin::DARWIN_MACH_PORT_NULL;
     }
+    darwin::mach_port_deallocate(darwin::mach_task_self_, host);
     fprintf(stderr, "Task port: 0x%x\n", task);
   }
   if (task == darwin::DARWIN_MACH_PORT_NULL) {
@@ -99,13 +101,15 @@ static darwin::mach_port_t obtainTaskPort(int32_t pid) {
   return task;
 }
 
+// *read becomes the bytes that are now at `to`: at most `size`, none on failure.
 static darwin::kern_return_t readMemory(darwin::mach_port_t task, uint64_t address, void *to,
-                                        uint32_t size) {
+                                        uint32_t size, uint32_t *read) {
   darwin::mach_vm_size_t copied = 0;
   const darwin::kern_return_t result = darwin::mach_vm_read_overwrite(
       task, address, size, reinterpret_cast<darwin::mach_vm_address_t>(to), &copied);
-  if (result != darwin::KERN_SUCCESS) return result;
-  return copied == size ? darwin::KERN_SUCCESS : darwin::KERN_FAILURE;
+  if (result != darwin::KERN_SUCCESS) copied = 0;
+  *read = copied < size ? static_cast<uint32_t>(copied) : size;
+  return result;
 }
 
 static void reportUnread(uint64_t address, uint32_t size, darwin::kern_return_t result) {
@@ -115,13 +119,17 @@ static void reportUnread(uint64_t address, uint32_t size, darwin::kern_return_t 
 
 void *readProcessMemory(darwin::mach_port_t task, uint64_t address, uint32_t *size) {
   void *memory = calloc(1, *size != 0 ? *size : 1);
-  const darwin::kern_return_t result =
-      memory != nullptr ? readMemory(task, address, memory, *size) : darwin::KERN_RESOURCE_SHORTAGE;
-  if (result == darwin::KERN_SUCCESS) return memory;
-  reportUnread(address, *size, result);
-  free(memory);
-  *size = 0;
-  return nullptr;
+  uint32_t read = 0;
+  const darwin::kern_return_t result = memory != nullptr
+                                           ? readMemory(task, address, memory, *size, &read)
+                                           : darwin::KERN_RESOURCE_SHORTAGE;
+  if (result != darwin::KERN_SUCCESS) {
+    reportUnread(address, *size, result);
+    free(memory);
+    memory = nullptr;
+  }
+  *size = read;
+  return memory;
 }
 
 int writeProcessMemory(darwin::mach_port_t, uint64_t, const void *, uint32_t) {
@@ -337,34 +345,38 @@ static int closeCore(Core *core, int result) {
   return result;
 }
 
-// What a region's data has become in the file.
-enum class Copied { kWhole, kNothing, kFailedToWrite };
-
-// Copies a region's memory to a place in the file, piece by piece; when that does not succeed, the
-// file ends before it.
-static Copied copyRegion(Core *core, darwin::mach_port_t task, uint64_t address, uint32_t size,
-                         uint64_t offset) {
+// Copies a region's memory to a place in the file, piece by piece. *read becomes the bytes that
+// could be read; where these are not all, the file ends before the region. False when the file
+// can't be written.
+static bool copyRegion(Core *core, darwin::mach_port_t task, uint64_t address, uint32_t size,
+                       uint64_t offset, uint32_t *read) {
   bool hasSignature = false;
-  for (uint32_t done = 0; done < size;) {
-    const uint32_t length = size - done < kPieceSize ? size - done : kPieceSize;
-    const darwin::kern_return_t result = readMemory(task, address + done, core->piece, length);
+  *read = 0;
+  while (*read < size) {
+    const uint32_t rest = size - *read;
+    const uint32_t wanted = rest < kPieceSize ? rest : kPieceSize;
+    uint32_t got = 0;
+    const darwin::kern_return_t result =
+        readMemory(task, address + *read, core->piece, wanted, &got);
     if (result != darwin::KERN_SUCCESS) {
       clearProgress(core);
       reportUnread(address, size, result);
-      return setFileSize(core, offset) ? Copied::kNothing : Copied::kFailedToWrite;
+      *read = 0;  // as nothing comes of a read of the whole region then
+      return setFileSize(core, offset);
     }
     uint32_t magic = 0;
-    if (done == 0 && length >= sizeof magic) memcpy(&magic, core->piece, sizeof magic);
+    if (*read == 0 && got >= sizeof magic) memcpy(&magic, core->piece, sizeof magic);
     hasSignature = hasSignature || magic == darwin::MH_MAGIC_64;
-    if (!writeAt(core, core->piece, length, offset + done)) return Copied::kFailedToWrite;
-    done += length;
-    core->done += length;
+    if (!writeAt(core, core->piece, got, offset + *read)) return false;
+    *read += got;
+    if (got < wanted) return setFileSize(core, offset);
+    core->done += got;
     showProgress(core);
   }
   if (hasSignature && isDebugging()) {
     fprintf(stderr, "Mach-O Sig @0x%llx\n", static_cast<unsigned long long>(address));
   }
-  return Copied::kWhole;
+  return true;
 }
 
 // Whether a region's data can stand in a core of its word size at that place.
@@ -373,10 +385,10 @@ static bool fitsCore(const Core *core, uint64_t size, uint64_t offset) {
   return !core->is32Bit || offset + size <= UINT32_MAX;
 }
 
-static void reportPartial(Core *core, const darwin::proc_regioninfo *region) {
+static void reportPartial(Core *core, const darwin::proc_regioninfo *region, uint32_t read) {
   clearProgress(core);
   fprintf(stderr, "Warning: Segment at %llx only read partially (%x/%lx bytes)\n",
-          static_cast<unsigned long long>(region->pri_address), 0u,
+          static_cast<unsigned long long>(region->pri_address), read,
           static_cast<unsigned long>(region->pri_size));
 }
 
@@ -392,15 +404,13 @@ static bool writeRegion(Core *core, darwin::mach_port_t task, const darwin::proc
     *written = size;
     return true;
   }
-  if (fits) {
-    const Copied copied = copyRegion(core, task, region->pri_address, size, offset);
-    if (copied == Copied::kFailedToWrite) return false;
-    if (copied == Copied::kWhole) {
-      *written = size;
-      return true;
-    }
+  uint32_t read = 0;
+  if (fits && !copyRegion(core, task, region->pri_address, size, offset, &read)) return false;
+  if (read == region->pri_size) {
+    *written = read;
+  } else {
+    reportPartial(core, region, read);
   }
-  reportPartial(core, region);
   return true;
 }
 
@@ -545,19 +555,18 @@ static int writeCore(int32_t pid, darwin::mach_port_t task, const RegionTable *t
   return result;
 }
 
-// The executable's path, as the process was started with it: a text in `path`, empty when it can't
-// be had.
-static void getExecutablePath(int32_t pid, char *path, size_t size) {
+// The executable's path, as the process was started with it: a text in `path`, which has room for
+// the argument area and a NUL; empty when it can't be had.
+static void getExecutablePath(int32_t pid, char *path) {
   int name[] = {darwin::DARWIN_CTL_KERN, darwin::DARWIN_KERN_PROCARGS, pid};
-  size_t length = size - 1;
-  path[0] = '\0';
+  size_t length = kArgumentArea;
   if (darwin::sysctl(name, sizeof name / sizeof *name, path, &length, nullptr, 0) != 0) {
     path[0] = '\0';
     return;
   }
-  path[length < size ? length : size - 1] = '\0';
-  char safe[kArgumentArea];
-  fprintf(stderr, "PID %d is %s..\n", pid, makeSafe(safe, sizeof safe, path, size));
+  path[length < kArgumentArea ? length : kArgumentArea] = '\0';
+  char safe[kArgumentArea + 1];
+  fprintf(stderr, "PID %d is %s..\n", pid, makeSafe(safe, sizeof safe, path, kArgumentArea));
 }
 
 // Opens the executable and goes to the place after what was dumped of it. Nothing is read yet.
@@ -583,23 +592,23 @@ static int writeBinary(darwin::mach_port_t task, const RegionTable *table, const
   core.total = region->pri_size;
   if (!openCore(&core)) return kFailed;
   int result = kFailed;
-  if (!fitsCore(&core, region->pri_size, 0)) {
-    reportPartial(&core, region);
+  uint32_t read = 0;
+  if (fitsCore(&core, region->pri_size, 0) &&
+      !copyRegion(&core, task, region->pri_address, static_cast<uint32_t>(region->pri_size), 0,
+                  &read)) {
+    clearProgress(&core);
+    perror(core.path);
+  } else if (read == region->pri_size) {
+    result = positionInExecutable(path, region->pri_size);
   } else {
-    const Copied copied =
-        copyRegion(&core, task, region->pri_address, static_cast<uint32_t>(region->pri_size), 0);
-    if (copied == Copied::kFailedToWrite) {
-      clearProgress(&core);
-      perror(core.path);
-    }
-    if (copied == Copied::kWhole) result = positionInExecutable(path, region->pri_size);
+    reportPartial(&core, region, read);
   }
   return closeCore(&core, result);
 }
 
 int dumpCore(int32_t pid, darwin::mach_port_t task, int mode) {
-  char path[kArgumentArea] = "";
-  if (mode == kBinaryCore) getExecutablePath(pid, path, sizeof path);
+  char path[kArgumentArea + 1] = "";
+  if (mode == kBinaryCore) getExecutablePath(pid, path);
   const bool obtained = task == darwin::DARWIN_MACH_PORT_NULL;
   if (obtained) task = obtainTaskPort(pid);
   if (task == darwin::DARWIN_MACH_PORT_NULL) return kNoTaskPort;

@@ -21,7 +21,8 @@ constexpr int kBinaryCore = 255;
 int dumpCore(int32_t pid, darwin::mach_port_t task, int mode);
 
 // Reads *size bytes of the task's memory at `address` into a buffer that the caller frees; *size
-// becomes the bytes read. On failure null, with *size 0 and a message on standard error.
+// becomes the bytes read, the rest of the buffer is zeros. On failure null, with *size 0 and a
+// message on standard error.
 void *readProcessMemory(darwin::mach_port_t task, uint64_t address, uint32_t *size);
 
 // The load commands with the registers of the task's threads, in a buffer that the caller frees;

@@ -171,7 +171,8 @@ TEST_F(CoreDumpTest, A32BitCoreKeepsTheRoomOfTheWiderSegments) {
 }
 
 TEST_F(CoreDumpTest, TheLastRegionDecidesTheWordSize) {
-  machine.regions = {makeRegion(0x4000, 0x1000), makeRegion(0x100000000, 0x1000)};
+  machine.regions = {makeRegion(0x4000, 0x1000), makeRegion(0xFFFFF000, 0x1000),
+                     makeRegion(0x100000000, 0x1000)};
   ASSERT_EQ(dump(), 0);
   EXPECT_EQ(at<uint32_t>(core(), 0), 0xFEEDFACFu);
   machine.regions.pop_back();
@@ -272,6 +273,23 @@ TEST_F(CoreDumpTest, ARegionOfTwoGigabytesIsLeftOut) {
   ASSERT_EQ(dump(), 0);
   EXPECT_EQ(errors, "Warning: Segment at 100000000 only read partially (0/80000000 bytes)\n");
   EXPECT_EQ(core().size(), 4096u + 0x1000);
+}
+
+// A 32-bit command has no room for more; what is without access is a hole in the file.
+TEST_F(CoreDumpTest, DataBeyondFourGigabytesIsLeftOutOfA32BitCore) {
+  machine.regions = {makeRegion(0x1000, 0x7FFFF000, 0), makeRegion(0x80000000, 0x7FFFE000, 0),
+                     makeRegion(0xFFFFE000, 0x1000), makeRegion(0xFFFFF000, 0x1000)};
+  ASSERT_EQ(dump(), 0);
+  EXPECT_EQ(errors, "Warning: Segment at fffff000 only read partially (0/1000 bytes)\n");
+  EXPECT_EQ(fs::file_size(path), 0xFFFFF000u);
+  std::string commands(28 + 4 * 56, '\0');
+  std::ifstream(path, std::ios::binary).read(commands.data(), ssize(commands));
+  const uint32_t offsets[] = {0x1000, 0x80000000, 0xFFFFE000, 0xFFFFF000};
+  const uint32_t sizes[] = {0x7FFFF000, 0x7FFFE000, 0x1000, 0};
+  for (size_t i = 0; i < 4; i++) {
+    EXPECT_EQ(at<uint32_t>(commands, 28 + i * 56 + 32), offsets[i]) << i;
+    EXPECT_EQ(at<uint32_t>(commands, 28 + i * 56 + 36), sizes[i]) << i;
+  }
 }
 
 TEST_F(CoreDumpTest, RegionsOffAPageAreNotRecorded) {
@@ -454,6 +472,14 @@ TEST_F(CoreDumpTest, DebugLines) {
             "Segment 1 - 100001000 - File Position is now 2000 -- ");
 }
 
+TEST_F(CoreDumpTest, ASignatureIsAtTheBeginning) {
+  machine.regions = {makeRegion(kFirst, 2 << 20)};
+  machine.contents[kFirst + (1 << 20)] = "\xcf\xfa\xed\xfe";
+  setenv("ZDEBUG", "1", 1);
+  outputOf([&] { ASSERT_EQ(dump(), 0); });
+  EXPECT_EQ(errors.find("Mach-O Sig"), std::string::npos) << errors;
+}
+
 // Reads as slowly as it takes for a second to pass.
 class SlowMachine : public memory_test::MemoryMachine {
  public:
@@ -572,7 +598,9 @@ TEST_F(BinaryDumpTest, ARegionThatCantBeReadLeavesNoFile) {
   machine.regions = {makeRegion(kFirst, 0x3000, 5)};
   machine.unreadable = {kFirst + 0x2000};
   EXPECT_EQ(dump(kBinaryCore), -1);
-  EXPECT_EQ(errors, "Failed to read 3000 bytes of memory from 100000000 - Error 1\n");
+  EXPECT_EQ(errors,
+            "Failed to read 3000 bytes of memory from 100000000 - Error 1\n"
+            "Warning: Segment at 100000000 only read partially (0/3000 bytes)\n");
   EXPECT_FALSE(fs::exists(kBinary));
 }
 

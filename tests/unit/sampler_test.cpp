@@ -9,6 +9,7 @@
 
 #include "darwin/libproc.h"
 #include "darwin/syscalls.h"
+#include "tests/unit/curses_screen.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {
@@ -36,6 +37,33 @@ int recordUsage(int, int flavour, darwin::rusage_info_t *) {
 bool isAll(const void *bytes, size_t size, unsigned char value) {
   const unsigned char *byte = static_cast<const unsigned char *>(bytes);
   return std::all_of(byte, byte + size, [value](unsigned char b) { return b == value; });
+}
+
+TEST(ProcessRecordLayout, HoldsItsFieldsInOrderAndSize) {
+  struct Field {
+    const char *name;
+    size_t offset, size, expectedSize;
+  };
+#define FIELD(name, expected) \
+  { #name, offsetof(ProcessRecord, name), sizeof(ProcessRecord::name), expected }
+  const Field kFields[] = {
+      FIELD(taskAllInfo, 232),     FIELD(workqueueInfo, 16),  FIELD(numFDs, 4),
+      FIELD(fds, 1024 * 8),        FIELD(numThreads, 4),      FIELD(fdDetails, 8),
+      FIELD(threadIDs, 512 * 8),   FIELD(threads, 512 * 112), FIELD(totalCPU, 4),
+      FIELD(rusage, 232),          FIELD(coalitionInfo, 40),  FIELD(path, 257),
+      FIELD(jetsamPriority, 4),    FIELD(jetsamLimit, 4),     FIELD(csStatus, 4),
+      FIELD(sandboxed, 4),         FIELD(displayed, 4),       FIELD(previousRusage, 232),
+      FIELD(lastNetRX, 8),         FIELD(lastNetTX, 8),       FIELD(decompressionsStash, 4),
+      FIELD(compressionsStash, 4),
+  };
+#undef FIELD
+  size_t end = 0;
+  for (const Field &field : kFields) {
+    SCOPED_TRACE(field.name);
+    EXPECT_EQ(field.size, field.expectedSize);
+    EXPECT_GE(field.offset, end);
+    end = field.offset + field.size;
+  }
 }
 
 class SampledRecord : public SampledTest {
@@ -150,21 +178,35 @@ TEST_F(SampledRecord, OfPidMinusOneFailsWithoutAnythingElse) {
 
 TEST_F(SampledRecord, ProcessThatVanishesInBetweenLeavesTheRest) {
   Process &process = machine.add(kPid, "shortlived");
+  process.queue.pwq_nthreads = 7;
   SampledMachine::addThread(process, 0x7000, 100);
   SampledMachine::addThread(process, 0x7100, 100);
-  SampledMachine::addDescriptor(process, darwin::PROX_FDTYPE_PIPE);
+  SampledMachine::addDescriptor(process, darwin::PROX_FDTYPE_SOCKET);
+  process.coalitions.coalition_id[0] = 55;
   process.sandboxed = 1;
   proc_pid_rusage_funcptr = &darwin::proc_pid_rusage;
-  // It still answers the task, its usage, its queue, the thread list and the first thread.
-  process.questionsLeft = 5;
-  EXPECT_EQ(sample(), "");
-  EXPECT_STREQ(record->taskAllInfo.pbsd.pbi_comm, "shortlived");
-  EXPECT_EQ(record->numThreads, 2);
-  EXPECT_EQ(record->totalCPU, 100);
-  EXPECT_EQ(record->threads[1].pth_user_time, 0u);
-  EXPECT_EQ(record->numFDs, 0);
-  EXPECT_EQ(record->fdDetails, nullptr);
-  EXPECT_EQ(record->sandboxed, -1);
+  g_OsVer = 11;
+  for (int answered = 0; answered <= 10; answered++) {
+    SCOPED_TRACE(answered);
+    releaseRecord(record);
+    std::memset(record, 0, sizeof *record);
+    process.questionsLeft = answered;
+    EXPECT_EQ(sample(), answered >= 1 ? "" : kGone);
+    EXPECT_STREQ(record->taskAllInfo.pbsd.pbi_comm, answered >= 1 ? "shortlived" : "");
+    EXPECT_EQ(record->numThreads, answered >= 1 ? 2 : 0);
+    EXPECT_EQ(record->rusage.ri_pageins, answered >= 2 ? 0 : kUsageUnknown);
+    EXPECT_EQ(record->workqueueInfo.pwq_nthreads, answered >= 3 ? 7u : 0u);
+    EXPECT_EQ(record->threadIDs[1], answered >= 4 ? 0x7100u : 0u);
+    EXPECT_EQ(record->totalCPU, answered >= 6 ? 200 : answered >= 5 ? 100 : 0);
+    EXPECT_EQ(record->threads[1].pth_user_time, answered >= 6 ? 0x7100u : 0u);
+    EXPECT_EQ(record->numFDs, answered >= 7 ? 1 : 0);
+    EXPECT_EQ(record->fdDetails != nullptr, answered >= 7);
+    if (record->fdDetails != nullptr) {
+      EXPECT_EQ(isAll(slot(0), kFDDetailSize, 0), answered < 8) << "of its detail";
+    }
+    EXPECT_EQ(record->coalitionInfo.coalition_id[0], answered >= 9 ? 55u : 0u);
+    EXPECT_EQ(record->sandboxed, answered >= 10 ? 1 : -1);
+  }
 }
 
 TEST_F(SampledRecord, UsageIsUnknownWithoutTheCall) {
@@ -256,6 +298,14 @@ TEST_F(SampledRecord, PreviousUsageIsZeroForANewProcess) {
   sample();
   EXPECT_TRUE(isAll(&record->previousRusage, sizeof record->previousRusage, 0));
   EXPECT_EQ(record->rusage.ri_diskio_bytesread, 7u);
+}
+
+TEST_F(SampledRecord, PreviousUsageIsZeroWithoutAPreviousTable) {
+  machine.add(kPid, "a").usage.ri_diskio_bytesread = 7;
+  proc_pid_rusage_funcptr = &darwin::proc_pid_rusage;
+  store(previous_num_procs, 5);
+  sample();
+  EXPECT_TRUE(isAll(&record->previousRusage, sizeof record->previousRusage, 0));
 }
 
 TEST_F(SampledRecord, WorkQueueOfPidZeroStaysZero) {
@@ -387,6 +437,56 @@ TEST_F(SampledRecord, SampledTwiceSumsTheSharesAnew) {
   sample();
   sample();
   EXPECT_EQ(record->totalCPU, 10);
+}
+
+TEST_F(SampledRecord, RefreshedHoldsTheNewFiguresOfTheSamePid) {
+  Process &process = machine.add(kPid, "before");
+  proc_pid_rusage_funcptr = &darwin::proc_pid_rusage;
+  sample();
+  std::strcpy(process.info.pbsd.pbi_comm, "after");
+  process.usage.ri_diskio_bytesread = 70;
+  SampledMachine::addThread(process, 0x7000, 10);
+  SampledMachine::addDescriptor(process, darwin::PROX_FDTYPE_PIPE);
+  process.sandboxed = 1;
+  EXPECT_EQ(errorOutputOf([&] { refreshProcInfo(record); }), "");
+  EXPECT_STREQ(record->taskAllInfo.pbsd.pbi_comm, "after");
+  EXPECT_EQ(record->rusage.ri_diskio_bytesread, 70u);
+  EXPECT_EQ(record->totalCPU, 10);
+  EXPECT_EQ(record->numFDs, 1);
+  EXPECT_EQ(record->sandboxed, 1);
+}
+
+TEST_F(SampledRecord, RefreshedIsOfNoSample) {
+  Process &process = machine.add(kPid, "a");
+  proc_pid_rusage_funcptr = &darwin::proc_pid_rusage;
+  sample();
+  record->jetsamPriority = 10;
+  record->lastNetRX = 4;
+  process.usage.ri_diskio_bytesread = 70;
+  givePrevious(kPid)->rusage.ri_diskio_bytesread = 400;
+  refreshProcInfo(record);
+  EXPECT_EQ(g_Total_Rusage.ri_diskio_bytesread, 0u);
+  EXPECT_EQ(record->previousRusage.ri_diskio_bytesread, 0u);
+  EXPECT_EQ(record->jetsamPriority, 10);
+  EXPECT_EQ(record->lastNetRX, 4u);
+  EXPECT_EQ(machine.timesAsked("memoryStatusList"), 0u);
+}
+
+TEST_F(SampledRecord, RefreshedOfAGoneProcessKeepsWhatItHeld) {
+  Process &process = machine.add(kPid, "gone");
+  SampledMachine::addThread(process, 0x7000, 10);
+  SampledMachine::addDescriptor(process, darwin::PROX_FDTYPE_PIPE);
+  proc_pid_rusage_funcptr = &darwin::proc_pid_rusage;
+  sample();
+  process.questionsLeft = 0;
+  EXPECT_EQ(errorOutputOf([&] { refreshProcInfo(record); }), kGone);
+  EXPECT_EQ(pidOf(record), kPid);
+  EXPECT_STREQ(record->taskAllInfo.pbsd.pbi_comm, "gone");
+  EXPECT_EQ(record->numThreads, 1);
+  EXPECT_EQ(record->totalCPU, 10) << "a slot that can't be read keeps its share";
+  EXPECT_EQ(record->rusage.ri_diskio_bytesread, kUsageUnknown);
+  EXPECT_EQ(record->numFDs, 0);
+  EXPECT_EQ(record->fdDetails, nullptr);
 }
 
 class SampledDescriptors : public SampledRecord {
@@ -559,6 +659,21 @@ TEST_F(SampledCoalition, FailureIsSaidOnlyWhenDebugging) {
   EXPECT_EQ(errorOutputOf(ask), "RC: 0\ncoalition: Cannot allocate memory\n");
 }
 
+TEST_F(SampledCoalition, FailureIsSaidOutsideTheScreen) {
+  g_OsVer = 11;
+  machine.refusals["coalition"] = darwin::DARWIN_EPERM;
+  const CursesScreen screen(10, 80);
+  const auto ask = [&] { getProcCoalitionInfo(kPid, record); };
+  {
+    Variable debug("ZDEBUG", nullptr);
+    ask();
+    EXPECT_FALSE(isendwin());
+  }
+  Variable debug("ZDEBUG", "1");
+  EXPECT_EQ(errorOutputOf(ask), "RC: 0\ncoalition: Operation not permitted\n");
+  EXPECT_TRUE(isendwin());
+}
+
 TEST_F(SampledRecord, TakesBandAndLimitFromTheList) {
   machine.add(kPid, "a");
   machine.entries = {{9, 1, 0, 100, 0}, {kPid, 10, 0, 250, 0}};
@@ -711,6 +826,19 @@ TEST_F(PIDList, EndsTheProgramWhenNothingIsListed) {
               testing::Eq("proc_listpids: Operation not permitted\n"
                           "Can't continue! Did AAPL add another entitlement?? You might be able to "
                           "fix this by re-signing me..\n"));
+}
+
+TEST_F(PIDList, LeavesTheScreenBeforeItEndsTheProgram) {
+  machine.refusals["processIDs"] = darwin::DARWIN_EPERM;
+  EXPECT_EXIT(
+      {
+        const CursesScreen screen(10, 80);
+        atexit([] {
+          if (!isendwin()) _exit(1);
+        });
+        getPIDList();
+      },
+      testing::ExitedWithCode(10), testing::StartsWith("proc_listpids: Operation not permitted\n"));
 }
 
 TEST_F(PIDList, EndsTheProgramWithoutMemoryForATable) {
