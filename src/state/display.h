@@ -14,7 +14,7 @@ extern SharedInt g_updates;    // 0 while the display is frozen
 extern SharedInt g_Color;      // colours on
 extern SharedInt g_wantLines;  // separators between columns
 extern SharedInt g_Delta;      // cumulative figures as growth since the sample before
-extern SharedInt g_IrixMode;   // CPU shares of one processor rather than of all
+extern SharedInt g_IrixMode;   // toggled by a key; changes no figure
 extern SharedInt g_reverse;    // sort order reversed
 extern SharedInt g_filterSockets;  // only processes with network counters
 extern SharedInt g_showArgs;       // arguments in the details

@@ -331,6 +331,18 @@ TEST_F(DetailsOfHello, FollowTheSizeOfTheTerminal) {
   EXPECT_EQ(row(1), kIdentity);
 }
 
+// Lines that were broken are whole again.
+TEST_F(DetailsScreen, GrowsWithTheTerminal) {
+  Display display({"minimal", 50, 40, false});
+  begin(display);
+  open(display, "2 File descriptors:");
+  ASSERT_NE(display.terminal().rowText(1), kIdentity);
+  display.terminal().resize(132, 50);
+  ASSERT_EQ(display.terminal().awaitText(kDescriptorHint), "");
+  EXPECT_EQ(display.terminal().rowText(0), kWarning);
+  EXPECT_EQ(display.terminal().rowText(1), kIdentity);
+}
+
 TEST_F(DetailsScreen, ThatAreTooLongScrollToTheirEnd) {
   Display display({"minimal", 80, 24, false});
   begin(display);

@@ -9,6 +9,7 @@
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/socket_details.h"
+#include "tests/unit/wrapped_calls.h"
 #include "ui/who_draws.h"
 
 namespace {
@@ -315,6 +316,55 @@ TEST_F(DescriptorListing, BearsAHostileAnswer) {
   EXPECT_EQ(lineOf(5, 10),
             "sshd               123 FD    CHANNEL kpipe\t "
             "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF[-1]\n");
+}
+
+// Answers of a kernel that is not sound.
+class DescriptorAnswer : public DescriptorListing {
+ protected:
+  ~DescriptorAnswer() override { wrapped_calls::descriptorInfo = nullptr; }
+
+  // Whatever is asked: leaves this behind and answers `result`.
+  void answer(int result, uint8_t filling, int error = 0) {
+    wrapped_calls::descriptorInfo = [=](void *buffer, int size) {
+      EXPECT_EQ(size, 4096);
+      EXPECT_EQ(std::string(static_cast<const char *>(buffer), 8192), std::string(8192, '\0'));
+      std::memset(buffer, filling, static_cast<size_t>(size));
+      errno = error;
+      return result;
+    };
+  }
+};
+
+TEST_F(DescriptorAnswer, BelowZeroIsARefusal) {
+  answer(-1, 0, darwin::DARWIN_EPERM);
+  for (const int32_t flavour : {1, 2, 3, 4, 5, 6, 7}) {
+    EXPECT_EQ(lineOf(5, flavour), std::string("Can't get info (")
+                                      .append(std::to_string(flavour))
+                                      .append(") - Error Operation not permitted\n"));
+  }
+  EXPECT_EQ(lineOf(5, 9), "sshd               123 FD    NPOLICY (Not handled yet - rc -1)\n");
+  EXPECT_EQ(lineOf(5, 11), "sshd               123 FD    NEXUS (Not handled yet - rc -1)\n");
+  EXPECT_EQ(lineOf(5, 10),
+            "sshd               123 FD    CHANNEL upipe\t "
+            "00000000-0000-0000-0000-000000000000[0]\n");
+}
+
+TEST_F(DescriptorAnswer, OfOneByteIsAnAnswer) {
+  answer(1, 0);
+  EXPECT_EQ(lineOf(5, 2), "sshd               123 FD  5    @0x0        \n");
+  EXPECT_EQ(lineOf(5, 6), "sshd               123 FD  5   pipe \n");
+  EXPECT_EQ(lineOf(5, 7), "sshd               123 FD  5   not handled yet (7) \n");
+  EXPECT_EQ(lineOf(5, 11), "sshd               123 FD    NEXUS (Not handled yet - rc 1)\n");
+}
+
+TEST_F(DescriptorAnswer, ThatClaimsMoreThanFitsIsDumpedUpToTheBuffersEnd) {
+  const Variable variable("ZDEBUG", "1");
+  answer(INT32_MAX, 'A');
+  const std::string dump = errorOutputOf([] { lineOf(4, 10); });
+  constexpr char kLast[] = "0x1FF8: 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 \n";
+  EXPECT_EQ(dump.find(kLast), dump.size() - std::strlen(kLast));
+  answer(-1, 'A');
+  EXPECT_EQ(errorOutputOf([] { lineOf(4, 10); }), "0x0000: \n");
 }
 
 TEST_F(DescriptorListing, CountsMoreEventsThanFit) {

@@ -303,8 +303,12 @@ TEST_F(Details, ShowTheStateOfApplications) {
 TEST_F(Details, ShowSizesInTheFormOfTheList) {
   record_->taskAllInfo.ptinfo.pti_virtual_size = uint64_t{387} << 30;
   record_->taskAllInfo.ptinfo.pti_resident_size = 9 * 1024 * 1024;
-  EXPECT_THAT(linesOf("Virtual"), testing::ElementsAre("Virtual size:      \t 387G (415538085888)\t"
-                                                       "Resident size:        9216K (9437184)"));
+  for (const int32_t delta : {0, 1}) {
+    store(g_Delta, delta);
+    EXPECT_THAT(linesOf("Virtual"),
+                testing::ElementsAre("Virtual size:      \t 387G (415538085888)\t"
+                                     "Resident size:        9216K (9437184)"));
+  }
 }
 
 TEST_F(Details, ShowTimesBeyondAnyRange) {
@@ -372,6 +376,10 @@ TEST_F(Details, OfTheKernelHaveNoHierarchy) {
   std::string text;
   EXPECT_EQ(errorOutputOf([&] { text = plain(); }), "sysctl:PROCARGS: Invalid argument\n");
   EXPECT_THAT(text, Not(HasSubstr("Hierarchy")));
+  // Nor has it one where the kernel does tell what it was started with.
+  record_->taskAllInfo.pbsd.pbi_pid = kPid;
+  machine.whenAskedForArguments = [this] { record_->taskAllInfo.pbsd.pbi_pid = 0; };
+  EXPECT_THAT(plain(), HasSubstr("\nThread Info:\n\n\n0 File descriptors: "));
 }
 
 TEST_F(Details, HaveTheRelativesOfTheLastRefreshWithoutATable) {
@@ -527,6 +535,18 @@ TEST_F(DetailsScreen, HasAKeyForEachSection) {
       }
     }
   }
+}
+
+TEST_F(DetailsScreen, HasNoHierarchyToShowOfTheKernel) {
+  machine.whenAskedForArguments = [this] { record_->taskAllInfo.pbsd.pbi_pid = 0; };
+  typeKeys(keysOf("q"));
+  EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+  EXPECT_THAT(allText(), HasSubstr("Thread Information)\n\n0 File descriptors: "));
+}
+
+TEST_F(DetailsScreen, BeginsTheDescriptorsOnALineOfTheirOwn) {
+  sampled::SampledMachine::addDescriptor(machine.processes[kPid], darwin::PROX_FDTYPE_PIPE);
+  EXPECT_THAT(afterKeys("f"), ContainsRegex("\n1 File descriptors:\n +0. +pipe"));
 }
 
 TEST_F(DetailsScreen, OpensWithItsSectionsHiddenButTheArguments) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -19,6 +20,8 @@ namespace {
 
 using namespace darwin;
 using entry_test::EntryTest;
+
+static_assert(sizeof(utsname) == 1280 && offsetof(utsname, version) == 768);
 
 class Uname : public EntryTest {
  protected:
@@ -56,6 +59,10 @@ TEST_F(Uname, Failures) {
   machine.refusal = DARWIN_ENOTSUP;
   EXPECT_EQ(uname(&name), -1);
   EXPECT_EQ(errno, DARWIN_ENOTSUP);
+  machine.refusal = host::kAnswered;
+  utsname *nowhere = nullptr;
+  EXPECT_EQ(uname(nowhere), -1);
+  EXPECT_EQ(errno, DARWIN_EFAULT);
   machine.throws = true;
   EXPECT_EQ(uname(&name), -1);
   EXPECT_EQ(errno, DARWIN_ENOMEM);

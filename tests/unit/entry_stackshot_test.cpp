@@ -13,14 +13,17 @@ namespace {
 class SnapshotMachine : public host::Machine {
  public:
   bool throws = false;
+  bool privileged = true;
+  host::Errno refusal = host::kAnswered;
+  std::vector<uint8_t> shot = {'s', 'h', 'o', 't'};
   pid_t pidAsked = 0;
 
-  bool isPrivileged() override { return true; }
+  bool isPrivileged() override { return privileged; }
   host::Errno stackshot(pid_t pid, uint64_t, std::vector<uint8_t> &out) override {
     if (throws) throw std::bad_alloc();
     pidAsked = pid;
-    out = {'s', 'h', 'o', 't'};
-    return host::kAnswered;
+    if (refusal == host::kAnswered) out = shot;
+    return refusal;
   }
 };
 
@@ -76,6 +79,22 @@ TEST_F(EntryStackshot, FailureLeavesTheConfigurationEmpty) {
   machine.throws = false;
   EXPECT_EQ(darwin::stackshot_capture_with_config(config), 0);
   EXPECT_EQ(machine.pidAsked, 7);
+}
+
+TEST_F(EntryStackshot, RefusalsAreAnsweredAsNumbers) {
+  darwin::stackshot_config_set_flags(config, darwin::STACKSHOT_KCDATA_FORMAT);
+  machine.privileged = false;
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_EPERM);
+  machine.privileged = true;
+  for (const host::Errno refusal :
+       {darwin::DARWIN_EINVAL, darwin::DARWIN_EBUSY, darwin::DARWIN_ETIMEDOUT}) {
+    machine.refusal = refusal;
+    EXPECT_EQ(darwin::stackshot_capture_with_config(config), refusal);
+  }
+  machine.refusal = host::kAnswered;
+  machine.shot.clear();
+  EXPECT_EQ(darwin::stackshot_capture_with_config(config), darwin::DARWIN_EINTR) << "no data";
+  EXPECT_EQ(darwin::stackshot_config_get_stackshot_buffer(config), nullptr);
 }
 
 TEST(EntryStackshotOfNoMachine, IsNotSupported) {

@@ -130,7 +130,9 @@ TEST_P(SysctlForms, AMachineWithoutTheFigureHasNoSuchVariable) {
 
 TEST_F(Sysctl, UnknownVariables) {
   size_t length = sizeof value;
-  const std::vector<std::vector<int>> unknown = {{1, 99}, {9, 21}, {1, 21, 0}, {4, 17, 0, 0, 6, 0}};
+  // Among them the older form of a process's arguments, which no device has.
+  const std::vector<std::vector<int>> unknown = {
+      {1, 99}, {9, 21}, {1, 21, 0}, {4, 17, 0, 0, 6, 0}, {1, 38, 5}, {1, 49}, {1, 49, 5, 0}};
   for (std::vector<int> numbers : unknown) {
     errno = 0;
     EXPECT_EQ(sysctl(numbers.data(), static_cast<unsigned int>(numbers.size()), value, &length,
@@ -212,6 +214,28 @@ TEST_F(ProcessArguments, TooSmallABufferGetsTheEnd) {
   EXPECT_EQ(length, 12u);
   EXPECT_EQ(std::string(room.data(), 12), std::string("\3\0\0\0=1\0\0\0\0\0\0", 12));
   EXPECT_EQ(room[12], 'x');
+}
+
+TEST_F(ProcessArguments, AnyBufferBetweenItsBordersWillDo) {
+  size_t length = 5;
+  ASSERT_EQ(read(room.data(), &length), 0);
+  EXPECT_EQ(length, 5u);
+  EXPECT_EQ(std::string(room.data(), 6), std::string("\3\0\0\0\0x", 6));
+  std::vector<char> largest(262148);
+  length = largest.size();
+  ASSERT_EQ(read(largest.data(), &length), 0);
+  EXPECT_EQ(length, 28u);
+}
+
+TEST_F(ProcessArguments, AreCutToWhatAProcessMayHave) {
+  machine.started.arguments.assign(3, std::string(200000, 'a'));
+  std::vector<char> largest(262148);
+  size_t length = largest.size();
+  ASSERT_EQ(read(largest.data(), &length), 0);
+  EXPECT_EQ(length, 262148u);
+  EXPECT_STREQ(largest.data() + 4, "/bin/ls");
+  ASSERT_EQ(read(nullptr, &length), 0);
+  EXPECT_EQ(length, 262148u);
 }
 
 TEST_F(ProcessArguments, EveryFailureIsInvalid) {

@@ -18,6 +18,7 @@ namespace {
 
 using namespace sondex;
 using testing::ExitedWithCode;
+using testing::HasSubstr;
 
 class InputThread : public testing::Test {
  protected:
@@ -112,6 +113,19 @@ TEST_F(InputThread, EscapeKeepsTheLoopAsleepUntilABracket) {
   EXPECT_EQ(wakesFor("\x1b\x1b[A"), "x");
 }
 
+TEST_F(InputThread, EscapeWithinACursorKeysSequenceStands) {
+  EXPECT_EQ(rowAfter("\x1b[\x1b"
+                     "A"),
+            4);
+  EXPECT_EQ(wakesFor("\x1b[\x1b"
+                     "A"),
+            "")
+      << "until the next bracket";
+  EXPECT_EQ(rowAfter("\x1b[\x1b"
+                     "A[A"),
+            3);
+}
+
 TEST_F(InputThread, LetterBetweenBracketAndCursorLetterIsAKey) {
   EXPECT_EQ(wakesFor("\x1b[d"), "");
   EXPECT_EQ(load(g_Delta), 1);
@@ -119,9 +133,18 @@ TEST_F(InputThread, LetterBetweenBracketAndCursorLetterIsAKey) {
 }
 
 TEST_F(InputThread, CarriageReturnIsEnter) {
-  store(g_Row, -1);  // so that it opens nothing
-  EXPECT_EQ(wakesFor("\r"), "x");
-  EXPECT_EQ(wakesFor("\n"), "x");
+  store(wantCurses, 0);  // so that the details are a report
+  ProcessRecord *table = allocateProcessTable(1);
+  table->taskAllInfo.pbsd.pbi_pid = INT32_MAX;
+  store(g_previous_process_information, table);
+  store(previous_num_procs, 1);
+  for (const char *key : {"\r", "\n"}) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(wakesFor(key), "x");
+    testing::internal::GetCapturedStderr();
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Process: 2147483647\t"));
+  }
 }
 
 TEST_F(InputThread, EveryByteIsHarmless) {

@@ -78,6 +78,9 @@ TEST(KcdataIterator, FindsTheTypeOfAContainer) {
   EXPECT_EQ(kcdata_iter_container_type(first(empty)), 0u);
   const Exact half(Bytes().item(19, Bytes().word(uint16_t{2307})).item(2308));
   EXPECT_EQ(kcdata_iter_container_type(first(half)), 2307u);
+  // Nor is what lies behind the buffer.
+  const Exact cut(Bytes().item(19, {}, 0, 16));
+  EXPECT_EQ(kcdata_iter_container_type(first(cut)), 0u);
 }
 
 TEST(KcdataIterator, TakesItemsAtAnyAddress) {

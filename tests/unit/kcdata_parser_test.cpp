@@ -231,6 +231,15 @@ TEST(KcdataPayload, ArrayWithMoreFillerThanBytes) {
             "of 1 Elements of type _KERN_STACKLR64 \n\t\t0x1\n");
 }
 
+// A count that makes elements shorter than any is, or that does not divide the bytes, tells nothing
+// of their length: what is read is what is there.
+TEST(KcdataPayload, ArrayWithACountThatMakesNoSense) {
+  EXPECT_EQ(payloadText(Bytes().array(2326, 4, Bytes().u64(0x1122334455).u64(0x66778899AA))),
+            "of 4 Elements of type _USER_STACKLR64 \n\t\t0x1122334455\n\t\t0x66778899aa\n");
+  EXPECT_EQ(payloadText(Bytes().array(2339, 2, Bytes().u64(1).u64(2).u64(3).u64(4).upTo(41), 17)),
+            "of 2 Elements of type _INSTRS_CYCLES \nI: 1 C:2 PI:3 PC:4I: 0 C:0 PI:0 PC:0");
+}
+
 TEST(KcdataPayload, ArrayOfEmptyTextsEnds) {
   EXPECT_EQ(payloadText(Bytes().array(2318, 1000, Bytes().text("ab").upTo(16))),
             "of 1000 Elements of type _BOOTARGS\nab\n\n");

@@ -4,9 +4,11 @@
 #include "tests/unit/curses_screen.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <utility>
@@ -34,6 +36,8 @@ using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
 
 constexpr int kEnter = 10;
 constexpr int kDown = 258;
@@ -174,6 +178,14 @@ TEST_F(Keys, SayWhichModeIsOn) {
   }
 }
 
+TEST_F(Keys, OthersThatToggleSayNothing) {
+  setStatusBar("kept", 3);
+  for (const char key : std::string("1FfMmNnPpr")) {
+    handleKey(key);
+    EXPECT_STREQ(getStatusBar(), "kept") << key;
+  }
+}
+
 TEST_F(Keys, MessagesStayForThreeRedraws) {
   const test::ConfigurationFile file;
   CursesScreen screen(10, 80);
@@ -187,9 +199,18 @@ TEST_F(Keys, MessagesStayForThreeRedraws) {
 }
 
 TEST_F(Keys, SavingSaysSoWhateverCameOfIt) {
-  errorOutputOf([] { handleKey('!'); });
-  EXPECT_STREQ(getStatusBar(),
-               "Saved config to /tmp/.sdrc - drop this in your directory for next time");
+  const char *saved = "Saved config to /tmp/.sdrc - drop this in your directory for next time";
+  const test::ConfigurationFile file;
+  handleKey('!');
+  EXPECT_STREQ(getStatusBar(), saved);
+  // What is in its place can't be opened as a file, whoever tries.
+  if (file.isOurs()) {
+    std::remove(test::ConfigurationFile::kPath);
+    ASSERT_EQ(mkdir(test::ConfigurationFile::kPath, 0700), 0);
+  }
+  clearStatusBar();
+  handleKey('!');
+  EXPECT_STREQ(getStatusBar(), saved);
 }
 
 TEST_F(Keys, HelpIsThatOfTheList) {
@@ -199,6 +220,15 @@ TEST_F(Keys, HelpIsThatOfTheList) {
 
 TEST_F(Keys, GestaltIsShownOnlyWhereThereIsOne) {
   EXPECT_EQ(outputOf([] { handleKey('G'); }), "");
+}
+
+TEST_F(Keys, EnterOpensTheDetailsOfTheSelected) {
+  shown({{76, true}, {77, true}});
+  store(g_selectedProcess, 1);
+  std::string text;
+  errorOutputOf([&text] { text = outputOf([] { handleKey(kEnter); }); });
+  EXPECT_THAT(text, HasSubstr("Process: 77\t"));
+  EXPECT_THAT(text, Not(HasSubstr("Process: 76\t")));
 }
 
 TEST_F(Keys, EnterOpensNothingWithoutARow) {
@@ -555,6 +585,31 @@ TEST_F(Asking, KillNamesItsQuestions) {
 TEST_F(Asking, WithoutASelectionTheTargetIsNamed) {
   press('K', "4711\ny\n");
   EXPECT_THAT(machine.sent, ElementsAre(std::pair{4711, darwin::DARWIN_SIGKILL}));
+}
+
+TEST_F(Asking, SelectionOutsideTheTableIsNone) {
+  shown({{76, true}, {77, true}});
+  for (const int32_t selected : {-1, 2, INT32_MAX, INT32_MIN}) {
+    machine.sent.clear();
+    store(g_selectedProcess, selected);
+    press('t', "4711\n");
+    EXPECT_THAT(machine.sent, ElementsAre(std::pair{4711, darwin::DARWIN_SIGSTOP})) << selected;
+  }
+}
+
+TEST_F(Asking, SignalsThatFailAreNotSpokenOf) {
+  machine.refusals["sendSignal"] = darwin::DARWIN_ESRCH;
+  shown({{77, true}});
+  setStatusBar("kept", 5);
+  press('t');
+  EXPECT_STREQ(getStatusBar(), "kept");
+  EXPECT_THAT(machine.sent, SizeIs(1));
+}
+
+TEST_F(Asking, StatusOfTheSelectedDecidesForTheNamedToo) {
+  shown({{0, true, darwin::SSTOP}});
+  press('t', "4711\n");
+  EXPECT_THAT(machine.sent, ElementsAre(std::pair{4711, darwin::DARWIN_SIGCONT}));
 }
 
 TEST_F(Asking, SelectedPIDZeroIsAskedForToo) {

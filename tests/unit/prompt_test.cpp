@@ -61,6 +61,19 @@ TEST_F(Prompt, EmptiesTheStatusBarFirst) {
   ask(keysOf("a"));
   EXPECT_EQ(CursesScreen::text(kBottom, 6), std::string(54, ' '));
   EXPECT_STREQ(getStatusBar(), std::string(74, ' ').c_str());
+  printStatusBar();
+  EXPECT_STREQ(getStatusBar(), "") << "it was for one redraw";
+}
+
+// Keys of curses' own queue are never echoed.
+TEST_F(Prompt, ShowsWhatIsTypedUntilItsEnd) {
+  noecho();
+  screen.type("abc");
+  promptForInput("Who? ");
+  EXPECT_EQ(CursesScreen::text(kBottom, 0, 12), "Who? abc    ");
+  screen.type("def");
+  for (const char key : {'d', 'e', 'f'}) EXPECT_EQ(wgetch(stdscr), key);
+  EXPECT_EQ(CursesScreen::text(kBottom, 0, 12), "Who? abc    ");
 }
 
 TEST_F(Prompt, LeavesTheKeyboardAndAttributesAsTheyWere) {

@@ -181,6 +181,53 @@ TEST_F(RegionMapTest, ALongMapComesInPieces) {
   EXPECT_EQ(last.size(), count * line - piece * 2);
 }
 
+// Keeps where it was asked for a region.
+class AskedMachine : public memory_test::MemoryMachine {
+ public:
+  host::Errno region(pid_t of, uint64_t address, darwin::proc_regionwithpathinfo &info) override {
+    asked.push_back(address);
+    return MemoryMachine::region(of, address, info);
+  }
+  std::vector<uint64_t> asked;
+};
+
+TEST_F(RegionMapTest, EachStepAsksPastTheEndOfTheLastRegion) {
+  AskedMachine other;
+  other.regions = {makeRegion(0x4000, 0x4000), makeRegion(0x10000, 0x1000)};
+  host::useMachine(&other);
+  map();
+  host::useMachine(&machine);
+  EXPECT_EQ(other.asked, (std::vector<uint64_t>{0, 0x8001, 0x11001}));
+}
+
+// Lines of 128 bytes: so many of them are 2 MiB to the byte.
+TEST_F(RegionMapTest, APieceIsLongerThanItsBound) {
+  constexpr size_t kLine = 128;
+  constexpr size_t kLines = (2 << 20) / kLine;
+  const std::string path(kLine - 81, 'x');
+  for (size_t i = 0; i <= kLines; i++) {
+    machine.regions.push_back(makeRegion(0x4000 * (i + 1), 0x4000, 3, 33, path));
+  }
+  std::string last;
+  EXPECT_EQ(outputOf([&] { last = map(); }), "");
+  EXPECT_EQ(last.size(), (kLines + 1) * kLine);
+
+  machine.regions.push_back(makeRegion(0x4000 * (kLines + 2), 0x4000, 3, 33, path));
+  const std::string printed = outputOf([&] { last = map(); });
+  EXPECT_EQ(printed.size(), (kLines + 1) * kLine);
+  EXPECT_EQ(last.size(), kLine);
+}
+
+// Newer kernels don't tell of their own.
+TEST_F(RegionMapTest, TheKernelsMapMayBeRefused) {
+  machine.pid = 0;
+  machine.family = 10002;
+  machine.regions = {makeRegion(0x4000, 0x4000, 3, 12)};
+  EXPECT_STREQ(showProcRegions(0, darwin::mach_port_t{1}), "");
+  machine.family = 8796;
+  EXPECT_STRNE(showProcRegions(0, darwin::mach_port_t{1}), "");
+}
+
 TEST(Protection, LettersOfEveryCombination) {
   const char *const texts[] = {"---", "r--", "-w-", "rw-", "--x", "r-x", "-wx", "rwx"};
   for (uint32_t bits = 0; bits < 8; bits++) {

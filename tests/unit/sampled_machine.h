@@ -176,7 +176,7 @@ class SampledMachine : public host::Machine {
   }
   host::Errno sendSignal(pid_t pid, int signal) override {
     sent.emplace_back(pid, signal);
-    return host::kAnswered;
+    return refusalOf("sendSignal");
   }
   host::Errno codeSigningFlags(pid_t pid, uint32_t &flags) override {
     return about("codeSigningFlags", pid, 0, [&](Process &p) {

@@ -6,11 +6,14 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "main/usage.h"
@@ -147,6 +150,8 @@ const std::string kSampled = "proc_pidinfo: No such process\n";
 
 // Whether a child waits as long as a user does.
 bool g_wholePause = false;
+// Whether it has the variable that asks for plain output.
+bool g_plainVariable = true;
 
 class Program : public SampledTest {
  protected:
@@ -164,7 +169,7 @@ class Program : public SampledTest {
   // Runs the program in a dying child, with standard output where standard error goes.
   [[noreturn]] static void run(const std::vector<std::string> &words) {
     dup2(STDERR_FILENO, STDOUT_FILENO);
-    setenv("nc", "1", 1);
+    if (g_plainVariable) setenv("nc", "1", 1);
     if (!g_wholePause) cutPausesShort();
     std::vector<char *> arguments = {const_cast<char *>("prog")};
     for (const std::string &word : words) arguments.push_back(const_cast<char *>(word.c_str()));
@@ -188,6 +193,7 @@ class Program : public SampledTest {
     prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
   }
 
+  Variable plain{"nc", nullptr};
   Variable debug{"ZDEBUG", nullptr};
   Variable color{"ZCOLOR", nullptr};
   std::string self;
@@ -317,12 +323,59 @@ TEST_F(ProgramDeathTest, ColorOfReportsIsAskedForByVariable) {
       ExitedWithCode(0), HasSubstr("color 1, curses 0,"));
 }
 
-TEST_F(ProgramDeathTest, ReportPausesForASecondFirst) {
+// How long the program takes when a pause is not cut short.
+std::chrono::steady_clock::duration wholePauseOf(const std::function<void()> &statement) {
   const auto begin = std::chrono::steady_clock::now();
   g_wholePause = true;
-  EXPECT_EXIT(run({self, "tree"}), ExitedWithCode(0), Eq(kSampled));
+  statement();
   g_wholePause = false;
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  return std::chrono::steady_clock::now() - begin;
+}
+
+TEST_F(ProgramDeathTest, ReportWithAWordPausesForASecondFirst) {
+  g_plainVariable = false;
+  const auto taken = wholePauseOf([this] {
+    EXPECT_EXIT(run({self, "tree"}), ExitedWithCode(0), Eq(kSampled));
+  });
+  g_plainVariable = true;
+  EXPECT_GE(taken, std::chrono::seconds(1));
+}
+
+TEST_F(ProgramDeathTest, PlainOutputPausesForASecondFirst) {
+  const auto taken = wholePauseOf(
+      [this] { EXPECT_EXIT(run({"gestalt"}), ExitedWithCode(0), StartsWith("Gestalt ")); });
+  EXPECT_GE(taken, std::chrono::seconds(1));
+}
+
+// Tells whether somebody wanted the network statistics.
+class WantedMachine : public SampledMachine {
+ public:
+  static inline std::atomic<bool> wanted{false};
+
+  host::Errno networkStatistics() override {
+    wanted.store(true);
+    return darwin::DARWIN_ENOTSUP;
+  }
+};
+
+void tellWhetherWanted() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!WantedMachine::wanted.load() && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  std::fputs(WantedMachine::wanted.load() ? "<wanted>" : "<not wanted>", stderr);
+}
+
+TEST_F(ProgramDeathTest, ThreadsAreStartedForATargetAlone) {
+  EXPECT_EXIT(
+      {
+        g_plainVariable = false;
+        WantedMachine wanting;
+        wanting.add(getppid(), "parent");
+        host::useMachine(&wanting);
+        std::atexit(tellWhetherWanted);
+        run({"all"});
+      },
+      ExitedWithCode(0), HasSubstr("<wanted>"));
 }
 
 TEST_F(ProgramDeathTest, IdentityIsShownWithoutASample) {
