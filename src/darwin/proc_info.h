@@ -22,7 +22,6 @@ constexpr int PROC_PIDTHREADINFO = 5;
 constexpr int PROC_PIDLISTTHREADS = 6;
 constexpr int PROC_PIDREGIONINFO = 7;
 constexpr int PROC_PIDREGIONPATHINFO = 8;
-constexpr int PROC_PIDVNODEPATHINFO = 9;
 constexpr int PROC_PIDPATHINFO = 11;
 constexpr int PROC_PIDWORKQUEUEINFO = 12;
 constexpr int PROC_PIDT_SHORTBSDINFO = 13;

@@ -7,7 +7,9 @@
 
 #include "darwin/core_foundation.h"
 #include "darwin/gestalt.h"
+#include "darwin/kext.h"
 #include "darwin/power_sources.h"
+#include "layouts.h"
 
 namespace {
 
@@ -19,6 +21,7 @@ TEST(UnpublishedObjects, TypesHaveThePlatformsWidth) {
   EXPECT_EQ(sizeof(darwin::CFNumberType), 8u);
   EXPECT_EQ(sizeof(darwin::CFStringEncoding), 4u);
   EXPECT_EQ(sizeof(darwin::Boolean), 1u);
+  EXPECT_EQ(sizeof(darwin::UInt8), 1u);
   EXPECT_EQ(sizeof(darwin::IOReturn), 4u);
   EXPECT_TRUE((std::is_same_v<darwin::CFTimeInterval, double>));
 }
@@ -35,6 +38,43 @@ TEST(UnpublishedObjects, NumbersAndNames) {
   EXPECT_EQ(std::string_view(darwin::kGestaltEntryPoint), "MGCopyAnswerWithError");
   EXPECT_TRUE((std::is_same_v<darwin::MGCopyAnswerWithError_function,
                               darwin::CFTypeRef (*)(darwin::CFStringRef, int *, ...)>));
+}
+
+TEST(UnpublishedObjects, PrototypesOfObjects) {
+  using namespace darwin;
+  EXPECT_TRUE((std::is_same_v<CFTypeRef, const void *>));
+  EXPECT_TRUE((std::is_same_v<CFPropertyListRef, CFTypeRef>));
+  EXPECT_PROTOTYPE(CFRetain, CFTypeRef(CFTypeRef));
+  EXPECT_PROTOTYPE(CFRelease, void(CFTypeRef));
+  EXPECT_PROTOTYPE(CFShow, void(CFTypeRef));
+  EXPECT_PROTOTYPE(CFGetTypeID, CFTypeID(CFTypeRef));
+  EXPECT_PROTOTYPE(CFStringGetTypeID, CFTypeID());
+  EXPECT_PROTOTYPE(CFNumberGetTypeID, CFTypeID());
+  EXPECT_PROTOTYPE(CFBooleanGetTypeID, CFTypeID());
+  EXPECT_PROTOTYPE(CFStringCreateWithCString,
+                   CFStringRef(CFAllocatorRef, const char *, CFStringEncoding));
+  EXPECT_PROTOTYPE(CFStringGetCStringPtr, const char *(CFStringRef, CFStringEncoding));
+  EXPECT_PROTOTYPE(CFNumberGetValue, Boolean(CFNumberRef, CFNumberType, void *));
+  EXPECT_PROTOTYPE(CFBooleanGetValue, Boolean(CFBooleanRef));
+  EXPECT_PROTOTYPE(CFArrayGetCount, CFIndex(CFArrayRef));
+  EXPECT_PROTOTYPE(CFArrayGetValueAtIndex, const void *(CFArrayRef, CFIndex));
+  EXPECT_PROTOTYPE(CFDictionaryGetCount, CFIndex(CFDictionaryRef));
+  EXPECT_PROTOTYPE(CFDictionaryGetValue, const void *(CFDictionaryRef, const void *));
+  EXPECT_PROTOTYPE(CFDictionaryGetKeysAndValues,
+                   void(CFDictionaryRef, const void **, const void **));
+  EXPECT_PROTOTYPE(CFPropertyListCreateXMLData, CFDataRef(CFAllocatorRef, CFPropertyListRef));
+  EXPECT_PROTOTYPE(CFDataGetBytePtr, const UInt8 *(CFDataRef));
+  EXPECT_PROTOTYPE(CFDataGetLength, CFIndex(CFDataRef));
+}
+
+TEST(UnpublishedObjects, PrototypesOfServices) {
+  using namespace darwin;
+  EXPECT_PROTOTYPE(IOPSCopyPowerSourcesInfo, CFTypeRef());
+  EXPECT_PROTOTYPE(IOPSCopyPowerSourcesList, CFArrayRef(CFTypeRef));
+  EXPECT_PROTOTYPE(IOPSGetPowerSourceDescription, CFDictionaryRef(CFTypeRef, CFTypeRef));
+  EXPECT_PROTOTYPE(IOPSGetTimeRemainingEstimate, CFTimeInterval());
+  EXPECT_PROTOTYPE(IOPMCopyAssertionsByProcess, IOReturn(CFDictionaryRef *));
+  EXPECT_PROTOTYPE(OSKextCopyLoadedKextInfo, CFDictionaryRef(CFArrayRef, CFArrayRef));
 }
 
 }  // namespace

@@ -4,123 +4,57 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <ostream>
-#include <string_view>
 #include <type_traits>
-#include <vector>
 
 #include "darwin/code_signing.h"
 #include "darwin/kqueue.h"
 #include "darwin/libproc.h"
+#include "darwin/mach_host.h"
+#include "darwin/mach_vm.h"
 #include "darwin/memorystatus.h"
 #include "darwin/sandbox.h"
 #include "darwin/socket.h"
 #include "darwin/syscalls.h"
+#include "layouts.h"
 
 namespace {
 
-struct Field {
-  std::string_view name;
-  size_t offset;
-  size_t size;
-  bool operator==(const Field &) const = default;
-};
-
-void PrintTo(const Field &field, std::ostream *out) {
-  *out << field.name << " at " << field.offset << ", " << field.size << " bytes";
-}
-
-struct Layout {
-  size_t size;
-  size_t alignment;
-  std::vector<Field> fields;
-};
-
-#define FIELD(type, field)                                             \
-  Field {                                                              \
-#field, offsetof(darwin::type, field), sizeof(darwin::type::field) \
-  }
-
-template <typename Structure>
-void expectLayout(const std::vector<Field> &ours, const Layout &kernel) {
-  EXPECT_EQ(sizeof(Structure), kernel.size);
-  EXPECT_EQ(alignof(Structure), kernel.alignment);
-  EXPECT_EQ(ours, kernel.fields);
-}
-
-struct Number {
-  std::string_view name;
-  long long ours;
-  long long kernel;
-};
-
-#define NUMBER(name, kernel)                              \
-  Number {                                                \
-#name, static_cast < long long>(darwin::name), kernel \
-  }
-
-void expectNumbers(const std::vector<Number> &numbers) {
-  for (const Number &number : numbers) EXPECT_EQ(number.ours, number.kernel) << number.name;
-}
-
 TEST(UnpublishedLayout, CoalitionIdentifiers) {
   expectLayout<darwin::proc_pidcoalitioninfo>(
-      {FIELD(proc_pidcoalitioninfo, coalition_id), FIELD(proc_pidcoalitioninfo, reserved1),
-       FIELD(proc_pidcoalitioninfo, reserved2), FIELD(proc_pidcoalitioninfo, reserved3)},
-      {40,
-       8,
-       {{"coalition_id", 0, 16},
-        {"reserved1", 16, 8},
-        {"reserved2", 24, 8},
-        {"reserved3", 32, 8}}});
+      40, 8,
+      {ROW(proc_pidcoalitioninfo, coalition_id, 0, 16),
+       ROW(proc_pidcoalitioninfo, reserved1, 16, 8), ROW(proc_pidcoalitioninfo, reserved2, 24, 8),
+       ROW(proc_pidcoalitioninfo, reserved3, 32, 8)});
 }
 
 TEST(UnpublishedLayout, QueuedEvent) {
   expectLayout<darwin::kevent_qos_s>(
-      {FIELD(kevent_qos_s, ident), FIELD(kevent_qos_s, filter), FIELD(kevent_qos_s, flags),
-       FIELD(kevent_qos_s, qos), FIELD(kevent_qos_s, udata), FIELD(kevent_qos_s, fflags),
-       FIELD(kevent_qos_s, xflags), FIELD(kevent_qos_s, data), FIELD(kevent_qos_s, ext)},
-      {72,
-       8,
-       {{"ident", 0, 8},
-        {"filter", 8, 2},
-        {"flags", 10, 2},
-        {"qos", 12, 4},
-        {"udata", 16, 8},
-        {"fflags", 24, 4},
-        {"xflags", 28, 4},
-        {"data", 32, 8},
-        {"ext", 40, 32}}});
+      72, 8,
+      {ROW(kevent_qos_s, ident, 0, 8), ROW(kevent_qos_s, filter, 8, 2),
+       ROW(kevent_qos_s, flags, 10, 2), ROW(kevent_qos_s, qos, 12, 4),
+       ROW(kevent_qos_s, udata, 16, 8), ROW(kevent_qos_s, fflags, 24, 4),
+       ROW(kevent_qos_s, xflags, 28, 4), ROW(kevent_qos_s, data, 32, 8),
+       ROW(kevent_qos_s, ext, 40, 32)});
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::filter)>);
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::data)>);
 }
 
 TEST(UnpublishedLayout, RegisteredEvent) {
   expectLayout<darwin::kevent_extinfo>(
-      {FIELD(kevent_extinfo, kqext_kev), FIELD(kevent_extinfo, kqext_sdata),
-       FIELD(kevent_extinfo, kqext_status), FIELD(kevent_extinfo, kqext_sfflags),
-       FIELD(kevent_extinfo, kqext_reserved)},
-      {104,
-       8,
-       {{"kqext_kev", 0, 72},
-        {"kqext_sdata", 72, 8},
-        {"kqext_status", 80, 4},
-        {"kqext_sfflags", 84, 4},
-        {"kqext_reserved", 88, 16}}});
+      104, 8,
+      {ROW(kevent_extinfo, kqext_kev, 0, 72), ROW(kevent_extinfo, kqext_sdata, 72, 8),
+       ROW(kevent_extinfo, kqext_status, 80, 4), ROW(kevent_extinfo, kqext_sfflags, 84, 4),
+       ROW(kevent_extinfo, kqext_reserved, 88, 16)});
 }
 
 TEST(UnpublishedLayout, JetsamEntry) {
   expectLayout<darwin::memorystatus_priority_entry>(
-      {FIELD(memorystatus_priority_entry, pid), FIELD(memorystatus_priority_entry, priority),
-       FIELD(memorystatus_priority_entry, user_data), FIELD(memorystatus_priority_entry, limit),
-       FIELD(memorystatus_priority_entry, state)},
-      {24,
-       8,
-       {{"pid", 0, 4},
-        {"priority", 4, 4},
-        {"user_data", 8, 8},
-        {"limit", 16, 4},
-        {"state", 20, 4}}});
+      24, 8,
+      {ROW(memorystatus_priority_entry, pid, 0, 4),
+       ROW(memorystatus_priority_entry, priority, 4, 4),
+       ROW(memorystatus_priority_entry, user_data, 8, 8),
+       ROW(memorystatus_priority_entry, limit, 16, 4),
+       ROW(memorystatus_priority_entry, state, 20, 4)});
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::memorystatus_priority_entry::limit)>);
 }
 
@@ -232,6 +166,10 @@ TEST(UnpublishedNumbers, ProcessPolicy) {
                  NUMBER(PROC_APPSTATE_NONUI, 3), NUMBER(PROC_APPSTATE_INACTIVE, 4)});
 }
 
+TEST(UnpublishedNumbers, Host) {
+  expectNumbers({NUMBER(DARWIN_HOST_KERNEL_PORT, 4), NUMBER(HOST_VM_INFO64_COUNT, 38)});
+}
+
 TEST(UnpublishedNumbers, Jetsam) {
   expectNumbers(
       {NUMBER(MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 1), NUMBER(JETSAM_PRIORITY_IDLE, 0),
@@ -278,10 +216,11 @@ TEST(UnpublishedNumbers, CodeSigning) {
 }
 
 TEST(UnpublishedPrototypes, ArgumentsAndResults) {
-  EXPECT_TRUE((std::is_same_v<decltype(darwin::csops), int(int, unsigned int, void *, size_t)>));
-  EXPECT_TRUE((std::is_same_v<decltype(darwin::sandbox_check), int(int, const char *, int, ...)>));
-  EXPECT_TRUE(
-      (std::is_same_v<decltype(darwin::sandbox_container_path_for_pid), int(int, char *, size_t)>));
+  EXPECT_PROTOTYPE(csops, int(int, unsigned int, void *, size_t));
+  EXPECT_PROTOTYPE(sandbox_check, int(int, const char *, int, ...));
+  EXPECT_PROTOTYPE(sandbox_container_path_for_pid, int(int, char *, size_t));
+  EXPECT_PROTOTYPE(mach_vm_read_overwrite,
+                   int32_t(uint32_t, uint64_t, uint64_t, uint64_t, uint64_t *));
   EXPECT_TRUE((std::is_same_v<darwin::memorystatus_get_level_function, int (*)(unsigned int *)>));
 }
 

@@ -17,6 +17,7 @@ SAME_STRUCTURE(vm_extmod_statistics, task_for_pid_count, task_for_pid_caller_cou
                thread_set_state_caller_count);
 SAME_STRUCTURE(task_extmod_info, task_uuid, extmod_statistics);
 
+static_assert(std::is_same_v<::task_t, darwin::task_t>);
 static_assert(std::is_same_v<::task_name_t, darwin::task_name_t>);
 static_assert(std::is_same_v<::task_flavor_t, darwin::task_flavor_t>);
 static_assert(std::is_same_v<::task_info_t, darwin::task_info_t>);

@@ -25,7 +25,10 @@ SAME_STRUCTURE(vm_region_submap_info_64, protection, max_protection, inheritance
 static_assert(std::is_same_v<::vm_map_t, darwin::vm_map_t>);
 static_assert(std::is_same_v<::vm_prot_t, darwin::vm_prot_t>);
 static_assert(std::is_same_v<::vm_address_t, darwin::vm_address_t>);
-static_assert(sizeof(::mach_vm_address_t) == sizeof(darwin::mach_vm_address_t));
+static_assert(std::is_same_v<::vm_size_t, darwin::vm_size_t>);
+static_assert(std::is_same_v<::vm_region_recurse_info_t, darwin::vm_region_recurse_info_t>);
+static_assert(std::is_same_v<::mach_vm_address_t, darwin::mach_vm_address_t>);
+static_assert(std::is_same_v<::mach_vm_size_t, darwin::mach_vm_size_t>);
 
 SAME_FUNCTION(vm_region_recurse_64);
 SAME_FUNCTION(vm_deallocate);

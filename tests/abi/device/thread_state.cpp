@@ -23,6 +23,8 @@ SAME_STRUCTURE(arm_thread_state32_t, __r, __sp, __lr, __pc, __cpsr);
 SAME_STRUCTURE(arm_thread_state64_t, __x, __fp, __lr, __sp, __pc, __cpsr, __pad);
 
 static_assert(std::is_same_v<::thread_state_t, darwin::thread_state_t>);
+static_assert(std::is_same_v<::thread_state_flavor_t, darwin::thread_state_flavor_t>);
+static_assert(std::is_same_v<::thread_act_t, darwin::thread_act_t>);
 static_assert(std::is_same_v<::thread_act_array_t, darwin::thread_act_array_t>);
 
 SAME_FUNCTION(act_get_state);
