@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the scripts share: where the repository is, how they speak, how many jobs they start.
 # To be sourced, not run. Everything said goes to standard error: standard output belongs to the
 # program or to the result of the script.
@@ -13,6 +14,14 @@ say() {
 die() {
   say "$(basename "$0"): $*"
   exit 1
+}
+
+# Prints the version that CMakeLists.txt gives the project.
+project_version() {
+  local version
+  version=$(sed -nE 's/^project\(sondex VERSION ([0-9.]+) .*/\1/p' "$repo/CMakeLists.txt")
+  [[ -n $version ]] || die "no version in CMakeLists.txt"
+  printf '%s\n' "$version"
 }
 
 # Prints the .h and .cpp files below the named folders of the repository, as paths from its root,

@@ -1,10 +1,7 @@
 # shellcheck shell=bash
-# What the scripts around the executable for the device share: its version and date, and a reader of
-# the text stubs in packaging/device/stubs/, which list for each library of the device the symbols
-# that the program uses. To be sourced from the repository's root, after common.sh.
-
-device_version=$(sed -nE 's/^project\(sondex VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
-[[ -n $device_version ]] || die "no version in CMakeLists.txt"
+# What the scripts around the executable for the device share: its date, and a reader of the text
+# stubs in packaging/device/stubs/, which list for each library of the device the symbols that the
+# program uses. To be sourced from the repository's root, after common.sh.
 
 # What is made bears the date of the source, not of the day it is made: of the last commit, or of the
 # build's description where there is no git. Compiler and packer read it from here.
