@@ -34,6 +34,8 @@ constexpr int kSystemStatus = 71;
 
 constexpr std::string_view kEnding = ".toml";
 constexpr std::string_view kNone = "none";
+// From the folder of an installed program; packaging/linux/ puts them there.
+constexpr std::string_view kInstalledDevices = "../share/sondex/devices";
 
 std::atomic<Machine *> g_replacement{nullptr};
 
@@ -48,7 +50,12 @@ Machine &chosenMachine() {
 
 std::string deviceFolder() {
   const char *folder = std::getenv("SONDEX_DEVICES");
-  return folder != nullptr && *folder != '\0' ? folder : SONDEX_DEVICES_DIR;
+  if (folder != nullptr && *folder != '\0') return folder;
+  std::error_code error;
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  const std::filesystem::path installed = program.parent_path() / kInstalledDevices;
+  if (!error && std::filesystem::is_directory(installed, error)) return installed.string();
+  return SONDEX_DEVICES_DIR;
 }
 
 // The devices of the folder; none when it can't be read.
