@@ -7,19 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+
+#include "require.h"
 
 namespace bench {
 
 // Out of the way of what a process of the crowd opens.
 static constexpr int kReadyEnd = 1000;
-
-static void require(bool succeeded, const char *what) {
-  if (succeeded) return;
-  std::perror(what);
-  std::exit(1);
-}
 
 // Keeps of what is open here no more than a daemon has.
 static void becomeQuiet() {

@@ -10,24 +10,19 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "crowd.h"
 #include "program_run.h"
+#include "require.h"
 
 namespace {
 
-constexpr size_t kDescriptors = 40;
+using bench::require;
 
-void require(bool succeeded, const char *what) {
-  if (succeeded) return;
-  std::perror(what);
-  std::exit(1);
-}
+constexpr size_t kDescriptors = 40;
 
 // Fills the numbers from 3 on with a mixture of what daemons have open.
 void openDescriptors() {

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -17,9 +15,11 @@
 
 #include "crowd.h"
 #include "program_run.h"
+#include "require.h"
 
 namespace {
 
+using bench::require;
 using Words = std::vector<std::string>;
 
 // Below the size from which on a region is left out of a core.
@@ -27,12 +27,6 @@ constexpr size_t kPieces = 4;
 constexpr size_t kPieceSize = size_t{512} << 20;
 constexpr double kGibibyte = 1 << 30;
 constexpr int kRounds = 4;
-
-void require(bool succeeded, const char *what) {
-  if (succeeded) return;
-  std::perror(what);
-  std::exit(1);
-}
 
 char *map(size_t size, int protection) {
   void *memory =

@@ -10,16 +10,10 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
+
+#include "require.h"
 
 namespace bench {
-
-static void require(bool succeeded, const char *what) {
-  if (succeeded) return;
-  std::perror(what);
-  std::exit(1);
-}
 
 static double secondsOf(const timeval &time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;

@@ -1,5 +1,5 @@
-// What a refresh of a whole program costs, measured from outside: user and system time of the
-// process, as the kernel accounts it when the process is reaped.
+// What a refresh of a whole program costs, measured from outside: user and system time of all of
+// its threads, as the kernel accounts it while they run.
 #pragma once
 
 #include <string>
