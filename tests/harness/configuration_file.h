@@ -1,8 +1,6 @@
 // The configuration file. It has one name only: tests of several runs share it.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,7 +8,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <system_error>
+
+#include "folder_lock.h"  // of this folder, whose name differs between those who include this
 
 namespace test {
 
@@ -19,10 +18,7 @@ class ConfigurationFile {
  public:
   static constexpr char kPath[] = "/tmp/.sdrc";
 
-  ConfigurationFile() : lock_(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (lock_ < 0 || flock(lock_, LOCK_EX) != 0) {
-      throw std::system_error(errno, std::generic_category(), "/tmp");
-    }
+  ConfigurationFile() {
     // What a test that was killed had put aside is somebody's; what it left in place is not.
     const bool isLeftOver = access(kPutAside, F_OK) == 0;
     const int result = isLeftOver ? std::remove(kPath) : std::rename(kPath, kPutAside);
@@ -35,7 +31,6 @@ class ConfigurationFile {
       std::remove(kPath);
       std::rename(kPutAside, kPath);
     }
-    close(lock_);
   }
 
   // False where the file is another user's and stays in place.
@@ -49,7 +44,7 @@ class ConfigurationFile {
 
  private:
   static constexpr char kPutAside[] = "/tmp/.sdrc.put-aside-by-test";
-  int lock_;
+  FolderLock lock_;
   bool isOurs_ = false;
 };
 

@@ -18,7 +18,7 @@
 
 #include "harness/core_commands.h"
 #include "harness/core_file.h"
-#include "harness/core_lock.h"
+#include "harness/folder_lock.h"
 #include "harness/run.h"
 #include "harness/size_limit.h"
 #include "harness/terminal.h"
@@ -294,7 +294,7 @@ class KernelCore : public testing::Test {
   }
 
   static constexpr char kPath[] = "/tmp/core.0";
-  const CoreLock lock;
+  const FolderLock lock;
 };
 
 TEST_F(KernelCore, IsRefusedByStockKernels) {
@@ -341,7 +341,7 @@ class Binary : public Core {
   ~Binary() override { fs::remove(kPath); }
 
   static constexpr char kPath[] = "/tmp/CORE";
-  const CoreLock lock;
+  const FolderLock lock;
 };
 
 // Devices don't tell what was started, so that the executable can't be opened either.

@@ -17,7 +17,7 @@
 #include "darwin/mach_vm.h"
 #include "darwin/sysctl.h"
 #include "darwin/thread_state.h"
-#include "tests/harness/core_lock.h"
+#include "tests/harness/folder_lock.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/sampled_machine.h"
@@ -185,7 +185,7 @@ TEST_F(CoreDumpAnswers, RecordsKeepThePlaceOfTheWalk) {
 
 // Newer kernels tell regions of their own task by the walk alone.
 TEST_F(CoreDumpAnswers, RegionsWithoutARecordHaveTheProtectionOfTheWalk) {
-  const test::CoreLock lock;
+  const test::FolderLock lock;
   machine.pid = 0;
   machine.givesKernelTask = true;
   machine.family = 10002;
@@ -387,7 +387,7 @@ class BinaryDumpAnswers : public CoreDumpAnswers {
   size_t room = 0;
 
  private:
-  const test::CoreLock lock_;
+  const test::FolderLock lock_;
 };
 
 TEST_F(BinaryDumpAnswers, TellsWhatTheProcessWasStartedAs) {

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "darwin/macho.h"
-#include "tests/harness/core_lock.h"
+#include "tests/harness/folder_lock.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/pseudo_terminal.h"
@@ -390,7 +390,7 @@ TEST_F(CoreDumpTest, TheKernelsTaskIsAskedForAsASpecialPort) {
 }
 
 TEST_F(CoreDumpTest, TheKernelsTaskIsDumpedThroughItsSpecialPort) {
-  const test::CoreLock lock;
+  const test::FolderLock lock;
   machine.givesKernelTask = true;
   machine.pid = 0;
   machine.regions = {makeRegion(kFirst, 0x1000)};
@@ -579,7 +579,7 @@ class BinaryDumpTest : public CoreDumpTest {
   ~BinaryDumpTest() override { fs::remove(kBinary); }
 
  private:
-  const test::CoreLock lock_;
+  const test::FolderLock lock_;
 };
 
 TEST_F(BinaryDumpTest, TheFirstRegionAlone) {
