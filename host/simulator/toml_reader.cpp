@@ -330,38 +330,34 @@ int64_t Field::oneOfOrNumber(std::span<const Word> words, int64_t most) const {
   fail("one of " + listOf(words) + ", or " + rangeText("a number", 0, most));
 }
 
-uint32_t Field::severalOf(std::span<const Word> words) const {
-  const std::string expected = "several of " + listOf(words);
-  if (as<TomlArray>() == nullptr || count() > kMostWords) fail("an array with " + expected);
-  uint32_t all = 0;
-  for (size_t i = 0; i < count(); i++) {
-    const Field field = element(i);
-    const std::string *text = field.as<std::string>();
-    const Word *word = text != nullptr ? findWord(words, *text) : nullptr;
-    if (word == nullptr) field.fail(expected);
-    all |= static_cast<uint32_t>(word->value);
+static uint32_t allOf(const Field &list, std::span<const Word> words, bool orNumbers) {
+  std::string expected = "several of " + listOf(words);
+  if (orNumbers) expected += ", or numbers";
+  if (list.as<TomlArray>() == nullptr || list.count() > kMostWords) {
+    list.fail("an array with " + expected);
   }
-  return all;
-}
-
-uint32_t Field::severalOfOrNumber(std::span<const Word> words) const {
-  if (as<int64_t>() != nullptr) return number<uint32_t>();
-  const std::string expected = "several of " + listOf(words) + ", or numbers";
-  if (as<TomlArray>() == nullptr || count() > kMostWords) fail("an array with " + expected);
   uint32_t all = 0;
-  for (size_t i = 0; i < count(); i++) {
-    const Field field = element(i);
+  for (size_t i = 0; i < list.count(); i++) {
+    const Field field = list.element(i);
     const std::string *text = field.as<std::string>();
     const Word *word = text != nullptr ? findWord(words, *text) : nullptr;
     if (word != nullptr) {
       all |= static_cast<uint32_t>(word->value);
-    } else if (field.as<int64_t>() != nullptr) {
+    } else if (orNumbers && field.as<int64_t>() != nullptr) {
       all |= field.number<uint32_t>();
     } else {
       field.fail(expected);
     }
   }
   return all;
+}
+
+uint32_t Field::severalOf(std::span<const Word> words) const {
+  return allOf(*this, words, false);
+}
+
+uint32_t Field::severalOfOrNumber(std::span<const Word> words) const {
+  return as<int64_t>() != nullptr ? number<uint32_t>() : allOf(*this, words, true);
 }
 
 std::vector<uint8_t> Field::bytes() const {
