@@ -273,8 +273,6 @@ TEST_F(Core, SaysMoreWithDebugOutput) {
                   full(core.pid())));
 }
 
-// ---- The kernel ---------------------------------------------------------------------------------
-
 constexpr char kKernel[] = R"(
 [[process]]
 pid = 0
@@ -333,8 +331,6 @@ TEST_F(KernelCore, IsForRootAlone) {
             std::string(kSpecialPort) + "Task port: 0x0\n" + kNoPortOfAUser + failed(0));
 }
 
-// ---- The first region alone ---------------------------------------------------------------------
-
 class Binary : public Core {
  protected:
   Binary() { fs::remove(kPath); }
@@ -360,8 +356,6 @@ TEST_F(Binary, LeavesWhatIsNotItsOwn) {
   EXPECT_EQ(bytesOfFile(precious), "precious");
   fs::remove(precious);
 }
-
-// ---- What stands in the way ---------------------------------------------------------------------
 
 // What has the file's name already.
 struct Obstacle {
@@ -459,8 +453,6 @@ TEST_F(Core, ThatCantBeWrittenIsTakenAway) {
     EXPECT_FALSE(core.exists()) << protection;
   }
 }
-
-// ---- Progress -----------------------------------------------------------------------------------
 
 constexpr auto kQuietTime = std::chrono::milliseconds(1'000);
 

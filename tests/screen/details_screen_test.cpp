@@ -410,8 +410,6 @@ TEST_F(DetailsScreen, OfANameWithControlCharactersAreHarmless) {
   open(display, "Name: bell?esc?[31m");
 }
 
-// ---- On the machine itself ----------------------------------------------------------------------
-
 TEST_F(DetailsScreen, IsLeftWhenTheProcessEnds) {
   if (!isRoot()) GTEST_SKIP() << "needs root, to be sure of the columns";
   const std::string name = uniqueName("det");

@@ -19,8 +19,6 @@ std::string openHelp(Display &display) {
   return display.terminal().awaitText(kLastLine);
 }
 
-// ---- What it shows ------------------------------------------------------------------------------
-
 struct Marks {
   const char *keys;  // pressed before
   const char *name;
@@ -65,8 +63,6 @@ TEST(HelpScreen, ThatIsTooLongScrollsToItsEnd) {
   EXPECT_EQ(display.terminal().findRow(kFirstLine), -1);
   EXPECT_EQ(display.terminal().findRow(kLastLine), 22) << display.terminal().text();
 }
-
-// ---- How it is left -----------------------------------------------------------------------------
 
 class LeavingKey : public testing::TestWithParam<const char *> {};
 

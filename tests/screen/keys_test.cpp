@@ -26,8 +26,6 @@ using testing::StartsWith;
 constexpr pid_t kHello = 40;
 constexpr int kCyan = 6;
 
-// ---- Up and down --------------------------------------------------------------------------------
-
 TEST(Highlight, FollowsDownAndUp) {
   Display display;
   ASSERT_EQ(display.begin(), "");
@@ -129,8 +127,6 @@ TEST(Highlight, ScrollsTheListAtItsEnds) {
   EXPECT_EQ(display.pids()[0], all[0]);
 }
 
-// ---- Pages --------------------------------------------------------------------------------------
-
 TEST(Pages, GoForwardsAndBackWithinTheList) {
   const std::vector<pid_t> all = allOfKinds();
   ASSERT_GT(all.size(), 2 * kRoom);
@@ -192,8 +188,6 @@ TEST(Pages, BackFromWithinTheFirstPageEndsAtTheFirstProcess) {
   EXPECT_EQ(display.pids().at(0), first);
   EXPECT_EQ(display.status(), "");
 }
-
-// ---- Columns ------------------------------------------------------------------------------------
 
 TEST(Columns, AreSelectedWithinThoseThatAreShown) {
   Display display({"minimal", 80, 24, false});
@@ -286,8 +280,6 @@ TEST(Columns, MayAllBeHidden) {
   display.terminal().press("q");
   EXPECT_EQ(display.complaintAboutEnd(), "");
 }
-
-// ---- Modes --------------------------------------------------------------------------------------
 
 struct Mode {
   const char *name;
@@ -417,8 +409,6 @@ TEST(Frozen, DisplayIsStillSteered) {
   EXPECT_THAT(display.pids(), ElementsAre(1));
 }
 
-// ---- What does nothing --------------------------------------------------------------------------
-
 TEST(OtherKeys, DrawTheSameAgain) {
   Place place;
   // Counts of traffic arrive while the display is frozen, too.
@@ -481,8 +471,6 @@ TEST(Escape, DoesNotKeepQFromQuitting) {
   EXPECT_EQ(display.complaintAboutEnd(), "");
 }
 
-// ---- The end ------------------------------------------------------------------------------------
-
 class QuitKey : public testing::TestWithParam<char> {};
 
 TEST_P(QuitKey, EndsTheProgramWithoutAWord) {
@@ -505,8 +493,6 @@ TEST(CtrlCKey, EndsTheListWithAWord) {
   EXPECT_THAT(display.terminal().standardError(),
               HasSubstr("Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n"));
 }
-
-// ---- The configuration file ---------------------------------------------------------------------
 
 class SavedConfiguration : public testing::Test {
  protected:

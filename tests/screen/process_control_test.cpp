@@ -124,8 +124,6 @@ TEST_F(SimulatedControl, StopsAtOnceWhatIsNamed) {
   EXPECT_EQ(display.cellOf(kHello, kStatusCell), "T");
 }
 
-// ---- On the machine itself ----------------------------------------------------------------------
-
 // A process of the test's own, alone in the list and selected. The display stands still, as on a
 // busy machine the places in the list change with each sample.
 class LiveControl : public testing::Test {

@@ -28,8 +28,6 @@ std::string noMatch(const std::string &filter) {
          "(press / again and hit <enter> to remove filter) ----";
 }
 
-// ---- What they look like ------------------------------------------------------------------------
-
 TEST(Prompt, IsBoldBlackOnYellowInTheBottomRow) {
   Display display;
   ASSERT_EQ(display.begin(), "");
@@ -60,8 +58,6 @@ TEST(Prompt, IsReverseWithoutColours) {
     EXPECT_TRUE(isPlain(cell)) << column;
   }
 }
-
-// ---- The filter ---------------------------------------------------------------------------------
 
 TEST(Filter, ShowsThoseWithTheTextInTheirName) {
   Display display;
@@ -158,8 +154,6 @@ TEST(Filter, OfEightyKeysNeedsNoEnterAndIsCut) {
   EXPECT_EQ(display.status(), noMatch(std::string(79, 'x')));
 }
 
-// ---- The delay ----------------------------------------------------------------------------------
-
 TEST(Delay, IsShownInSecondsAndLeftAloneWithoutANumber) {
   Display display;
   ASSERT_EQ(display.begin(), "");
@@ -204,8 +198,6 @@ TEST(Delay, BelowZeroWaitsForAKey) {
   EXPECT_EQ(display.status(), "Setting delay to -0.5 seconds...");
   for (int frame = 0; frame < 3; frame++) ASSERT_EQ(display.press(kIdleKey), "");
 }
-
-// ---- What happens meanwhile ---------------------------------------------------------------------
 
 class PromptKey : public testing::TestWithParam<const char *> {};
 

@@ -165,8 +165,6 @@ TEST_F(Lines, TakeTheirRowsFromTheList) {
   EXPECT_THAT(low.pids(), SizeIs(11));
 }
 
-// ---- Sockets ------------------------------------------------------------------------------------
-
 TEST(Sockets, LeaveOnlyThoseThatHaveSome) {
   for (const char *keys : {"sS", "Ss"}) {
     Display display;

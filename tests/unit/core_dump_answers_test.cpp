@@ -128,8 +128,6 @@ class CoreDumpAnswers : public memory_test::MemoryTest {
   std::string errors;
 };
 
-// ---- The walk over the map ----------------------------------------------------------------------
-
 struct Step {
   uint64_t address;
   uint64_t size;
@@ -214,8 +212,6 @@ TEST_F(CoreDumpAnswers, AWalkThatGoesBackEnds) {
   EXPECT_EQ(steps, 2);
 }
 
-// ---- Memory -------------------------------------------------------------------------------------
-
 TEST_F(CoreDumpAnswers, ARegionReadInPartTakesNoRoom) {
   machine.regions = {makeRegion(kFirst, 0x3000), makeRegion(kFirst + 0x3000, 0x1000)};
   g_read = [](uint64_t address, uint64_t size, uint64_t to, uint64_t *copied) {
@@ -296,8 +292,6 @@ TEST_F(CoreDumpAnswers, ReadProcessMemoryBelievesNoOtherSize) {
   EXPECT_EQ(size, 0u);
 }
 
-// ---- Registers ----------------------------------------------------------------------------------
-
 // A kernel of 32-bit processors: with room for a header it gives one.
 TEST_F(CoreDumpAnswers, RegistersBehindAHeaderAreTakenFromThere) {
   machine.regions = {makeRegion(0x4000, 0x1000)};
@@ -358,8 +352,6 @@ TEST_F(CoreDumpAnswers, RegistersOf64BitsAreAskedForOnce) {
   EXPECT_EQ(wordAt(32 + 72 + 16), 9u);
   EXPECT_EQ(wordAt(32 + 72 + 20), 17u);
 }
-
-// ---- The first region alone ---------------------------------------------------------------------
 
 class BinaryDumpAnswers : public CoreDumpAnswers {
  protected:

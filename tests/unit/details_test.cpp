@@ -121,8 +121,6 @@ class Details : public testing::Test {
   host::Machine *before_;
 };
 
-// ---- The whole report ---------------------------------------------------------------------------
-
 TEST_F(Details, PrintEverySection) {
   darwin::proc_bsdinfo &process = record_->taskAllInfo.pbsd;
   process.pbi_uid = 501;
@@ -188,8 +186,6 @@ TEST_F(Details, OfAProcessThatWasNeverSampledAreZeros) {
                                   "Process: 0\tName:                 \tParent:     0\tStatus: "
                                   "unknown\n"));
 }
-
-// ---- Section by section -------------------------------------------------------------------------
 
 // Whatever else happened: the second identity is that of the line before.
 TEST_F(Details, ShowTheIdentityTwice) {
@@ -398,8 +394,6 @@ TEST_F(Details, CountTheDescriptors) {
   EXPECT_THAT(plain(), HasSubstr("\n\n2 File descriptors: Can't get info (2) - Error "));
 }
 
-// ---- What the report never gets to --------------------------------------------------------------
-
 TEST_F(Details, WarnOfPortsThatAreNone) {
   DetailsReport report = openDetailsReport(record_, nullptr);
   EXPECT_EQ(report.task, 0u);
@@ -439,8 +433,6 @@ TEST(Extmods, OfAnySizeFitTheLine) {
   constexpr int64_t kMost = std::numeric_limits<int64_t>::min();
   EXPECT_THAT(extmods({kMost, kMost, kMost, kMost, kMost, kMost}), EndsWith("settings\n"));
 }
-
-// ---- On the screen ------------------------------------------------------------------------------
 
 // The keyboard is a terminal of the test's own; keys come from curses' own queue. Every test types
 // a key that leaves the screen.
@@ -724,8 +716,6 @@ TEST_F(DetailsScreen, IsLeftWhenTheProgramIsToEnd) {
       },
       ExitedWithCode(7), "");
 }
-
-// ---- From the list ------------------------------------------------------------------------------
 
 class DetailsFromTheList : public DetailsScreen {
  protected:

@@ -163,8 +163,6 @@ TEST_F(Hierarchy, MakesNamesSafe) {
             "+- 3     sixteen bytes...\n");
 }
 
-// ---- What can't be, but may be found ------------------------------------------------------------
-
 TEST_F(Hierarchy, EndsForAProcessThatIsItsOwnParent) {
   setTable({{0, 0, "kernel_task"}, {1, 0, "launchd"}});
   EXPECT_EQ(plain(0),
@@ -202,8 +200,6 @@ TEST_F(Hierarchy, TakesAnyPid) {
             " -1    none \n"
             " +- 2147483647 large\n");
 }
-
-// ---- Size ---------------------------------------------------------------------------------------
 
 // Discards what is shown: there is no screen.
 class LargeHierarchy : public Hierarchy {
@@ -252,8 +248,6 @@ TEST_F(LargeHierarchy, NeedsNoStackForItsDepth) {
   ASSERT_EQ(pthread_join(thread, nullptr), 0);
   pthread_attr_destroy(&attributes);
 }
-
-// ---- On the screen ------------------------------------------------------------------------------
 
 class HierarchyScreen : public Hierarchy {
  protected:
