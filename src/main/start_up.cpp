@@ -2,15 +2,12 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-
-#include <algorithm>
 
 #include "columns/perspective.h"
 #include "device/gestalt.h"
@@ -24,6 +21,7 @@
 #include "state/system.h"
 #include "ui/input_thread.h"
 #include "ui/safe_text.h"
+#include "ui/typed_number.h"
 
 namespace sondex {
 
@@ -100,18 +98,9 @@ static void chooseDisplay(int argc, bool outputIsDevice) {
   if (outputIsDevice) store(wantCurses, 1);
 }
 
-// The number that `text` begins with, as a PID; false when it begins with none. Numbers beyond any
-// PID saturate.
-static bool parsePID(const char *text, int32_t *pid) {
-  char *end = nullptr;
-  const long number = strtol(text, &end, 10);
-  *pid = static_cast<int32_t>(std::clamp<long>(number, INT_MIN, INT_MAX));
-  return end != text;
-}
-
 static int32_t targetOf(const char *argument) {
   int32_t pid = 0;
-  if (parsePID(argument, &pid) || strcmp(argument, "all") == 0) return pid;
+  if (parseNumber(argument, &pid) || strcmp(argument, "all") == 0) return pid;
   pid = findProcess(load(g_process_information), argument);
   if (pid < 0) exit(2);
   if (pid == 0) {

@@ -1,6 +1,5 @@
 #include "ui/keys.h"
 
-#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -21,6 +20,7 @@
 #include "ui/loop_notes.h"
 #include "ui/prompt.h"
 #include "ui/status_bar.h"
+#include "ui/typed_number.h"
 #include "ui/who_draws.h"
 
 namespace sondex {
@@ -63,13 +63,6 @@ int32_t findNextVisibleProcess(const ProcessRecord *table, int32_t count, int32_
     }
   }
   return from;
-}
-
-// What the "%d" of scanf takes from `text`, but saturating; `otherwise` when it takes nothing.
-static int32_t parseNumber(const char *text, int32_t otherwise) {
-  char *end = nullptr;
-  const long number = strtol(text, &end, 10);
-  return end == text ? otherwise : static_cast<int32_t>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
 static void toggle(SharedInt *word) {
@@ -285,7 +278,9 @@ static void toggleReverse() {
 
 void toggleUpdateDelay() {
   char *answer = promptForInput("Enter value for update delay in deciseconds (10 = 1 second):");
-  store(g_Delay, parseNumber(answer, load(g_Delay)));
+  int32_t delay = load(g_Delay);
+  parseNumber(answer, &delay);
+  store(g_Delay, delay);
   snprintf(answer, kPromptSize, "Setting delay to %0.1f seconds...", load(g_Delay) / 10.0);
   setStatusBar(answer, 2);
 }
@@ -302,7 +297,7 @@ static int32_t chooseTarget(bool *isStopped) {
     *isStopped = record->taskAllInfo.pbsd.pbi_status == darwin::SSTOP;
   }
   leaveProcessTables();
-  if (pid == 0) pid = parseNumber(promptForInput("Which PID do you want to kill today? "), 0);
+  if (pid == 0) parseNumber(promptForInput("Which PID do you want to kill today? "), &pid);
   if (pid == 0) setStatusBar("Not a valid PID.. Try again?", 2);
   return pid;
 }
