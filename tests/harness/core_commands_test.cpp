@@ -57,6 +57,7 @@ class CoreFileTest : public testing::Test {
 };
 
 TEST_F(CoreFileTest, TheDebuggerShowsThreadsAndMemory) {
+  if (!test::hasDebugger()) GTEST_SKIP() << test::kNoDebugger;
   const std::string core = makeCore();
   const test::DebuggedCore seen =
       test::debugCore(write(core), {{0x100000010, 2000}, {0x200000000, 16}, {0x100000000, 1}});
@@ -71,6 +72,7 @@ TEST_F(CoreFileTest, TheDebuggerShowsThreadsAndMemory) {
 }
 
 TEST_F(CoreFileTest, TheDebuggerRefusesAnotherFile) {
+  if (!test::hasDebugger()) GTEST_SKIP() << test::kNoDebugger;
   const test::DebuggedCore seen = test::debugCore(write("no core"));
   EXPECT_EQ(seen.architecture, "");
   EXPECT_TRUE(seen.threads.empty()) << seen.said;

@@ -1,6 +1,7 @@
 #include "harness/debugger.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cinttypes>
@@ -80,6 +81,10 @@ std::string architectureIn(const std::string &line) {
 std::ostream &operator<<(std::ostream &out, const DebuggedThread &thread) {
   return out << std::hex << "pc 0x" << thread.programCounter << " sp 0x" << thread.stackPointer
              << std::dec;
+}
+
+bool hasDebugger() {
+  return access(kDebugger, X_OK) == 0;
 }
 
 DebuggedCore debugCore(const std::string &path, const std::vector<MemoryRange> &ranges) {

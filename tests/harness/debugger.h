@@ -29,6 +29,10 @@ struct DebuggedCore {
   std::string said;                     // all that LLDB said, for the message of a failed test
 };
 
+// Whether LLDB is there. It is left out where another version of it is installed.
+bool hasDebugger();
+inline constexpr char kNoDebugger[] = "lldb-19 is not installed";
+
 // Opens a core file, without the executable. Throws std::runtime_error when there is no LLDB or it
 // does not come to its end.
 DebuggedCore debugCore(const std::string &path, const std::vector<MemoryRange> &ranges = {});

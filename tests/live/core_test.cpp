@@ -253,6 +253,7 @@ class Core : public testing::Test {
 };
 
 TEST_F(Core, ShowsADebuggerWhatTheProcessHad) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   constexpr size_t kThreads = 7;
   const Helper helper({"addresses", decimal(kWords), "3", "guard", decimal(kGuard),
                        decimal(2 * kPage), "stacks", decimal(kStacks), decimal(kThreads - 1)});
@@ -397,6 +398,7 @@ TEST_F(Core, IsForItsOwnerOnly) {
 }
 
 TEST_F(Core, HasMoreThreadsThanTheFirstBuffer) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   constexpr size_t kThreads = 500;
   const Helper helper({"stacks", decimal(kStacks), decimal(kThreads - 1)});
   const std::vector<DebuggedThread> threads = placesOfThreads(helper.pid());
@@ -460,6 +462,7 @@ TEST_F(Core, LeavesASleepingProcessAsItWas) {
 }
 
 TEST_F(Core, LetsAProcessThatComputesGoOn) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   const Helper helper({"addresses", decimal(kWords), "1", "busy", "3"});
   const LiveCore file(helper.pid());
   const Outcome outcome = runSondex({std::to_string(helper.pid()), "core"});
@@ -579,6 +582,7 @@ TEST_F(Core, OfAnotherUsersProcessIsRefused) {
 }
 
 TEST_F(Core, OfAUsersOwnProcess) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   if (!isRoot()) GTEST_SKIP() << "needs root to be another user";
   const std::string scope = readFile("/proc/sys/kernel/yama/ptrace_scope");
   if (!scope.empty() && scope[0] != '0') GTEST_SKIP() << "users may not look into processes here";
@@ -598,6 +602,7 @@ TEST_F(Core, OfAUsersOwnProcess) {
 }
 
 TEST_F(Core, HasTheFirst4096OfMoreRegions) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   const Helper helper({"mappings", decimal(kWords), "5000"});
   const std::vector<Mapping> mappings = mappingsOf(helper.pid());
   ASSERT_GT(mappings.size(), kMostRegions);
@@ -621,6 +626,7 @@ TEST_F(Core, HasTheFirst4096OfMoreRegions) {
 
 #ifdef MAKE_PROCESS_32_PROGRAM
 TEST_F(Core, OfA32BitProcess) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   const Helper helper(MAKE_PROCESS_32_PROGRAM, {});
   const std::vector<DebuggedThread> threads = placesOfThreads(helper.pid());
   ASSERT_EQ(threads.size(), 1u);

@@ -80,6 +80,7 @@ class DebuggedProcess : public testing::Test {
 };
 
 TEST_F(DebuggedProcess, Of64Bits) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   ASSERT_NO_FATAL_FAILURE(dump(kWide));
   const std::string heap("\x00\x11\x22\x33\x44\x55\x66", 7);
   const DebuggedCore seen = debugCore(core.path(), {{0x100000000, 32},
@@ -124,6 +125,7 @@ TEST_F(DebuggedProcess, Of64BitsHasCommandsThatFit) {
 }
 
 TEST_F(DebuggedProcess, Of32Bits) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   ASSERT_NO_FATAL_FAILURE(dump(kNarrow));
   const DebuggedCore seen =
       debugCore(core.path(), {{0x4000, 4}, {0x14500000 + 500'001, 100'000}, {0x27cfffff, 1}});
@@ -151,6 +153,7 @@ TEST_F(DebuggedProcess, Of32BitsHasCommandsThatFit) {
 
 // As many as no buffer of a fixed size holds.
 TEST_F(DebuggedProcess, OfManyThreads) {
+  if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
   std::string threads;
   std::vector<DebuggedThread> wanted;
   for (uint64_t i = 0; i < 500; i++) {
