@@ -134,6 +134,11 @@ static std::optional<uint64_t> readMemoryLimit(const std::string &groups) {
   return smallest;
 }
 
+bool mayLookInto(pid_t pid) {
+  char target[1];
+  return readlink(("/proc/" + std::to_string(pid) + "/exe").c_str(), target, sizeof target) >= 0;
+}
+
 std::optional<ProcessFacts> readFacts(pid_t pid) {
   const std::string folder = "/proc/" + std::to_string(pid);
   const std::vector<std::string> stat = statFields(folder + "/stat");

@@ -47,6 +47,11 @@ struct ProcessFacts {
 // Nothing for a process that is gone.
 std::optional<ProcessFacts> readFacts(pid_t pid);
 
+// Whether the test may see a process's memory map, descriptors and executable: root needs
+// CAP_SYS_PTRACE for that of other users' processes.
+bool mayLookInto(pid_t pid);
+inline constexpr char kMayNotLook[] = "needs CAP_SYS_PTRACE to look into other users' processes";
+
 // All processes, zombies included, ascending.
 std::vector<pid_t> allProcesses();
 

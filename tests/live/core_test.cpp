@@ -588,6 +588,7 @@ TEST_F(Core, OfAUsersOwnProcess) {
   if (!scope.empty() && scope[0] != '0') GTEST_SKIP() << "users may not look into processes here";
   const Conversation process({"addresses", decimal(kWords), "1", "threads", "2"}, kNobody);
   const pid_t pid = process.pid();
+  if (!mayLookInto(pid)) GTEST_SKIP() << kMayNotLook;
   const std::vector<DebuggedThread> threads = placesOfThreads(pid);
   const LiveCore file(pid);
   const Outcome outcome = runSondex({std::to_string(pid), "core"}, {}, kNobody);

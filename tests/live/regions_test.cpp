@@ -329,6 +329,7 @@ TEST_F(RegionMap, OfTheUsersOwnProcess) {
   if (!isRoot()) GTEST_SKIP() << "needs root to be another user";
   // One that gave up being root keeps itself to itself until it is another program.
   const Helper helper({"user", std::to_string(kNobody), "deleted"});
+  if (!mayLookInto(helper.pid())) GTEST_SKIP() << kMayNotLook;
   const Outcome outcome = runSondex({std::to_string(helper.pid()), "regions"}, {}, kNobody);
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
   expectAgreement(helper.pid(), parseReport(outcome.output));
