@@ -5,19 +5,20 @@
 # Puts what Debian packages hold into a folder: fetched and checked by apt, and unpacked. Nothing is
 # installed, and apt's knowledge is kept apart, so that it takes neither root nor a change to this
 # machine. Does nothing when the folder holds these packages already.
-# $1: folder; $2: Debian's name of the architecture; the rest: packages.
-unpack_packages() {
-  local folder=$1 architecture=$2 tool package status=0
+# $1: folder; $2: Debian's name of the architecture; the rest: packages. In a shell of its own, which
+# leaves nothing half done behind.
+unpack_packages() (
+  folder=$1 architecture=$2
   shift 2
-  local wanted="$architecture: $*"
-  if [[ $(cat "$folder/PACKAGES" 2>/dev/null) == "$wanted" ]]; then return; fi
+  wanted="$architecture: $*"
+  if [[ $(cat "$folder/PACKAGES" 2>/dev/null) == "$wanted" ]]; then exit 0; fi
   for tool in apt-get dpkg-deb; do
     command -v "$tool" >/dev/null || die "$tool is not installed: this takes a Debian machine"
   done
 
   mkdir -p "$(dirname "$folder")"
-  local work
   work=$(mktemp -d "$(realpath "$(dirname "$folder")")/packages.XXXXXX")
+  trap 'rm -rf "$work"' EXIT
   mkdir -p "$work/lists/partial" "$work/cache/archives/partial" "$work/packages" "$work/unpacked"
   : >"$work/status"
   cat >"$work/apt.conf" <<END
@@ -31,13 +32,10 @@ Dir::Cache "$work/cache";
 END
 
   say "$(basename "$0"): fetching $* for $architecture"
-  (
-    export APT_CONFIG=$work/apt.conf
-    cd "$work/packages" && apt-get -q update && apt-get -q download "$@"
-  ) >"$work/log" 2>&1 </dev/null || status=$?
-  if ((status != 0)); then
+  export APT_CONFIG=$work/apt.conf
+  if ! (cd "$work/packages" && apt-get -q update && apt-get -q download "$@") \
+    >"$work/log" 2>&1 </dev/null; then
     tail -n 40 "$work/log" >&2
-    rm -rf "$work"
     die "apt could not fetch the packages"
   fi
   for package in "$work"/packages/*.deb; do dpkg-deb --extract "$package" "$work/unpacked"; done
@@ -45,5 +43,4 @@ END
   rm -rf "$folder"
   mv "$work/unpacked" "$folder"
   chmod 755 "$folder"
-  rm -rf "$work"
-}
+)

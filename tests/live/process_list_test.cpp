@@ -252,6 +252,7 @@ void expectListedAsTheKernelSays(std::vector<Watched> &watched) {
 TEST(PlainList, SaysOfEachKindOfProcessWhatTheKernelSays) {
   std::vector<Watched> watched;
   addOrdinaryKinds(watched);
+  ASSERT_GE(watched.size(), 20u);
   expectListedAsTheKernelSays(watched);
 }
 
@@ -485,8 +486,11 @@ Outcome listInOwnWorld(int zombies) {
 
 TEST(PlainList, CountsWhatTheListIsMadeOf) {
   const Outcome outcome = listInOwnWorld(5);
-  if (outcome.error.starts_with("unshare: ")) {
-    GTEST_SKIP() << "no PID namespace with its own /proc: " << outcome.error;
+  // In a chroot a namespace is made, and a /proc of its own can't be mounted.
+  for (const char *refusal : {"unshare failed", "cannot change root filesystem propagation"}) {
+    if (outcome.error.find(refusal) != std::string::npos) {
+      GTEST_SKIP() << "no PID namespace with its own /proc: " << outcome.error;
+    }
   }
   ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_EQ(countNoSuchProcess(outcome), kSamples * (5 + 1)) << outcome;

@@ -142,13 +142,13 @@ TEST_F(Stackshot, ShowsWhereAThreadOfADeletedProgramStands) {
   expectChain(helper, file.addresses());
 }
 
-// Its files are not where their names say, for others.
 // What a process has mapped can be opened without a path to it, where the kernel lets the caller.
 bool mayOpenMappedFiles() {
   const std::filesystem::directory_iterator any("/proc/self/map_files");
   return FileHandle(open(any->path().c_str(), O_RDONLY | O_CLOEXEC)).isOpen();
 }
 
+// Its files are not where their names say, for others.
 TEST_F(Stackshot, ShowsWhereAThreadUnderAnotherRootStands) {
   if (!mayOpenMappedFiles()) {
     GTEST_SKIP() << "needs CAP_CHECKPOINT_RESTORE to open what is mapped under another root";
