@@ -6,10 +6,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <ctime>
 #include <limits>
 #include <string>
 #include <vector>
@@ -37,14 +34,6 @@ class Hierarchy : public testing::Test {
     table_ = allocateProcessTable(processes.size() + 1);
     count_ = static_cast<int32_t>(processes.size());
     for (size_t i = 0; i < processes.size(); i++) table_[i] = recordOf(processes[i]);
-  }
-
-  // Of processes in which each has its parent at half its own place.
-  void setBinaryTree(int32_t count) {
-    releaseProcessTable(table_);
-    table_ = allocateProcessTable(static_cast<size_t>(count));
-    count_ = count;
-    for (int32_t i = 0; i < count; i++) setPIDs(&table_[i], i + 1, (i + 1) / 2);
   }
 
   void setChain(int32_t count) {
@@ -206,36 +195,12 @@ class LargeHierarchy : public Hierarchy {
  protected:
   LargeHierarchy() { store(wantCurses, 1); }
 
-  // Processor time of this thread for one tree, the least of some attempts.
-  double secondsFor(int32_t count) {
-    setBinaryTree(count);
-    double least = std::numeric_limits<double>::max();
-    for (int attempt = 0; attempt < 5; attempt++) {
-      const double before = threadSeconds();
-      show(table_[0]);
-      least = std::min(least, threadSeconds() - before);
-    }
-    return least;
-  }
-
   static void *showFirst(void *self) {
     const auto *test = static_cast<LargeHierarchy *>(self);
     test->show(test->table_[0]);
     return nullptr;
   }
-
- private:
-  static double threadSeconds() {
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-  }
 };
-
-// Sixteen times as many processes would cost 256 times as much if each looked at all others.
-TEST_F(LargeHierarchy, CostsInProportion) {
-  EXPECT_LT(secondsFor(16000), 80 * secondsFor(1000));
-}
 
 // Deeper than a call for each level would bear on the stack of the device's other threads.
 TEST_F(LargeHierarchy, NeedsNoStackForItsDepth) {
