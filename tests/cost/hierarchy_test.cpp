@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "proc/process_table.h"
-#include "state/display.h"
 #include "tests/cost/steps.h"
+#include "tests/unit/display_state.h"
 
 namespace {
 
@@ -26,6 +26,7 @@ uint64_t stepsForTreeOf(int32_t count) {
 // Sixteen times as many processes would cost 256 times as much if each looked at all others. Their
 // lines are longer, too, as the tree is deeper.
 TEST(Hierarchy, CostsInProportion) {
+  const DisplayStateGuard state;
   store(wantCurses, 1);  // discards what is shown: there is no screen
   const uint64_t few = stepsForTreeOf(1000);
   EXPECT_GT(few, 1000u);
