@@ -451,25 +451,24 @@ TEST_F(LinuxRegions, AFailureIsNotKept) {
   EXPECT_EQ(found(6).prp_prinfo.pri_address, 0x1000u);
 }
 
-// A page that this process maps, with its neighbours left free.
+// A page that this process maps, between two without access.
 class OwnMapping {
  public:
   OwnMapping(int protection, int flags, int file = -1) {
-    char *area = static_cast<char *>(
+    area_ = static_cast<char *>(
         mmap(nullptr, 3 * kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-    munmap(area, 3 * kPage);
-    memory_ = mmap(area + kPage, kPage, protection, flags | MAP_FIXED_NOREPLACE, file, 0);
-    EXPECT_NE(memory_, MAP_FAILED);
+    EXPECT_NE(area_, MAP_FAILED);
+    EXPECT_NE(mmap(area_ + kPage, kPage, protection, flags | MAP_FIXED, file, 0), MAP_FAILED);
   }
   OwnMapping(const OwnMapping &) = delete;
   OwnMapping &operator=(const OwnMapping &) = delete;
-  ~OwnMapping() { munmap(memory_, kPage); }
-  uint64_t address() const { return reinterpret_cast<uint64_t>(memory_); }
+  ~OwnMapping() { munmap(area_, 3 * kPage); }
+  uint64_t address() const { return reinterpret_cast<uint64_t>(area_ + kPage); }
 
   static constexpr size_t kPage = 4096;
 
  private:
-  void *memory_;
+  char *area_;
 };
 
 proc_regionwithpathinfo ownRegion(uint64_t address) {

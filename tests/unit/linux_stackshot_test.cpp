@@ -202,7 +202,9 @@ TEST_F(LinuxStackshotTest, OfAProcessThatIsNotThere) {
   EXPECT_EQ(bytes, std::vector<uint8_t>{7});
 }
 
-TEST_F(LinuxStackshotTest, OfAllHasThemAll) {
+using StackshotOfAll = LinuxStackshotTest;
+
+TEST_F(StackshotOfAll, HasThemAll) {
   const Sleeping one;
   const Sleeping two;
   std::vector<int32_t> pids;
