@@ -21,7 +21,8 @@ namespace host::linux_machine {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience(250);
+// On a busy machine a thread that computes stops only when it has a processor again.
+constexpr std::chrono::seconds kPatience(2);
 
 bool isThere(const ThreadPlace &place) {
   return faccessat(place.directory.get(), "stat", F_OK, 0) == 0;

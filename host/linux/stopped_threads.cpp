@@ -68,13 +68,15 @@ bool StoppedThreads::look(Traced &thread) {
 }
 
 void StoppedThreads::wait() {
-  const Clock::time_point deadline = Clock::now() + patience_;
+  Clock::time_point deadline = Clock::now() + patience_;
   timespec pause = {0, kFirstPause};
-  for (;;) {
+  for (size_t before = threads_.size();;) {
     std::erase_if(threads_, [](Traced &thread) { return !thread.isStopped && !look(thread); });
-    const bool isDone = std::all_of(threads_.begin(), threads_.end(),
-                                    [](const Traced &thread) { return thread.isStopped; });
-    if (isDone || Clock::now() >= deadline) return;
+    const auto left = static_cast<size_t>(std::count_if(
+        threads_.begin(), threads_.end(), [](const Traced &thread) { return !thread.isStopped; }));
+    if (left < before) deadline = Clock::now() + patience_;
+    if (left == 0 || Clock::now() >= deadline) return;
+    before = left;
     nanosleep(&pause, nullptr);
     pause.tv_nsec = std::min(pause.tv_nsec * 2, kLongestPause);
   }

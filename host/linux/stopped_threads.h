@@ -14,12 +14,12 @@ namespace host::linux_machine {
 // come from the thread that made this object: to the kernel that is the tracer.
 class StoppedThreads {
  public:
-  // Waits until all have stopped, at most for `patience`. Threads that are gone, are traced by
-  // another, or may not be traced are passed over. One in uninterruptible sleep stops only when it
-  // wakes: better not asked for.
+  // Waits until all have stopped, or none more has for `patience`: on a busy machine many take
+  // their turns. Threads that are gone, are traced by another, or may not be traced are passed
+  // over. One in uninterruptible sleep stops only when it wakes: better not asked for.
   StoppedThreads(const std::vector<pid_t> &threads, std::chrono::milliseconds patience);
   // Lets all of them go on as they were; a signal that one was about to get is not lost. Waits for
-  // those that have not stopped yet for as long again, as the kernel lets no others go. What is
+  // those that have not stopped yet in the same way again, as the kernel lets no others go. What is
   // still left it lets go when the thread that made this object ends.
   ~StoppedThreads();
   StoppedThreads(const StoppedThreads &) = delete;

@@ -11,8 +11,8 @@
 
 namespace host::linux_machine {
 
-// For threads that are about to wake from a sleep that can't be disturbed.
-static constexpr std::chrono::milliseconds kUntilStopped{200};
+// For threads that wait for a processor, or are about to wake from a sleep that can't be disturbed.
+static constexpr std::chrono::milliseconds kUntilStopped{1000};
 
 static constexpr size_t kMemory = size_t{2} << 30;
 static constexpr size_t kMostWords = size_t{16} << 20;

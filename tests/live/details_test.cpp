@@ -77,9 +77,12 @@ void expectAgreement(const Helper &helper, const std::string &name) {
     const std::optional<ProcessFacts> facts = readFacts(pid);
     return facts && facts->state != 'R' && facts->runningThreads == 0;
   }));
-  // Before the report, whose stackshot has stack pages loaded that the process itself did not use.
+  // Before the report, whose stackshot wakes the process for a moment, and has stack pages loaded
+  // that it did not use itself.
   auto ps = askPS(pid, {"ppid", "s", "uid", "ruid", "svuid", "gid", "rgid", "svgid", "vsz", "rss",
                         "cputimes", "nlwp"});
+  const std::optional<ProcessFacts> facts = readFacts(pid);
+  ASSERT_TRUE(facts);
   const std::string report = reportOn(pid);
 
   const std::string identity =
@@ -108,8 +111,6 @@ void expectAgreement(const Helper &helper, const std::string &name) {
   const std::optional<long> system = hundredthsOf(part[3]);
   ASSERT_TRUE(all && user && system) << line;
   EXPECT_EQ(*all, *user + *system);
-  const std::optional<ProcessFacts> facts = readFacts(pid);
-  ASSERT_TRUE(facts);
   EXPECT_EQ(*all, hundredths(facts->processorTicks));
   EXPECT_EQ(*all / 100, std::stol(ps["cputimes"]));
   EXPECT_THAT(report, Not(HasSubstr("\nState: ")));
