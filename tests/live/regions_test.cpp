@@ -209,6 +209,11 @@ TEST_F(RegionMap, OfKnownMappings) {
       {"stacks", place(30), "3"},
       {"memfd", "of memory"},
   }));
+  // A stack is known by the thread that waits on it.
+  ASSERT_TRUE(waitUntil([&] {
+    const std::optional<ProcessFacts> facts = readFacts(helper.pid());
+    return facts && facts->runningThreads == 0;
+  }));
   const std::vector<Line> lines = regionsOf(helper.pid());
   expectAgreement(helper.pid(), lines);
   EXPECT_EQ(unlink(shared.c_str()), 0);

@@ -103,7 +103,7 @@ bool within(std::chrono::seconds limit, const std::function<bool()> &condition) 
   return true;
 }
 
-constexpr std::chrono::seconds kPatience(20);
+constexpr std::chrono::seconds kPatience(60);
 
 // The value of a line of /proc/PID/status, read apart from what is tested.
 std::string statusLine(pid_t pid, const std::string &key) {
