@@ -12,7 +12,7 @@
 namespace host::linux_machine {
 
 // For threads that wait for a processor, or are about to wake from a sleep that can't be disturbed.
-static constexpr std::chrono::milliseconds kUntilStopped{1000};
+static constexpr std::chrono::seconds kUntilStopped{1};
 
 static constexpr size_t kMemory = size_t{2} << 30;
 static constexpr size_t kMostWords = size_t{16} << 20;

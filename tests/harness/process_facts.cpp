@@ -9,6 +9,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "harness/wait.h"
+
 namespace test {
 
 namespace fs = std::filesystem;
@@ -174,6 +176,13 @@ std::optional<ProcessFacts> readFacts(pid_t pid) {
   facts.hasOwnUsers = !userNamespace.empty() && userNamespace != linkText("/proc/self/ns/user");
   facts.memoryLimit = readMemoryLimit(readFile(folder + "/cgroup"));
   return facts;
+}
+
+bool comesToRest(pid_t pid) {
+  return waitUntil([pid] {
+    const std::optional<ProcessFacts> facts = readFacts(pid);
+    return facts && facts->state != 'R' && facts->runningThreads == 0;
+  });
 }
 
 std::vector<pid_t> allProcesses() {

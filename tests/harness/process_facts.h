@@ -47,6 +47,10 @@ struct ProcessFacts {
 // Nothing for a process that is gone.
 std::optional<ProcessFacts> readFacts(pid_t pid);
 
+// Waits until no thread of the process runs. One that says that it is ready, or that was looked at
+// by a debugger, has not come to rest yet. False when it has not by the deadline, or is gone.
+bool comesToRest(pid_t pid);
+
 // Whether the test may see a process's memory map, descriptors and executable: root needs
 // CAP_SYS_PTRACE for that of other users' processes.
 bool mayLookInto(pid_t pid);

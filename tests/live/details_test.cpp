@@ -72,11 +72,7 @@ long hundredths(uint64_t ticks) {
 // A process at rest: all its figures stay as they are.
 void expectAgreement(const Helper &helper, const std::string &name) {
   const pid_t pid = helper.pid();
-  // It says that it is ready before it has come to rest.
-  ASSERT_TRUE(waitUntil([pid] {
-    const std::optional<ProcessFacts> facts = readFacts(pid);
-    return facts && facts->state != 'R' && facts->runningThreads == 0;
-  }));
+  ASSERT_TRUE(comesToRest(pid));
   // Before the report, whose stackshot wakes the process for a moment, and has stack pages loaded
   // that it did not use itself.
   auto ps = askPS(pid, {"ppid", "s", "uid", "ruid", "svuid", "gid", "rgid", "svgid", "vsz", "rss",

@@ -210,10 +210,7 @@ TEST_F(RegionMap, OfKnownMappings) {
       {"memfd", "of memory"},
   }));
   // A stack is known by the thread that waits on it.
-  ASSERT_TRUE(waitUntil([&] {
-    const std::optional<ProcessFacts> facts = readFacts(helper.pid());
-    return facts && facts->runningThreads == 0;
-  }));
+  ASSERT_TRUE(comesToRest(helper.pid()));
   const std::vector<Line> lines = regionsOf(helper.pid());
   expectAgreement(helper.pid(), lines);
   EXPECT_EQ(unlink(shared.c_str()), 0);
