@@ -3,8 +3,8 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "ui/safe_file.h"
-#include "ui/status_bar.h"
+#include "files/safe_file.h"
+#include "terminal/status_bar.h"
 
 namespace sondex {
 

@@ -7,11 +7,12 @@
 #include <string.h>
 #include <time.h>
 
-#include "columns/format.h"
 #include "nstat/accounting.h"
 #include "state/display.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "text/format.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

@@ -2,14 +2,9 @@
 
 #include <dlfcn.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
-#include "state/display.h"
-#include "state/system.h"
-#include "ui/output.h"
-#include "ui/page.h"
-#include "ui/safe_text.h"
+#include "state/word.h"
 
 namespace sondex {
 
@@ -81,54 +76,6 @@ const char *gestaltAnswer(const char *key) {
   if (text != nullptr) return keepAnswer(string, text);
   darwin::CFRelease(answer);
   return nullptr;
-}
-
-void outputGestaltAnswer(const char *key) {
-  const char *answer = gestaltAnswer(key);
-  char *safe = answer != nullptr ? copySafe(answer) : nullptr;
-  output(safe != nullptr ? safe : "?", 0);
-  free(safe);
-}
-
-struct Row {
-  const char *label;
-  const char *key;
-};
-
-static const Row kRows[] = {
-    {"\n\tName:         \t", "ComputerName"},
-    {"\n\tDevice Type:   \t", "marketing-name"},
-    {"(", "HWModelStr"},
-    {")\n\tOS version:\t", "ProductName"},
-    {" ", "ProductVersion"},
-    {"(", "BuildVersion"},
-    {")\n\tSerial Number:  ", "SerialNumber"},
-    {"\n\tUDID:           ", "UniqueDeviceID"},
-    {"\n\tChipset:        ", "HardwarePlatform"},
-    {"(", "CPUArchitecture"},
-    {")\n\nMAC Addresses:\n\tWi-Fi MAC:    \t", "WifiAddress"},
-    {"\n\tEthernet MAC:\t", "EthernetMacAddress"},
-    {"\n\tBlueTooth MAC:\t", "BluetoothAddress"},
-};
-
-[[noreturn]] static void endUnsupported() {
-  // What stands on the screen is gone with it.
-  closeScreen();
-  store(wantCurses, 0);
-  output("Gestalt is only supported on *OS (Blame AAPL for this, not Z)\n", 0);
-  exit(1);
-}
-
-void showGestalt() {
-  beginPage();
-  if (g_gotGestalt == 0) endUnsupported();
-  output("Gestalt Details for this OS:\n", 0);
-  for (const Row &row : kRows) {
-    output(row.label, 0);
-    outputGestaltAnswer(row.key);
-  }
-  output("\n", 0);
-  waitToLeavePage();
 }
 
 }  // namespace sondex

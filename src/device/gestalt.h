@@ -1,5 +1,5 @@
-// The device's identity: what its Gestalt service answers to a key, and the screen that shows it.
-// The service is looked for at run time, as not every system has it.
+// The device's identity: what its Gestalt service answers to a key. The service is looked for at
+// run time, as not every system has it.
 #pragma once
 
 #include <atomic>
@@ -15,12 +15,5 @@ extern std::atomic<darwin::MGCopyAnswerWithError_function> MGCopyAnswerWithError
 // service refuses the key, "?!" when the answer is no text. Null when there is no service, and for
 // a text that the platform does not store as plain characters. Any thread may ask.
 const char *gestaltAnswer(const char *key);
-
-// Writes the answer to `key` as it may go to a terminal; "?" in place of null.
-void outputGestaltAnswer(const char *key);
-
-// Writes the identity screen. In full-screen mode it clears the screen and returns when a key
-// leaves it. Ends the program with status 1 when start-up found no service.
-void showGestalt();
 
 }  // namespace sondex

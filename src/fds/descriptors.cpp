@@ -3,16 +3,14 @@
 #include <stdio.h>
 
 #include "darwin/kqueue.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 
 constexpr size_t kVnodeTextSize = 2048;
 constexpr size_t kTextSize = 1044;  // the longest name with an address behind it
 constexpr size_t kNameSize = darwin::DARWIN_MAXPATHLEN + 1;
-
-constexpr int32_t kBytesPerLine = 8;
 
 struct FilterName {
   int16_t filter;
@@ -76,26 +74,6 @@ const char *evfiltToText(int32_t filter) {
   static char unknown[48];
   snprintf(unknown, sizeof unknown, "Unknown: %d - please tell Z!\n", filter);
   return unknown;
-}
-
-static char printable(uint8_t byte) {
-  return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
-}
-
-int hexDump(const uint8_t *buffer, int32_t length) {
-  fprintf(stderr, "0x%04X: ", 0u);
-  for (int32_t i = 0; i < length; i++) {
-    if (i != 0 && i % kBytesPerLine == 0) {
-      char text[kBytesPerLine + 1] = {};
-      for (int32_t k = 0; k < kBytesPerLine; k++)
-        text[k] = printable(buffer[i - kBytesPerLine + k]);
-      // Kept: this offset is padded with blanks, and the last bytes never get their characters.
-      fprintf(stderr, "\t%s\n0x%4X: ", text, static_cast<unsigned int>(i));
-    }
-    fprintf(stderr, "0x%02X ", buffer[i]);
-  }
-  fputs("\n", stderr);
-  return 0;
 }
 
 }  // namespace sondex

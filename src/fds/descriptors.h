@@ -1,6 +1,6 @@
-// What is shown of a descriptor that is no socket: files, semaphores, shared memory, kqueues, and
-// a dump of raw descriptor information. Each printer writes one piece of text without a newline and
-// returns what output returned.
+// What is shown of a descriptor that is no socket: files, semaphores, shared memory and
+// kqueues. Each printer writes one piece of text without a newline and returns what output
+// returned.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +23,5 @@ int print_kqueue_info(const darwin::kevent_extinfo *events);
 // The name of a kqueue filter. One that has none gets a text with its number and a newline, in a
 // buffer that the next call overwrites.
 const char *evfiltToText(int32_t filter);
-
-// Writes the `length` bytes of `buffer` in hexadecimal to standard error, eight in a line; a length
-// below 1 gives an empty line. Returns 0.
-int hexDump(const uint8_t *buffer, int32_t length);
 
 }  // namespace sondex

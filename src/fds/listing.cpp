@@ -15,10 +15,13 @@
 #include "proc/process_record.h"
 #include "proc/sampler.h"
 #include "state/display.h"
-#include "ui/append.h"
-#include "ui/held_stderr.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "state/tracing.h"
+#include "terminal/held_stderr.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "text/append.h"
+#include "text/hex_dump.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 
@@ -142,7 +145,7 @@ static void showDetails(char *line, int32_t pid, int32_t flavour, const Descript
 
 static void describeChannel(char *line, const char *name, int32_t pid, const DescriptorInfo *info,
                             int32_t rc) {
-  if (getenv("ZDEBUG") != nullptr) hexDump(info->bytes, std::min(rc, kInfoSize));
+  if (isTracing()) hexDump(info->bytes, std::min(rc, kInfoSize));
   const darwin::proc_channel_info *channel = &info->channel.channelinfo;
   char uuid[darwin::UUID_STRING_SIZE];
   darwin::uuid_unparse(channel->chi_instance, uuid);

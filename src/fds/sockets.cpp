@@ -7,8 +7,8 @@
 
 #include "fds/socket_owners.h"
 #include "proc/process_table.h"
-#include "ui/append.h"
-#include "ui/output.h"
+#include "terminal/output.h"
+#include "text/append.h"
 
 namespace sondex {
 

@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "darwin/code_signing.h"
-#include "ui/append.h"
+#include "text/append.h"
 
 namespace sondex {
 

@@ -6,7 +6,6 @@
 
 #include <initializer_list>
 
-#include "columns/format.h"
 #include "columns/renderers.h"
 #include "darwin/sandbox.h"
 #include "darwin/syscalls.h"
@@ -20,9 +19,11 @@
 #include "proc/process_table.h"
 #include "proc/sampler.h"
 #include "state/display.h"
-#include "ui/output.h"
-#include "ui/page.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "terminal/page.h"
+#include "terminal/screen.h"
+#include "text/format.h"
+#include "text/safe_text.h"
 #include "vm/region_map.h"
 
 namespace sondex {

@@ -5,8 +5,8 @@
 
 #include "proc/first_slot.h"
 #include "state/display.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

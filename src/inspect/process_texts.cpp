@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "darwin/proc_info.h"
-#include "ui/append.h"
+#include "text/append.h"
 
 namespace sondex {
 

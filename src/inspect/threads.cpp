@@ -5,7 +5,7 @@
 #include <string.h>
 
 #include "kcdata/stackshot.h"
-#include "ui/output.h"
+#include "terminal/output.h"
 
 namespace sondex {
 

@@ -9,7 +9,7 @@
 #include "darwin/stackshot.h"
 #include "kcdata/iterator.h"
 #include "kcdata/type_names.h"
-#include "ui/safe_text.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

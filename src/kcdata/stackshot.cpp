@@ -10,8 +10,9 @@
 #include "darwin/errors.h"
 #include "darwin/stackshot.h"
 #include "darwin/syscalls.h"
-#include "fds/descriptors.h"
 #include "kcdata/parser.h"
+#include "state/tracing.h"
+#include "text/hex_dump.h"
 
 namespace sondex {
 
@@ -68,7 +69,7 @@ int stackshot_wrapper(int32_t pid, uint32_t print_flags, uint32_t threads_only) 
   const void *buffer = darwin::stackshot_config_get_stackshot_buffer(config);
   if (buffer == nullptr) return 0;
   const uint32_t size = darwin::stackshot_config_get_stackshot_size(config);
-  if (getenv("ZDEBUG") != nullptr) {
+  if (isTracing()) {
     hexDump(static_cast<const uint8_t *>(buffer),
             static_cast<int32_t>(std::min<uint32_t>(size, INT32_MAX)));
   }

@@ -4,7 +4,7 @@
 
 #include "darwin/kcdata.h"
 #include "darwin/stackshot.h"
-#include "ui/append.h"
+#include "text/append.h"
 
 namespace sondex {
 

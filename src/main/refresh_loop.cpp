@@ -15,6 +15,8 @@
 #include "columns/column_table.h"
 #include "columns/perspective.h"
 #include "columns/sort.h"
+#include "control/keys.h"
+#include "control/signals.h"
 #include "inspect/code_signing.h"
 #include "main/monitor.h"
 #include "nstat/client.h"
@@ -22,13 +24,12 @@
 #include "screens/process_list.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/held_stderr.h"
-#include "ui/input_thread.h"
-#include "ui/keys.h"
-#include "ui/loop_notes.h"
-#include "ui/output.h"
-#include "ui/status_bar.h"
-#include "ui/who_draws.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/ending.h"
+#include "terminal/held_stderr.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "terminal/status_bar.h"
 
 namespace sondex {
 
@@ -56,9 +57,9 @@ static void startDisplay() {
   atexit(cursesMessage);
   atexit(leaveScreenForGood);
   // As soon as the screen is there, the input thread may ask for it.
-  startDrawing();
+  tryLockDrawing();
   openScreen();
-  stopDrawing();
+  unlockDrawing();
   signal(SIGINT, sighandler);
   // In place of curses' own: a size that changes just before the wait must not go unnoticed.
   signal(SIGWINCH, resizehandler);
@@ -208,10 +209,10 @@ static void refreshScreen() {
   const bool updating = !frozen && makeRoom();
   if (updating) sample();
   endIfAsked();
-  const bool drawing = startDrawing();
+  const bool drawing = tryLockDrawing();
   if (drawing) {
     drawFrame(updating, frozen);
-    stopDrawing();
+    unlockDrawing();
   }
   if (updating) keepAsPrevious();
   collectStandardError();

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "columns/perspective.h"
+#include "control/input_thread.h"
 #include "device/gestalt.h"
 #include "main/monitor.h"
 #include "main/refresh_loop.h"
@@ -17,11 +18,11 @@
 #include "main/usage.h"
 #include "proc/sampler.h"
 #include "screens/cpu_summary.h"
+#include "screens/gestalt.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/input_thread.h"
-#include "ui/safe_text.h"
-#include "ui/typed_number.h"
+#include "text/safe_text.h"
+#include "text/typed_number.h"
 
 namespace sondex {
 

@@ -16,10 +16,9 @@
 #include "darwin/socket.h"
 #include "nstat/accounting.h"
 #include "state/display.h"
-#include "ui/loop_notes.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
-#include "ui/who_draws.h"
+#include "state/tracing.h"
+#include "terminal/ending.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 
@@ -31,8 +30,6 @@ static_assert(sizeof(darwin::nstat_msg_add_all_srcs) == kRequestSize &&
 
 constexpr uint64_t kQueryContext = 1005;
 constexpr uint64_t kOtherContext = 2;
-
-constexpr int32_t kBeforeExit = 100;  // milliseconds
 
 SharedInt nstat_socket{-1};
 SharedInt g_debug{0};
@@ -129,7 +126,7 @@ void *nstat_register(void *) {
 
 void *doNStat(void *) {
   store(g_nstat_ok, 0);
-  if (getenv("ZDEBUG") != nullptr) g_debug.fetch_add(1);
+  if (isTracing()) g_debug.fetch_add(1);
   pthread_t poller;
   if (pthread_create(&poller, nullptr, nstat_register, nullptr) == 0) pthread_detach(poller);
   // Kept: a set-up that takes longer is not waited for.
@@ -263,14 +260,9 @@ int32_t print_nstat_msg(const void *message, size_t length) {
 }
 
 [[noreturn]] static void endForTooManySources() {
-  closeScreen();
-  fputs(
-      "Too many sources/connections! This is not a bug, but something that will be handled soon!\n",
-      stderr);
-  // With the screen kept, no other thread opens it again while exit handlers run.
-  if (waitToDraw(kBeforeExit)) exit(0);
-  fflush(nullptr);
-  _exit(0);
+  endProgram(0, stderr,
+             "Too many sources/connections! This is not a bug, but something that will be handled "
+             "soon!\n");
 }
 
 // The refresh loop may be in curses right now: only it may close the screen.

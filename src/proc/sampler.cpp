@@ -10,8 +10,9 @@
 #include "darwin/sandbox.h"
 #include "darwin/syscalls.h"
 #include "state/system.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "state/tracing.h"
+#include "terminal/screen.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 
@@ -208,7 +209,7 @@ int getProcCoalitionInfo(int32_t pid, ProcessRecord *record) {
                          : static_cast<int>(sizeof record->coalitionInfo);
   const int size =
       darwin::proc_pidinfo(pid, darwin::PROC_PIDCOALITIONINFO, 0, &record->coalitionInfo, wanted);
-  if (size != wanted && getenv("ZDEBUG") != nullptr) {
+  if (size != wanted && isTracing()) {
     closeScreen();
     fprintf(stderr, "RC: %d\n", size);
     perror("coalition");
@@ -218,7 +219,7 @@ int getProcCoalitionInfo(int32_t pid, ProcessRecord *record) {
 
 int32_t findProcess(const ProcessRecord *table, const char *name) {
   if (table == nullptr) return 0;
-  const bool tracing = getenv("ZDEBUG") != nullptr;
+  const bool tracing = isTracing();
   bool found = false;
   int32_t pid = 0;
   const int32_t count = load(num_procs);

@@ -6,7 +6,7 @@
 
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/append.h"
+#include "text/append.h"
 
 namespace sondex {
 

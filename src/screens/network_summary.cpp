@@ -10,8 +10,9 @@
 #include "darwin/interfaces.h"
 #include "darwin/socket.h"
 #include "darwin/sysctl.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

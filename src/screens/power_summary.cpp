@@ -7,9 +7,9 @@
 
 #include <limits>
 
-#include "columns/format.h"
 #include "darwin/power_sources.h"
-#include "ui/append.h"
+#include "text/append.h"
+#include "text/format.h"
 
 namespace sondex {
 

@@ -12,9 +12,10 @@
 #include "screens/cpu_summary.h"
 #include "screens/system_summary.h"
 #include "state/display.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
-#include "ui/status_bar.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "terminal/status_bar.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

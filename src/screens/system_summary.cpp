@@ -5,19 +5,21 @@
 #include <string.h>
 #include <time.h>
 
-#include "columns/format.h"
 #include "columns/perspective.h"
 #include "darwin/mach_host.h"
 #include "darwin/sysctl.h"
 #include "device/gestalt.h"
 #include "proc/sampler.h"
 #include "screens/cpu_summary.h"
+#include "screens/gestalt.h"
 #include "screens/network_summary.h"
 #include "screens/power_summary.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "text/format.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

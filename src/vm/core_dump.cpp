@@ -15,8 +15,9 @@
 #include "darwin/macho.h"
 #include "darwin/sysctl.h"
 #include "darwin/thread_state.h"
-#include "ui/safe_file.h"
-#include "ui/safe_text.h"
+#include "files/safe_file.h"
+#include "state/tracing.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 
@@ -64,10 +65,6 @@ struct Core {
   bool showsProgress;
   bool progressShown;
 };
-
-static bool isDebugging() {
-  return getenv("ZDEBUG") != nullptr;
-}
 
 static int64_t milliseconds() {
   timespec now = {};
@@ -151,7 +148,7 @@ static void skipUnifiedHeader(darwin::thread_act_t thread, darwin::natural_t *re
       registers[1] != darwin::ARM_THREAD_STATE32_COUNT) {
     return;
   }
-  if (isDebugging()) fputs("Workaround\n", stderr);
+  if (isTracing()) fputs("Workaround\n", stderr);
   // Asked with room for both, a kernel that gives just registers says so by its count: there a
   // thread happened to hold the two numbers.
   darwin::natural_t unified[2 + darwin::ARM_THREAD_STATE32_COUNT] = {};
@@ -202,7 +199,7 @@ char *makeThreadCommands(darwin::mach_port_t task, uint32_t *threadCount, uint32
   for (uint32_t i = 0; i < count; i++) {
     if (commands != nullptr) {
       char *command = commands + i * commandSize;
-      if (isDebugging()) {
+      if (isTracing()) {
         fprintf(stderr, "Thread %u (%x), LC @%p\n", i, threads[i], static_cast<void *>(command));
       }
       fillThreadCommand(threads[i], is32Bit, command);
@@ -239,7 +236,7 @@ static bool listRegions(int32_t pid, darwin::mach_port_t task, RegionTable *tabl
         fprintf(stderr, "Warning: More than %d regions detected!\n", kMostRegions);
         return true;
       }
-      if (isDebugging()) {
+      if (isTracing()) {
         printf("KR: %d ADDR: %llx Size: %x infoCnt : %d, Submap: %d\n", result,
                static_cast<unsigned long long>(address), static_cast<unsigned int>(size),
                static_cast<int>(count), info.is_submap);
@@ -373,7 +370,7 @@ static bool copyRegion(Core *core, darwin::mach_port_t task, uint64_t address, u
     core->done += got;
     showProgress(core);
   }
-  if (hasSignature && isDebugging()) {
+  if (hasSignature && isTracing()) {
     fprintf(stderr, "Mach-O Sig @0x%llx\n", static_cast<unsigned long long>(address));
   }
   return true;
@@ -489,13 +486,13 @@ static bool writeParts(Core *core, darwin::mach_port_t task, const RegionTable *
   const uint32_t regions = static_cast<uint32_t>(table->count);
   uint64_t offset = regions * kSegmentRoom + sizeof(darwin::mach_header_64) + threadSize;
   offset += kPageSize - offset % kPageSize;
-  if (isDebugging()) {
+  if (isTracing()) {
     fprintf(stderr, "OVERALL SIZE OF HEADER: %x\n", static_cast<unsigned int>(offset));
   }
 
   for (int i = 0; i < table->count; i++) {
     const darwin::proc_regioninfo *region = &table->regions[i].prp_prinfo;
-    if (isDebugging()) {
+    if (isTracing()) {
       fprintf(stderr, "Segment %d - %llx - File Position is now %llx -- ", i,
               static_cast<unsigned long long>(region->pri_address),
               static_cast<unsigned long long>(offset));

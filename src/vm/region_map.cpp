@@ -7,9 +7,10 @@
 #include "darwin/libproc.h"
 #include "darwin/mach_task.h"
 #include "state/display.h"
+#include "state/tracing.h"
 #include "state/word.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "terminal/output.h"
+#include "text/safe_text.h"
 #include "vm/tags.h"
 
 namespace sondex {
@@ -80,7 +81,7 @@ static void reportTaskPort(int32_t pid) {
   darwin::mach_port_name_t port = darwin::DARWIN_MACH_PORT_NULL;
   const darwin::kern_return_t result =
       darwin::task_name_for_pid(darwin::mach_task_self_, pid, &port);
-  if (getenv("ZDEBUG") != nullptr) printf(" KR : %d GOT TASK %x\n", result, port);
+  if (isTracing()) printf(" KR : %d GOT TASK %x\n", result, port);
   if (port != darwin::DARWIN_MACH_PORT_NULL) {
     darwin::mach_port_deallocate(darwin::mach_task_self_, port);
   }

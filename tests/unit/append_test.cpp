@@ -1,4 +1,4 @@
-#include "ui/append.h"
+#include "text/append.h"
 
 #include <gtest/gtest.h>
 

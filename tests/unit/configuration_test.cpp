@@ -12,11 +12,11 @@
 #include <string>
 
 #include "columns/perspective.h"
+#include "terminal/status_bar.h"
 #include "tests/harness/configuration_file.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
-#include "ui/status_bar.h"
 
 namespace {
 

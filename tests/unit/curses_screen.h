@@ -20,8 +20,8 @@
 #include <system_error>
 
 #include "state/display.h"
+#include "terminal/screen.h"
 #include "tests/unit/pseudo_terminal.h"
-#include "ui/output.h"
 
 namespace sondex {
 

@@ -6,11 +6,11 @@
 #include <thread>
 #include <vector>
 
+#include "terminal/drawing_lock.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/socket_details.h"
 #include "tests/unit/wrapped_calls.h"
-#include "ui/who_draws.h"
 
 namespace {
 
@@ -392,7 +392,7 @@ TEST_F(DescriptorListing, OfAnUnknownTypeClosesTheScreenUntilTheNextRefresh) {
   EXPECT_EQ(listingOf({{0, 8}}, 24, 1), "FLAVOR: 8\n") << "past the sink, at once";
   EXPECT_TRUE(isendwin());
   EXPECT_EQ(CursesScreen::textBeforeCursor(), "UNknown");
-  EXPECT_FALSE(isDrawing()) << "the word was nobody's before";
+  EXPECT_FALSE(holdsDrawingLock()) << "the word was nobody's before";
   wrefresh(stdscr);
   EXPECT_FALSE(isendwin());
 }
@@ -400,13 +400,13 @@ TEST_F(DescriptorListing, OfAnUnknownTypeClosesTheScreenUntilTheNextRefresh) {
 TEST_F(DescriptorListing, OfAnUnknownTypeKeepsTheRightToDraw) {
   CursesScreen screen(10, 100);
   wrefresh(stdscr);
-  ASSERT_TRUE(startDrawing());
+  ASSERT_TRUE(tryLockDrawing());
   EXPECT_EQ(listingOf({{0, 8}, {1, 12}}, 24, 1), "FLAVOR: 8\nFLAVOR: 12\n");
-  EXPECT_TRUE(isDrawing());
+  EXPECT_TRUE(holdsDrawingLock());
   bool taken = true;
-  std::thread([&] { taken = startDrawing(); }).join();
+  std::thread([&] { taken = tryLockDrawing(); }).join();
   EXPECT_FALSE(taken) << "no other thread may enter curses meanwhile";
-  stopDrawing();
+  unlockDrawing();
 }
 
 }  // namespace

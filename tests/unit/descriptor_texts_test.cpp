@@ -1,4 +1,5 @@
 #include "fds/descriptors.h"
+#include "text/hex_dump.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "inspect/details.h"
+#include "screens/details.h"
 
 // Curses first, with wide characters.
 #include "tests/unit/curses_screen.h"
@@ -15,16 +15,16 @@
 #include <string>
 #include <vector>
 
+#include "control/keys.h"
 #include "darwin/libproc.h"
 #include "darwin/syscalls.h"
 #include "inspect/code_signing.h"
 #include "inspect/details_report.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/ending.h"
+#include "terminal/status_bar.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/typed_keys.h"
-#include "ui/keys.h"
-#include "ui/loop_notes.h"
-#include "ui/status_bar.h"
-#include "ui/who_draws.h"
 
 namespace {
 
@@ -752,7 +752,7 @@ TEST_F(DetailsFromTheList, OpenTheSelectedProcess) {
   openWith("q");
   EXPECT_THAT(allText(), HasSubstr("\nProcess: 40     Name: Hello"));
   EXPECT_THAT(allText(), HasSubstr("\n1 File descriptors: 1 files"));
-  EXPECT_FALSE(isDrawing());
+  EXPECT_FALSE(holdsDrawingLock());
   openWith("hq");
   EXPECT_THAT(allText(), ContainsRegex("Process Hierarchy:\n 40    Hello\n . 41    child\n"));
 }

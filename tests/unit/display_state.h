@@ -12,8 +12,8 @@
 #include "screens/cpu_summary.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/safe_text.h"
-#include "ui/status_bar.h"
+#include "terminal/status_bar.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

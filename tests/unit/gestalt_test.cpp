@@ -1,6 +1,7 @@
 // The identity service: how it is found, what an answer of each kind becomes, what is kept of it,
 // and the screen.
 #include "device/gestalt.h"
+#include "screens/gestalt.h"
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>

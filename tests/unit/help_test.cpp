@@ -1,4 +1,4 @@
-#include "ui/help.h"
+#include "screens/help.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

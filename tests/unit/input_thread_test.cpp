@@ -1,4 +1,6 @@
-#include "ui/input_thread.h"
+#include "control/input_thread.h"
+
+#include "control/signals.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -7,12 +9,12 @@
 #include <csignal>
 #include <string>
 
+#include "control/keys.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/ending.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/wake_pipe.h"
-#include "ui/keys.h"
-#include "ui/loop_notes.h"
-#include "ui/who_draws.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "kcdata/parser.h"
 #include "tests/unit/kcdata_bytes.h"
-#include "ui/safe_text.h"
+#include "text/safe_text.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ui/keys.h"
+#include "control/keys.h"
 
 // Curses first, with wide characters.
 #include "tests/unit/curses_screen.h"
@@ -18,13 +18,13 @@
 #include "darwin/proc_info.h"
 #include "darwin/signals.h"
 #include "main/refresh_loop.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/ending.h"
+#include "terminal/status_bar.h"
 #include "tests/harness/configuration_file.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/typed_keys.h"
 #include "tests/unit/wake_pipe.h"
-#include "ui/loop_notes.h"
-#include "ui/status_bar.h"
-#include "ui/who_draws.h"
 
 namespace {
 
@@ -660,9 +660,9 @@ TEST_F(Keys, TheScreenIsGivenBack) {
   outputOf([] {
     for (const int key : {int{'?'}, int{'/'}, int{'U'}, int{'S'}, int{'K'}, int{'T'}, kDown, kUp}) {
       handleKey(key);
-      EXPECT_FALSE(isDrawing()) << key;
-      EXPECT_TRUE(startDrawing()) << key;
-      stopDrawing();
+      EXPECT_FALSE(holdsDrawingLock()) << key;
+      EXPECT_TRUE(tryLockDrawing()) << key;
+      unlockDrawing();
     }
   });
   EXPECT_TRUE(hasRoomForTable());
@@ -672,10 +672,10 @@ TEST_F(Keys, OnesThatNeedNoScreenDoNotWaitForIt) {
   std::atomic<bool> drawing{false};
   std::atomic<bool> done{false};
   std::thread other([&] {
-    ASSERT_TRUE(startDrawing());
+    ASSERT_TRUE(tryLockDrawing());
     drawing.store(true);
     while (!done.load()) std::this_thread::yield();
-    stopDrawing();
+    unlockDrawing();
   });
   while (!drawing.load()) std::this_thread::yield();
   const std::vector<int32_t> before = allWords();

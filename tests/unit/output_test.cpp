@@ -1,4 +1,5 @@
-#include "ui/output.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,10 +18,10 @@
 #include <thread>
 
 #include "state/display.h"
+#include "terminal/status_bar.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
-#include "ui/safe_text.h"
-#include "ui/status_bar.h"
+#include "text/safe_text.h"
 
 namespace {
 

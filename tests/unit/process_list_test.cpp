@@ -8,10 +8,11 @@
 
 #include "columns/column_table.h"
 #include "screens/cpu_summary.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
+#include "terminal/status_bar.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/list_screen.h"
-#include "ui/output.h"
-#include "ui/status_bar.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ui/prompt.h"
+#include "terminal/prompt.h"
 
 // Curses first, with wide characters.
 #include "tests/unit/curses_screen.h"
@@ -7,10 +7,10 @@
 
 #include <string>
 
+#include "terminal/ending.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/typed_keys.h"
 #include "tests/unit/wake_pipe.h"
-#include "ui/loop_notes.h"
 
 namespace {
 

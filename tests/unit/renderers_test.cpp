@@ -14,10 +14,11 @@
 
 #include "nstat/accounting.h"
 #include "state/display.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
-#include "ui/output.h"
-#include "ui/safe_text.h"
+#include "text/safe_text.h"
 
 namespace {
 

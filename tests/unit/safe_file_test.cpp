@@ -1,4 +1,4 @@
-#include "ui/safe_file.h"
+#include "files/safe_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "ui/who_draws.h"
+#include "terminal/drawing_lock.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <chrono>
 #include <thread>
 
-#include "ui/output.h"
+#include "terminal/output.h"
 
 namespace {
 
@@ -34,86 +34,86 @@ class OtherDrawer {
   std::atomic<bool> m_drawing{false};
   std::atomic<bool> m_done{false};
   std::thread m_thread{[this] {
-    ASSERT_TRUE(startDrawing());
+    ASSERT_TRUE(tryLockDrawing());
     m_drawing.store(true);
     while (!m_done.load()) std::this_thread::yield();
-    stopDrawing();
+    unlockDrawing();
   }};
 };
 
-TEST(WhoDraws, IsNobodyAtFirstAndAfterwards) {
-  EXPECT_FALSE(isDrawing());
-  ASSERT_TRUE(startDrawing());
-  EXPECT_TRUE(isDrawing());
-  stopDrawing();
-  EXPECT_FALSE(isDrawing());
-  ASSERT_TRUE(startDrawing());
-  stopDrawing();
+TEST(DrawingLock, IsNobodyAtFirstAndAfterwards) {
+  EXPECT_FALSE(holdsDrawingLock());
+  ASSERT_TRUE(tryLockDrawing());
+  EXPECT_TRUE(holdsDrawingLock());
+  unlockDrawing();
+  EXPECT_FALSE(holdsDrawingLock());
+  ASSERT_TRUE(tryLockDrawing());
+  unlockDrawing();
 }
 
-TEST(WhoDraws, IsRefusedAtOnceWhileAnotherDraws) {
+TEST(DrawingLock, IsRefusedAtOnceWhileAnotherDraws) {
   OtherDrawer other;
-  EXPECT_FALSE(startDrawing());
-  EXPECT_FALSE(isDrawing());
+  EXPECT_FALSE(tryLockDrawing());
+  EXPECT_FALSE(holdsDrawingLock());
 }
 
-TEST(WhoDraws, MayWaitAgainForWhatItHas) {
-  ASSERT_TRUE(waitToDraw(0));
-  EXPECT_TRUE(waitToDraw(0));
-  stopDrawing();
-  EXPECT_FALSE(isDrawing());
+TEST(DrawingLock, MayWaitAgainForWhatItHas) {
+  ASSERT_TRUE(lockDrawing(0));
+  EXPECT_TRUE(lockDrawing(0));
+  unlockDrawing();
+  EXPECT_FALSE(holdsDrawingLock());
 }
 
-TEST(WhoDraws, WaitIsOverInTime) {
+TEST(DrawingLock, WaitIsOverInTime) {
   OtherDrawer other;
   const Clock::time_point start = Clock::now();
-  EXPECT_FALSE(waitToDraw(50));
+  EXPECT_FALSE(lockDrawing(50));
   EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(50));
-  EXPECT_FALSE(waitToDraw(0));
+  EXPECT_FALSE(lockDrawing(0));
 }
 
-TEST(WhoDraws, WaitEndsWithTheOthersFrame) {
+TEST(DrawingLock, WaitEndsWithTheOthersFrame) {
   OtherDrawer other;
   std::thread leaving([&] { other.leave(); });
-  EXPECT_TRUE(waitToDraw(kLong));
-  EXPECT_TRUE(isDrawing());
-  stopDrawing();
+  EXPECT_TRUE(lockDrawing(kLong));
+  EXPECT_TRUE(holdsDrawingLock());
+  unlockDrawing();
   leaving.join();
 }
 
-TEST(WhoDraws, WaitingGoesBeforeTheNextFrame) {
+TEST(DrawingLock, WaitingGoesBeforeTheNextFrame) {
   std::atomic<bool> gotIt{false};
   std::thread waiting;
   {
-    ASSERT_TRUE(startDrawing());
+    ASSERT_TRUE(tryLockDrawing());
     waiting = std::thread([&] {
-      gotIt.store(waitToDraw(kLong));
-      if (gotIt.load()) stopDrawing();
+      gotIt.store(lockDrawing(kLong));
+      if (gotIt.load()) unlockDrawing();
     });
     // A loop that draws frame after frame without a rest gives way sooner or later.
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(60);
     bool drawing = true;
     while (!gotIt.load() && Clock::now() < deadline) {
-      if (drawing) stopDrawing();
-      drawing = startDrawing();
+      if (drawing) unlockDrawing();
+      drawing = tryLockDrawing();
     }
-    if (drawing) stopDrawing();
+    if (drawing) unlockDrawing();
   }
   waiting.join();
   EXPECT_TRUE(gotIt.load());
 }
 
-TEST(WhoDraws, IsOneOfMany) {
+TEST(DrawingLock, IsOneOfMany) {
   int frames = 0;  // plain on purpose: the word keeps the threads apart
   std::atomic<int> drawn{0};
   std::thread threads[4];
   for (std::thread &thread : threads) {
     thread = std::thread([&] {
       for (int i = 0; i < 20; i++) {
-        if (!(i % 2 == 0 ? startDrawing() : waitToDraw(kLong))) continue;
+        if (!(i % 2 == 0 ? tryLockDrawing() : lockDrawing(kLong))) continue;
         frames++;
         drawn++;
-        stopDrawing();
+        unlockDrawing();
       }
     });
   }

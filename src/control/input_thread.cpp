@@ -1,4 +1,4 @@
-#include "ui/input_thread.h"
+#include "control/input_thread.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -8,24 +8,18 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "control/keys.h"
 #include "nstat/client.h"
 #include "state/display.h"
-#include "ui/keys.h"
-#include "ui/loop_notes.h"
-#include "ui/output.h"
-#include "ui/who_draws.h"
+#include "terminal/ending.h"
+#include "terminal/key_codes.h"
 
 namespace sondex {
 
-constexpr uint8_t kCarriageReturn = 13;
-constexpr uint8_t kEscape = 27;
-constexpr int kEnter = 10;
-
 constexpr int32_t kBeforeNextLook = 100;  // milliseconds, while the screen isn't open yet
-constexpr int32_t kBeforeExit = 100;      // milliseconds, for a thread that just leaves the screen
 
 // Of the letters A to D that end the sequence of a cursor key.
-static const int kCursorKeys[] = {259, 258, 261, 260};
+static const int kCursorKeys[] = {kUp, kDown, kRight, kLeft};
 
 // What was seen of a cursor key's sequence.
 struct KeyState {
@@ -99,30 +93,6 @@ void startInteractiveThreads() {
   startThread(doNStat, "network statistics");
   startThread(interactiveThread, "input");
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-// Neither curses nor the exit handlers may be entered from a signal handler: it leaves a note and
-// wakes the loop.
-void sighandler(int signal) {
-  if (load(wantCurses) != 0) askForEnd(signal);
-}
-
-void resizehandler(int) {
-  wakeLoop();
-}
-
-void endIfInterrupted() {
-  const int32_t reason = reasonToEnd();
-  if (reason == 0) return;
-  closeScreen();
-  if (reason == SIGINT) {
-    fputs("Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n", stderr);
-  }
-  // With the screen kept, no other thread opens it again while exit handlers run. One that would
-  // not give it up is given no time to.
-  if (waitToDraw(kBeforeExit)) exit(0);
-  fflush(nullptr);
-  _exit(0);
 }
 
 }  // namespace sondex

@@ -1,10 +1,10 @@
-#include "ui/append.h"
+#include "text/append.h"
 
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
-#include "ui/safe_text.h"
+#include "text/safe_text.h"
 
 namespace sondex {
 

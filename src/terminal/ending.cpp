@@ -1,6 +1,7 @@
-#include "ui/loop_notes.h"
+#include "terminal/ending.h"
 
 #include <errno.h>
+#include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -8,10 +9,13 @@
 
 #include "state/system.h"
 #include "state/word.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/screen.h"
 
 namespace sondex {
 
 constexpr int32_t kLongestNap = 100;  // milliseconds
+constexpr int32_t kBeforeExit = 100;  // milliseconds, for a thread that just leaves the screen
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
 
 static SharedInt endReason{0};
@@ -43,6 +47,14 @@ bool pauseUnlessEnding(int32_t milliseconds) {
     milliseconds -= nap;
   }
   return reasonToEnd() == 0;
+}
+
+void endProgram(int status, FILE *stream, const char *message) {
+  closeScreen();
+  if (message != nullptr) fputs(message, stream);
+  if (lockDrawing(kBeforeExit)) exit(status);
+  fflush(nullptr);
+  _exit(status);
 }
 
 }  // namespace sondex

@@ -1,4 +1,4 @@
-#include "ui/keys.h"
+#include "control/keys.h"
 
 #include <signal.h>
 #include <stdio.h>
@@ -11,28 +11,20 @@
 #include "columns/perspective.h"
 #include "darwin/proc_info.h"
 #include "darwin/signals.h"
-#include "device/gestalt.h"
-#include "inspect/details.h"
 #include "proc/process_table.h"
+#include "screens/details.h"
+#include "screens/gestalt.h"
+#include "screens/help.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/help.h"
-#include "ui/loop_notes.h"
-#include "ui/prompt.h"
-#include "ui/status_bar.h"
-#include "ui/typed_number.h"
-#include "ui/who_draws.h"
+#include "terminal/drawing_lock.h"
+#include "terminal/ending.h"
+#include "terminal/key_codes.h"
+#include "terminal/prompt.h"
+#include "terminal/status_bar.h"
+#include "text/typed_number.h"
 
 namespace sondex {
-
-// Keys beyond a byte are curses' codes.
-constexpr int kEnter = 10;
-constexpr int kDown = 258;
-constexpr int kUp = 259;
-constexpr int kLeft = 260;
-constexpr int kRight = 261;
-constexpr int kShiftedLeft = 393;
-constexpr int kShiftedRight = 402;
 
 constexpr int kListHelp = 1;
 constexpr int32_t kScreenPatience = 2000;  // milliseconds
@@ -372,14 +364,14 @@ static const KeyRow kKeys[] = {
 };
 
 static void actOnScreen(void (*act)()) {
-  const bool drewAlready = isDrawing();
-  if (!waitToDraw(kScreenPatience)) {
+  const bool drewAlready = holdsDrawingLock();
+  if (!lockDrawing(kScreenPatience)) {
     setStatusBar("The screen is busy: the last key was dropped", 3);
     return;
   }
   // Who ends the program gives the screen up for good.
   if (reasonToEnd() == 0) act();
-  if (!drewAlready) stopDrawing();
+  if (!drewAlready) unlockDrawing();
 }
 
 void handleKey(int key) {

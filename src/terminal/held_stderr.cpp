@@ -1,4 +1,4 @@
-#include "ui/held_stderr.h"
+#include "terminal/held_stderr.h"
 
 #include <fcntl.h>
 #include <stdint.h>

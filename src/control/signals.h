@@ -1,15 +1,8 @@
-// The threads of the interactive display, and its end by a key or a signal.
+// What signals do to the interactive display, and the program's end that a signal or a key asked
+// for.
 #pragma once
 
 namespace sondex {
-
-// Starts the network-statistics thread and the input thread.
-void startInteractiveThreads();
-
-// The input thread: once the full screen is open, reads standard input byte by byte, applies the
-// keys and wakes the refresh loop after each. Returns null when standard input ends, when a key or
-// signal asked for the program's end, or when there is to be no full screen.
-void *interactiveThread(void *argument);
 
 // Handler of SIGINT: in full-screen mode the refresh loop is told to end the program; in plain mode
 // nothing happens.

@@ -1,4 +1,4 @@
-#include "ui/typed_number.h"
+#include "text/typed_number.h"
 
 #include <limits.h>
 #include <stdlib.h>

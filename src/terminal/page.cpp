@@ -1,4 +1,4 @@
-#include "ui/page.h"
+#include "terminal/page.h"
 
 #include <curses.h>
 #include <poll.h>
@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include "state/display.h"
-#include "ui/loop_notes.h"
+#include "terminal/ending.h"
+#include "terminal/key_codes.h"
 
 namespace sondex {
 
-constexpr int kEnter = 10;
 constexpr int32_t kBetweenKeys = 1000;  // milliseconds
 
 static bool isOnScreen() {

@@ -1,15 +1,15 @@
-#include "inspect/details.h"
+#include "screens/details.h"
 
 #include <curses.h>
 #include <stdint.h>
 
 #include "inspect/details_report.h"
 #include "proc/sampler.h"
+#include "screens/help.h"
 #include "state/display.h"
-#include "ui/help.h"
-#include "ui/loop_notes.h"
-#include "ui/page.h"
-#include "ui/status_bar.h"
+#include "terminal/ending.h"
+#include "terminal/page.h"
+#include "terminal/status_bar.h"
 #include "vm/core_dump.h"
 
 namespace sondex {

@@ -1,12 +1,12 @@
-#include "ui/help.h"
+#include "screens/help.h"
 
 #include <curses.h>
 
 #include "columns/perspective.h"
 #include "state/display.h"
 #include "state/system.h"
-#include "ui/output.h"
-#include "ui/page.h"
+#include "terminal/output.h"
+#include "terminal/page.h"
 
 namespace sondex {
 

@@ -1,4 +1,4 @@
-#include "ui/safe_text.h"
+#include "text/safe_text.h"
 
 #include <stdint.h>
 #include <stdlib.h>

@@ -1,9 +1,9 @@
-// Notes that other threads and signal handlers leave for the refresh loop: to wake up, and to end
-// the program. Every end of the full screen goes through the loop's thread: exit handlers must not
-// run beside a refresh.
+// How the program ends while its screen may be open. Threads and signal handlers leave a note for
+// the refresh loop, which ends the program: exit handlers must not run beside a refresh.
 #pragma once
 
 #include <stdint.h>
+#include <stdio.h>
 
 namespace sondex {
 
@@ -24,5 +24,11 @@ int32_t reasonToEnd();
 // For a screen that waits: sleeps for that long (0 or more). False, at once or at the latest a
 // tenth of a second afterwards, when the program is to end and the screen has to be left.
 bool pauseUnlessEnding(int32_t milliseconds);
+
+// Ends the program: leaves the full screen, writes `message` to `stream` (null: nothing to say) and
+// exits with `status`. The drawing lock is kept, so that no other thread opens the screen again;
+// when another thread does not give it up in time, the exit handlers are passed over. Never in a
+// signal handler.
+[[noreturn]] void endProgram(int status, FILE *stream, const char *message);
 
 }  // namespace sondex

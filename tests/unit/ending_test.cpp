@@ -1,4 +1,4 @@
-#include "ui/loop_notes.h"
+#include "terminal/ending.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,13 +16,13 @@ namespace {
 using namespace sondex;
 using testing::ExitedWithCode;
 
-class LoopNotes : public testing::Test {
+class Ending : public testing::Test {
  protected:
   DisplayStateGuard guard;
   WakePipe pipe;
 };
 
-TEST_F(LoopNotes, WakeIsOneByte) {
+TEST_F(Ending, WakeIsOneByte) {
   wakeLoop();
   EXPECT_EQ(pipe.taken(), "x");
   wakeLoop();
@@ -30,7 +30,7 @@ TEST_F(LoopNotes, WakeIsOneByte) {
   EXPECT_EQ(pipe.taken(), "xx");
 }
 
-TEST_F(LoopNotes, WakeOfAFullPipeDoesNotBlock) {
+TEST_F(Ending, WakeOfAFullPipeDoesNotBlock) {
   while (write(g_pipe[1], "y", 1) == 1) continue;
   errno = 0;
   wakeLoop();
@@ -38,7 +38,7 @@ TEST_F(LoopNotes, WakeOfAFullPipeDoesNotBlock) {
   EXPECT_EQ(pipe.taken().find('x'), std::string::npos);
 }
 
-TEST_F(LoopNotes, WithoutAPipeNothingIsWritten) {
+TEST_F(Ending, WithoutAPipeNothingIsWritten) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
   const int input = dup(STDIN_FILENO);
@@ -54,12 +54,12 @@ TEST_F(LoopNotes, WithoutAPipeNothingIsWritten) {
   for (const int descriptor : {input, ends[0], ends[1]}) close(descriptor);
 }
 
-TEST_F(LoopNotes, NobodyWantsTheEndAtFirst) {
+TEST_F(Ending, NobodyWantsTheEndAtFirst) {
   EXPECT_EQ(reasonToEnd(), 0);
 }
 
 // The note is for good, so it is left in a process of its own.
-TEST_F(LoopNotes, FirstReasonToEndCountsAndWakes) {
+TEST_F(Ending, FirstReasonToEndCountsAndWakes) {
   EXPECT_EXIT(
       {
         askForEnd(SIGINT);
@@ -70,14 +70,14 @@ TEST_F(LoopNotes, FirstReasonToEndCountsAndWakes) {
       ExitedWithCode(7), "");
 }
 
-TEST_F(LoopNotes, PauseTakesItsTime) {
+TEST_F(Ending, PauseTakesItsTime) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_TRUE(pauseUnlessEnding(130));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(130));
   EXPECT_TRUE(pauseUnlessEnding(0));
 }
 
-TEST_F(LoopNotes, PauseEndsWithTheProgram) {
+TEST_F(Ending, PauseEndsWithTheProgram) {
   EXPECT_EXIT(
       {
         std::thread asking([] { askForEnd(kEndByKey); });

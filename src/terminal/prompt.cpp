@@ -1,4 +1,4 @@
-#include "ui/prompt.h"
+#include "terminal/prompt.h"
 
 #include <curses.h>
 #include <poll.h>
@@ -6,14 +6,15 @@
 #include <unistd.h>
 
 #include "state/display.h"
-#include "ui/loop_notes.h"
-#include "ui/output.h"
-#include "ui/page.h"
-#include "ui/status_bar.h"
+#include "terminal/ending.h"
+#include "terminal/key_codes.h"
+#include "terminal/output.h"
+#include "terminal/page.h"
+#include "terminal/screen.h"
+#include "terminal/status_bar.h"
 
 namespace sondex {
 
-constexpr int kEnter = 10;
 // How long one look at the keyboard waits, in milliseconds: so soon a wish to end is seen.
 constexpr int kOneLook = 100;
 constexpr int kNoMoreKeys = -2;

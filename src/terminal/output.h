@@ -1,20 +1,10 @@
 // The output sink: every line of the display and of the reports goes through here, to the curses
-// screen or to standard output. Owns the life of the screen too: opening it, and leaving the
-// terminal as it was.
+// screen or to standard output.
 #pragma once
 
 #include <stdint.h>
 
 namespace sondex {
-
-// Colour pairs, set once when the screen is opened.
-constexpr int kPairHeader = 1;    // column headers and separators
-constexpr int kPairSelected = 2;  // the selected column
-constexpr int kPairStatus = 5;    // status bar
-constexpr int kPairWarning = 6;   // pressure mark, unsigned code
-constexpr int kPairPrompt = 7;    // prompts
-constexpr int kPairGrown = 13;    // a value that grew since the previous sample
-constexpr int kPairShrunk = 14;   // a value that shrank
 
 // Writes `text` (not null) at the cursor in full-screen mode, else to standard output. Width 0
 // writes it as it is; a width w above 0 cuts it to w - 1 bytes, and puts one blank after a shorter
@@ -46,27 +36,5 @@ void endLine();
 void switchOn(uint32_t attributes);
 void switchOff(uint32_t attributes);
 void setAttributes(uint32_t attributes);
-
-// The attribute of a colour pair; 0 while colours are off.
-uint32_t colorPair(int pair);
-
-// Opens the full screen: modes, colours, colour pairs. Ends the program when the terminal can't do
-// it; what cursesMessage then prints says so.
-void openScreen();
-
-// Leaves the full screen if it is open, and gives back standard error; errno stays. Safe to call
-// more than once and by a thread that doesn't draw: it waits for the one that does, up to two
-// seconds.
-void closeScreen();
-
-// Follows a terminal whose size has changed. Called before a frame is drawn.
-void fitScreen();
-
-// Whether the terminal that the screen was opened on is gone. False when it was opened on something
-// else.
-bool isTerminalGone();
-
-// Registered with atexit: explains a full screen that could not be started.
-void cursesMessage();
 
 }  // namespace sondex

@@ -1,10 +1,11 @@
-#include "ui/status_bar.h"
+#include "terminal/status_bar.h"
 
 #include <curses.h>
 #include <string.h>
 
 #include "state/display.h"
-#include "ui/output.h"
+#include "terminal/output.h"
+#include "terminal/screen.h"
 
 namespace sondex {
 

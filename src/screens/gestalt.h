@@ -1,0 +1,13 @@
+// The identity screen, and its answers for other screens.
+#pragma once
+
+namespace sondex {
+
+// Writes the answer to `key` as it may go to a terminal; "?" in place of null.
+void outputGestaltAnswer(const char *key);
+
+// Writes the identity screen. In full-screen mode it clears the screen and returns when a key
+// leaves it. Ends the program with status 1 when start-up found no service.
+void showGestalt();
+
+}  // namespace sondex
