@@ -22,10 +22,10 @@ void resizehandler(int) {
 void endIfInterrupted() {
   const int32_t reason = reasonToEnd();
   if (reason == 0) return;
-  const char *message =
-      reason == SIGINT ? "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n"
-                       : nullptr;
-  endProgram(0, stderr, message);
+  endProgram(0, stderr, "%s",
+             reason == SIGINT
+                 ? "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n"
+                 : "");
 }
 
 }  // namespace sondex

@@ -1,5 +1,6 @@
 #include "proc/sampler.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +12,7 @@
 #include "darwin/syscalls.h"
 #include "state/system.h"
 #include "state/tracing.h"
+#include "terminal/ending.h"
 #include "terminal/screen.h"
 #include "text/safe_text.h"
 
@@ -50,13 +52,10 @@ int getArrayOfPIDs() {
 }
 
 [[noreturn]] static void cannotContinue(const char *failed) {
-  closeScreen();
-  perror(failed);
-  fputs(
-      "Can't continue! Did AAPL add another entitlement?? You might be able to fix this by "
-      "re-signing me..\n",
-      stderr);
-  exit(10);
+  endProgram(10, stderr,
+             "%s: %s\nCan't continue! Did AAPL add another entitlement?? You might be able to fix "
+             "this by re-signing me..\n",
+             failed, strerror(errno));
 }
 
 ProcessRecord *getPIDList() {
@@ -195,9 +194,7 @@ int getProcFDInfo(int32_t pid, ProcessRecord *record) {
     // Kept: asked by the place in the list, not by the descriptor's number.
     uint8_t *slot = record->fdDetails + static_cast<size_t>(i) * kFDDetailSize;
     if (darwin::proc_pidfdinfo(pid, i, flavour, slot, kFDDetailSize) < 0) {
-      closeScreen();
-      perror("proc_pidfinfo");
-      exit(0);
+      endProgram(0, stderr, "proc_pidfinfo: %s\n", strerror(errno));
     }
   }
   return 0;

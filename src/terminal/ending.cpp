@@ -1,6 +1,7 @@
 #include "terminal/ending.h"
 
 #include <errno.h>
+#include <stdarg.h>
 #include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
@@ -49,9 +50,12 @@ bool pauseUnlessEnding(int32_t milliseconds) {
   return reasonToEnd() == 0;
 }
 
-void endProgram(int status, FILE *stream, const char *message) {
+void endProgram(int status, FILE *stream, const char *format, ...) {
   closeScreen();
-  if (message != nullptr) fputs(message, stream);
+  va_list arguments;
+  va_start(arguments, format);
+  vfprintf(stream, format, arguments);
+  va_end(arguments);
   if (lockDrawing(kBeforeExit)) exit(status);
   fflush(nullptr);
   _exit(status);

@@ -25,10 +25,11 @@ int32_t reasonToEnd();
 // tenth of a second afterwards, when the program is to end and the screen has to be left.
 bool pauseUnlessEnding(int32_t milliseconds);
 
-// Ends the program: leaves the full screen, writes `message` to `stream` (null: nothing to say) and
-// exits with `status`. The drawing lock is kept, so that no other thread opens the screen again;
-// when another thread does not give it up in time, the exit handlers are passed over. Never in a
-// signal handler.
-[[noreturn]] void endProgram(int status, FILE *stream, const char *message);
+// Ends the program: leaves the full screen, writes a printf format with its arguments to `stream`,
+// and exits with `status`. The drawing lock is kept, so that no other thread opens the screen
+// again; when another thread does not give it up in time, the exit handlers are passed over. Never
+// in a signal handler.
+__attribute__((format(printf, 3, 4))) [[noreturn]] void endProgram(int status, FILE *stream,
+                                                                   const char *format, ...);
 
 }  // namespace sondex
