@@ -436,7 +436,8 @@ struct StopProcess {
 struct ContinueProcess {
   int32_t pid = 0;
 };
-// What is given is set; growth and swing of a figure stay.
+// Sets the fields that have a value and leaves the others. A figure takes the new value and keeps
+// its growth and swing.
 struct ChangeProcess {
   int32_t pid = 0;
   std::optional<uint64_t> virtualSize;
@@ -465,7 +466,7 @@ struct RaisePressure {
   uint32_t reclaimedPages = 0;
   std::optional<uint32_t> level;  // percent of memory still available, from then on
 };
-// What is given is set.
+// Sets the fields that have a value and leaves the others.
 struct ChangePower {
   size_t source = 0;
   std::optional<int32_t> capacity;
@@ -490,8 +491,9 @@ using Action = std::variant<StartProcess, ExitProcess, ForkProcess, ExecProcess,
 struct Event {
   Nanoseconds at{0};
   Action action;
-  // A process that started ends again, a stopped one continues, a descriptor that was opened is
-  // closed, a call no longer fails: after this long. Nothing: never. Other actions last.
+  // After this long the action is undone: a process that it started ends, one that it stopped goes
+  // on, a descriptor that it opened is closed, a call that it made fail works again. Nothing:
+  // never. Other actions can't be undone.
   std::optional<Nanoseconds> lasts;
   std::optional<Nanoseconds> every;  // comes again after this long, for ever
 };
@@ -500,8 +502,8 @@ struct Device {
   std::string name;
   Kernel kernel;
   DeviceClock clock;
-  // Whether those that wait beside the samples are told anything: network statistics of sources,
-  // and who waits for memory pressure of that.
+  // Whether what comes without being asked for is told: network statistics to their client, memory
+  // pressure to who waits for it.
   bool tellsInBackground = true;
   uint32_t caller = 0;  // effective user of the program: 0 is root
   Hardware hardware;

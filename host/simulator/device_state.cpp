@@ -258,7 +258,7 @@ void DeviceState::happen(const CloseDescriptor &close, Nanoseconds, Lasting) {
   if (process != nullptr) processes_.close(*process, close.number);
 }
 
-// A device that does not tell the level does not begin to.
+// The event sets the level only on a device that has one: none becomes able to tell it.
 void DeviceState::happen(const RaisePressure &pressure, Nanoseconds now, Lasting) {
   pressure_.add(now, pressure.wantedPages, pressure.reclaimedPages);
   if (pressure.level && device_.memoryLevel) device_.memoryLevel = Figure(*pressure.level);
