@@ -20,23 +20,4 @@ constexpr int kBinaryCore = 255;
 // region can't be read; 1 when the binary mode can't open the executable.
 int dumpCore(int32_t pid, darwin::mach_port_t task, int mode);
 
-// Reads *size bytes of the task's memory at `address` into a buffer that the caller frees; *size
-// becomes the bytes read, the rest of the buffer is zeros. On failure null, with *size 0 and a
-// message on standard error.
-void *readProcessMemory(darwin::mach_port_t task, uint64_t address, uint32_t *size);
-
-// The load commands with the registers of the task's threads, in a buffer that the caller frees;
-// *threadCount and *totalSize (bytes) say how much of it counts. A thread that is gone by then has
-// zeros in its registers. Null, with both 0 and a message on standard error, when the threads can't
-// be listed.
-char *makeThreadCommands(darwin::mach_port_t task, uint32_t *threadCount, uint32_t *totalSize,
-                         bool is32Bit);
-
-// Not offered: says so on standard error and returns -1.
-int writeProcessMemory(darwin::mach_port_t task, uint64_t address, const void *bytes,
-                       uint32_t size);
-
-// Lists nothing yet. `task` as in dumpCore(). Returns 0, or -5 without a task port.
-int listImages(int32_t pid, darwin::mach_port_t task);
-
 }  // namespace sondex

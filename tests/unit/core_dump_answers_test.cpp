@@ -22,6 +22,7 @@
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/sampled_machine.h"
 #include "vm/core_dump.h"
+#include "vm/task_memory.h"
 
 namespace {
 

@@ -17,6 +17,7 @@
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/sampled_machine.h"
+#include "vm/task_memory.h"
 
 namespace {
 

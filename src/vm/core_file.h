@@ -1,0 +1,48 @@
+// The file that a core is written to: for its owner only, with a progress line when writing takes
+// long, and removed when it does not become whole. What it holds is not known here.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace sondex {
+
+constexpr size_t kPieceSize = 1 << 20;
+
+struct CoreFile {
+  int descriptor;
+  char path[64];
+  char *piece;           // kPieceSize bytes on the heap, for what passes through
+  uint64_t done;         // bytes, for the progress line
+  uint64_t total;        // what `done` comes to in the end
+  int64_t nextProgress;  // when that line is due, in milliseconds
+  bool showsProgress;
+  bool progressShown;
+};
+
+// Opens the file; path and total are the caller's, all else is set here. What belongs to somebody
+// else under its name is left alone. False with a message on standard error, and nothing to be
+// closed.
+bool openCoreFile(CoreFile *file);
+
+// Writes all bytes at a place in the file. False with errno set.
+bool writeAt(const CoreFile *file, const void *bytes, size_t size, uint64_t offset);
+
+// Cuts the file, or fills it up with zeros that take no room. False with errno set.
+bool setFileSize(const CoreFile *file, uint64_t size);
+
+// Counts `bytes` as done. On a terminal a line on standard error tells how far it is: after the
+// first second, then twice a second.
+void addProgress(CoreFile *file, uint64_t bytes);
+
+// Takes that line away, for what is written next on standard error.
+void clearProgress(CoreFile *file);
+
+// Says on standard error, by errno, that the file can't be written.
+void reportUnwritten(CoreFile *file);
+
+// Closes the file, and removes it unless it is whole. False when it wasn't, or when closing it
+// fails, with a message on standard error.
+bool closeCoreFile(CoreFile *file, bool isWhole);
+
+}  // namespace sondex
