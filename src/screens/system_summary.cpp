@@ -14,6 +14,7 @@
 #include "screens/gestalt.h"
 #include "screens/network_summary.h"
 #include "screens/power_summary.h"
+#include "screens/wifi_summary.h"
 #include "state/display.h"
 #include "state/system.h"
 #include "terminal/output.h"
