@@ -17,7 +17,7 @@
 #include "inspect/threads.h"
 #include "nstat/accounting.h"
 #include "proc/process_table.h"
-#include "proc/sampler.h"
+#include "proc/system_calls.h"
 #include "state/display.h"
 #include "terminal/output.h"
 #include "terminal/page.h"

@@ -16,6 +16,7 @@
 #include "main/refresh_loop.h"
 #include "main/report.h"
 #include "main/usage.h"
+#include "proc/process_search.h"
 #include "proc/sampler.h"
 #include "screens/cpu_summary.h"
 #include "screens/gestalt.h"

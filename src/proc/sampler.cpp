@@ -4,17 +4,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
-#include <unistd.h>
 
 #include "darwin/libproc.h"
 #include "darwin/sandbox.h"
-#include "darwin/syscalls.h"
 #include "state/system.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
 #include "terminal/screen.h"
-#include "text/safe_text.h"
 
 namespace sondex {
 
@@ -29,23 +25,10 @@ constexpr int32_t kSpareEntries = 19;
 
 constexpr int kFDListSize =
     1024;  // bytes asked for: at most 128 descriptors, fewer than a record has room for
-constexpr int kComparedNameLength = 15;
 
 constexpr int32_t kOsVerUsageV3 = 10;  // first kernel generation with the third usage structure
 constexpr int32_t kOsVerLongCoalitions = 11;  // first one with two coalition identifiers
 constexpr int kShortCoalitionSize = 32;
-
-int proc_info(int32_t callnum, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
-              int32_t buffersize) {
-  return static_cast<int>(
-      syscall(darwin::DARWIN_SYS_proc_info, callnum, pid, flavor, arg, buffer, buffersize));
-}
-
-int process_policy(int scope, int action, int policy, int policy_subtype, void *attribute,
-                   int32_t target_pid, uint64_t target_threadid) {
-  return static_cast<int>(syscall(darwin::DARWIN_SYS_process_policy, scope, action, policy,
-                                  policy_subtype, attribute, target_pid, target_threadid));
-}
 
 int getArrayOfPIDs() {
   return darwin::proc_listpids(darwin::PROC_ALL_PIDS, 1, nullptr, 0);
@@ -212,33 +195,6 @@ int getProcCoalitionInfo(int32_t pid, ProcessRecord *record) {
     perror("coalition");
   }
   return 0;
-}
-
-int32_t findProcess(const ProcessRecord *table, const char *name) {
-  if (table == nullptr) return 0;
-  const bool tracing = isTracing();
-  bool found = false;
-  int32_t pid = 0;
-  const int32_t count = load(num_procs);
-  for (int32_t i = 0; i < count; i++) {
-    const char *command = table[i].taskAllInfo.pbsd.pbi_comm;
-    if (tracing) {
-      char safe[sizeof table[i].taskAllInfo.pbsd.pbi_comm];
-      fprintf(stderr, "%d: %s\n", pidOf(&table[i]),
-              makeSafe(safe, sizeof safe, command, sizeof safe));
-    }
-    if (strncasecmp(command, name, kComparedNameLength) != 0) continue;
-    if (found) {
-      char *safe = copySafe(name);
-      fprintf(stderr, "There are multiple matches for '%s' - %d, %d\n", safe != nullptr ? safe : "",
-              pid, pidOf(&table[i]));
-      free(safe);
-      return -1;
-    }
-    found = true;
-    pid = pidOf(&table[i]);
-  }
-  return pid;
 }
 
 }  // namespace sondex

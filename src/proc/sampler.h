@@ -1,5 +1,5 @@
 // Samples every process into a table of records, as the kernel's process-information calls give
-// them, and finds a process by name. The figures are not interpreted here.
+// them. The figures are not interpreted here.
 #pragma once
 
 #include <cstdint>
@@ -47,16 +47,5 @@ int32_t sampledFlavour(uint32_t type);
 
 // Fills the coalition identifiers. Returns 0.
 int getProcCoalitionInfo(int32_t pid, ProcessRecord *record);
-
-// The PID of the one process among the first num_procs of `table` whose short name equals `name`,
-// without regard to case, in the first 15 characters. 0 when there is none or `table` is null; -1,
-// after a message, when there are several.
-int32_t findProcess(const ProcessRecord *table, const char *name);
-
-// The raw system calls of these names. They return the call's result: -1 with errno on failure.
-int proc_info(int32_t callnum, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
-              int32_t buffersize);
-int process_policy(int scope, int action, int policy, int policy_subtype, void *attribute,
-                   int32_t target_pid, uint64_t target_threadid);
 
 }  // namespace sondex

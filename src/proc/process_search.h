@@ -1,0 +1,15 @@
+// The search for a process by its name.
+#pragma once
+
+#include <cstdint>
+
+#include "proc/process_record.h"
+
+namespace sondex {
+
+// The PID of the one process among the first num_procs of `table` whose short name equals `name`,
+// without regard to case, in the first 15 characters. 0 when there is none or `table` is null; -1,
+// after a message, when there are several.
+int32_t findProcess(const ProcessRecord *table, const char *name);
+
+}  // namespace sondex
