@@ -1,34 +1,24 @@
 #include "fds/socket_owners.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 
-#include "proc/first_slot.h"
+#include "proc/hash_index.h"
 #include "proc/process_table.h"
 
 namespace sondex {
 
 static_assert(sizeof(darwin::socket_fdinfo) <= kFDDetailSize);
 
-constexpr int32_t kNobody = -1;
-constexpr size_t kFewestSlots = 64;
 constexpr size_t kPorts = UINT16_MAX + 1;
-
-struct Owner {
-  uint64_t address;
-  int32_t place;  // of the record; kNobody in a free slot
-};
 
 // What one table holds. Places are those of the first record that owns the socket.
 static struct {
   uint64_t version;  // of the table; 0 while there is none
   int32_t count;     // records that were looked at
   int32_t ports[kPorts];
-  Owner *slots;  // open addressing, by kernel address
-  size_t room;   // slots that there is memory for
-  size_t used;   // slots of this table: a power of two
+  HashIndex *addresses;  // in the kernel; null when memory was short
 } owners;
 
 static TableView tableToSearch() {
@@ -56,14 +46,6 @@ static uint16_t portOf(const darwin::socket_info *socket) {
   return static_cast<uint16_t>(socket->soi_proto.pri_in.insi_lport);
 }
 
-static Owner *slotOf(uint64_t address) {
-  size_t slot = firstSlot(address, owners.used - 1);
-  while (owners.slots[slot].place != kNobody && owners.slots[slot].address != address) {
-    slot = (slot + 1) & (owners.used - 1);
-  }
-  return &owners.slots[slot];
-}
-
 static size_t countSockets(const TableView &table) {
   size_t sockets = 0;
   for (int32_t i = 0; i < table.count; i++) {
@@ -75,29 +57,21 @@ static size_t countSockets(const TableView &table) {
   return sockets;
 }
 
-// Frees all slots of an index for that many sockets. False when memory is short.
-static bool clearSlots(size_t sockets) {
-  size_t needed = kFewestSlots;
-  while (needed < sockets * 2) needed *= 2;
-  if (owners.room < needed) {
-    free(owners.slots);
-    owners.slots = static_cast<Owner *>(malloc(needed * sizeof(Owner)));
-    owners.room = owners.slots != nullptr ? needed : 0;
-    if (owners.slots == nullptr) return false;
-  }
-  owners.used = needed;
-  for (size_t i = 0; i < needed; i++) owners.slots[i].place = kNobody;
+// Forgets the former table. False when memory is short.
+static bool clearOwners(size_t sockets) {
+  owners.version = 0;
+  releaseHashIndex(owners.addresses);
+  owners.addresses = makeHashIndex(sockets);
   memset(owners.ports, 0xFF, sizeof owners.ports);
-  return true;
+  return owners.addresses != nullptr;
 }
 
 static void addSocket(const darwin::socket_info *socket, int32_t place) {
   if (hasIPv4Port(socket)) {
     int32_t *port = &owners.ports[portOf(socket)];
-    if (*port == kNobody) *port = place;
+    if (*port == kNoPlace) *port = place;
   }
-  Owner *owner = slotOf(socket->soi_so);
-  if (owner->place == kNobody) *owner = {socket->soi_so, place};
+  enterPlace(owners.addresses, socket->soi_so, place);
 }
 
 // Whether there is an index of the table; makes it if it was of another one.
@@ -105,8 +79,7 @@ static bool isIndexed(const TableView &table) {
   const uint64_t version = versionOf(table.records);
   if (version == 0) return false;
   if (owners.version == version && owners.count == table.count) return true;
-  owners.version = 0;
-  if (!clearSlots(countSockets(table))) return false;
+  if (!clearOwners(countSockets(table))) return false;
   for (int32_t i = 0; i < table.count; i++) {
     const ProcessRecord *record = &table.records[i];
     for (int32_t entry = 0; entry < detailCount(record); entry++) {
@@ -132,7 +105,7 @@ static ProcessRecord *scan(const TableView &table, Condition condition) {
 }
 
 static ProcessRecord *recordAt(const TableView &table, int32_t place) {
-  return place != kNobody ? &table.records[place] : nullptr;
+  return place != kNoPlace ? &table.records[place] : nullptr;
 }
 
 ProcessRecord *ownerOfIPv4Port(uint16_t port) {
@@ -147,7 +120,7 @@ ProcessRecord *ownerOfIPv4Port(uint16_t port) {
 ProcessRecord *ownerOfSocket(uint64_t address) {
   const TableView table = tableToSearch();
   if (table.records == nullptr) return nullptr;
-  if (isIndexed(table)) return recordAt(table, slotOf(address)->place);
+  if (isIndexed(table)) return recordAt(table, placeOf(owners.addresses, address));
   return scan(table,
               [address](const darwin::socket_info *socket) { return socket->soi_so == address; });
 }

@@ -4,7 +4,7 @@
 #include <string.h>
 #include <sys/mman.h>
 
-#include "proc/first_slot.h"
+#include "proc/hash_index.h"
 
 namespace sondex {
 
@@ -17,10 +17,9 @@ SharedInt previous_num_procs{0};
 constexpr size_t kCapacityStep = 256;
 
 struct Index {
-  Index *older;     // one that this table had before
-  int32_t indexed;  // how many records it covers
-  uint32_t mask;    // slots - 1; a power of two
-  int32_t slots[];  // open addressing: the place of a record, -1 in a free slot
+  Index *older;       // one that this table had before
+  int32_t indexed;    // how many records it covers
+  HashIndex *places;  // of the first record of each PID
 };
 
 // A table is mapped, not taken from the heap: the heap would clear reused memory and so touch all
@@ -145,6 +144,7 @@ void releaseRecord(ProcessRecord *record) {
 static void freeOutdated(Table *entry) {
   while (Index *index = entry->outdated) {
     entry->outdated = index->older;
+    releaseHashIndex(index->places);
     free(index);
   }
 }
@@ -207,31 +207,26 @@ uint64_t versionOf(const ProcessRecord *table) {
   return entry != nullptr ? load(entry->version) : 0;
 }
 
-// The place of the first record of `pid`, or else the free slot where it belongs.
-static uint32_t findSlot(const Index *index, const ProcessRecord *table, int32_t pid) {
-  uint32_t slot = firstSlot(static_cast<uint32_t>(pid), index->mask);
-  while (index->slots[slot] >= 0 && pidOf(&table[index->slots[slot]]) != pid) {
-    slot = (slot + 1) & index->mask;
+// Null when memory is short.
+static Index *makeIndex(const ProcessRecord *table, int32_t count) {
+  Index *index = static_cast<Index *>(malloc(sizeof(Index)));
+  if (index == nullptr) return nullptr;
+  *index = {nullptr, count, makeHashIndex(static_cast<size_t>(count))};
+  if (index->places == nullptr) {
+    free(index);
+    return nullptr;
   }
-  return slot;
+  for (int32_t i = 0; i < count; i++) {
+    enterPlace(index->places, static_cast<uint64_t>(pidOf(&table[i])), i);
+  }
+  return index;
 }
 
 void indexProcessTable(ProcessRecord *table, int32_t count) {
   Table *entry = tableOf(table);
   if (entry == nullptr || count <= 0) return;
   dropIndex(entry);
-  size_t slots = 64;
-  while (slots < static_cast<size_t>(count) * 2) slots *= 2;
-  Index *index = static_cast<Index *>(malloc(sizeof(Index) + slots * sizeof(int32_t)));
-  if (index == nullptr) return;
-  index->indexed = count;
-  index->mask = static_cast<uint32_t>(slots - 1);
-  memset(index->slots, 0xFF, slots * sizeof(int32_t));
-  for (int32_t i = 0; i < count; i++) {
-    int32_t *place = &index->slots[findSlot(index, table, pidOf(&table[i]))];
-    if (*place < 0) *place = i;  // the first record of a PID wins
-  }
-  store(entry->index, index);
+  store(entry->index, makeIndex(table, count));
 }
 
 ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, int32_t count) {
@@ -239,8 +234,8 @@ ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, in
   const Table *entry = tableOf(table);
   const Index *index = entry != nullptr ? load(entry->index) : nullptr;
   if (index != nullptr && index->indexed == count) {
-    const int32_t place = index->slots[findSlot(index, table, pid)];
-    return place >= 0 ? &table[place] : nullptr;
+    const int32_t place = placeOf(index->places, static_cast<uint64_t>(pid));
+    return place != kNoPlace ? &table[place] : nullptr;
   }
   for (int32_t i = 0; i < count; i++) {
     if (pidOf(&table[i]) == pid) return &table[i];
