@@ -45,8 +45,10 @@ static SharedInt readers{0};
 
 static uint64_t lastVersion = 0;
 
-// A reader announces itself before it takes an address, and that address was replaced before this
-// is asked: with all four in one order, a reader that is not seen here can't have it.
+// The question of reclamation by counting readers. A reader counts itself in before it takes an
+// address, and that address was replaced before this is asked. All four are sequentially
+// consistent, so they have one order for all threads: a reader that is not seen here comes after
+// the replacement, and can't have the former address.
 static bool areRead() {
   return readers.load(std::memory_order_seq_cst) != 0;
 }

@@ -1,5 +1,10 @@
 // The tables of process records: where they come from and go to, the current and the previous one,
 // finding a process in one, and putting one in order.
+//
+// Current and previous are double buffering: the main thread fills and sorts the one while other
+// threads read the other, which stays as it was drawn. What was replaced, table or index, goes by
+// reclamation by counting readers: threads count themselves in and out of all tables at once, and
+// while the count is not zero the main thread puts the freeing off. Nobody waits.
 #pragma once
 
 #include "proc/process_record.h"
