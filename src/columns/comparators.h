@@ -10,10 +10,8 @@ namespace sondex {
 int sort_pid(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_ppid(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_uid(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
-int sort_tty(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_priority(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_numthreads(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
-int sort_csw(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_numfds(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_vsize(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_rsize(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
@@ -25,8 +23,6 @@ int sort_sandbox(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b
 int sort_memstatus(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_memlimit(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_cs(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
-int sort_bitness(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
-int sort_io_rusage(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 
 // In delta mode by the growth since the previous sample.
 int sort_io_rusage_read(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
@@ -41,5 +37,11 @@ int sort_status(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b)
 // Smallest first.
 int sort_netrx(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 int sort_nettx(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
+
+// Nothing calls these yet.
+int sort_tty(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
+int sort_csw(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
+int sort_bitness(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
+int sort_io_rusage(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 
 }  // namespace sondex

@@ -43,7 +43,7 @@ ColumnDescriptor *columnAt(const Perspective *perspective, int32_t index);
 Comparator sortOf(const Perspective *perspective);
 
 // Puts `perspective` in place of the stored one; null has it built anew on the next use. The caller
-// keeps it alive.
+// keeps it alive. Nothing calls it yet.
 void setDefaultPerspective(Perspective *perspective);
 
 // Swaps the columns at `index` and `index + delta` of the current perspective. The caller checks

@@ -30,7 +30,7 @@ int print_io_rusage_written(ProcessRecord *current, ProcessRecord *previous);
 int print_netrx(ProcessRecord *current, ProcessRecord *previous);
 int print_nettx(ProcessRecord *current, ProcessRecord *previous);
 
-// For views other than the table's columns.
+// For views other than the table's columns. Nothing calls these yet.
 int print_tty(ProcessRecord *current, ProcessRecord *previous);
 int print_rx_tx(ProcessRecord *current, ProcessRecord *previous);
 int print_io_rusage(ProcessRecord *current, ProcessRecord *previous);

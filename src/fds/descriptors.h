@@ -17,7 +17,7 @@ int print_sem_info(const darwin::psem_fdinfo *info);
 // Name and mapped address.
 int print_shm_info(const darwin::pshm_fdinfo *info);
 
-// The first of a kqueue's events.
+// The first of a kqueue's events. Nothing calls it yet.
 int print_kqueue_info(const darwin::kevent_extinfo *events);
 
 // The name of a kqueue filter. One that has none gets a text with its number and a newline, in a

@@ -11,8 +11,8 @@ namespace sondex {
 // Returns 0; failures are only reported.
 int stackshot_wrapper(int32_t pid, uint32_t print_flags, uint32_t threads_only);
 
-// The system call beneath, which nothing here uses: `command` is the version of the `size` bytes at
-// `config`. Returns 0, or -1 with errno set.
+// The system call beneath: `command` is the version of the `size` bytes at `config`. Returns 0, or
+// -1 with errno set. Nothing calls it yet.
 int stack_snapshot_with_config(int command, void *config, size_t size);
 
 }  // namespace sondex

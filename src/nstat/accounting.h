@@ -37,7 +37,8 @@ bool sumSources(int32_t pid, NetworkTotals *totals);
 // drawing thread only, like the two below.
 const NetworkTotals *getNTStatInfo(int32_t pid);
 
-// The low 32 bits of a total as a signed number, -1 where getNTStatInfo answers null.
+// The low 32 bits of a total as a signed number, -1 where getNTStatInfo answers null. Nothing calls
+// these yet.
 int32_t getRXBytesForProcess(int32_t pid);
 int32_t getTXBytesForProcess(int32_t pid);
 

@@ -32,10 +32,12 @@ JetsamList *getMemoryStatusPriorityList();
 const darwin::memorystatus_priority_entry *getJetsamPropertiesOfPID(int32_t pid,
                                                                     const JetsamList *list);
 
-// The priority band of `pid`, -1 when it is not in the list, kNoJetsamList for a null list.
+// The priority band of `pid`, -1 when it is not in the list, kNoJetsamList for a null list. Nothing
+// calls it yet.
 int32_t getMemoryStatusPriorityOfPID(int32_t pid, const JetsamList *list);
 
-// Orders of two entries for qsort. By process ID: 1 or -1, never 0. By band: 1, 0 or -1.
+// Orders of two entries for qsort. By process ID: 1 or -1, never 0. By band: 1, 0 or -1; nothing
+// calls it yet.
 int compare_jetsam_pids(const void *a, const void *b);
 int compare_jetsam_priorities(const void *a, const void *b);
 

@@ -5,7 +5,7 @@
 
 namespace sondex {
 
-// These return the call's result: -1 with errno on failure.
+// Both return the call's result: -1 with errno on failure. Nothing calls proc_info yet.
 int proc_info(int32_t callnum, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer,
               int32_t buffersize);
 int process_policy(int scope, int action, int policy, int policy_subtype, void *attribute,

@@ -12,7 +12,7 @@ namespace sondex {
 const char *getPowerDetails();
 
 // Writes a dictionary to standard output as an XML property list; nothing when it is not one. For
-// debugging.
+// debugging. Nothing calls it yet.
 void dumpDict(darwin::CFDictionaryRef dictionary);
 
 }  // namespace sondex

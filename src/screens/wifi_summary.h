@@ -12,7 +12,7 @@ int bindToInterface(const char *name);
 
 // The Wi-Fi network that the device is on, asked of "en0": its name, at most 32 bytes of anything,
 // in a buffer that the next call overwrites, or null; its signal strength in dBm, and its channel,
-// or 0.
+// or 0. Nothing calls zWiFiGetChannel yet.
 const char *zWiFiGetSSID();
 int32_t zWiFiGetRSSI();
 uint32_t zWiFiGetChannel();

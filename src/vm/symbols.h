@@ -3,9 +3,10 @@
 
 namespace sondex {
 
-// Returns 0.
+// Returns 0. Nothing calls it yet.
 int loadKernelSymbols();
 
+// Nothing calls it yet.
 void loadBinarySymbols();
 
 }  // namespace sondex

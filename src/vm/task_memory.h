@@ -24,15 +24,15 @@ void reportUnreadMemory(uint64_t address, uint32_t size, darwin::kern_return_t a
 
 // Reads *size bytes of the task's memory at `address` into a buffer that the caller frees; *size
 // becomes the bytes read, the rest of the buffer is zeros. On failure null, with *size 0 and a
-// message on standard error.
+// message on standard error. Nothing calls it yet.
 void *readProcessMemory(darwin::mach_port_t task, uint64_t address, uint32_t *size);
 
-// Not offered: says so on standard error and returns -1.
+// Not offered: says so on standard error and returns -1. Nothing calls it yet.
 int writeProcessMemory(darwin::mach_port_t task, uint64_t address, const void *bytes,
                        uint32_t size);
 
 // Lists nothing yet. `task` is a task port, which stays the caller's, or 0 to obtain one. Returns
-// 0, or kNoTaskPort.
+// 0, or kNoTaskPort. Nothing calls it yet.
 int listImages(int32_t pid, darwin::mach_port_t task);
 
 }  // namespace sondex
