@@ -26,7 +26,7 @@ constexpr int32_t kEveryProcess = -1;
 
 struct Report {
   bool full;
-  int32_t descriptors;  // type to list, 0 for none
+  int32_t wantedType;  // of descriptors to list: a type or kEveryType; 0 for none
   bool ports;
   bool regions;
   bool threads;
@@ -50,9 +50,9 @@ static Report chooseReport(int32_t pid, const char *word, const char *extent, co
   if (strcmp(word, "all") == 0) {
     report.full = true;
   } else if (strcmp(word, "net") == 0) {
-    report.descriptors = darwin::PROX_FDTYPE_SOCKET;
+    report.wantedType = darwin::PROX_FDTYPE_SOCKET;
   } else if (strcmp(word, "fds") == 0) {
-    report.descriptors = kEveryType;
+    report.wantedType = kEveryType;
   } else if (strcmp(word, "ports") == 0) {
     report.ports = true;
   } else if (strcmp(word, "regions") == 0) {
@@ -70,8 +70,9 @@ static Report chooseReport(int32_t pid, const char *word, const char *extent, co
   return report;
 }
 
-static void listDescriptors(const ProcessRecord *record, int32_t pid, int32_t type) {
-  showProcessFDs(pid, record->fds, record->numFDs, type, 1, record->taskAllInfo.pbsd.pbi_comm);
+static void listDescriptors(const ProcessRecord *record, int32_t pid, int32_t wantedType) {
+  showProcessFDs(pid, record->fds, record->numFDs, wantedType, 1,
+                 record->taskAllInfo.pbsd.pbi_comm);
 }
 
 static void reportOne(int32_t pid, const Report &report) {
@@ -85,8 +86,8 @@ static void reportOne(int32_t pid, const Report &report) {
     showProcessDetails(record, load(g_process_information));
     stackshot_wrapper(pid, 1, 1);
     showPorts(pid, 0);
-  } else if (report.descriptors != 0) {
-    listDescriptors(record, pid, report.descriptors);
+  } else if (report.wantedType != 0) {
+    listDescriptors(record, pid, report.wantedType);
   } else if (report.ports) {
     printf("%s\n", showPorts(pid, 0));
   } else if (report.regions) {
@@ -108,8 +109,8 @@ static bool printProcessLine(const ProcessRecord *record) {
 }
 
 static void reportAll(const Report &report) {
-  const bool nothingSelected = !report.full && report.descriptors == 0 && !report.ports &&
-                               !report.regions && !report.threads;
+  const bool nothingSelected =
+      !report.full && report.wantedType == 0 && !report.ports && !report.regions && !report.threads;
   if (nothingSelected) return;
   doSort(sortOf(getCurrentPerspective()));
   ProcessRecord *table = load(g_process_information);
@@ -124,7 +125,7 @@ static void reportAll(const Report &report) {
     } else if (!printProcessLine(record)) {
       continue;
     }
-    if (report.descriptors != 0) listDescriptors(record, pid, report.descriptors);
+    if (report.wantedType != 0) listDescriptors(record, pid, report.wantedType);
     if (report.regions) printf("%s\n", showProcRegions(pid, 0));
     if (report.threads) showProcThreads(record);
     if (report.ports) printf("%s\n", showPorts(pid, 0));

@@ -7,6 +7,7 @@
 
 #include "darwin/libproc.h"
 #include "darwin/sandbox.h"
+#include "proc/descriptor_kinds.h"
 #include "state/system.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
@@ -141,25 +142,6 @@ void refreshProcInfo(ProcessRecord *record) {
   askKernel(pidOf(record), record);
 }
 
-int32_t sampledFlavour(uint32_t type) {
-  switch (type) {
-    case darwin::PROX_FDTYPE_VNODE:
-      return darwin::PROC_PIDFDVNODEPATHINFO;
-    case darwin::PROX_FDTYPE_SOCKET:
-      return darwin::PROC_PIDFDSOCKETINFO;
-    case darwin::PROX_FDTYPE_PSHM:
-      return darwin::PROC_PIDFDPSHMINFO;
-    case darwin::PROX_FDTYPE_PSEM:
-      return darwin::PROC_PIDFDPSEMINFO;
-    case darwin::PROX_FDTYPE_KQUEUE:
-      return darwin::PROC_PIDFDKQUEUE_EXTINFO;
-    case darwin::PROX_FDTYPE_PIPE:
-      return darwin::PROC_PIDFDPIPEINFO;
-    default:
-      return 0;
-  }
-}
-
 int getProcFDInfo(int32_t pid, ProcessRecord *record) {
   const int size = darwin::proc_pidinfo(pid, darwin::PROC_PIDLISTFDS, 0, record->fds, kFDListSize);
   const int bytes = size < 0 ? 0 : size < kFDListSize ? size : kFDListSize;
@@ -172,11 +154,11 @@ int getProcFDInfo(int32_t pid, ProcessRecord *record) {
   if (record->fdDetails == nullptr) return -1;
 
   for (int32_t i = 0; i < record->numFDs; i++) {
-    const int32_t flavour = sampledFlavour(record->fds[i].proc_fdtype);
-    if (flavour == 0) return -1;
+    const DescriptorKind *kind = findDescriptorKind(record->fds[i].proc_fdtype);
+    if (kind == nullptr || !kind->isSampled) return -1;
     // Kept: asked by the place in the list, not by the descriptor's number.
     uint8_t *slot = record->fdDetails + static_cast<size_t>(i) * kFDDetailSize;
-    if (darwin::proc_pidfdinfo(pid, i, flavour, slot, kFDDetailSize) < 0) {
+    if (darwin::proc_pidfdinfo(pid, i, kind->flavour, slot, kFDDetailSize) < 0) {
       endProgram(0, stderr, "proc_pidfinfo: %s\n", strerror(errno));
     }
   }

@@ -41,10 +41,6 @@ void refreshProcInfo(ProcessRecord *record);
 // when a detail's query answers a negative number.
 int getProcFDInfo(int32_t pid, ProcessRecord *record);
 
-// The flavour of proc_pidfdinfo for a descriptor type, 0 for a type whose details no sample asks
-// for.
-int32_t sampledFlavour(uint32_t type);
-
 // Fills the coalition identifiers. Returns 0.
 int getProcCoalitionInfo(int32_t pid, ProcessRecord *record);
 
