@@ -38,18 +38,18 @@ void ensureCrowd(size_t count) {
 }
 
 void takeSample() {
-  ProcessRecord *before = load(g_previous_process_information);
-  store(g_previous_process_information, load(g_process_information));
-  store(previous_num_procs, load(num_procs));
-  indexProcessTable(load(g_previous_process_information), load(previous_num_procs));
-  store(g_process_information, getPIDList());
+  ProcessRecord *before = previousTable().records;
+  indexProcessTable(currentTable());
+  setPreviousTable(currentTable());
+  setCurrentTable(getPIDList());
   releaseProcessTable(before);
 }
 
 void reportPerProcess(benchmark::State &state) {
-  state.counters["processes"] = load(num_procs);
+  const int32_t processes = currentTable().count;
+  state.counters["processes"] = processes;
   state.counters["per_process"] = benchmark::Counter(
-      load(num_procs), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+      processes, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void sample(benchmark::State &state) {
@@ -80,7 +80,7 @@ void frame(benchmark::State &state) {
   const int null = open("/dev/null", O_WRONLY);
   dup2(null, STDOUT_FILENO);
   for (auto _ : state) {
-    showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+    showProcesses(currentTable(), previousTable(), nullptr);
     fflush(stdout);
   }
   dup2(kept, STDOUT_FILENO);

@@ -24,18 +24,17 @@ static int compareAddresses(const void *left, const void *right) {
 }
 
 void doSort(Comparator comparator) {
-  ProcessRecord *table = load(g_process_information);
-  const int32_t count = load(num_procs);
-  if (table == nullptr || comparator == nullptr || count < 2) return;
+  const TableView table = currentTable();
+  if (table.records == nullptr || comparator == nullptr || table.count < 2) return;
   // Records are large: their addresses are sorted, then each record is moved once.
-  ProcessRecord **order =
-      static_cast<ProcessRecord **>(malloc(static_cast<size_t>(count) * sizeof(ProcessRecord *)));
+  const size_t count = static_cast<size_t>(table.count);
+  ProcessRecord **order = static_cast<ProcessRecord **>(malloc(count * sizeof(ProcessRecord *)));
   if (order == nullptr) return;
-  for (int32_t i = 0; i < count; i++) order[i] = &table[i];
+  for (size_t i = 0; i < count; i++) order[i] = &table.records[i];
   sortComparator = comparator;
   sortReverse = load(g_reverse);
-  qsort(order, static_cast<size_t>(count), sizeof order[0], compareAddresses);
-  reorderProcessTable(table, order, count);
+  qsort(order, count, sizeof order[0], compareAddresses);
+  reorderProcessTable(table, order);
   free(order);
 }
 

@@ -5,9 +5,9 @@
 
 namespace sondex {
 
-// Sorts the current table (its num_procs records) with `comparator` and the reverse flag. Records
-// that the comparator can't tell apart keep their order. Without memory for the work the table
-// stays as it is. Main thread only.
+// Sorts the current table with `comparator` and the reverse flag. Records that the comparator can't
+// tell apart keep their order. Without memory for the work the table stays as it is. Main thread
+// only.
 void doSort(Comparator comparator);
 
 }  // namespace sondex

@@ -36,22 +36,21 @@ static TableView enterPreviousTable() {
   return previousTable();
 }
 
-static ProcessRecord *selectedRecord(const TableView *table) {
+static ProcessRecord *selectedRecord(TableView table) {
   const int32_t selected = load(g_selectedProcess);
-  return selected >= 0 && selected < table->count ? &table->records[selected] : nullptr;
+  return selected >= 0 && selected < table.count ? &table.records[selected] : nullptr;
 }
 
-int32_t findNextVisibleProcess(const ProcessRecord *table, int32_t count, int32_t from,
-                               int32_t direction) {
-  const int32_t start = std::clamp(from, -1, count);  // a stale index may lie anywhere
+int32_t findNextVisibleProcess(TableView table, int32_t from, int32_t direction) {
+  const int32_t start = std::clamp(from, -1, table.count);  // a stale index may lie anywhere
   if (direction == -1) {
     for (int32_t i = start - 1; i >= 0; i--) {
-      if (table[i].displayed != 0) return i;
+      if (table.records[i].displayed != 0) return i;
     }
   }
   if (direction == 1) {
-    for (int32_t i = start + 1; i < count; i++) {
-      if (table[i].displayed != 0) return i;
+    for (int32_t i = start + 1; i < table.count; i++) {
+      if (table.records[i].displayed != 0) return i;
     }
   }
   return from;
@@ -72,7 +71,7 @@ static void reportMode(const char *mode, const SharedInt *word) {
 static ProcessRecord *copySelected() {
   ProcessRecord *copy = nullptr;
   const TableView table = enterPreviousTable();
-  const ProcessRecord *record = selectedRecord(&table);
+  const ProcessRecord *record = selectedRecord(table);
   if (record != nullptr) {
     copy = static_cast<ProcessRecord *>(malloc(sizeof *copy));
     if (copy != nullptr) {
@@ -90,7 +89,7 @@ static void openDetails() {
   if (load(g_Row) < 0) return;
   ProcessRecord *record = copySelected();
   if (record == nullptr) return;
-  showProcessDetails(record, nullptr);
+  showProcessDetails(record, {});
   releaseRecord(record);
   free(record);
 }
@@ -108,9 +107,8 @@ static void pageUp() {
   store(g_firstProcToShow, std::max(load(g_firstProcToShow) - pageStep(), 0));
 }
 
-static void select(const TableView *table, int32_t direction) {
-  store(g_selectedProcess,
-        findNextVisibleProcess(table->records, table->count, load(g_selectedProcess), direction));
+static void select(TableView table, int32_t direction) {
+  store(g_selectedProcess, findNextVisibleProcess(table, load(g_selectedProcess), direction));
 }
 
 static void moveDown() {
@@ -119,10 +117,10 @@ static void moveDown() {
   const int32_t first = load(g_firstProcToShow);
   if (row < load(y) - load(banners)) {
     store(g_Row, row + 1);
-    select(&table, 1);
+    select(table, 1);
   } else if (first + row < table.count) {
     store(g_firstProcToShow, first + 1);
-    select(&table, 1);
+    select(table, 1);
   }
   leaveProcessTables();
 }
@@ -133,10 +131,10 @@ static void moveUp() {
   const int32_t first = load(g_firstProcToShow);
   if (row >= 0) {
     store(g_Row, row - 1);
-    select(&table, -1);
+    select(table, -1);
   } else if (first > 0) {
     store(g_firstProcToShow, first - 1);
-    select(&table, -1);
+    select(table, -1);
   }
   leaveProcessTables();
 }
@@ -281,7 +279,7 @@ void toggleUpdateDelay() {
 // `isStopped` tells about the selected process.
 static int32_t chooseTarget(bool *isStopped) {
   const TableView table = enterPreviousTable();
-  const ProcessRecord *record = selectedRecord(&table);
+  const ProcessRecord *record = selectedRecord(table);
   int32_t pid = 0;
   *isStopped = false;
   if (record != nullptr) {

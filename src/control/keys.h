@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "proc/process_record.h"
+#include "proc/process_table.h"
 
 namespace sondex {
 
@@ -25,9 +25,8 @@ void applyFilter(const char *text);
 // the one that draws, stops drawing.
 const char *getFilter();
 
-// The index of the next record that the last frame showed, seen from `from` in `direction` (1 or
-// -1) among the `count` records of `table`; `from` itself when there is none.
-int32_t findNextVisibleProcess(const ProcessRecord *table, int32_t count, int32_t from,
-                               int32_t direction);
+// The index of the next record of `table` that the last frame showed, seen from `from` in
+// `direction` (1 or -1); `from` itself when there is none.
+int32_t findNextVisibleProcess(TableView table, int32_t from, int32_t direction);
 
 }  // namespace sondex

@@ -23,8 +23,7 @@ static struct {
 
 static TableView tableToSearch() {
   const TableView previous = previousTable();
-  if (previous.records != nullptr) return previous;
-  return {load(g_process_information), load(num_procs)};
+  return previous.records != nullptr ? previous : currentTable();
 }
 
 static int32_t detailCount(const ProcessRecord *record) {

@@ -34,7 +34,7 @@ constexpr size_t kContainerPath = 1024;
 
 constexpr darwin::mach_port_t kDeadPorts = 0xFFFFF0;  // the bits that names of dead ports share
 
-DetailsReport openDetailsReport(ProcessRecord *record, ProcessRecord *table) {
+DetailsReport openDetailsReport(ProcessRecord *record, TableView table) {
   return {record, table, darwin::DARWIN_MACH_PORT_NULL, "", 0, 0, 0, 0};
 }
 
@@ -269,13 +269,12 @@ static void printRegions(const DetailsReport *report) {
 }
 
 static void printTree(const DetailsReport *report) {
-  if (report->table != nullptr) {
-    showProcessHierarchy(report->record, report->table, load(num_procs), 0, 0);
+  if (report->table.records != nullptr) {
+    showProcessHierarchy(report->record, report->table, 0, 0);
     return;
   }
   enterProcessTables();
-  const TableView previous = previousTable();
-  showProcessHierarchy(report->record, previous.records, previous.count, 0, 0);
+  showProcessHierarchy(report->record, previousTable(), 0, 0);
   leaveProcessTables();
 }
 

@@ -6,14 +6,13 @@
 
 #include "darwin/mach_host.h"
 #include "darwin/mach_task.h"
-#include "proc/process_record.h"
+#include "proc/process_table.h"
 
 namespace sondex {
 
 struct DetailsReport {
   ProcessRecord *record;
-  // num_procs records, for the process's relatives; null: the table that the last refresh left.
-  ProcessRecord *table;
+  TableView table;  // for the process's relatives; without records the last refresh's is taken
   darwin::mach_port_t task;  // kept: never obtained
   const char *signing;       // what csFlagsToText answers; kept: nothing asks it, so always empty
 
@@ -25,7 +24,7 @@ struct DetailsReport {
 };
 
 // A report as it is when it is opened.
-DetailsReport openDetailsReport(ProcessRecord *record, ProcessRecord *table);
+DetailsReport openDetailsReport(ProcessRecord *record, TableView table);
 
 // Writes the report to the screen, which it clears first, or to standard output, and keeps the
 // process's path in the record. Returns 0; -1, after a message, when the arguments of the process

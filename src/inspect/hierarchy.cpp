@@ -113,11 +113,11 @@ static void printDescendants(Tree *tree, int32_t depth, Level root) {
   }
 }
 
-void showProcessHierarchy(const ProcessRecord *root, const ProcessRecord *table, int32_t count,
-                          int32_t depth, int32_t isLast) {
-  if (table == nullptr) return;
-  Tree tree = {table, nullptr, nullptr, nullptr};
-  const int32_t members = count > 0 ? count : 0;
+void showProcessHierarchy(const ProcessRecord *root, TableView table, int32_t depth,
+                          int32_t isLast) {
+  if (table.records == nullptr) return;
+  Tree tree = {table.records, nullptr, nullptr, nullptr};
+  const int32_t members = table.count > 0 ? table.count : 0;
   if (!reserveTree(&tree, static_cast<size_t>(members))) {
     perror("malloc");
     return;

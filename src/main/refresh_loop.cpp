@@ -81,11 +81,12 @@ struct Order {
 static Order order = {};
 
 // The verdicts cost a call per process, so they are asked for only while a column shows them.
-static void markCodeSigning(ProcessRecord *table, int32_t count) {
+static void markCodeSigning(TableView table) {
   if (!hasColumn(getCurrentPerspective(), &col_codesign)) return;
-  for (int32_t i = 0; i < count; i++) {
-    if (table[i].taskAllInfo.pbsd.pbi_comm[0] == '\0') continue;
-    snprintf(table[i].csStatus, sizeof table[i].csStatus, "%s", isPidSigned(pidOf(&table[i])));
+  for (int32_t i = 0; i < table.count; i++) {
+    ProcessRecord *record = &table.records[i];
+    if (record->taskAllInfo.pbsd.pbi_comm[0] == '\0') continue;
+    snprintf(record->csStatus, sizeof record->csStatus, "%s", isPidSigned(pidOf(record)));
   }
 }
 
@@ -93,42 +94,37 @@ static void sortCurrent() {
   const Comparator comparator = sortOf(getCurrentPerspective());
   const int32_t reverse = load(g_reverse);
   doSort(comparator);
-  order = {load(g_process_information), comparator, reverse};
+  order = {currentTable().records, comparator, reverse};
 }
 
 static void sample() {
   g_Prev_Total_Rusage = g_Total_Rusage;
   g_Total_Rusage = {};
-  ProcessRecord *unshown = load(g_process_information);
-  store(g_process_information, getPIDList());
+  ProcessRecord *unshown = currentTable().records;
+  setCurrentTable(getPIDList());
   // The table of start-up was never drawn and is nobody's previous one.
-  if (unshown != load(g_previous_process_information)) retireProcessTable(unshown);
-  markCodeSigning(load(g_process_information), load(num_procs));
+  if (unshown != previousTable().records) retireProcessTable(unshown);
+  markCodeSigning(currentTable());
   sortCurrent();
 }
 
 // A key may ask for another order while the display is frozen. Only while this thread draws: the
 // table may be the one that the input thread looks into.
 static void sortAgain() {
-  ProcessRecord *table = load(g_process_information);
-  if (order.table == table && order.comparator == sortOf(getCurrentPerspective()) &&
+  const TableView table = currentTable();
+  if (order.table == table.records && order.comparator == sortOf(getCurrentPerspective()) &&
       order.reverse == load(g_reverse)) {
     return;
   }
   sortCurrent();
-  if (table == load(g_previous_process_information)) indexProcessTable(table, load(num_procs));
+  if (table.records == previousTable().records) indexProcessTable(table);
 }
 
 static void keepAsPrevious() {
-  ProcessRecord *retired = load(g_previous_process_information);
-  ProcessRecord *current = load(g_process_information);
-  const int32_t count = load(num_procs);
-  indexProcessTable(current, count);
-  // A reader takes the address and the count one after the other: the count fits both tables for as
-  // long as either may be the one that it got.
-  previous_num_procs.store(std::min(count, load(previous_num_procs)), std::memory_order_seq_cst);
-  store(g_previous_process_information, current);
-  previous_num_procs.store(count, std::memory_order_seq_cst);
+  ProcessRecord *retired = previousTable().records;
+  const TableView current = currentTable();
+  indexProcessTable(current);
+  setPreviousTable(current);
   retireProcessTable(retired);
 }
 
@@ -160,7 +156,7 @@ static int32_t waitAfterMissedFrame() {
 }
 
 static void showList() {
-  showProcesses(load(g_process_information), load(g_previous_process_information), getFilter());
+  showProcesses(currentTable(), previousTable(), getFilter());
 }
 
 // Whether there is room for one more table. Those that readers kept from being released are looked

@@ -83,7 +83,7 @@ static void reportOne(int32_t pid, const Report &report) {
   }
   getProcInfo(pid, record, g_jetsam_list);
   if (report.full) {
-    showProcessDetails(record, load(g_process_information));
+    showProcessDetails(record, currentTable());
     stackshot_wrapper(pid, 1, 1);
     showPorts(pid, 0);
   } else if (report.wantedType != 0) {
@@ -113,10 +113,9 @@ static void reportAll(const Report &report) {
       !report.full && report.wantedType == 0 && !report.ports && !report.regions && !report.threads;
   if (nothingSelected) return;
   doSort(sortOf(getCurrentPerspective()));
-  ProcessRecord *table = load(g_process_information);
-  const int32_t count = load(num_procs);
-  for (int32_t i = 0; i < count; i++) {
-    ProcessRecord *record = &table[i];
+  const TableView table = currentTable();
+  for (int32_t i = 0; i < table.count; i++) {
+    ProcessRecord *record = &table.records[i];
     const int32_t pid = pidOf(record);
     if (report.full) {
       showProcessDetails(record, table);

@@ -103,7 +103,7 @@ static void chooseDisplay(int argc, bool outputIsDevice) {
 static int32_t targetOf(const char *argument) {
   int32_t pid = 0;
   if (parseNumber(argument, &pid) || strcmp(argument, "all") == 0) return pid;
-  pid = findProcess(load(g_process_information), argument);
+  pid = findProcess(currentTable(), argument);
   if (pid < 0) exit(2);
   if (pid == 0) {
     char *name = copySafe(argument);
@@ -134,7 +134,7 @@ int runProgram(int argc, char **argv) {
     exit(0);
   }
 
-  store(g_process_information, getPIDList());
+  setCurrentTable(getPIDList());
   if (argc < 2) return runDisplay();
   if (strcmp(word, "-h") == 0) {
     printUsage(argv[0]);

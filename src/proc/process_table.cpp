@@ -4,6 +4,8 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include <algorithm>
+
 #include "proc/hash_index.h"
 
 namespace sondex {
@@ -192,9 +194,27 @@ void leaveProcessTables() {
   readers.fetch_sub(1, std::memory_order_seq_cst);
 }
 
+TableView currentTable() {
+  return {load(g_process_information), load(num_procs)};
+}
+
+void setCurrentTable(TableView table) {
+  store(num_procs, table.count);
+  store(g_process_information, table.records);
+}
+
+// A reader takes the address and the count one after the other: the count fits both tables for as
+// long as either may be the one that it got.
+void setPreviousTable(TableView table) {
+  const int32_t smaller = std::min(table.count, load(previous_num_procs));
+  previous_num_procs.store(smaller, std::memory_order_seq_cst);
+  store(g_previous_process_information, table.records);
+  previous_num_procs.store(table.count, std::memory_order_seq_cst);
+}
+
 TableView previousTable() {
-  // Address and count are two words. Around a change of the address the count is never more than
-  // either table has: taken between two looks at the same address it fits.
+  // Around a change of the address the count is never more than either table has: taken between two
+  // looks at the same address it fits.
   TableView table = {load(g_previous_process_information), 0};
   for (;;) {
     table.count = table.records != nullptr ? previous_num_procs.load(std::memory_order_seq_cst) : 0;
@@ -210,37 +230,37 @@ uint64_t versionOf(const ProcessRecord *table) {
 }
 
 // Null when memory is short.
-static Index *makeIndex(const ProcessRecord *table, int32_t count) {
+static Index *makeIndex(TableView table) {
   Index *index = static_cast<Index *>(malloc(sizeof(Index)));
   if (index == nullptr) return nullptr;
-  *index = {nullptr, count, makeHashIndex(static_cast<size_t>(count))};
+  *index = {nullptr, table.count, makeHashIndex(static_cast<size_t>(table.count))};
   if (index->places == nullptr) {
     free(index);
     return nullptr;
   }
-  for (int32_t i = 0; i < count; i++) {
-    enterPlace(index->places, static_cast<uint64_t>(pidOf(&table[i])), i);
+  for (int32_t i = 0; i < table.count; i++) {
+    enterPlace(index->places, static_cast<uint64_t>(pidOf(&table.records[i])), i);
   }
   return index;
 }
 
-void indexProcessTable(ProcessRecord *table, int32_t count) {
-  Table *entry = tableOf(table);
-  if (entry == nullptr || count <= 0) return;
+void indexProcessTable(TableView table) {
+  Table *entry = tableOf(table.records);
+  if (entry == nullptr || table.count <= 0) return;
   dropIndex(entry);
-  store(entry->index, makeIndex(table, count));
+  store(entry->index, makeIndex(table));
 }
 
-ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, int32_t count) {
-  if (table == nullptr) return nullptr;
-  const Table *entry = tableOf(table);
+ProcessRecord *findProcessInformationByPid(TableView table, int32_t pid) {
+  if (table.records == nullptr) return nullptr;
+  const Table *entry = tableOf(table.records);
   const Index *index = entry != nullptr ? load(entry->index) : nullptr;
-  if (index != nullptr && index->indexed == count) {
+  if (index != nullptr && index->indexed == table.count) {
     const int32_t place = placeOf(index->places, static_cast<uint64_t>(pid));
-    return place != kNoPlace ? &table[place] : nullptr;
+    return place != kNoPlace ? &table.records[place] : nullptr;
   }
-  for (int32_t i = 0; i < count; i++) {
-    if (pidOf(&table[i]) == pid) return &table[i];
+  for (int32_t i = 0; i < table.count; i++) {
+    if (pidOf(&table.records[i]) == pid) return &table.records[i];
   }
   return nullptr;
 }
@@ -266,24 +286,25 @@ static void moveRecord(ProcessRecord *to, const ProcessRecord *from) {
   copyBytes(offsetof(ProcessRecord, totalCPU), sizeof(ProcessRecord));
 }
 
-void reorderProcessTable(ProcessRecord *table, ProcessRecord **order, int32_t count) {
+void reorderProcessTable(TableView table, ProcessRecord **order) {
   static ProcessRecord displaced;
-  if (Table *entry = tableOf(table)) {
+  ProcessRecord *records = table.records;
+  if (Table *entry = tableOf(records)) {
     dropIndex(entry);
     store(entry->version, ++lastVersion);
   }
-  for (int32_t start = 0; start < count; start++) {
-    if (order[start] == nullptr || order[start] == &table[start]) continue;
+  for (int32_t start = 0; start < table.count; start++) {
+    if (order[start] == nullptr || order[start] == &records[start]) continue;
     // One round of the permutation: the hole at `hole` is filled from where its record stands.
-    moveRecord(&displaced, &table[start]);
+    moveRecord(&displaced, &records[start]);
     int32_t hole = start;
-    while (order[hole] != &table[start]) {
+    while (order[hole] != &records[start]) {
       ProcessRecord *source = order[hole];
-      moveRecord(&table[hole], source);
+      moveRecord(&records[hole], source);
       order[hole] = nullptr;
-      hole = static_cast<int32_t>(source - table);
+      hole = static_cast<int32_t>(source - records);
     }
-    moveRecord(&table[hole], &displaced);
+    moveRecord(&records[hole], &displaced);
     order[hole] = nullptr;
   }
 }

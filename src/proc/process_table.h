@@ -17,6 +17,26 @@ extern SharedInt num_procs;                                          // its reco
 extern std::atomic<ProcessRecord *> g_previous_process_information;  // the refresh before, or null
 extern SharedInt previous_num_procs;                                 // its records
 
+// A table and how many records it holds.
+struct TableView {
+  ProcessRecord *records;  // null: there is no table
+  int32_t count;
+};
+
+// The table that the main thread fills and sorts.
+TableView currentTable();
+
+// Makes `table` the current one; the one before it may be retired afterwards. Main thread only.
+void setCurrentTable(TableView table);
+
+// The table that the last refresh left: it stays as it was drawn, while the main thread fills and
+// sorts the current one. Another thread than the main one stands inside the tables meanwhile.
+TableView previousTable();
+
+// Makes `table` the previous one, as other threads see it: none of them gets the address of a table
+// with the count of a larger one. The one before it may be retired afterwards. Main thread only.
+void setPreviousTable(TableView table);
+
 // A table of `count` zeroed records whose pages stay untouched until written; `count` is at
 // least 1. Null when there is no memory or too many tables are still out. The caller owns it until
 // releaseProcessTable or retireProcessTable.
@@ -39,17 +59,17 @@ void releaseProcessTable(ProcessRecord *table);
 // later call. Null only looks at the tables that still wait.
 void retireProcessTable(ProcessRecord *table);
 
-// Makes the lookup of a PID among the first `count` records cost the same for any table size.
-// Without it, or when memory is short, the lookup scans. Sorting the table afterwards drops the
-// index.
-void indexProcessTable(ProcessRecord *table, int32_t count);
+// Makes the lookup of a PID cost the same for any table size. Without it, or when memory is short,
+// the lookup scans; so it does when it is given another count. Sorting the table afterwards drops
+// the index.
+void indexProcessTable(TableView table);
 
-// The first of the first `count` records with that PID; null when there is none or `table` is null.
-ProcessRecord *findProcessInformationByPid(ProcessRecord *table, int32_t pid, int32_t count);
+// The first record with that PID; null when there is none.
+ProcessRecord *findProcessInformationByPid(TableView table, int32_t pid);
 
 // Moves the records of `table` so that the one at order[i] comes to stand at i. `order` holds the
-// address of each of the `count` records once, and is used up.
-void reorderProcessTable(ProcessRecord *table, ProcessRecord **order, int32_t count);
+// address of each record once, and is used up.
+void reorderProcessTable(TableView table, ProcessRecord **order);
 
 // A number that changes with every table and with the order of its records: what was noted about
 // where a record stands holds for as long as this is the same. 0 for a table made elsewhere.
@@ -58,14 +78,5 @@ uint64_t versionOf(const ProcessRecord *table);
 // A thread other than the main one stands between these while it reads a table.
 void enterProcessTables();
 void leaveProcessTables();
-
-struct TableView {
-  ProcessRecord *records;  // null: there is no table
-  int32_t count;
-};
-
-// The table that the last refresh left, with the number of its records: it stays as it was drawn,
-// while the main thread fills and sorts the current one. Only for a thread inside the tables.
-TableView previousTable();
 
 }  // namespace sondex

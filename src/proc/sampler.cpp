@@ -42,7 +42,7 @@ int getArrayOfPIDs() {
              failed, strerror(errno));
 }
 
-ProcessRecord *getPIDList() {
+TableView getPIDList() {
   const int size = getArrayOfPIDs();
   if (size < 1) cannotContinue("proc_listpids");
   const int32_t listed = size / static_cast<int>(sizeof(int32_t));
@@ -61,8 +61,7 @@ ProcessRecord *getPIDList() {
   limitProcessTable(table, static_cast<size_t>(sampled));
   for (int32_t i = 0; i < sampled; i++) getProcInfo(pids[i], &table[i], g_jetsam_list);
   free(pids);
-  store(num_procs, sampled);
-  return table;
+  return {table, sampled};
 }
 
 // False when there is no usage to be had.
@@ -81,8 +80,7 @@ static void addToTotals(const ProcessRecord *record) {
 }
 
 static void keepPreviousUsage(ProcessRecord *record, int32_t pid) {
-  const ProcessRecord *previous = findProcessInformationByPid(load(g_previous_process_information),
-                                                              pid, load(previous_num_procs));
+  const ProcessRecord *previous = findProcessInformationByPid(previousTable(), pid);
   if (previous != nullptr) record->previousRusage = previous->rusage;
 }
 

@@ -18,10 +18,9 @@ extern darwin::rusage_info_v3 g_Prev_Total_Rusage;
 // The memory-status list of the last sample, or null.
 extern JetsamList *g_jetsam_list;
 
-// Samples all processes into a new table, in the kernel's order, and sets num_procs. The caller
-// owns the table. Ends the program with status 10 when the kernel lists no process or there is no
-// memory for the table.
-ProcessRecord *getPIDList();
+// Samples all processes into a new table, in the kernel's order. The caller owns the table. Ends
+// the program with status 10 when the kernel lists no process or there is no memory for the table.
+TableView getPIDList();
 
 // The byte size that the kernel proposes for a list of all processes (proc_listpids without a
 // buffer).

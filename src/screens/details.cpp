@@ -79,7 +79,7 @@ static int runScreen(DetailsReport *report) {
   }
 }
 
-int showProcessDetails(ProcessRecord *record, ProcessRecord *table) {
+int showProcessDetails(ProcessRecord *record, TableView table) {
   DetailsReport report = openDetailsReport(record, table);
   return load(wantCurses) == 0 ? printDetails(&report) : runScreen(&report);
 }

@@ -1,7 +1,7 @@
 // The details of one process: the report as it is printed, and as a screen with keys of its own.
 #pragma once
 
-#include "proc/process_record.h"
+#include "proc/process_table.h"
 
 namespace sondex {
 
@@ -11,9 +11,9 @@ namespace sondex {
 // The caller holds the right to draw, and draws anew afterwards.
 //
 // `record` is the caller's own, not one in a table that may be released meanwhile; its descriptor
-// details are a heap block or null. `table` is the current table of num_procs records, for the
-// process's relatives; null means whatever the last refresh left at the time. Returns 0; -1, after
-// a message, without the arguments of the process.
-int showProcessDetails(ProcessRecord *record, ProcessRecord *table);
+// details are a heap block or null. `table` is where the process's relatives are looked for; one
+// without records means whatever the last refresh left at the time. Returns 0; -1, after a message,
+// without the arguments of the process.
+int showProcessDetails(ProcessRecord *record, TableView table);
 
 }  // namespace sondex

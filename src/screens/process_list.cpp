@@ -113,16 +113,15 @@ struct Rows {
   int32_t drawn;
 };
 
-static Rows showRows(ProcessRecord *current, ProcessRecord *previous, const char *filter) {
+static Rows showRows(TableView current, TableView previous, const char *filter) {
   const Perspective *perspective = getCurrentPerspective();
-  const int32_t count = load(num_procs);
   const int32_t first = load(g_firstProcToShow);
   const int32_t selected = load(g_selectedProcess);
   const int32_t cursor = load(g_Row) + first;
   const int32_t room = load(y) - load(banners);
   Rows rows = {0, 0};
-  for (int32_t i = 0; i < count; i++) {
-    ProcessRecord *record = &current[i];
+  for (int32_t i = 0; i < current.count; i++) {
+    ProcessRecord *record = &current.records[i];
     if (!passes(record, filter)) continue;
     rows.matched++;
     if (rows.drawn > room || i < first) continue;
@@ -131,8 +130,7 @@ static Rows showRows(ProcessRecord *current, ProcessRecord *previous, const char
     const bool highlighted = onScreen() && i == selected;
     if (highlighted)
       setAttributes(static_cast<uint32_t>(A_REVERSE) | static_cast<uint32_t>(A_BOLD));
-    ProcessRecord *before =
-        findProcessInformationByPid(previous, pidOf(record), load(previous_num_procs));
+    ProcessRecord *before = findProcessInformationByPid(previous, pidOf(record));
     showRow(perspective, record, before, highlighted);
     // Kept: by the cursor's row. Where that is not the highlighted one, as under a filter, bold
     // goes on below it.
@@ -142,7 +140,7 @@ static Rows showRows(ProcessRecord *current, ProcessRecord *previous, const char
   return rows;
 }
 
-static void reportScrolling(int32_t matched) {
+static void reportScrolling(int32_t matched, int32_t processes) {
   const int32_t first = load(g_firstProcToShow);
   if (first == 0) {
     if (strstr(getStatusBar(), "Showing") != nullptr) clearStatusBar();
@@ -154,7 +152,7 @@ static void reportScrolling(int32_t matched) {
   snprintf(text, sizeof text,
            "---- Showing processes %d-%d of %d%s(scroll up to see previous) ----", first + 1,
            first + (matched < room ? matched : room), matched,
-           matched != load(num_procs) ? " viewable " : "");
+           matched != processes ? " viewable " : "");
   setStatusBar(text, kUntilReplaced);
 }
 
@@ -180,8 +178,8 @@ static void reportNoMatch(const char *filter) {
   setStatusBar(text, kUntilReplaced);
 }
 
-void showProcesses(ProcessRecord *current, ProcessRecord *previous, const char *filter) {
-  if (current == nullptr) {
+void showProcesses(TableView current, TableView previous, const char *filter) {
+  if (current.records == nullptr) {
     printf("No processes\n");
     return;
   }
@@ -189,7 +187,7 @@ void showProcesses(ProcessRecord *current, ProcessRecord *previous, const char *
   showSystemSummary(current, previous);
   if (onScreen()) showColumnHeaders(getCurrentPerspective());
   const Rows rows = showRows(current, previous, filter);
-  reportScrolling(rows.matched);
+  reportScrolling(rows.matched, current.count);
   reportFilter(filter);
   store(g_procs_viewable, rows.matched);
   if (rows.drawn == 0) reportNoMatch(filter);

@@ -64,7 +64,7 @@ static void showUptime() {
   output(known ? secsToTimeString(static_cast<uint64_t>(up), 0, 1) : "<unknown>", 0);
 }
 
-static void showLoad() {
+static void showLoad(int32_t processes) {
   darwin::loadavg load_average = {};
   size_t size = sizeof load_average;
   if (darwin::sysctlbyname("vm.loadavg", &load_average, &size, nullptr, 0) != 0) {
@@ -73,7 +73,7 @@ static void showLoad() {
   }
   const double scale = static_cast<double>(load_average.fscale != 0 ? load_average.fscale : 1);
   outputFormatted(0, " Load Avg:  %0.2f %0.2f %0.2f\t%d processes\n", load_average.ldavg[0] / scale,
-                  load_average.ldavg[1] / scale, load_average.ldavg[2] / scale, load(num_procs));
+                  load_average.ldavg[1] / scale, load_average.ldavg[2] / scale, processes);
 }
 
 static int megabytes(uint64_t pages) {
@@ -202,13 +202,13 @@ static void showNetworks() {
                   printSize(sample->sentBytes), static_cast<long long>(sample->sentBytesPerSecond));
 }
 
-void showSystemSummary(ProcessRecord *current, const ProcessRecord *previous) {
+void showSystemSummary(TableView current, TableView previous) {
   const Perspective *perspective = getCurrentPerspective();
   showIdentity();
   showUptime();
-  showLoad();
+  showLoad(current.count);
   if (load(g_Processors) != 0) output(showProcessorInfo(), 0);
-  if (load(g_showMemory) != 0) showMemory(current, previous);
+  if (load(g_showMemory) != 0) showMemory(current.records, previous.records);
   if (perspective->ShowDisks != 0) showDisks();
   if (perspective->ShowNetworks != 0) showNetworks();
   output("\n", 0);

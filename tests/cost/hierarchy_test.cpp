@@ -17,8 +17,9 @@ uint64_t stepsForTreeOf(int32_t count) {
     table[i].taskAllInfo.pbsd.pbi_pid = static_cast<uint32_t>(i + 1);
     table[i].taskAllInfo.pbsd.pbi_ppid = static_cast<uint32_t>((i + 1) / 2);
   }
-  const uint64_t steps =
-      cost::stepsOf([&] { showProcessHierarchy(&table[0], table, count, 0, 0); });
+  const uint64_t steps = cost::stepsOf([&] {
+    showProcessHierarchy(&table[0], {table, count}, 0, 0);
+  });
   releaseProcessTable(table);
   return steps;
 }

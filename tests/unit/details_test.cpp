@@ -90,7 +90,7 @@ class Details : public testing::Test {
   }
 
   // The report in plain text, and what it returned.
-  std::string plain(ProcessRecord *table = nullptr) {
+  std::string plain(TableView table = {}) {
     return outputOf([&] { result_ = showProcessDetails(record_, table); });
   }
 
@@ -149,9 +149,8 @@ TEST_F(Details, PrintEverySection) {
   table[0].taskAllInfo.pbsd.pbi_pid = 41;
   table[0].taskAllInfo.pbsd.pbi_ppid = kPid;
   std::strcpy(table[0].taskAllInfo.pbsd.pbi_comm, "child");
-  store(num_procs, 1);
 
-  EXPECT_EQ(plain(table),
+  EXPECT_EQ(plain({table, 1}),
             std::string(kDashes) + kWarning + kIdentity +
                 "Container: /private/var/mobile/Containers/Data/Hello\n"
                 "Flags:   64-bit\n"
@@ -395,7 +394,7 @@ TEST_F(Details, CountTheDescriptors) {
 }
 
 TEST_F(Details, WarnOfPortsThatAreNone) {
-  DetailsReport report = openDetailsReport(record_, nullptr);
+  DetailsReport report = openDetailsReport(record_, {});
   EXPECT_EQ(report.task, 0u);
   for (const darwin::mach_port_t task : {0x0u, 0xFFFFF0u, 0xFFFFFFFFu, 0xFFFFFFu}) {
     report.task = task;
@@ -452,7 +451,7 @@ class DetailsScreen : public Details {
   std::string afterKeys(const std::string &keys) {
     screen_.dropSent();
     typeKeys(keysOf(keys + "q"));
-    result_ = showProcessDetails(record_, nullptr);
+    result_ = showProcessDetails(record_, {});
     return allText();
   }
 
@@ -532,7 +531,7 @@ TEST_F(DetailsScreen, HasAKeyForEachSection) {
 TEST_F(DetailsScreen, HasNoHierarchyToShowOfTheKernel) {
   machine.whenAskedForArguments = [this] { record_->taskAllInfo.pbsd.pbi_pid = 0; };
   typeKeys(keysOf("q"));
-  EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+  EXPECT_EQ(showProcessDetails(record_, {}), 0);
   EXPECT_THAT(allText(), HasSubstr("Thread Information)\n\n0 File descriptors: "));
 }
 
@@ -557,7 +556,7 @@ TEST_F(DetailsScreen, OpensWithItsSectionsHiddenButTheArguments) {
 TEST_F(DetailsScreen, IsLeftByTwoKeysAlone) {
   for (const char key : {'q', 'Q'}) {
     typeKeys({key, 'z'});
-    EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+    EXPECT_EQ(showProcessDetails(record_, {}), 0);
     EXPECT_EQ(wgetch(stdscr), 'z') << key;
   }
 }
@@ -571,7 +570,7 @@ TEST_F(DetailsScreen, WaitsAfterAnyOtherKey) {
 
 TEST_F(DetailsScreen, NotesOfNewSizesAreNoKeys) {
   typeKeys({KEY_RESIZE, KEY_RESIZE, 'q'});
-  EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+  EXPECT_EQ(showProcessDetails(record_, {}), 0);
   EXPECT_EQ(machine.timesAsked("arguments"), 1u);
 }
 
@@ -581,7 +580,7 @@ TEST_F(DetailsScreen, ActsOnItsOwnKeysWithoutAPause) {
       {
         askForEnd(kEndByKey);
         typeKeys(keysOf("aAcCfFhHrRtT?\nxq"));
-        showProcessDetails(record_, nullptr);
+        showProcessDetails(record_, {});
         _exit(wgetch(stdscr) == 'q' ? 7 : 1);
       },
       ExitedWithCode(7), "");
@@ -606,7 +605,7 @@ TEST_F(DetailsScreen, WarnsInColour) {
 TEST_F(DetailsScreen, MarksAProcessThatIsNotSigned) {
   for (const int32_t coloured : {1, 0}) {
     store(g_Color, coloured);
-    DetailsReport report = openDetailsReport(record_, nullptr);
+    DetailsReport report = openDetailsReport(record_, {});
     printDetails(&report);
     EXPECT_EQ(CursesScreen::cell(3, 0).pair, 0);
     report.signing = kNotSigned;
@@ -703,7 +702,7 @@ TEST_F(DetailsScreen, IsLeftWhenTheProcessIsGone) {
 
 TEST_F(DetailsScreen, IsLeftWhenTheTerminalIsGone) {
   keyboard_.reset();
-  EXPECT_EQ(showProcessDetails(record_, nullptr), 0);
+  EXPECT_EQ(showProcessDetails(record_, {}), 0);
   EXPECT_THAT(allText(), StartsWith(kWarning));
 }
 
@@ -711,7 +710,7 @@ TEST_F(DetailsScreen, IsLeftWhenTheProgramIsToEnd) {
   EXPECT_EXIT(
       {
         askForEnd(kEndByKey);
-        showProcessDetails(record_, nullptr);
+        showProcessDetails(record_, {});
         _exit(7);
       },
       ExitedWithCode(7), "");
@@ -735,10 +734,8 @@ class DetailsFromTheList : public DetailsScreen {
     table[1].taskAllInfo.pbsd.pbi_pid = 41;
     table[1].taskAllInfo.pbsd.pbi_ppid = kPid;
     std::strcpy(table[1].taskAllInfo.pbsd.pbi_comm, "child");
-    store(g_previous_process_information, table);
-    store(g_process_information, table);
-    store(previous_num_procs, 2);
-    store(num_procs, 2);
+    setCurrentTable({table, 2});
+    setPreviousTable({table, 2});
     retireProcessTable(retired);
   }
 

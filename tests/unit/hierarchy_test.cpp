@@ -48,7 +48,9 @@ class Hierarchy : public testing::Test {
   }
   std::string plain(size_t place) const { return plain(table_[place]); }
 
-  void show(const ProcessRecord &root) const { showProcessHierarchy(&root, table_, count_, 0, 0); }
+  void show(const ProcessRecord &root) const {
+    showProcessHierarchy(&root, {table_, count_}, 0, 0);
+  }
 
   static ProcessRecord recordOf(const Process &process) {
     ProcessRecord record = {};
@@ -75,7 +77,7 @@ TEST_F(Hierarchy, OfALeafIsOneLine) {
 
 TEST_F(Hierarchy, WithoutATableIsNothing) {
   const ProcessRecord root = recordOf({52, 1, "leaf"});
-  EXPECT_EQ(outputOf([&] { showProcessHierarchy(&root, nullptr, 5, 0, 0); }), "");
+  EXPECT_EQ(outputOf([&] { showProcessHierarchy(&root, {nullptr, 5}, 0, 0); }), "");
 }
 
 TEST_F(Hierarchy, OfAnEmptyTableHasNoChildren) {
@@ -138,10 +140,12 @@ TEST_F(Hierarchy, NeedsNoRecordOfTheRootInTheTable) {
 
 TEST_F(Hierarchy, BelowTheTopHasNoLineOfItsRoot) {
   setTable(kFamilies);
-  EXPECT_EQ(outputOf([&] { showProcessHierarchy(&table_[3], table_, count_, 2, 0); }),
+  EXPECT_EQ(outputOf([&] {
+              showProcessHierarchy(&table_[3], {table_, count_}, 2, 0);
+            }),
             "|   |   +- 12    vi\n"
             "|   |   +- 13    make\n");
-  EXPECT_EQ(outputOf([&] { showProcessHierarchy(&table_[4], table_, count_, 2, 0); }), "");
+  EXPECT_EQ(outputOf([&] { showProcessHierarchy(&table_[4], {table_, count_}, 2, 0); }), "");
 }
 
 TEST_F(Hierarchy, MakesNamesSafe) {
@@ -258,11 +262,11 @@ TEST_F(HierarchyScreen, HasLineDrawingCharacters) {
 
 TEST_F(HierarchyScreen, OfALastChildHasNoLineAtItsInnermostLevel) {
   setTable(kFamilies);
-  showProcessHierarchy(&table_[3], table_, count_, 2, 1);
+  showProcessHierarchy(&table_[3], {table_, count_}, 2, 1);
   EXPECT_EQ(row(0), "│       ├ 12    vi");
   EXPECT_EQ(row(1), "│       └ 13    make");
   CursesScreen::empty();
-  showProcessHierarchy(&table_[3], table_, count_, 2, 0);
+  showProcessHierarchy(&table_[3], {table_, count_}, 2, 0);
   EXPECT_EQ(row(0), "│   │   ├ 12    vi");
 }
 

@@ -366,7 +366,7 @@ TEST_F(Keys, StaleSelectionStaysWithinTheTable) {
 }
 
 TEST_F(Keys, NextVisibleIsLookedForInOneDirection) {
-  const ProcessRecord *table = shown({{1, true}, {2, false}, {3, true}, {4, false}, {5, true}});
+  ProcessRecord *table = shown({{1, true}, {2, false}, {3, true}, {4, false}, {5, true}});
   const struct {
     int32_t from;
     int32_t direction;
@@ -379,11 +379,11 @@ TEST_F(Keys, NextVisibleIsLookedForInOneDirection) {
                {2, -2, 2},   {9, -1, 4},
                {-9, -1, -9}, {INT32_MAX, 1, INT32_MAX}};
   for (const auto &row : kRows) {
-    EXPECT_EQ(findNextVisibleProcess(table, 5, row.from, row.direction), row.found)
+    EXPECT_EQ(findNextVisibleProcess({table, 5}, row.from, row.direction), row.found)
         << row.from << ' ' << row.direction;
   }
-  EXPECT_EQ(findNextVisibleProcess(nullptr, 0, 3, 1), 3);
-  EXPECT_EQ(findNextVisibleProcess(nullptr, 0, 3, -1), 3);
+  EXPECT_EQ(findNextVisibleProcess({}, 3, 1), 3);
+  EXPECT_EQ(findNextVisibleProcess({}, 3, -1), 3);
 }
 
 // Columns.

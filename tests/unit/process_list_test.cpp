@@ -52,12 +52,12 @@ class ProcessList : public ListScreenTest {
     return *appendColumn(&perspective, &column);
   }
 
-  std::string show(const char *filter = nullptr, ProcessRecord *previous = nullptr) {
-    return outputOf([&] { showProcesses(load(g_process_information), previous, filter); });
+  std::string show(const char *filter = nullptr, TableView previous = {}) {
+    return outputOf([&] { showProcesses(currentTable(), previous, filter); });
   }
 
   // The rows of a plain frame: what follows the blank line of the summary.
-  std::string rows(const char *filter = nullptr, ProcessRecord *previous = nullptr) {
+  std::string rows(const char *filter = nullptr, TableView previous = {}) {
     const std::string shown = show(filter, previous);
     const size_t end = shown.find("\n\n");
     EXPECT_NE(end, std::string::npos);
@@ -69,7 +69,7 @@ class ProcessList : public ListScreenTest {
 
 TEST_F(ProcessList, WithoutATableSaysSo) {
   setStatusBar("kept", 1);
-  EXPECT_EQ(outputOf([] { showProcesses(nullptr, nullptr, nullptr); }), "No processes\n");
+  EXPECT_EQ(outputOf([] { showProcesses({}, {}, nullptr); }), "No processes\n");
   EXPECT_STREQ(getStatusBar(), "kept");
 }
 
@@ -185,7 +185,7 @@ TEST_F(ProcessList, RenderersGetThePreviousRecordOfThePid) {
   previous[1].taskAllInfo.pbsd.pbi_pid = 101;
   store(g_previous_process_information, previous);
   store(previous_num_procs, 1);
-  rows(nullptr, previous);
+  rows(nullptr, previousTable());
   ASSERT_EQ(g_drawn.size(), 2u);
   EXPECT_EQ(g_drawn[0].current, &table()[0]);
   EXPECT_EQ(g_drawn[0].previous, nullptr) << "beyond the previous count";
@@ -204,7 +204,7 @@ TEST_F(ProcessList, CompressorGrowthIsThatOfTheTwoTables) {
   store(g_Compression, 1);
   store(g_Delta, 1);
   machine.memory.compressions = 12 * 256;
-  EXPECT_THAT(show(nullptr, previous), testing::HasSubstr("Comp:    7M , Decomp:    0M"));
+  EXPECT_THAT(show(nullptr, {previous, 1}), testing::HasSubstr("Comp:    7M , Decomp:    0M"));
   EXPECT_EQ(table()->compressionsStash, 12u);
 }
 
@@ -381,7 +381,7 @@ class ListOnScreen : public ProcessList {
 
   void frame(const char *filter = nullptr) {
     CursesScreen::empty();
-    showProcesses(table(), nullptr, filter);
+    showProcesses(currentTable(), {}, filter);
   }
 
   // A row without the blanks at its end; line-drawing bars as such.
@@ -539,7 +539,7 @@ TEST_F(ListOnNarrowScreen, TheLineBelowAFullLastRowIsScrolledIn) {
   current({"a"});
   CursesScreen::empty();
   wmove(stdscr, 8, 0);
-  showProcesses(table(), nullptr, nullptr);
+  showProcesses(currentTable(), {}, nullptr);
   EXPECT_EQ(trimmed(9), "|ABCDEFGHIJK|LAST...");
   EXPECT_EQ(trimmed(10), "\u250212345678901\u25021234567");
   EXPECT_EQ(trimmed(11), "");

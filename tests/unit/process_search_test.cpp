@@ -27,7 +27,7 @@ class FindProcess : public SampledTest {
 
   int32_t find(const char *name) {
     int32_t pid = 0;
-    errors = errorOutputOf([&] { pid = findProcess(table, name); });
+    errors = errorOutputOf([&] { pid = findProcess(currentTable(), name); });
     return pid;
   }
 
@@ -36,8 +36,7 @@ class FindProcess : public SampledTest {
 };
 
 TEST_F(FindProcess, WithoutATableFindsNone) {
-  store(num_procs, 3);
-  EXPECT_EQ(findProcess(nullptr, "a"), 0);
+  EXPECT_EQ(findProcess({nullptr, 3}, "a"), 0);
 }
 
 TEST_F(FindProcess, ComparesWholeNamesWithoutRegardToCase) {

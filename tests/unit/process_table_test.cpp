@@ -139,7 +139,7 @@ TEST_F(ProcessTable, RetiredWaitsForItsReaders) {
   ASSERT_EQ(tablesOut(), 1u);
   EXPECT_EQ(pidOf(&table[1]), 7);
   EXPECT_EQ(table[1].fdDetails[0], 9);
-  EXPECT_EQ(findProcessInformationByPid(table, 7, 2), &table[1]);
+  EXPECT_EQ(findProcessInformationByPid({table, 2}, 7), &table[1]);
   leaveProcessTables();
   retireProcessTable(nullptr);
   EXPECT_EQ(tablesOut(), 1u) << "one reader is still inside";
@@ -177,13 +177,13 @@ class Lookup : public ProcessTable {
       ProcessRecord *expected = nullptr;
       for (int32_t i = 0; i < count && expected == nullptr; i++)
         if (pidOf(&table[i]) == pid) expected = &table[i];
-      ASSERT_EQ(findProcessInformationByPid(table, pid, count), expected) << pid;
+      ASSERT_EQ(findProcessInformationByPid({table, count}, pid), expected) << pid;
     }
   }
 };
 
 TEST_F(Lookup, InNoTableFindsNone) {
-  EXPECT_EQ(findProcessInformationByPid(nullptr, 0, 5), nullptr);
+  EXPECT_EQ(findProcessInformationByPid({nullptr, 5}, 0), nullptr);
 }
 
 TEST_F(Lookup, OfAnyPidAnswersAsAScan) {
@@ -193,7 +193,7 @@ TEST_F(Lookup, OfAnyPidAnswersAsAScan) {
     ProcessRecord *table = tableOf(pids);
     const int32_t count = static_cast<int32_t>(pids.size());
     expectAnswersAsAScan(table, count);
-    indexProcessTable(table, count);
+    indexProcessTable({table, count});
     expectAnswersAsAScan(table, count);
     releaseProcessTable(table);
   }
@@ -207,7 +207,7 @@ TEST_F(Lookup, OfRandomTablesAnswersAsAScan) {
     const int32_t spread = round % 2 == 0 ? 1 : 4096;
     for (int32_t &pid : pids) pid = static_cast<int32_t>(random() % 900) * spread - 5;
     ProcessRecord *table = tableOf(pids);
-    indexProcessTable(table, static_cast<int32_t>(pids.size()));
+    indexProcessTable({table, static_cast<int32_t>(pids.size())});
     expectAnswersAsAScan(table, static_cast<int32_t>(pids.size()));
     releaseProcessTable(table);
   }
@@ -215,19 +215,19 @@ TEST_F(Lookup, OfRandomTablesAnswersAsAScan) {
 
 TEST_F(Lookup, WithAnotherCountThanIndexedAnswersAsAScan) {
   ProcessRecord *table = tableOf({5, 6, 7, 8});
-  indexProcessTable(table, 3);
+  indexProcessTable({table, 3});
   for (const int32_t count : {0, 1, 2, 4}) expectAnswersAsAScan(table, count);
-  EXPECT_EQ(findProcessInformationByPid(table, 5, -1), nullptr);
+  EXPECT_EQ(findProcessInformationByPid({table, -1}, 5), nullptr);
   releaseProcessTable(table);
 }
 
 TEST_F(Lookup, IndexedAgainFollowsTheNewContents) {
   ProcessRecord *table = tableOf({5, 6, 7});
-  indexProcessTable(table, 3);
+  indexProcessTable({table, 3});
   table[0].taskAllInfo.pbsd.pbi_pid = 50;
-  indexProcessTable(table, 3);
+  indexProcessTable({table, 3});
   expectAnswersAsAScan(table, 3);
-  EXPECT_EQ(findProcessInformationByPid(table, 5, 3), nullptr);
+  EXPECT_EQ(findProcessInformationByPid({table, 3}, 5), nullptr);
   releaseProcessTable(table);
 }
 
@@ -235,7 +235,7 @@ TEST_F(Lookup, AfterSortingAnswersAsAScan) {
   ProcessRecord *table = tableOf({5, 9, 7, 9, 1});
   store(g_process_information, table);
   store(num_procs, 5);
-  indexProcessTable(table, 5);
+  indexProcessTable({table, 5});
   doSort(sort_pid);
   ASSERT_EQ(pidOf(&table[0]), 9);
   ASSERT_EQ(pidOf(&table[4]), 1);
@@ -245,16 +245,16 @@ TEST_F(Lookup, AfterSortingAnswersAsAScan) {
 TEST_F(Lookup, InATableMadeElsewhereScans) {
   std::vector<ProcessRecord> table(2);
   table[1].taskAllInfo.pbsd.pbi_pid = 7;
-  indexProcessTable(table.data(), 2);
+  indexProcessTable({table.data(), 2});
   expectAnswersAsAScan(table.data(), 2);
 }
 
 TEST_F(Lookup, OfAnEmptyIndexFindsNone) {
   ProcessRecord *table = tableOf({5});
-  indexProcessTable(table, 0);
-  indexProcessTable(table, -3);
-  EXPECT_EQ(findProcessInformationByPid(table, 5, 0), nullptr);
-  EXPECT_EQ(findProcessInformationByPid(table, 5, 1), &table[0]);
+  indexProcessTable({table, 0});
+  indexProcessTable({table, -3});
+  EXPECT_EQ(findProcessInformationByPid({table, 0}, 5), nullptr);
+  EXPECT_EQ(findProcessInformationByPid({table, 1}, 5), &table[0]);
   releaseProcessTable(table);
 }
 
@@ -274,7 +274,7 @@ TEST_F(Lookup, FormerIndexesAreFreedOnceNobodyReads) {
   if (!isHeapCounted()) GTEST_SKIP() << "the heap is not the C library's";
   ProcessRecord *table = tableOf(std::vector<int32_t>(3000, 5));
   const auto indexOften = [table] {
-    for (int i = 0; i < 50; i++) indexProcessTable(table, 3000);
+    for (int i = 0; i < 50; i++) indexProcessTable({table, 3000});
     return heapInUse();
   };
   // The C library counts the small blocks that it keeps for itself: once it has its fill of them.
@@ -295,11 +295,11 @@ TEST_F(Lookup, OfAnIndexedTableDoesNotScan) {
   std::vector<int32_t> pids(kRecords);
   std::iota(pids.begin(), pids.end(), 1);
   ProcessRecord *table = tableOf(pids);
-  indexProcessTable(table, kRecords);
+  indexProcessTable({table, kRecords});
   // The first record changes behind the index's back: an indexed lookup doesn't see it, a scan
   // does.
   table[0].taskAllInfo.pbsd.pbi_pid = kRecords;
-  EXPECT_EQ(findProcessInformationByPid(table, kRecords, kRecords), &table[kRecords - 1]);
+  EXPECT_EQ(findProcessInformationByPid({table, kRecords}, kRecords), &table[kRecords - 1]);
   releaseProcessTable(table);
 }
 
@@ -311,7 +311,7 @@ TEST_F(Lookup, MayRunWhileTheMainThreadReplacesTables) {
     while (!done.load()) {
       enterProcessTables();
       ProcessRecord *table = load(g_process_information);
-      const ProcessRecord *record = findProcessInformationByPid(table, 6, 3);
+      const ProcessRecord *record = findProcessInformationByPid({table, 3}, 6);
       if (record == &table[1] && pidOf(record) == 6) found++;
       leaveProcessTables();
     }
@@ -321,7 +321,7 @@ TEST_F(Lookup, MayRunWhileTheMainThreadReplacesTables) {
     while ((next = allocateProcessTable(3)) == nullptr) retireProcessTable(nullptr);
     for (uint32_t i = 0; i < 3; i++) next[i].taskAllInfo.pbsd.pbi_pid = 5 + i;
     ProcessRecord *former = load(g_process_information);
-    indexProcessTable(former, 3);
+    indexProcessTable({former, 3});
     store(g_process_information, next);
     retireProcessTable(former);
   }
@@ -353,10 +353,10 @@ TEST_F(Version, IsAnotherForEveryTable) {
 TEST_F(Version, IsAnotherForEveryOrder) {
   ProcessRecord *table = tableOf({5, 6});
   const uint64_t former = versionOf(table);
-  indexProcessTable(table, 2);
+  indexProcessTable({table, 2});
   EXPECT_EQ(versionOf(table), former);
   ProcessRecord *order[] = {&table[1], &table[0]};
-  reorderProcessTable(table, order, 2);
+  reorderProcessTable({table, 2}, order);
   EXPECT_NE(versionOf(table), former);
   EXPECT_NE(versionOf(table), 0u);
   releaseProcessTable(table);
@@ -379,6 +379,38 @@ TEST_F(PreviousTable, IsTakenWithItsCount) {
   store(previous_num_procs, 2);
   EXPECT_EQ(previousTable().records, table);
   EXPECT_EQ(previousTable().count, 2);
+}
+
+// The first record of every table tells how many there are in it.
+TEST_F(PreviousTable, IsNeverSeenWithTheCountOfALargerOne) {
+  std::atomic<bool> done{false};
+  std::atomic<int> seen{0};
+  std::atomic<int> tooMany{0};
+  std::thread reader([&] {
+    while (!done.load()) {
+      enterProcessTables();
+      const TableView table = previousTable();
+      if (table.records != nullptr) {
+        seen++;
+        if (table.count > pidOf(&table.records[0])) tooMany++;
+      }
+      leaveProcessTables();
+    }
+  });
+  for (int32_t round = 0; round < 20000 || seen.load() < 20000; round++) {
+    const int32_t count = 1 + round % 3;
+    ProcessRecord *next = nullptr;
+    while ((next = allocateProcessTable(static_cast<size_t>(count))) == nullptr)
+      retireProcessTable(nullptr);
+    next[0].taskAllInfo.pbsd.pbi_pid = static_cast<uint32_t>(count);
+    ProcessRecord *former = previousTable().records;
+    setPreviousTable({next, count});
+    retireProcessTable(former);
+  }
+  done = true;
+  reader.join();
+  retireProcessTable(nullptr);
+  EXPECT_EQ(tooMany.load(), 0);
 }
 
 class Reorder : public ProcessTable {
@@ -425,7 +457,7 @@ TEST_F(Reorder, KeepsEveryByteOfEveryRecord) {
     std::shuffle(order.begin(), order.end(), random);
     std::vector<size_t> from(count);
     for (size_t i = 0; i < count; i++) from[i] = static_cast<size_t>(order[i] - table);
-    reorderProcessTable(table, order.data(), static_cast<int32_t>(count));
+    reorderProcessTable({table, static_cast<int32_t>(count)}, order.data());
     for (size_t i = 0; i < count; i++)
       EXPECT_EQ(std::memcmp(&table[i], &before[from[i]], sizeof(ProcessRecord)), 0) << i;
     clearMarks(table, count);
@@ -442,9 +474,9 @@ TEST_F(Reorder, InOrderAlreadyChangesNothing) {
     order[i] = &table[i];
   }
   std::vector<ProcessRecord> before(table, table + 3);
-  reorderProcessTable(table, order, 3);
+  reorderProcessTable({table, 3}, order);
   EXPECT_EQ(std::memcmp(table, before.data(), 3 * sizeof(ProcessRecord)), 0);
-  reorderProcessTable(table, order, 0);
+  reorderProcessTable({table, 0}, order);
   EXPECT_EQ(std::memcmp(table, before.data(), 3 * sizeof(ProcessRecord)), 0);
   clearMarks(table, 3);
   releaseProcessTable(table);
@@ -494,10 +526,12 @@ TEST_F(UntouchedPages, OfSpareRecordsStayUntouchedByRefreshes) {
   for (int32_t pid = 1; pid <= 10; pid++) machine.add(pid, "daemon");
   // The one to be handed out again is much too large: the first sample maps its own.
   releaseProcessTable(allocateProcessTable(6000));
-  const auto samplePages = [](ProcessRecord **table) {
-    errorOutputOf([table] { *table = getPIDList(); });
+  const auto samplePages = [](ProcessRecord **records) {
+    TableView table = {};
+    errorOutputOf([&table] { table = getPIDList(); });
+    *records = table.records;
     constexpr size_t kSpare = 19;
-    return presentPages(*table, static_cast<size_t>(load(num_procs)) + kSpare);
+    return presentPages(table.records, static_cast<size_t>(table.count) + kSpare);
   };
   ProcessRecord *first = nullptr;
   const size_t pages = samplePages(&first);
@@ -519,9 +553,8 @@ TEST_F(UntouchedPages, StayUntouchedBySamplingAndSorting) {
     for (uint32_t i = 0; i < random() % 6; i++)
       SampledMachine::addDescriptor(process, darwin::PROX_FDTYPE_PIPE);
   }
-  ProcessRecord *table = nullptr;
-  errorOutputOf([&] { table = getPIDList(); });
-  store(g_process_information, table);
+  errorOutputOf([] { setCurrentTable(getPIDList()); });
+  ProcessRecord *table = load(g_process_information);
   const size_t records = static_cast<size_t>(load(num_procs)) + 1;
   const size_t sampledPages = presentPages(table, records);
   // Of some seventeen pages of a record, those of its figures and of the first slots.
@@ -531,7 +564,7 @@ TEST_F(UntouchedPages, StayUntouchedBySamplingAndSorting) {
     EXPECT_LE(presentPages(table, records), sampledPages + records);
     EXPECT_LT(presentPages(table, records), pagesOf(records) / 2);
   }
-  EXPECT_EQ(findProcessInformationByPid(table, 17, load(num_procs))->numThreads,
+  EXPECT_EQ(findProcessInformationByPid({table, load(num_procs)}, 17)->numThreads,
             machine.processes[17].info.ptinfo.pti_threadnum);
 }
 

@@ -24,9 +24,7 @@ class PlainList : public SampledTest {
     return testing::internal::GetCapturedStdout();
   }
 
-  ProcessRecord *recordOf(int32_t pid) {
-    return findProcessInformationByPid(load(g_process_information), pid, load(num_procs));
-  }
+  ProcessRecord *recordOf(int32_t pid) { return findProcessInformationByPid(currentTable(), pid); }
 
   int result = -1;
 };
@@ -47,7 +45,7 @@ TEST_F(PlainList, SampleOfStartUpIsGivenBack) {
   for (ProcessRecord *table : all) releaseProcessTable(table);
 
   machine.add(5, "only");
-  errorOutputOf([] { store(g_process_information, getPIDList()); });
+  errorOutputOf([] { setCurrentTable(getPIDList()); });
   run();
   EXPECT_EQ(load(g_process_information), load(g_previous_process_information));
   EXPECT_EQ(load(previous_num_procs), load(num_procs));
@@ -68,7 +66,7 @@ TEST_F(PlainList, IsSampledAgainOnceReadersHaveLeft) {
 
 TEST_F(PlainList, FrozenOneTakesNoSample) {
   machine.add(5, "before");
-  errorOutputOf([] { store(g_process_information, getPIDList()); });
+  errorOutputOf([] { setCurrentTable(getPIDList()); });
   machine.add(6, "after");
   store(g_updates, 0);
   const std::string list = run();

@@ -187,12 +187,12 @@ TEST_F(Answers, OfTheListDecideHowManyAreSampled) {
       filled = std::all_of(bytes, bytes + room, [](unsigned char b) { return b == 0xff; });
       return INT_MAX;  // nobody looks at it
     };
-    ProcessRecord *table = nullptr;
+    TableView table = {};
     errorOutputOf([&table] { table = getPIDList(); });
-    EXPECT_EQ(load(num_procs), expected);
+    EXPECT_EQ(table.count, expected);
     EXPECT_EQ(fetched, size);
     EXPECT_TRUE(filled);
-    releaseProcessTable(table);
+    releaseProcessTable(table.records);
   }
 }
 

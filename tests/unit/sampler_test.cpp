@@ -711,7 +711,7 @@ class PIDList : public SampledTest {
   // The table is current afterwards, so that the guard releases it.
   ProcessRecord *take() {
     ProcessRecord *former = load(g_process_information);
-    errors = errorOutputOf([] { store(g_process_information, getPIDList()); });
+    errors = errorOutputOf([] { setCurrentTable(getPIDList()); });
     releaseProcessTable(former);
     return load(g_process_information);
   }

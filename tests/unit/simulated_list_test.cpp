@@ -58,10 +58,9 @@ class SimulatedList : public testing::Test {
     g_Prev_Total_Rusage = g_Total_Rusage;
     g_Total_Rusage = {};
     releaseProcessTable(load(g_previous_process_information));
-    store(g_previous_process_information, load(g_process_information));
-    store(previous_num_procs, load(num_procs));
+    setPreviousTable(currentTable());
     testing::internal::CaptureStderr();
-    store(g_process_information, getPIDList());
+    setCurrentTable(getPIDList());
     testing::internal::GetCapturedStderr();
     doSort(sort_pid);
   }
@@ -69,7 +68,7 @@ class SimulatedList : public testing::Test {
   // The frame as plain text.
   std::string frame() {
     testing::internal::CaptureStdout();
-    showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+    showProcesses(currentTable(), previousTable(), nullptr);
     return testing::internal::GetCapturedStdout();
   }
 
@@ -164,7 +163,7 @@ TEST_F(SimulatedList, PressureIsMarkedInTheColourOfWarnings) {
   const CursesScreen screen(40, 140);
   sample();
   store(g_VMPressureDetected, 1);
-  showProcesses(load(g_process_information), load(g_previous_process_information), nullptr);
+  showProcesses(currentTable(), previousTable(), nullptr);
   EXPECT_EQ(CursesScreen::text(3, 0, 12), " <PRESSURE> ");
   EXPECT_EQ(CursesScreen::cell(3, 1).pair, kPairWarning);
   EXPECT_EQ(CursesScreen::cell(3, 12).pair, 0);

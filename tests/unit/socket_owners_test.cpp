@@ -193,7 +193,7 @@ TEST_F(OwnersOfSockets, FollowATableWhoseRecordsMove) {
   ASSERT_EQ(onPortOf(22), &table[0]);
   ASSERT_EQ(ownerOfSocket(0x8000), &table[0]);
   ProcessRecord *order[] = {&table[1], &table[2], &table[0]};
-  reorderProcessTable(table, order, 3);
+  reorderProcessTable({table, 3}, order);
   EXPECT_EQ(onPortOf(22), &table[0]) << "the second before";
   EXPECT_EQ(ownerOfSocket(0x8000), &table[2]);
 }

@@ -34,12 +34,14 @@ class SystemSummary : public ListScreenTest {
  protected:
   SystemSummary() : table(current({"a", "b", "c"})) {}
 
-  std::string show(const ProcessRecord *previous = nullptr) {
-    return outputOf([&] { showSystemSummary(table, previous); });
+  std::string show(ProcessRecord *previous = nullptr) {
+    return outputOf([&] {
+      showSystemSummary(currentTable(), {previous, previous != nullptr ? 1 : 0});
+    });
   }
 
   // The sections after the load line.
-  std::string sections(const ProcessRecord *previous = nullptr) {
+  std::string sections(ProcessRecord *previous = nullptr) {
     const std::string rest = afterIdentity(show(previous));
     const std::string front = std::string(kUp) + kLoad;
     EXPECT_EQ(rest.substr(0, front.size()), front);
@@ -230,7 +232,7 @@ class CompressorSummary : public MemorySummary {
   CompressorSummary() { store(g_Compression, 1); }
 
   // The two counters as shown.
-  std::string counters(const ProcessRecord *before) {
+  std::string counters(ProcessRecord *before) {
     const std::string shown = sections(before);
     const size_t begin = shown.find("\n            Comp:");
     EXPECT_NE(begin, std::string::npos);
