@@ -233,13 +233,23 @@ static int outputNetworkTotal(uint64_t total, uint64_t shown) {
   return result;
 }
 
+// What the network cells write into the records. Kept: in the previous record the received total
+// only.
+static void noteShownReceived(ProcessRecord *current, ProcessRecord *previous, uint64_t total) {
+  if (previous != nullptr) previous->lastNetRX = total;
+  current->lastNetRX = total;
+}
+
+static void noteShownSent(ProcessRecord *current, uint64_t total) {
+  current->lastNetTX = total;
+}
+
 int print_netrx(ProcessRecord *current, ProcessRecord *previous) {
   const NetworkTotals *totals = getNTStatInfo(pidOf(current));
   if (totals == nullptr) return output(" ---- ", 0);
   const int result =
       outputNetworkTotal(totals->received, previous != nullptr ? previous->lastNetRX : 0);
-  if (previous != nullptr) previous->lastNetRX = totals->received;
-  current->lastNetRX = totals->received;
+  noteShownReceived(current, previous, totals->received);
   return result;
 }
 
@@ -248,8 +258,7 @@ int print_nettx(ProcessRecord *current, ProcessRecord *previous) {
   if (totals == nullptr) return output(" ---- ", 0);
   const int result =
       outputNetworkTotal(totals->sent, previous != nullptr ? previous->lastNetTX : 0);
-  // Kept: the previous record is left alone here.
-  current->lastNetTX = totals->sent;
+  noteShownSent(current, totals->sent);
   return result;
 }
 

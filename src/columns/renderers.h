@@ -1,6 +1,8 @@
 // The renderers: each draws one cell of one process, in its column's format. Cumulative figures
-// turn into growth since the previous sample in delta mode; a value that changed is coloured. The
-// network cells note in the records what they have shown.
+// turn into growth since the previous sample in delta mode; a value that changed is coloured.
+//
+// They leave the records as they are, but for the network cells: those note the totals that they
+// showed, in lastNetRX and lastNetTX.
 #pragma once
 
 #include "columns/column.h"

@@ -113,6 +113,11 @@ struct Rows {
   int32_t drawn;
 };
 
+// For the keys that go from row to row.
+static void noteDrawn(ProcessRecord *record) {
+  record->displayed = 1;
+}
+
 static Rows showRows(TableView current, TableView previous, const char *filter) {
   const Perspective *perspective = getCurrentPerspective();
   const int32_t first = load(g_firstProcToShow);
@@ -125,7 +130,7 @@ static Rows showRows(TableView current, TableView previous, const char *filter) 
     if (!passes(record, filter)) continue;
     rows.matched++;
     if (rows.drawn > room || i < first) continue;
-    record->displayed = 1;
+    noteDrawn(record);
     rows.drawn++;
     const bool highlighted = onScreen() && i == selected;
     if (highlighted)

@@ -9,7 +9,7 @@ namespace sondex {
 // `filter`, on the screen or on standard output, then the status bar. `previous`, the table that
 // growth is counted from, may have no records. `filter` is a part of a name, or null or empty for
 // none; one that begins with "-" lets every name pass. Sets g_procs_viewable, and the status bar
-// for scrolling and filtering.
+// for scrolling and filtering; of the records, `displayed` of those that it draws.
 void showProcesses(TableView current, TableView previous, const char *filter);
 
 }  // namespace sondex

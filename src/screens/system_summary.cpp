@@ -126,18 +126,33 @@ static void showMemoryStatus() {
   output(text, 0);
 }
 
-static void showCompressor(const darwin::vm_statistics64 &memory, ProcessRecord *current,
-                           const ProcessRecord *previous) {
-  const uint32_t compressed = static_cast<uint32_t>(memory.compressions / kPagesPerMegabyte);
-  const uint32_t decompressed = static_cast<uint32_t>(memory.decompressions / kPagesPerMegabyte);
-  const bool delta = load(g_Delta) != 0 && previous != nullptr;
+struct CompressorCounters {
+  uint32_t compressed;
+  uint32_t decompressed;
+};
+
+static CompressorCounters compressorCounters(const darwin::vm_statistics64 &memory) {
+  return {static_cast<uint32_t>(memory.compressions / kPagesPerMegabyte),
+          static_cast<uint32_t>(memory.decompressions / kPagesPerMegabyte)};
+}
+
+static void showCompressor(const darwin::vm_statistics64 &memory, const ProcessRecord *previous) {
+  const CompressorCounters now = compressorCounters(memory);
+  CompressorCounters before = {};
+  if (load(g_Delta) != 0 && previous != nullptr) {
+    before = {previous->compressionsStash, previous->decompressionsStash};
+  }
   outputFormatted(0, "Comp: %4dM , Decomp: %4dM  File: %4dM  Anon: %4dM Throttled: %4dM\n",
-                  static_cast<int>(compressed - (delta ? previous->compressionsStash : 0)),
-                  static_cast<int>(decompressed - (delta ? previous->decompressionsStash : 0)),
+                  static_cast<int>(now.compressed - before.compressed),
+                  static_cast<int>(now.decompressed - before.decompressed),
                   megabytes(memory.external_page_count), megabytes(memory.internal_page_count),
                   megabytes(memory.throttled_count));
-  current->decompressionsStash = decompressed;
-  current->compressionsStash = compressed;
+}
+
+static void noteCompressor(ProcessRecord *first, const darwin::vm_statistics64 &memory) {
+  const CompressorCounters now = compressorCounters(memory);
+  first->compressionsStash = now.compressed;
+  first->decompressionsStash = now.decompressed;
 }
 
 static void showSwap(const darwin::xsw_usage &swap) {
@@ -165,7 +180,10 @@ static void showMemory(ProcessRecord *current, const ProcessRecord *previous) {
   showRAM(host.memory);
   showPressure();
   showMemoryStatus();
-  if (load(g_Compression) != 0) showCompressor(host.memory, current, previous);
+  if (load(g_Compression) != 0) {
+    showCompressor(host.memory, previous);
+    noteCompressor(current, host.memory);  // last: while updates are frozen, both are one record
+  }
   showSwap(swap);
 }
 

@@ -7,9 +7,9 @@
 namespace sondex {
 
 // Writes the header lines as far as the display's switches and the current perspective ask for
-// them. The compressor counters of this frame are kept in the first record of `current`, which has
-// records; in delta mode those of the first record of `previous`, which may have none, are
-// subtracted. A section whose query fails shows its fallback or is left out.
+// them. In delta mode the compressor counters are growth since those noted in the first record of
+// `previous`, which may have none. The counters of this frame are noted in the first record of
+// `current`, which has at least one. A section whose query fails shows its fallback or is left out.
 void showSystemSummary(TableView current, TableView previous);
 
 }  // namespace sondex
