@@ -95,7 +95,7 @@ int sort_memlimit(int32_t reverse, const ProcessRecord *a, const ProcessRecord *
 }
 
 int sort_cs(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b) {
-  // Signed on both platforms, whatever plain char is.
+  // Compared as signed numbers; whether plain char is signed differs between the platforms.
   return descending(reverse, static_cast<int8_t>(a->csStatus[0]),
                     static_cast<int8_t>(b->csStatus[0]));
 }
@@ -141,7 +141,7 @@ int sort_status(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b)
   return ascending(reverse, statusKey(a), statusKey(b));
 }
 
-// Sorting goes on while another thread draws: the pair of the lookup for drawing is not used here.
+// Not by getNTStatInfo: sorting goes on while another thread draws, and would overwrite its answer.
 static int32_t receivedKey(const ProcessRecord *record) {
   NetworkTotals totals = {};
   sumSources(pidOf(record), &totals);

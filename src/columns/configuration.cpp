@@ -9,7 +9,7 @@
 namespace sondex {
 
 static const char kConfigFile[] = "/tmp/.sdrc";
-// The top-level domain is one that nobody can own.
+// A top-level domain that nobody can own.
 static const char kWebAddress[] = "https://sondex.invalid/";
 
 static void saveToggle(int32_t shown, const char *name, FILE *stream) {
@@ -37,7 +37,7 @@ void savePerspectiveToFile(const Perspective *perspective, FILE *stream) {
   }
 }
 
-// kept: the name is not looked at
+// Kept: the name is not looked at.
 void saveConfigToFile(const char *) {
   const int descriptor = openToRewrite(kConfigFile);
   FILE *stream = descriptor >= 0 ? fdopen(descriptor, "w") : nullptr;

@@ -22,7 +22,7 @@ static const ColumnDescriptor *const kDefaultColumns[] = {
 constexpr int32_t kCPUColumn = 8;
 
 ColumnDescriptor *appendColumn(Perspective *perspective, const ColumnDescriptor *column) {
-  // The last entry stays null, as the end of the walk.
+  // The last entry stays null: a walk over the columns ends there.
   if (perspective->numColumns >= kPerspectiveColumns - 1) return nullptr;
   const int32_t index = perspective->numColumns++;
   ColumnDescriptor *copy = &perspective->descriptors[index];

@@ -7,8 +7,7 @@
 
 namespace sondex {
 
-// What the order is by, for compareAddresses: the C library's sort has no portable way to hand it
-// through.
+// What compareAddresses goes by: qsort has no portable way to hand it an argument.
 static Comparator sortComparator = nullptr;
 static int32_t sortReverse = 0;
 
@@ -17,8 +16,8 @@ static int compareAddresses(const void *left, const void *right) {
   const ProcessRecord *b = *static_cast<const ProcessRecord *const *>(right);
   const int order = sortComparator(sortReverse, a, b);
   const int opposite = sortComparator(sortReverse, b, a);
-  // A comparator never says "equal": it gives itself away by the same answer either way round. Left
-  // to the sort, such answers contradict each other and the order would be the C library's.
+  // For equal keys a comparator gives the same answer either way round, in place of "equal". qsort
+  // would make some order of its own from such a contradiction: the records stay as they stand.
   if ((order < 0) == (opposite < 0)) return a < b ? -1 : a > b ? 1 : 0;
   return order;
 }

@@ -141,7 +141,7 @@ static void moveUp() {
 
 static void saveConfiguration() {
   saveConfigToFile("~/.sdrc");
-  // kept: said whether or not it was saved
+  // Kept: said whether or not it was saved.
   setStatusBar("Saved config to /tmp/.sdrc - drop this in your directory for next time", 3);
 }
 

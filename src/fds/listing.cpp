@@ -26,13 +26,13 @@
 namespace sondex {
 
 constexpr int kInfoSize = 8192;
-constexpr int kAskedSize = 4096;  // of it, what the kernel may fill
+constexpr int kAskedSize = 4096;  // the part of it that the kernel may fill
 constexpr size_t kLineSize = 256;
 
-// What the kernel answers about a descriptor. It is larger than any answer and zeroed before, so
-// that a text at its end ends all the same.
+// Room for the kernel's answer about a descriptor. It is larger than any answer and zeroed before,
+// so that also a text at the end of an answer has a NUL behind it.
 union DescriptorInfo {
-  darwin::proc_fileinfo file;  // each but the events begins with it
+  darwin::proc_fileinfo file;  // every answer but a kqueue's events begins with it
   darwin::vnode_fdinfowithpath vnode;
   darwin::socket_fdinfo socket;
   darwin::psem_fdinfo semaphore;
@@ -43,8 +43,9 @@ union DescriptorInfo {
 };
 static_assert(sizeof(DescriptorInfo) == kInfoSize);
 
-// Past the sink: on the terminal itself, which curses takes back with its next refresh. Until then
-// nothing may stay in the stream's buffer, and afterwards standard error is held back again.
+// Not through output(), but to the terminal itself. curses takes that back with its next refresh:
+// until then nothing may stay in the stream's buffer. Standard error, which closing the screen let
+// go, is held back again.
 static void reportUnknownType(uint32_t type) {
   closeScreen();
   printf("FLAVOR: %d\n", static_cast<int32_t>(type));

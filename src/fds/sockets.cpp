@@ -78,7 +78,7 @@ const char *socket_type_to_txt(int32_t family, int32_t type, int32_t protocol) {
     case darwin::DARWIN_AF_INET6:
       if (protocol == darwin::DARWIN_IPPROTO_TCP) return isIPv6 ? "tcp6  " : "tcp4  ";
       if (protocol == darwin::DARWIN_IPPROTO_UDP) return isIPv6 ? "udp6  " : "udp4  ";
-      return kindOfUnix(type);  // kept: raw sockets are named like local ones
+      return kindOfUnix(type);  // Kept: raw sockets are named like local ones
     case darwin::DARWIN_AF_NDRV:
       return "NDRV";
     case darwin::DARWIN_PF_KEY:
@@ -150,7 +150,8 @@ static void appendOwner(char *line, const ProcessRecord *owner) {
   append(line, kLineSize, " (PID: %d)", pidOf(owner));
 }
 
-// Behind length and family the path fills what is left; the platform's plain form holds less.
+// The path fills the address behind length and family: more than the platform's own sockaddr_un
+// has room for.
 static const char *pathOf(const darwin::un_sockinfo_address *address) {
   return address->ua_dummy + offsetof(darwin::sockaddr_un, sun_path);
 }

@@ -27,8 +27,8 @@ const char *print_ipv4addr(const darwin::in_addr *address);
 const char *event_codes_to_txt(int32_t vendor, int32_t kind, int32_t subclass);
 
 // The first process, in the table's order, with an IPv4 socket whose local port is `port` (network
-// order), null when there is none. Kept: `address` is not compared. In the table that
-// socket_owners.h tells; the record is good for as long as the caller stays inside the tables.
+// order), null when there is none. Kept: `address` is not compared. Looked for in the table that
+// socket_owners.h names; the record is good for as long as the caller stays inside the tables.
 ProcessRecord *lookupIPv4Socket(const darwin::in_addr *address, uint16_t port);
 
 // Likewise the first process with the socket whose kernel address is `address`.

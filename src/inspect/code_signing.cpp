@@ -38,7 +38,7 @@ const char *csFlagsToText(int32_t pid) {
   text[0] = '\0';
   uint32_t flags = 0;
   const bool known = readFlags(pid, &flags);
-  if (pid == 0) return "--";  // to csops the caller itself
+  if (pid == 0) return "--";  // csops takes 0 for the caller itself
   if (!known) return "Error getting code signing flags from csops";
   for (const SigningText &row : kSigningFlags) {
     // What doesn't fit whole is left out.

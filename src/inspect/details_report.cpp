@@ -88,8 +88,9 @@ static void printIdentity(const ProcessRecord *record, char *line) {
   output(line, 0);
 }
 
-// Reads the argument area of a process into `area`, which holds one byte more than that, all zero.
-// Returns the text behind its count, the path of the executable; null, after a message, on failure.
+// Reads the argument area of a process into `area`, kArgumentArea + 1 zero bytes. Returns the text
+// behind the area's count of arguments, the path of the executable; null, after a message, on
+// failure.
 static const char *readProgramPath(int32_t pid, char *area) {
   int name[] = {darwin::DARWIN_CTL_KERN, darwin::DARWIN_KERN_PROCARGS2, pid};
   size_t size = kArgumentArea;
@@ -148,13 +149,14 @@ void extmodsToText(const darwin::vm_extmod_statistics *counts, char *to, size_t 
 static void printExtmods(const DetailsReport *report, char *line) {
   if (!hasTaskPort(report)) return;
   darwin::task_extmod_info info = {};
-  darwin::mach_msg_type_number_t count = sizeof info;  // kept: in bytes, which is more than needed
+  darwin::mach_msg_type_number_t count = sizeof info;  // Kept: in bytes, which is more than needed
   if (darwin::task_info(report->task, darwin::TASK_EXTMOD_INFO,
                         reinterpret_cast<darwin::task_info_t>(&info),
                         &count) != darwin::KERN_SUCCESS) {
     return;
   }
-  const darwin::vm_extmod_statistics counts = info.extmod_statistics;  // aligned, unlike there
+  // A copy: in `info` it is not aligned.
+  const darwin::vm_extmod_statistics counts = info.extmod_statistics;
   extmodsToText(&counts, line, kLineSize);
   output(line, 0);
 }
@@ -171,7 +173,8 @@ static void printApplicationState(const ProcessRecord *record) {
   outputFormatted(0, "State: %s\n", isKnown ? kStates[state] : "Unknown");
 }
 
-// Kept: what the line holds is what was last formatted into it, mostly the identity.
+// Kept: no text of its own is formatted into `line`. It shows what stands there from before, mostly
+// the identity.
 static void printSigning(const DetailsReport *report, const char *line) {
   if (strcmp(report->signing, kNotSigned) == 0) {
     outputWarning(line);
@@ -279,7 +282,7 @@ static void printTree(const DetailsReport *report) {
 }
 
 static void printHierarchy(const DetailsReport *report) {
-  if (pidOf(report->record) == 0) return;  // it is its own parent
+  if (pidOf(report->record) == 0) return;  // the kernel is its own parent
   if (isShown(report->showsHierarchy)) {
     output("\nProcess Hierarchy:\n", 0);
     printTree(report);

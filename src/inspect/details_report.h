@@ -13,8 +13,8 @@ namespace sondex {
 struct DetailsReport {
   ProcessRecord *record;
   TableView table;  // for the process's relatives; without records the last refresh's is taken
-  darwin::mach_port_t task;  // kept: never obtained
-  const char *signing;       // what csFlagsToText answers; kept: nothing asks it, so always empty
+  darwin::mach_port_t task;  // Kept: never obtained
+  const char *signing;       // an answer of csFlagsToText. Kept: nothing asks it, so always empty
 
   // What the screen shows whole rather than by a hint; plain output shows everything.
   int32_t showsDescriptors;

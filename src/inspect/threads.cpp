@@ -9,7 +9,7 @@
 
 namespace sondex {
 
-// The executable that the symbols are of, and the symbols, which nothing loads.
+// The executable last looked at, and its symbols, which nothing loads.
 static char *lastPathName = nullptr;
 static void *binary_symbol_table = nullptr;
 
@@ -33,8 +33,8 @@ const char *dumpStackSnapshot(int32_t pid, int32_t) {
 
 void dump_stack_snapshot(const void *) {}
 
-// Notes the program at `path` as the last one, unless the symbols at hand are its own: then there
-// is nothing to note any more.
+// Notes that the executable at `path` was looked at. Once its symbols are loaded, there is nothing
+// to note any more.
 static void notePath(const char *path) {
   const bool hasSymbols =
       binary_symbol_table != nullptr && lastPathName != nullptr && strcmp(lastPathName, path) == 0;

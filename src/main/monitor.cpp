@@ -19,7 +19,7 @@ constexpr int kSecondsMonitored = 1;
 constexpr int32_t kFramesWithMark = 2;
 // The kernel counts pages eight times a second: to ask more often tells nothing new.
 constexpr useconds_t kBetweenEvents = 125'000;
-// A kernel that can't tell refuses at once, and for ever.
+// A kernel that can't tell refuses at once, every time.
 constexpr useconds_t kAfterFailure = 1'000'000;
 
 // A monitor's line is seen at once, also through a pipe. When nobody can read it any more, there is
@@ -43,7 +43,7 @@ static void leaveSignalsToOthers() {
   pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
-// kept: a failure too counts as an event, and its -1 as the pages wanted
+// Kept: a failure too counts as an event, and its -1 as the pages wanted.
 void doVMPressureMonitor(int verbose) {
   if (verbose == 0) leaveSignalsToOthers();
   for (;;) {
@@ -74,7 +74,7 @@ int doProcessMonitor(int, char **) {
     struct darwin::kevent event = {};
     if (darwin::kevent(queue, nullptr, 0, &event, 1, nullptr) < 0) failWith("kevent", 4);
     const int pid = static_cast<int>(event.ident);
-    // kept: one capital "PID"
+    // Kept: one capital "PID".
     if ((event.fflags & darwin::NOTE_FORK) != 0) say("PID %d fork()ed\n", pid);
     if ((event.fflags & darwin::NOTE_EXEC) != 0) say("pid %d has exec()ed\n", pid);
     exited = (event.fflags & darwin::NOTE_EXIT) != 0;
@@ -91,7 +91,7 @@ void do_monitor(int argc, char **argv) {
     say("Monitoring VM Pressure\n");
     doVMPressureMonitor(1);
   } else {
-    // kept: whatever second word follows
+    // Kept: also when the word behind "monitor" is "vm".
     doProcessMonitor(argc, argv);
   }
 }

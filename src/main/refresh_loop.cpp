@@ -33,11 +33,11 @@
 
 namespace sondex {
 
-constexpr int32_t kMillisecondsPerDelay =
-    1000;  // kept: though the delay is called deciseconds elsewhere
+// Kept: a second, though the prompt for the delay calls it a tenth of one.
+constexpr int32_t kMillisecondsPerDelay = 1000;
 
-// The least wait after a frame that another thread left no room for: without a delay between frames
-// the loop must not spin meanwhile.
+// The least wait after a frame that was left out because another thread had the screen: with a
+// delay of 0 the loop would spin until it gets it.
 constexpr int32_t kAfterMissedFrame = 100;
 
 static const char kFrozen[] = "Updates Frozen ('F' to toggle back)";
@@ -139,7 +139,7 @@ static void waitForRefresh(int32_t milliseconds) {
     askForEnd(SIGHUP);
     return;
   }
-  // A signal that ended the wait left a byte too. Nothing there is nothing lost: this never blocks.
+  // Also after a signal, whose handler left a byte. Where there is none, this does not block.
   char byte = 0;
   [[maybe_unused]] const ssize_t taken = read(waited[0].fd, &byte, 1);
 }
@@ -159,8 +159,8 @@ static void showList() {
   showProcesses(currentTable(), previousTable(), getFilter());
 }
 
-// Whether there is room for one more table. Those that readers kept from being released are looked
-// at again: without a sample nothing else does that.
+// Whether there is room for one more table. When there is not, retired ones whose readers have left
+// meanwhile are released first: as long as no sample is taken, nothing else does that.
 static bool makeRoom() {
   if (!hasRoomForTable()) retireProcessTable(nullptr);
   return hasRoomForTable();
@@ -189,15 +189,14 @@ static void drawFrame(bool sampled, bool frozen) {
 }
 
 static void endIfAsked() {
-  // Not every system ends a wait for nothing but the terminal's end.
+  // Not on every system does the end of the terminal end a poll that asks for nothing else.
   if (isTerminalGone()) askForEnd(SIGHUP);
   endIfInterrupted();
   endIfTooManySources();
 }
 
-// Samples go on while another thread has the screen: what a process used since the sample before
-// stays the use of one refresh, and what that thread shows of other processes stays new. Only the
-// frame is left out.
+// Samples go on while another thread has the screen, and only the frame is left out: growth since
+// the sample before stays that of one refresh, and that thread sees new figures of other processes.
 static void refreshScreen() {
   // Read once: a key that freezes the display in the middle of a cycle must not tear sampling from
   // retiring.

@@ -63,7 +63,7 @@ static Report chooseReport(int32_t pid, const char *word, const char *extent, co
     writeCore(pid, extent);
   } else if (strcmp(word, "binary") == 0) {
     exit(dumpCore(pid, 0, kBinaryCore));
-  } else if (strcmp(word, "tree") != 0) {  // kept: "tree" is a report that prints nothing
+  } else if (strcmp(word, "tree") != 0) {  // Kept: "tree" is a report that prints nothing
     printReportWords(program);
     exit(5);
   }
@@ -99,7 +99,7 @@ static void reportOne(int32_t pid, const Report &report) {
   free(record);
 }
 
-// Whether the record's PID line was printed; false for a record to be passed over.
+// Prints the record's PID line. False for a record without a name, which is to be passed over.
 static bool printProcessLine(const ProcessRecord *record) {
   const char *command = record->taskAllInfo.pbsd.pbi_comm;
   if (command[0] == '\0') return false;

@@ -88,8 +88,7 @@ static void probeKernel() {
   noteKernelVersion(names.version);
 }
 
-// Plain output takes standard output that is not a terminal and the variable "nc": a character
-// device has the screen.
+// Output is plain only when the variable "nc" is set and standard output is no character device.
 static void chooseDisplay(int argc, bool outputIsDevice) {
   store(wantCurses, getenv("nc") == nullptr ? 1 : 0);
   if (load(wantCurses) == 0 || argc > 2) {

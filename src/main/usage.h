@@ -6,7 +6,7 @@ namespace sondex {
 // For "-h": all shapes of the command, and the banner.
 void printUsage(const char *program);
 
-// For "-h" as a report's target; kept, though "-h" is answered before it gets there.
+// For "-h" as a report's target. Kept: "-h" is answered before it gets there.
 void printReportUsage(const char *program);
 
 // For an unknown report word; without the banner.

@@ -32,7 +32,8 @@ static void dumpProcess(int32_t pid) {
   dumpCore(pid, 0, kFullCore);
 }
 
-// Applies a key; without one it waits. False when the screen is to be left.
+// Applies a key. When there is none, or one without a meaning here, waits a while. False when the
+// screen is to be left.
 static bool applyKey(DetailsReport *report, int key) {
   switch (key) {
     case '?':

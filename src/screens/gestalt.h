@@ -3,7 +3,7 @@
 
 namespace sondex {
 
-// Writes the answer to `key` as it may go to a terminal; "?" in place of null.
+// Writes the answer to `key`, made safe for a terminal; "?" when there is none.
 void outputGestaltAnswer(const char *key);
 
 // Writes the identity screen. In full-screen mode it clears the screen and returns when a key

@@ -40,7 +40,7 @@ static void showHeader() {
 static void showModifiers() {
   const Perspective *perspective = getCurrentPerspective();
   const Modifier modifiers[] = {
-      // kept: the next line's indentation belongs to this one, and is inverse with it
+      // Kept: the next line's indentation belongs to this one, and is inverse with it.
       {"   ", "1         \tToggle display of logical CPUs (CPUs/cores/hyperthreads)\n   ",
        load(g_EachCPU) != 0},
       {"", "C         \tToggle color output\n", load(g_Color) != 0},

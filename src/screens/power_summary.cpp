@@ -15,7 +15,7 @@ namespace sondex {
 
 static char returned[128];
 
-// A value of that type; null when there is none, or one of another type.
+// The value behind `key`; null when there is none, or when it is not of that type.
 static darwin::CFTypeRef valueOf(darwin::CFDictionaryRef description, const char *key,
                                  darwin::CFTypeID type) {
   if (description == nullptr) return nullptr;
@@ -33,7 +33,7 @@ static void appendCapacity(darwin::CFDictionaryRef description) {
   int32_t percent = 0;
   if (capacity != nullptr && darwin::CFNumberGetValue(static_cast<darwin::CFNumberRef>(capacity),
                                                       darwin::kCFNumberSInt32Type, &percent) != 0) {
-    // kept: two blanks here and one below
+    // Kept: two blanks here and one below.
     append(returned, sizeof returned, "Batt:  %d%%", percent);
   } else {
     append(returned, sizeof returned, "Batt: Unknown");
@@ -117,7 +117,7 @@ static void describeFirstSource(darwin::CFTypeRef info, darwin::CFArrayRef sourc
     append(returned, sizeof returned, "Unable to get Power Source information");
     return;
   }
-  // The description belongs to the information.
+  // The description belongs to `info` and is not released.
   const darwin::CFTypeRef source = darwin::CFArrayGetValueAtIndex(sources, 0);
   const darwin::CFDictionaryRef description =
       source == nullptr ? nullptr : darwin::IOPSGetPowerSourceDescription(info, source);
@@ -130,7 +130,7 @@ static void describeFirstSource(darwin::CFTypeRef info, darwin::CFArrayRef sourc
 
 const char *getPowerDetails() {
   const darwin::CFTypeRef info = darwin::IOPSCopyPowerSourcesInfo();
-  // kept: the lower-case s
+  // Kept: the lower-case s.
   if (info == nullptr) return "Error: IOPsCopyPowerSourcesInfo()";
   const darwin::CFArrayRef sources = darwin::IOPSCopyPowerSourcesList(info);
   if (sources == nullptr) {

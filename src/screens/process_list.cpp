@@ -137,8 +137,8 @@ static Rows showRows(TableView current, TableView previous, const char *filter) 
       setAttributes(static_cast<uint32_t>(A_REVERSE) | static_cast<uint32_t>(A_BOLD));
     ProcessRecord *before = findProcessInformationByPid(previous, pidOf(record));
     showRow(perspective, record, before, highlighted);
-    // Kept: by the cursor's row. Where that is not the highlighted one, as under a filter, bold
-    // goes on below it.
+    // Kept: bold ends at the cursor's row. Where that is not the highlighted one, as under a
+    // filter, rows below the highlighted one are bold too.
     if (onScreen() && i == cursor) setAttributes(static_cast<uint32_t>(A_NORMAL));
     if (highlighted) switchOff(static_cast<uint32_t>(A_REVERSE));
   }

@@ -28,7 +28,8 @@ constexpr int kShownHostName = 80;
 constexpr darwin::mach_msg_type_number_t kStatisticsWords =
     152;                                // more than the kernel needs; it takes up to 256
 constexpr int kPagesPerMegabyte = 256;  // of a fixed page size of 4 KiB
-constexpr uint64_t kImplausibleGrowth = 1073741824;  // more means that processes went away
+// Bytes. More is a total that fell, as processes went away.
+constexpr uint64_t kImplausibleGrowth = 1073741824;
 
 static void showIdentity() {
   if (gestaltAnswer("marketing-name") != nullptr) {

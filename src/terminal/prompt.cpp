@@ -47,7 +47,7 @@ static bool readAnswer(char *answer) {
   for (int length = 0; length < kPromptSize; length++) {
     const int key = waitForKey();
     if (key == kNoMoreKeys) return false;
-    // kept: no line editing, a backspace is a character like any other
+    // Kept: there is no line editing, a backspace is a character like any other.
     answer[length] = static_cast<char>(key == kEnter ? '\0' : key);
     if (key == kEnter) return true;
   }
