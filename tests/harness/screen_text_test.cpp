@@ -84,7 +84,7 @@ TEST(WholeFrame, IsThereOnceTheProgramWaits) {
   Terminal terminal;
   ASSERT_EQ(awaitWholeFrame(terminal), "");
   EXPECT_EQ(terminal.frames(), 1u);
-  EXPECT_GE(terminal.findRow(" UID |PID"), 0) << terminal.text();
+  EXPECT_GE(terminal.findRow("|COMMAND        |"), 0) << terminal.text();
   const std::string before = terminal.written();
   ASSERT_TRUE(terminal.drawAgain());
   ASSERT_EQ(awaitWholeFrame(terminal), "");

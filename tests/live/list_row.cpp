@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <regex>
 
 #include "harness/run.h"
@@ -16,16 +16,9 @@ namespace test {
 
 namespace {
 
-// Widths of the first cells, which end the line's part that may hold a "|" of a name.
-constexpr size_t kNumberWidth = 5;
-constexpr size_t kCommandWidth = 15;
-
-constexpr std::array kAfterCommand = {
-    Column::threads,  Column::priority, Column::resident,  Column::virtualSize, Column::processor,
-    Column::read,     Column::written,  Column::coalition, Column::status,      Column::band,
-    Column::limit,    Column::sandbox,  Column::time,      Column::startTime,   Column::descriptors,
-    Column::received, Column::sent,
-};
+// The first cells end the line's part that may hold a "|" of a name: they are as wide as their
+// headers, and numbers but for the command.
+constexpr int kCellsToCommand = placeOf(Column::command) + 1;
 
 // A process list shows at most so many descriptors: the list is asked for with 1024 bytes.
 constexpr size_t kMostDescriptors = 128;
@@ -58,22 +51,22 @@ std::optional<Row> parseRow(const std::string &line, bool forRoot) {
   static const std::regex number(" *-?[0-9]+ *");
   Row row;
   size_t at = 0;
-  for (const Column column : {Column::user, Column::pid, Column::parent}) {
-    const std::optional<std::string> cell = takeCell(line, at, kNumberWidth);
-    if (!cell || !std::regex_match(*cell, number)) return std::nullopt;
-    row[column] = *cell;
+  for (int place = 0; place < kCellsToCommand; place++) {
+    const ListColumn &expected = kListColumns[place];
+    const std::optional<std::string> cell = takeCell(line, at, std::strlen(expected.drawn));
+    if (!cell) return std::nullopt;
+    const bool isNumber = std::regex_match(*cell, number);
+    if (expected.column != Column::command && !isNumber) return std::nullopt;
+    row[expected.column] = *cell;
   }
-  const std::optional<std::string> command = takeCell(line, at, kCommandWidth);
-  if (!command) return std::nullopt;
-  row[Column::command] = *command;
 
   std::string rest = line.substr(at);
-  for (const Column column : kAfterCommand) {
-    if (!forRoot && (column == Column::band || column == Column::limit)) continue;
+  for (int place = kCellsToCommand; place < kColumnCount; place++) {
+    if (kListColumns[place].isForRoot && !forRoot) continue;
     const size_t end = rest.find('|');
-    const bool isLast = column == Column::sent;
+    const bool isLast = place == kLastColumn;
     if ((end == std::string::npos) != isLast) return std::nullopt;
-    row[column] = rest.substr(0, end);
+    row[kListColumns[place].column] = rest.substr(0, end);
     if (!isLast) rest.erase(0, end + 1);
   }
   return row;

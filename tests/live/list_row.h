@@ -6,34 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "harness/list_columns.h"
 #include "harness/process_facts.h"
 
 namespace test {
-
-// The columns of the default view, in its order.
-enum class Column {
-  user,
-  pid,
-  parent,
-  command,
-  threads,
-  priority,
-  resident,
-  virtualSize,
-  processor,
-  read,
-  written,
-  coalition,
-  status,
-  band,
-  limit,
-  sandbox,
-  time,
-  startTime,
-  descriptors,
-  received,
-  sent,
-};
 
 using Row = std::map<Column, std::string>;
 

@@ -1,6 +1,7 @@
 #include "screen/display.h"
 
 #include <charconv>
+#include <cstdlib>
 #include <regex>
 
 #include "harness/screen_text.h"
@@ -12,8 +13,7 @@ namespace {
 
 constexpr int kBlack = 0;
 constexpr int kBrightRed = 9;
-constexpr size_t kPidCell = 1;
-constexpr int kColumnsToPid = 7;  // from the one that is selected at the start
+constexpr size_t kPidCell = placeOf(Column::pid);
 
 std::optional<SteppedDevice> deviceOf(const Place &place) {
   if (place.device.empty() || !place.deviceText.empty()) return std::nullopt;
@@ -98,10 +98,15 @@ std::string Display::answer(std::string_view key, std::string_view question,
   return complaint.empty() ? press(std::string(answer) + "\n") : complaint;
 }
 
-std::string Display::sortByPid() {
+std::string Display::select(Column wanted, Column from) {
+  const int distance = placeOf(wanted) - placeOf(from);
   std::string keys;
-  for (int i = 0; i < kColumnsToPid; i++) keys += kLeftKey;
-  return press(keys, kColumnsToPid);
+  for (int i = 0; i < std::abs(distance); i++) keys += distance < 0 ? kLeftKey : kRightKey;
+  return press(keys, static_cast<size_t>(std::abs(distance)));
+}
+
+std::string Display::sortByPid() {
+  return select(Column::pid);
 }
 
 std::string Display::status() const {
@@ -168,11 +173,12 @@ std::string Display::rowOf(pid_t pid) const {
   return row < 0 ? "" : terminal_.rowText(row);
 }
 
-std::string Display::cellOf(pid_t pid, size_t index) const {
+std::string Display::cellOf(pid_t pid, Column column) const {
   const int row = rowNumberOf(pid);
   if (row < 0) return "";
   const std::vector<CellRange> cells = cellsOfRow(terminal_, row);
-  return index < cells.size() ? trimmed(textOf(terminal_, row, cells[index])) : "";
+  const size_t place = placeOf(column);
+  return place < cells.size() ? trimmed(textOf(terminal_, row, cells[place])) : "";
 }
 
 std::string Display::summary() const {

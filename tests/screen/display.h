@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "harness/list_columns.h"
 #include "harness/stepped_device.h"
 #include "harness/terminal.h"
 #include "harness/written_device.h"
@@ -48,6 +49,8 @@ class Display {
   std::string answer(std::string_view key, std::string_view question, std::string_view answer);
   // Presses a key that asks a question, and waits for that.
   std::string ask(std::string_view key, std::string_view question);
+  // Selects a column, from the one that is selected at the start or from another. None is hidden.
+  std::string select(Column wanted, Column from = Column::processor);
   // Makes the order known: descending by PID.
   std::string sortByPid();
 
@@ -60,13 +63,13 @@ class Display {
   int headerRow() const;
   std::string header() const;
   std::string selectedHeader() const;
-  // Of the rows below it, as long as the columns UID and PID are the first. A highlighted one is
-  // reverse and bold.
+  // Of the rows below it, as long as the column PID is where it was. A highlighted one is reverse
+  // and bold.
   std::vector<pid_t> pids() const;
   std::optional<pid_t> highlightedPid() const;
   std::string rowOf(pid_t pid) const;
-  // What stands between two separators of that row.
-  std::string cellOf(pid_t pid, size_t index) const;
+  // What stands between two separators of that row, of a column that is drawn with all before it.
+  std::string cellOf(pid_t pid, Column column) const;
   // All above the row with the names, a newline after each row.
   std::string summary() const;
   // The time of day in the first row, in seconds.

@@ -33,8 +33,8 @@ constexpr int kRed = 1;
 constexpr int kBrightRed = 9;
 
 // Of the columns that root sees at 132.
-constexpr size_t kTimeCell = 16;
-constexpr size_t kNameCell = 3;
+constexpr size_t kTimeCell = placeOf(Column::time);
+constexpr size_t kNameCell = placeOf(Column::command);
 
 struct Size {
   int columns;
@@ -101,17 +101,26 @@ std::string nameOf(const testing::TestParamInfo<Size> &info) {
 INSTANTIATE_TEST_SUITE_P(Size, Frame, testing::Values(Size{80, 24}, Size{132, 50}, Size{300, 100}),
                          nameOf);
 
+// Independent of how the layout is reckoned, and of which columns there are.
 TEST(Header, HasTheColumnsThatFit) {
-  // Independent of how the layout is reckoned.
-  EXPECT_EQ(headerLayout(20, true).text, " UID |PID  |PPID ");
-  EXPECT_EQ(headerLayout(80, true).text,
-            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE | S ");
-  EXPECT_EQ(headerLayout(300, false).text,
-            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE |COAL| S "
-            "|SB|   TIME  |   STIME   | FDs|Net RX|Net TX");
-  EXPECT_EQ(headerLayout(300, true).text,
-            " UID |PID  |PPID |COMMAND        |#THR|PRI | RSS | VSS | CPU | READ |WRITE |COAL| S "
-            "|MS |MEML|SB|   TIME  |   STIME   | FDs|Net RX|Net TX");
+  const ListColumn kList[] = {
+      {Column::user, " UID ", " UID ", "UID ", 6, 0, false},
+      {Column::processor, " CPU  ", " CPU ", "CPU  ", 6, 0, false},
+      {Column::coalition, "COAL", "COAL", "COAL", 5, 0, false},
+      {Column::band, "MS ", "MS ", "MS ", 4, 0, true},
+      {Column::sandbox, "SB", "SB", "SB", 3, 0, false},
+      {Column::descriptors, " FDs ", " FDs", "FDs ", 5, 0, false},
+  };
+  EXPECT_EQ(headerLayout(11, true, kList).text, " UID |COAL");
+  EXPECT_EQ(headerLayout(12, true, kList).text, " UID | CPU ");
+  EXPECT_EQ(headerLayout(16, true, kList).text, " UID | CPU |MS ");
+  EXPECT_EQ(headerLayout(16, false, kList).text, " UID | CPU |SB");
+  EXPECT_EQ(headerLayout(20, true, kList).text, " UID | CPU |COAL|SB");
+  EXPECT_EQ(headerLayout(300, false, kList).text, " UID | CPU |COAL|SB| FDs");
+  EXPECT_EQ(headerLayout(300, true, kList).text, " UID | CPU |COAL|MS |SB| FDs");
+  EXPECT_EQ(headerLayout(300, true, kList).selectedStart, 6);
+  EXPECT_EQ(headerLayout(300, true, kList).selectedEnd, 11);
+  EXPECT_EQ(headerLayout(11, true, kList).selectedStart, -1);
 }
 
 // Too low for any process: the status bar says so, or is blank where that does not fit.

@@ -10,8 +10,10 @@
 #include <functional>
 
 #include "harness/configuration_file.h"
+#include "harness/list_columns.h"
 #include "harness/screen_text.h"
 #include "screen/display.h"
+#include "screen/list_screen.h"
 
 namespace test {
 namespace {
@@ -25,6 +27,13 @@ using testing::StartsWith;
 
 constexpr pid_t kHello = 40;
 constexpr int kCyan = 6;
+
+// The name of the column at a place, as it is when it is the selected one.
+std::string nameAt(int place) {
+  const std::string drawn = kListColumns[place].drawn;
+  const size_t first = drawn.find_first_not_of(' ');
+  return drawn.substr(first, drawn.find_last_not_of(' ') + 1 - first);
+}
 
 TEST(Highlight, FollowsDownAndUp) {
   Display display;
@@ -51,7 +60,7 @@ TEST(Highlight, FollowsTheOtherFormOfArrows) {
   ASSERT_EQ(display.press("\x1bOA"), "");
   EXPECT_THAT(display.highlightedPid(), Optional(kHello));
   ASSERT_EQ(display.press("\x1bOC"), "");
-  EXPECT_EQ(display.selectedHeader(), "PPID");
+  EXPECT_EQ(display.selectedHeader(), nameAt(placeOf(Column::pid) + 1));
   ASSERT_EQ(display.press("\x1bOD"), "");
   EXPECT_EQ(display.selectedHeader(), "PID");
 }
@@ -82,9 +91,7 @@ std::string showing(size_t first, size_t viewable) {
 
 // Descending: what has a place in the list without a name to be shown is at the end.
 std::string sortByName(Display &display) {
-  std::string keys;
-  for (int i = 0; i < 5; i++) keys += kLeftKey;
-  return display.press(keys, 5);
+  return display.select(Column::command);
 }
 
 // All that can be shown, from a screen with room for them.
@@ -190,18 +197,30 @@ TEST(Pages, BackFromWithinTheFirstPageEndsAtTheFirstProcess) {
 }
 
 TEST(Columns, AreSelectedWithinThoseThatAreShown) {
-  Display display({"minimal", 80, 24, false});
+  // That of coalitions does not fit, by one cell, but one after it does.
+  int width = -1;
+  for (int place = 0; place <= placeOf(Column::coalition); place++) {
+    width += kListColumns[place].width;
+  }
+  const std::vector<Column> shown = headerLayout(width, true).columns;
+  const int last = placeOf(shown.back());
+  const auto expected = [&shown](int place) {
+    const Column column = kListColumns[place].column;
+    return std::count(shown.begin(), shown.end(), column) == 1 ? nameAt(place) : "";
+  };
+  ASSERT_EQ(expected(placeOf(Column::coalition)), "");
+  ASSERT_GT(last, placeOf(Column::coalition));
+
+  Display display({"minimal", width, 24, false});
   ASSERT_EQ(display.begin(), "");
   EXPECT_EQ(display.selectedHeader(), "CPU");
-  // That of coalitions does not fit, but the one after it does.
-  for (const char *expected : {"READ", "WRITE", "", "S", "S"}) {
+  for (int place = kSelectedColumn + 1; place <= last + 1; place++) {
     ASSERT_EQ(display.press(kRightKey), "");
-    EXPECT_EQ(display.selectedHeader(), expected);
+    EXPECT_EQ(display.selectedHeader(), expected(std::min(place, last)));
   }
-  for (const char *expected : {"", "WRITE", "READ", "CPU", "VSS", "RSS", "PRI", "#THR", "COMMAND",
-                               "PPID", "PID", "UID", "UID"}) {
+  for (int place = last - 1; place >= -1; place--) {
     ASSERT_EQ(display.press(kLeftKey), "");
-    EXPECT_EQ(display.selectedHeader(), expected);
+    EXPECT_EQ(display.selectedHeader(), expected(std::max(place, 0)));
   }
 }
 
@@ -212,7 +231,7 @@ TEST(Columns, SelectedOneIsTheOrder) {
   EXPECT_EQ(display.selectedHeader(), "PID");
   EXPECT_THAT(display.pids(), ElementsAre(kHello, 1, 0));
   // COMMAND: descending in the alphabet, whatever the case.
-  ASSERT_EQ(display.press(std::string(kRightKey) + std::string(kRightKey), 2), "");
+  ASSERT_EQ(display.select(Column::command, Column::pid), "");
   EXPECT_EQ(display.selectedHeader(), "COMMAND");
   EXPECT_THAT(display.pids(), ElementsAre(1, 0, kHello));
 }
@@ -231,44 +250,50 @@ TEST(Columns, OrderIsReversedByR) {
 }
 
 TEST(Columns, HiddenOneIsGoneAndItsLeftNeighbourSelected) {
+  const std::string left = kListColumns[kSelectedColumn - 1].drawn;
+  const std::string right = kListColumns[kSelectedColumn + 1].drawn;
   Display display;
   ASSERT_EQ(display.begin(), "");
-  ASSERT_THAT(display.header(), HasSubstr(" VSS | CPU | READ "));
+  ASSERT_THAT(display.header(), HasSubstr("|" + left + "| CPU |" + right + "|"));
   ASSERT_EQ(display.press("-"), "");
-  EXPECT_THAT(display.header(), HasSubstr(" VSS | READ |"));
+  EXPECT_THAT(display.header(), HasSubstr("|" + left + "|" + right + "|"));
   EXPECT_THAT(display.header(), Not(HasSubstr("CPU")));
-  EXPECT_EQ(display.selectedHeader(), "VSS");
+  EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn - 1));
 }
 
 TEST(Columns, SelectionPassesOverHiddenOnes) {
   Display display;
   ASSERT_EQ(display.begin(), "");
-  ASSERT_EQ(display.press("--", 2), "");  // CPU and VSS
-  EXPECT_EQ(display.selectedHeader(), "RSS");
+  ASSERT_EQ(display.press("--", 2), "");  // CPU and the one to its left
+  EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn - 2));
   ASSERT_EQ(display.press(kRightKey), "");
-  EXPECT_EQ(display.selectedHeader(), "READ");
+  EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn + 1));
   ASSERT_EQ(display.press(kLeftKey), "");
-  EXPECT_EQ(display.selectedHeader(), "RSS");
+  EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn - 2));
 }
 
 TEST(Columns, FirstOneHiddenLeavesASeparatorInFront) {
   Display display;
   ASSERT_EQ(display.begin(), "");
+  ASSERT_EQ(display.press("F"), "");
   ASSERT_EQ(display.sortByPid(), "");
-  ASSERT_EQ(display.press(kLeftKey), "");
+  ASSERT_EQ(display.select(kListColumns[0].column, Column::pid), "");
+  const std::string before = display.rowOf(kHello);
   ASSERT_EQ(display.press("-"), "");
-  EXPECT_THAT(display.header(), StartsWith("|PID  |PPID |COMMAND"));
-  EXPECT_EQ(display.selectedHeader(), "PID");
-  EXPECT_THAT(display.terminal().rowText(display.headerRow() + 1), StartsWith("\u2502"
-                                                                              "40   \u2502"
-                                                                              "1    \u2502"
-                                                                              "Hello"));
+  EXPECT_THAT(display.header(), StartsWith(std::string("|") + kListColumns[1].drawn + "|"));
+  EXPECT_EQ(display.selectedHeader(), nameAt(1));
+  const std::string after = display.rowOf(kHello);
+  EXPECT_THAT(after, StartsWith(before.substr(before.find("\u2502"))));
+  EXPECT_THAT(after, HasSubstr("\u2502"
+                               "40   \u2502"
+                               "1    \u2502"
+                               "Hello"));
 }
 
 TEST(Columns, MayAllBeHidden) {
   Display display;
   ASSERT_EQ(display.begin(), "");
-  ASSERT_EQ(display.press(std::string(30, '-'), 30), "");
+  ASSERT_EQ(display.press(std::string(kColumnCount + 9, '-'), kColumnCount + 9), "");
   EXPECT_EQ(display.headerRow(), -1);
   EXPECT_EQ(display.terminal().findRow("Hello"), -1) << display.terminal().text();
   EXPECT_GE(display.terminal().findRow("Disks: "), 0) << display.terminal().text();
@@ -342,11 +367,6 @@ TEST(Colour, IsLeftOutEverywhere) {
   EXPECT_TRUE(display.hasStatusBar());
 }
 
-// Of the cells of a row.
-constexpr size_t kResidentCell = 6;
-constexpr size_t kReadCell = 9;
-constexpr size_t kWrittenCell = 10;
-
 TEST(Delta, ShowsTheGrowthOfOneSample) {
   constexpr pid_t kGrowing = 34;
   constexpr pid_t kShrinking = 35;
@@ -355,17 +375,17 @@ TEST(Delta, ShowsTheGrowthOfOneSample) {
   ASSERT_EQ(display.begin(), "");
   ASSERT_EQ(display.press("d"), "");
   // Ten seconds of 4 KiB up and down, of 1,024 and 2,048 bytes.
-  EXPECT_EQ(display.cellOf(kGrowing, kResidentCell), "40K");
-  EXPECT_EQ(display.cellOf(kShrinking, kResidentCell), "-40K");
-  EXPECT_EQ(display.cellOf(kDisk, kReadCell), "10K");
-  EXPECT_EQ(display.cellOf(kDisk, kWrittenCell), "20K");
+  EXPECT_EQ(display.cellOf(kGrowing, Column::resident), "40K");
+  EXPECT_EQ(display.cellOf(kShrinking, Column::resident), "-40K");
+  EXPECT_EQ(display.cellOf(kDisk, Column::read), "10K");
+  EXPECT_EQ(display.cellOf(kDisk, Column::written), "20K");
   // Of the compressor: 256 and 128 pages a second.
   EXPECT_THAT(display.summary(), HasSubstr(" Comp:   10M , Decomp:    5M  File:"));
 
   ASSERT_EQ(display.press("d"), "");
   const int seconds = display.clock().value_or(0) - (14 * 3600 + 7 * 60 + 9);
-  EXPECT_EQ(display.cellOf(kGrowing, kResidentCell), std::to_string(1024 + 4 * seconds) + "K");
-  EXPECT_EQ(display.cellOf(kShrinking, kResidentCell), std::to_string(1024 - 4 * seconds) + "K");
+  EXPECT_EQ(display.cellOf(kGrowing, Column::resident), std::to_string(1024 + 4 * seconds) + "K");
+  EXPECT_EQ(display.cellOf(kShrinking, Column::resident), std::to_string(1024 - 4 * seconds) + "K");
 }
 
 TEST(Frozen, DisplayStandsStillUntilItIsThawed) {
@@ -520,24 +540,13 @@ TEST_F(SavedConfiguration, HoldsWhatTheKeysMadeOfTheView) {
   const size_t firstLine = before.find('\n') + 1;
   EXPECT_THAT(before, StartsWith("## Config File for Z's Sondex, https://"));
   EXPECT_EQ(before.substr(firstLine),
-            "Perspective Default\n\tShowWiFi\n\tShowDisks\n\tColumns\n"
-            "\t\tColumn\tUID \n\t\tColumn\tPID  \n\t\tColumn\tPPID  \n"
-            "\t\tColumn\tCOMMAND        \n\t\tColumn\t#THR\n\t\tColumn\tPRI  \n"
-            "\t\tColumn\tRSS \n\t\tColumn\tVSS \n\t\tColumn\tCPU  \n\t\tColumn\tREAD \n"
-            "\t\tColumn\tWRITE \n\t\tColumn\tCOAL\n\t\tColumn\tS \n\t\tColumn\tMS \n"
-            "\t\tColumn\tMEML\n\t\tColumn\tSB\n\t\tColumn\tTIME \n\t\tColumn\tSTIME   \n"
-            "\t\tColumn\tFDs \n\t\tColumn\tNet RX\n\t\tColumn\tNet TX\n");
+            "Perspective Default\n\tShowWiFi\n\tShowDisks\n" + savedColumns());
 
-  // Without the columns CPU and VSS, with two lines more.
+  // Without the column CPU and the one to its left, with two lines more.
   ASSERT_EQ(display.press("--NP!", 5), "");
   EXPECT_EQ(ConfigurationFile::text().substr(firstLine),
-            "Perspective Default\n\tShowWiFi\n\tShowDisks\n\tShowNetworks\n\tShowPower\n"
-            "\tColumns\n\t\tColumn\tUID \n\t\tColumn\tPID  \n\t\tColumn\tPPID  \n"
-            "\t\tColumn\tCOMMAND        \n\t\tColumn\t#THR\n\t\tColumn\tPRI  \n"
-            "\t\tColumn\tRSS \n\t\tColumn\tREAD \n\t\tColumn\tWRITE \n\t\tColumn\tCOAL\n"
-            "\t\tColumn\tS \n\t\tColumn\tMS \n\t\tColumn\tMEML\n\t\tColumn\tSB\n"
-            "\t\tColumn\tTIME \n\t\tColumn\tSTIME   \n\t\tColumn\tFDs \n\t\tColumn\tNet RX\n"
-            "\t\tColumn\tNet TX\n");
+            "Perspective Default\n\tShowWiFi\n\tShowDisks\n\tShowNetworks\n\tShowPower\n" +
+                savedColumns({kSelectedColumn, kSelectedColumn - 1}));
 }
 
 TEST_F(SavedConfiguration, IsNotWrittenThroughALinkThoughItIsSaidToBeSaved) {

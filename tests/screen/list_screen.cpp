@@ -14,32 +14,11 @@ constexpr int kCyan = 6;
 constexpr int kBlack = 0;
 constexpr int kWhite = 7;
 constexpr char kSeparator[] = "\u2502";
-constexpr std::string_view kSelectedHeader = " CPU ";
-constexpr size_t kSelectedIndex = 8;
+constexpr size_t kPidCell = placeOf(Column::pid);
 
 // Lines above the list that the number of rows is reckoned with: seven, one each for the
 // compressor, the processors' line and the swap, and one for the processors themselves.
 constexpr int kBanners = 7 + 1 + 1 + 1 + 1;
-
-struct ColumnText {
-  const char *header;  // as it is drawn: cut to its field, or with a blank behind it
-  int width;           // that it claims
-  bool isForRoot;
-};
-
-constexpr ColumnText kColumns[] = {
-    {" UID ", 6, false},      {"PID  ", 6, false},
-    {"PPID ", 6, false},      {"COMMAND        ", 16, false},
-    {"#THR", 5, false},       {"PRI ", 5, false},
-    {" RSS ", 6, false},      {" VSS ", 6, false},
-    {" CPU ", 6, false},      {" READ ", 7, false},
-    {"WRITE ", 7, false},     {"COAL", 5, false},
-    {" S ", 4, false},        {"MS ", 4, true},
-    {"MEML", 5, true},        {"SB", 3, false},
-    {"   TIME  ", 11, false}, {"   STIME   ", 12, false},
-    {" FDs", 5, false},       {"Net RX", 7, false},
-    {"Net TX", 7, false},
-};
 
 std::string at(int row, int column, const std::string &what) {
   return what + " at row " + std::to_string(row) + ", column " + std::to_string(column);
@@ -60,25 +39,32 @@ bool isPlain(const Cell &cell) {
   return cell.foreground == kWhite && cell.background == kBlack;
 }
 
-HeaderLayout headerLayout(int columns, bool forRoot) {
+HeaderLayout headerLayout(int columns, bool forRoot, std::span<const ListColumn> list) {
   HeaderLayout layout;
   int claimed = 0;
-  for (const ColumnText &column : kColumns) {
+  for (const ListColumn &column : list) {
     if ((column.isForRoot && !forRoot) || claimed + column.width > columns) continue;
     claimed += column.width;
+    layout.columns.push_back(column.column);
     // By the column's place in the view, not by what is drawn to the left of it.
-    if (&column != kColumns) layout.text += "|";
-    const bool isSelected = column.header == kSelectedHeader;
+    if (&column != &list.front()) layout.text += "|";
+    const bool isSelected = column.column == Column::processor;
     if (isSelected) layout.selectedStart = static_cast<int>(layout.text.size());
-    layout.text += column.header;
+    layout.text += column.drawn;
     if (isSelected) layout.selectedEnd = static_cast<int>(layout.text.size());
   }
   return layout;
 }
 
+static std::string withoutBlanksAtEnd(const std::string &text) {
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
 int headerRow(const Terminal &terminal) {
+  static const std::string start =
+      withoutBlanksAtEnd(headerLayout(kListColumns[0].width + kListColumns[1].width, true).text);
   for (int row = 0; row < terminal.rows(); row++) {
-    if (terminal.rowText(row).starts_with(" UID |PID")) return row;
+    if (terminal.rowText(row).starts_with(start)) return row;
   }
   return -1;
 }
@@ -87,8 +73,7 @@ std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abiliti
   const HeaderLayout layout = headerLayout(terminal.columns(), forRoot);
   const int row = headerRow(terminal);
   if (row < 0) return "no header row";
-  std::string expected = layout.text;
-  expected.erase(expected.find_last_not_of(' ') + 1);
+  const std::string expected = withoutBlanksAtEnd(layout.text);
   if (terminal.rowText(row) != expected) return "the header is not \"" + expected + "\"";
 
   for (int column = 0; column < static_cast<int>(layout.text.size()); column++) {
@@ -174,13 +159,13 @@ int rowOfProcess(const Terminal &terminal, pid_t pid) {
   wanted.resize(5, ' ');
   for (int row = headerRow(terminal) + 1; row > 0 && row < terminal.rows(); row++) {
     const std::vector<CellRange> cells = cellsOfRow(terminal, row);
-    if (cells.size() > 2 && textOf(terminal, row, cells[1]) == wanted) return row;
+    if (cells.size() > kPidCell + 1 && textOf(terminal, row, cells[kPidCell]) == wanted) return row;
   }
   return -1;
 }
 
 // Figures that moved since the frame before may have another colour: these don't.
-constexpr int kLastSteadyCell = 3;
+constexpr size_t kLastSteadyCell = placeOf(Column::command);
 
 static std::vector<int> separatorsOf(const HeaderLayout &header) {
   std::vector<int> separators;
@@ -202,18 +187,21 @@ static std::string complaintAboutRow(const Terminal &terminal, int row,
   static const std::regex number(" *-?[0-9]+ *");
   const std::vector<CellRange> cells = cellsOfRow(terminal, row);
   const bool isWhole = cells.size() == separators.size() + 1 || isPushedOut(cells, separators);
-  if (!isWhole || cells.size() < 3) return at(row, 0, "another number of separators");
-  for (size_t i = 0; i < 3; i++) {
-    if (!std::regex_match(textOf(terminal, row, cells[i]), number)) {
-      return at(row, cells[i].start, "no number");
+  if (!isWhole || cells.size() <= kLastSteadyCell) {
+    return at(row, 0, "another number of separators");
+  }
+  for (const Column numbered : {Column::user, Column::pid, Column::parent}) {
+    const CellRange cell = cells[placeOf(numbered)];
+    if (!std::regex_match(textOf(terminal, row, cell), number)) {
+      return at(row, cell.start, "no number");
     }
   }
   const int lastSeparator = cells.back().start - 1;
   for (int column = 0; column <= lastSeparator; column++) {
     const Cell cell = terminal.cell(row, column);
-    const bool isSelected = cells.size() > kSelectedIndex + 1 &&
-                            column >= cells[kSelectedIndex].start &&
-                            column < cells[kSelectedIndex].end;
+    const bool isSelected = cells.size() > kSelectedColumn + 1 &&
+                            column >= cells[kSelectedColumn].start &&
+                            column < cells[kSelectedColumn].end;
     if (cell.reverse != isFirst) return at(row, column, isFirst ? "not reverse" : "reverse");
     if (cell.bold != (isFirst || isSelected)) {
       return at(row, column, cell.bold ? "bold" : "not bold");
@@ -230,7 +218,9 @@ static std::string complaintAboutRow(const Terminal &terminal, int row,
 
 static bool startsRow(const Terminal &terminal, int row) {
   static const std::regex number(" *-?[0-9]+ *");
-  return std::regex_match(textOf(terminal, row, cellsOfRow(terminal, row).front()), number);
+  const std::vector<CellRange> cells = cellsOfRow(terminal, row);
+  return cells.size() > kPidCell &&
+         std::regex_match(textOf(terminal, row, cells[kPidCell]), number);
 }
 
 std::string complaintAboutRows(const Terminal &terminal, bool forRoot, Abilities abilities) {

@@ -4,9 +4,11 @@
 
 #include <sys/types.h>
 
+#include <span>
 #include <string>
 #include <vector>
 
+#include "harness/list_columns.h"
 #include "harness/terminal.h"
 
 namespace test {
@@ -20,14 +22,16 @@ struct Abilities {
 // Without a colour of its own. On a terminal with colours curses writes that as white on black.
 bool isPlain(const Cell &cell);
 
-// The texts of the columns that fit into this width, with the separators between them. The selected
-// one is the CPU column.
+// The texts of the columns of `list` that fit into this width, with the separators between them.
+// The selected one is the CPU column.
 struct HeaderLayout {
   std::string text;
+  std::vector<Column> columns;
   int selectedStart = -1;  // -1 when it does not fit
   int selectedEnd = -1;
 };
-HeaderLayout headerLayout(int columns, bool forRoot);
+HeaderLayout headerLayout(int columns, bool forRoot,
+                          std::span<const ListColumn> list = kListColumns);
 
 // -1 while there is none.
 int headerRow(const Terminal &terminal);

@@ -17,7 +17,6 @@ using testing::Optional;
 constexpr pid_t kHello = 40;
 constexpr char kSure[] = "Are you sure?";
 constexpr char kWhich[] = "Which PID do you want to kill today?";
-constexpr size_t kStatusCell = 12;
 
 class SimulatedControl : public testing::Test {
  protected:
@@ -110,18 +109,18 @@ TEST(SimulatedStatus, FollowsStopAndContinue) {
   ASSERT_EQ(display.press(kDownKey), "");
   ASSERT_THAT(display.highlightedPid(), Optional(kAsleep));
   for (const char *keys : {"tT", "Tt"}) {
-    EXPECT_EQ(display.cellOf(kAsleep, kStatusCell), "S");
+    EXPECT_EQ(display.cellOf(kAsleep, Column::status), "S");
     ASSERT_EQ(display.press(std::string(1, keys[0])), "");
-    EXPECT_EQ(display.cellOf(kAsleep, kStatusCell), "T");
+    EXPECT_EQ(display.cellOf(kAsleep, Column::status), "T");
     ASSERT_EQ(display.press(std::string(1, keys[1])), "");
-    EXPECT_EQ(display.cellOf(kAsleep, kStatusCell), "S");
+    EXPECT_EQ(display.cellOf(kAsleep, Column::status), "S");
   }
 }
 
 TEST_F(SimulatedControl, StopsAtOnceWhatIsNamed) {
   selectNone();
   ASSERT_EQ(display.answer("t", kWhich, "40"), "");
-  EXPECT_EQ(display.cellOf(kHello, kStatusCell), "T");
+  EXPECT_EQ(display.cellOf(kHello, Column::status), "T");
 }
 
 // A process of the test's own, alone in the list and selected. The display stands still, as on a
@@ -179,12 +178,12 @@ TEST_F(LiveControl, StopsAndContinues) {
     ASSERT_EQ(display.press(std::string(1, keys[0])), "");
     EXPECT_TRUE(awaitState('T'));
     thaw();
-    EXPECT_EQ(display.cellOf(helper.pid(), kStatusCell), "T");
+    EXPECT_EQ(display.cellOf(helper.pid(), Column::status), "T");
     select();
     ASSERT_EQ(display.press(std::string(1, keys[1])), "");
     EXPECT_TRUE(awaitState('S'));
     thaw();
-    EXPECT_EQ(display.cellOf(helper.pid(), kStatusCell), "S");
+    EXPECT_EQ(display.cellOf(helper.pid(), Column::status), "S");
     select();
   }
 }

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "harness/helper.h"
+#include "harness/list_columns.h"
 #include "harness/run.h"
 #include "harness/stepped_device.h"
 #include "harness/terminal.h"
@@ -45,8 +46,7 @@ bool showsList(const Terminal &terminal) {
 
 // Ascending by PID: what comes and goes moves few of the others.
 void sortByPid(Terminal &terminal) {
-  constexpr int kColumnsToPid = 7;
-  for (int i = 0; i < kColumnsToPid; i++) terminal.press(kLeftKey);
+  for (int i = placeOf(Column::pid); i < kSelectedColumn; i++) terminal.press(kLeftKey);
   terminal.press("r");
 }
 

@@ -14,6 +14,7 @@
 #include "columns/perspective.h"
 #include "terminal/status_bar.h"
 #include "tests/harness/configuration_file.h"
+#include "tests/harness/list_columns.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
@@ -22,37 +23,14 @@ namespace {
 
 using namespace sondex;
 using test::ConfigurationFile;
+using test::kListColumns;
 using testing::StartsWith;
 
 constexpr char kFailure[] = "Unable to open file for output";
 
 const std::string kHeaderLine = "## Config File for Z's Sondex, https://sondex.invalid/\n";
 const std::string kDefault =
-    "Perspective Default\n"
-    "\tShowWiFi\n"
-    "\tShowDisks\n"
-    "\tColumns\n"
-    "\t\tColumn\tUID \n"
-    "\t\tColumn\tPID  \n"
-    "\t\tColumn\tPPID  \n"
-    "\t\tColumn\tCOMMAND        \n"
-    "\t\tColumn\t#THR\n"
-    "\t\tColumn\tPRI  \n"
-    "\t\tColumn\tRSS \n"
-    "\t\tColumn\tVSS \n"
-    "\t\tColumn\tCPU  \n"
-    "\t\tColumn\tREAD \n"
-    "\t\tColumn\tWRITE \n"
-    "\t\tColumn\tCOAL\n"
-    "\t\tColumn\tS \n"
-    "\t\tColumn\tMS \n"
-    "\t\tColumn\tMEML\n"
-    "\t\tColumn\tSB\n"
-    "\t\tColumn\tTIME \n"
-    "\t\tColumn\tSTIME   \n"
-    "\t\tColumn\tFDs \n"
-    "\t\tColumn\tNet RX\n"
-    "\t\tColumn\tNet TX\n";
+    "Perspective Default\n\tShowWiFi\n\tShowDisks\n" + test::savedColumns();
 
 std::string saved(const Perspective *perspective) {
   char *text = nullptr;
@@ -86,7 +64,7 @@ TEST(SavedPerspective, TogglesInTheirOrder) {
   store(perspective->ShowDisks, 0);
   store(perspective->ShowNetworks, 0);
   store(perspective->ShowPower, 0);
-  EXPECT_THAT(saved(perspective), StartsWith("Perspective Default\n\tColumns\n\t\tColumn\tUID \n"));
+  EXPECT_EQ(saved(perspective), "Perspective Default\n" + test::savedColumns());
 }
 
 TEST(SavedPerspective, HiddenColumnsAreLeftOut) {
@@ -108,9 +86,11 @@ TEST(SavedPerspective, ColumnsThatAreNotShownForLackOfRightsStay) {
 TEST(SavedPerspective, MovedColumnsInTheirOrder) {
   const DisplayStateGuard state;
   moveCol(1, -1);
-  EXPECT_THAT(saved(getDefaultPerspective()),
-              StartsWith("Perspective Default\n\tShowWiFi\n\tShowDisks\n\tColumns\n"
-                         "\t\tColumn\tPID  \n\t\tColumn\tUID \n\t\tColumn\tPPID  \n"));
+  const std::string first = std::string("\t\tColumn\t") + kListColumns[0].saved + "\n";
+  const std::string second = std::string("\t\tColumn\t") + kListColumns[1].saved + "\n";
+  std::string expected = kDefault;
+  expected.replace(expected.find(first + second), (first + second).size(), second + first);
+  EXPECT_EQ(saved(getDefaultPerspective()), expected);
 }
 
 class ConfigFile : public testing::Test {

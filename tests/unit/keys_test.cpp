@@ -22,6 +22,7 @@
 #include "terminal/ending.h"
 #include "terminal/status_bar.h"
 #include "tests/harness/configuration_file.h"
+#include "tests/harness/list_columns.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/typed_keys.h"
 #include "tests/unit/wake_pipe.h"
@@ -32,6 +33,8 @@ using namespace sondex;
 using sampled::errorOutputOf;
 using sampled::outputOf;
 using sampled::SampledTest;
+using test::kListColumns;
+using test::kSelectedColumn;
 using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
@@ -391,13 +394,13 @@ TEST_F(Keys, NextVisibleIsLookedForInOneDirection) {
 TEST_F(Keys, LeftAndRightSelectAColumn) {
   Perspective *perspective = getCurrentPerspective();
   handleKey(kLeft);
-  EXPECT_EQ(load(perspective->selectedColumn), 7);
-  hide(6);
-  hide(5);
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn - 1);
+  hide(kSelectedColumn - 2);
+  hide(kSelectedColumn - 3);
   handleKey(kLeft);
-  EXPECT_EQ(load(perspective->selectedColumn), 4);
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn - 4);
   handleKey(kRight);
-  EXPECT_EQ(load(perspective->selectedColumn), 7);
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn - 1);
 }
 
 TEST_F(Keys, SelectionStopsAtTheEnds) {
@@ -436,32 +439,33 @@ TEST_F(Keys, ColumnsNeverLeaveThePerspective) {
 
 TEST_F(Keys, ShiftedOnesTakeTheColumnAlong) {
   Perspective *perspective = getCurrentPerspective();
+  const std::string neighbour = kListColumns[kSelectedColumn - 1].header;
   handleKey(kShiftedLeft);
-  EXPECT_EQ(load(perspective->selectedColumn), 7);
-  EXPECT_EQ(header(7), " CPU  ");
-  EXPECT_EQ(header(8), " VSS ");
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn - 1);
+  EXPECT_EQ(header(kSelectedColumn - 1), " CPU  ");
+  EXPECT_EQ(header(kSelectedColumn), neighbour);
   handleKey(kShiftedRight);
-  EXPECT_EQ(load(perspective->selectedColumn), 8);
-  EXPECT_EQ(header(8), " CPU  ");
-  EXPECT_EQ(header(7), " VSS ");
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn);
+  EXPECT_EQ(header(kSelectedColumn), " CPU  ");
+  EXPECT_EQ(header(kSelectedColumn - 1), neighbour);
 }
 
 TEST_F(Keys, ShiftedOnesStopAtTheEnds) {
   Perspective *perspective = getCurrentPerspective();
-  store(g_lastVisibleCol, 8);
+  store(g_lastVisibleCol, kSelectedColumn);
   handleKey(kShiftedRight);
-  EXPECT_EQ(load(perspective->selectedColumn), 8);
-  EXPECT_EQ(header(8), " CPU  ");
+  EXPECT_EQ(load(perspective->selectedColumn), kSelectedColumn);
+  EXPECT_EQ(header(kSelectedColumn), " CPU  ");
   store(perspective->selectedColumn, 0);
   handleKey(kShiftedLeft);
   EXPECT_EQ(load(perspective->selectedColumn), 0);
-  EXPECT_EQ(header(0), " UID ");
+  EXPECT_EQ(header(0), kListColumns[0].header);
 }
 
 TEST_F(Keys, MinusHidesTheSelectedColumn) {
   handleKey('-');
-  EXPECT_EQ(load(load(getCurrentPerspective()->columns[8])->hidden), 1);
-  EXPECT_EQ(load(getCurrentPerspective()->selectedColumn), 7);
+  EXPECT_EQ(load(load(getCurrentPerspective()->columns[kSelectedColumn])->hidden), 1);
+  EXPECT_EQ(load(getCurrentPerspective()->selectedColumn), kSelectedColumn - 1);
   EXPECT_EQ(load(g_Max_Cols), 18);
 }
 

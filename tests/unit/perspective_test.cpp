@@ -12,62 +12,76 @@
 #include "columns/column_table.h"
 #include "columns/comparators.h"
 #include "columns/renderers.h"
+#include "tests/harness/list_columns.h"
 #include "tests/unit/display_state.h"
 
 namespace {
 
 using namespace sondex;
+using test::Column;
+using test::kColumnCount;
+using test::kLastColumn;
+using test::kListColumns;
+using test::kSelectedColumn;
+using test::placeOf;
 
-struct ColumnRow {
+// What draws a column and what sorts by it.
+struct Behaviour {
   const ColumnDescriptor *column;
-  const char *header;
-  int32_t width;
   Renderer print;
   Comparator sort;
-  int32_t minOSVersion;
-  int32_t rootOnly;
 };
 
-const ColumnRow kColumns[] = {
-    {&col_pid, "PID  ", 6, print_pid, sort_pid, 0, 0},
-    {&col_ppid, "PPID  ", 6, print_ppid, sort_ppid, 0, 0},
-    {&col_uid, " UID ", 6, print_uid, sort_uid, 0, 0},
-    {&col_coalition, "COAL", 5, print_coalition, sort_coalition, 10, 0},
-    {&col_command, "COMMAND        ", 16, print_name, sort_name, 0, 0},
-    {&col_priority, "PRI  ", 5, print_priority, sort_priority, 0, 0},
-    {&col_threads, "#THR", 5, print_numthreads, sort_numthreads, 0, 0},
-    {&col_vsize, " VSS ", 6, print_vsize, sort_vsize, 0, 0},
-    {&col_rsize, " RSS ", 6, print_rsize, sort_rsize, 0, 0},
-    {&col_status, " S ", 4, print_status, sort_status, 0, 0},
-    {&col_memstatus, "MS ", 4, print_memstatus, sort_memstatus, 0, 1},
-    {&col_memlimit, "MEML", 5, print_memlimit, sort_memlimit, 0, 1},
-    {&col_sandbox, "SB", 3, print_sandbox, sort_sandbox, 0, 0},
-    {&col_codesign, "CS", 3, print_cs, sort_cs, 0, 0},
-    {&col_stime, "   STIME   ", 12, print_stime, sort_stime, 0, 0},
-    {&col_time, "   TIME ", 11, print_time, sort_time, 0, 0},
-    {&col_cpu, " CPU  ", 6, print_cpu_usage, sort_cpu_usage, 0, 0},
-    {&col_nfds, " FDs ", 5, print_numfds, sort_numfds, 0, 0},
-    {&col_dsk_r, " READ ", 7, print_io_rusage_read, sort_io_rusage_read, 9, 0},
-    {&col_dsk_w, "WRITE ", 7, print_io_rusage_written, sort_io_rusage_written, 9, 0},
-    {&col_net_rx, "Net RX", 7, print_netrx, sort_netrx, 0, 0},
-    {&col_net_tx, "Net TX", 7, print_nettx, sort_nettx, 0, 0},
+const Behaviour kBehaviours[] = {
+    {&col_uid, print_uid, sort_uid},
+    {&col_pid, print_pid, sort_pid},
+    {&col_ppid, print_ppid, sort_ppid},
+    {&col_command, print_name, sort_name},
+    {&col_threads, print_numthreads, sort_numthreads},
+    {&col_priority, print_priority, sort_priority},
+    {&col_rsize, print_rsize, sort_rsize},
+    {&col_vsize, print_vsize, sort_vsize},
+    {&col_cpu, print_cpu_usage, sort_cpu_usage},
+    {&col_dsk_r, print_io_rusage_read, sort_io_rusage_read},
+    {&col_dsk_w, print_io_rusage_written, sort_io_rusage_written},
+    {&col_coalition, print_coalition, sort_coalition},
+    {&col_status, print_status, sort_status},
+    {&col_memstatus, print_memstatus, sort_memstatus},
+    {&col_memlimit, print_memlimit, sort_memlimit},
+    {&col_sandbox, print_sandbox, sort_sandbox},
+    {&col_time, print_time, sort_time},
+    {&col_stime, print_stime, sort_stime},
+    {&col_nfds, print_numfds, sort_numfds},
+    {&col_net_rx, print_netrx, sort_netrx},
+    {&col_net_tx, print_nettx, sort_nettx},
 };
 
-TEST(ColumnTable, HasItsTwentyTwoColumns) {
-  ASSERT_EQ(std::size(kColumns), 22u);
-  for (const ColumnRow &row : kColumns) {
-    SCOPED_TRACE(row.header);
-    char header[16] = {};
-    std::memcpy(header, row.header, std::strlen(row.header));
-    EXPECT_EQ(std::memcmp(row.column->header, header, sizeof header), 0);
-    EXPECT_EQ(row.column->width, row.width);
-    EXPECT_EQ(row.column->print, row.print);
-    EXPECT_EQ(row.column->sort, row.sort);
-    EXPECT_EQ(row.column->hidden, 0);
-    EXPECT_EQ(row.column->minOSVersion, row.minOSVersion);
-    EXPECT_EQ(row.column->needsNetStat, 0);
-    EXPECT_EQ(row.column->rootOnly, row.rootOnly);
+void expectColumn(const Behaviour &expected, const char *header, int width, int generation,
+                  bool isForRoot) {
+  SCOPED_TRACE(header);
+  const ColumnDescriptor &column = *expected.column;
+  char padded[16] = {};
+  std::memcpy(padded, header, std::strlen(header));
+  EXPECT_EQ(std::memcmp(column.header, padded, sizeof padded), 0);
+  EXPECT_EQ(column.width, width);
+  EXPECT_EQ(column.print, expected.print);
+  EXPECT_EQ(column.sort, expected.sort);
+  EXPECT_EQ(column.hidden, 0);
+  EXPECT_EQ(column.minOSVersion, generation);
+  EXPECT_EQ(column.needsNetStat, 0);
+  EXPECT_EQ(column.rootOnly, isForRoot ? 1 : 0);
+}
+
+TEST(ColumnTable, HasTheColumnsOfTheList) {
+  ASSERT_EQ(std::size(kBehaviours), std::size(kListColumns));
+  for (int i = 0; i < kColumnCount; i++) {
+    const test::ListColumn &row = kListColumns[i];
+    expectColumn(kBehaviours[i], row.header, row.width, row.firstGeneration, row.isForRoot);
   }
+}
+
+TEST(ColumnTable, HasTheCodeSigningColumn) {
+  expectColumn({&col_codesign, print_cs, sort_cs}, "CS", 3, 0, false);
 }
 
 class PerspectiveTest : public testing::Test {
@@ -94,19 +108,15 @@ class PerspectiveTest : public testing::Test {
   DisplayStateGuard guard;
 };
 
-TEST_F(PerspectiveTest, DefaultHasTwentyOneColumnsInOrder) {
-  const ColumnDescriptor *const kOrder[] = {
-      &col_uid,    &col_pid,       &col_ppid,     &col_command, &col_threads, &col_priority,
-      &col_rsize,  &col_vsize,     &col_cpu,      &col_dsk_r,   &col_dsk_w,   &col_coalition,
-      &col_status, &col_memstatus, &col_memlimit, &col_sandbox, &col_time,    &col_stime,
-      &col_nfds,   &col_net_rx,    &col_net_tx};
+TEST_F(PerspectiveTest, DefaultHasTheColumnsOfTheListInOrder) {
   const Perspective *perspective = getDefaultPerspective();
-  ASSERT_EQ(std::size(kOrder), 21u);
-  ASSERT_EQ(perspective->numColumns, 21);
-  for (size_t i = 0; i < 21; i++)
-    EXPECT_EQ(std::memcmp(load(perspective->columns[i]), kOrder[i], sizeof(ColumnDescriptor)), 0)
+  ASSERT_EQ(perspective->numColumns, kColumnCount);
+  for (int i = 0; i < kColumnCount; i++)
+    EXPECT_EQ(
+        std::memcmp(load(perspective->columns[i]), kBehaviours[i].column, sizeof(ColumnDescriptor)),
+        0)
         << i;
-  for (int i = 21; i < kPerspectiveColumns; i++)
+  for (int i = kColumnCount; i < kPerspectiveColumns; i++)
     EXPECT_EQ(load(perspective->columns[i]), nullptr) << i;
   EXPECT_EQ(kPerspectiveColumns, 32);
 }
@@ -119,14 +129,14 @@ TEST_F(PerspectiveTest, DefaultHasItsNameSectionsAndSelection) {
   EXPECT_EQ(perspective->ShowDisks, 1);
   EXPECT_EQ(perspective->ShowNetworks, 0);
   EXPECT_EQ(perspective->ShowPower, 0);
-  EXPECT_EQ(perspective->selectedColumn, 8);
+  EXPECT_EQ(perspective->selectedColumn, placeOf(Column::processor));
   EXPECT_EQ(sortOf(perspective), sort_cpu_usage);
 }
 
 TEST_F(PerspectiveTest, DefaultLeavesTheCodeSigningColumnOut) {
   EXPECT_FALSE(hasColumn(getDefaultPerspective(), &col_codesign));
   EXPECT_TRUE(hasColumn(getDefaultPerspective(), &col_net_tx));
-  hideColumn(getDefaultPerspective(), 20);
+  hideColumn(getDefaultPerspective(), placeOf(Column::sent));
   EXPECT_TRUE(hasColumn(getDefaultPerspective(), &col_net_tx));
 }
 
@@ -151,23 +161,23 @@ TEST_F(PerspectiveTest, ReplacedByNoneIsBuiltAnew) {
   getDefaultPerspective()->selectedColumn = 2;
   setDefaultPerspective(nullptr);
   EXPECT_EQ(at(getDefaultPerspective(), 0).hidden, 0);
-  EXPECT_EQ(getDefaultPerspective()->selectedColumn, 8);
-  EXPECT_EQ(getDefaultPerspective()->numColumns, 21);
+  EXPECT_EQ(getDefaultPerspective()->selectedColumn, kSelectedColumn);
+  EXPECT_EQ(getDefaultPerspective()->numColumns, kColumnCount);
 }
 
 TEST_F(PerspectiveTest, MovedColumnChangesPlacesWithItsNeighbour) {
   Perspective *perspective = getCurrentPerspective();
   hideColumn(perspective, 2);
   EXPECT_EQ(moveCol(1, 1), 0);
-  EXPECT_STREQ(at(perspective, 1).header, "PPID  ");
+  EXPECT_STREQ(at(perspective, 1).header, kListColumns[2].header);
   EXPECT_EQ(at(perspective, 1).hidden, 1);
-  EXPECT_STREQ(at(perspective, 2).header, "PID  ");
+  EXPECT_STREQ(at(perspective, 2).header, kListColumns[1].header);
   EXPECT_EQ(at(perspective, 2).hidden, 0);
-  EXPECT_EQ(perspective->selectedColumn, 8) << "following is the caller's";
-  EXPECT_EQ(moveCol(20, -1), 0);
-  EXPECT_STREQ(at(perspective, 19).header, "Net TX");
-  EXPECT_STREQ(at(perspective, 20).header, "Net RX");
-  EXPECT_EQ(load(perspective->columns[21]), nullptr);
+  EXPECT_EQ(perspective->selectedColumn, kSelectedColumn) << "following is the caller's";
+  EXPECT_EQ(moveCol(kLastColumn, -1), 0);
+  EXPECT_STREQ(at(perspective, kLastColumn - 1).header, kListColumns[kLastColumn].header);
+  EXPECT_STREQ(at(perspective, kLastColumn).header, kListColumns[kLastColumn - 1].header);
+  EXPECT_EQ(load(perspective->columns[kColumnCount]), nullptr);
 }
 
 TEST_F(PerspectiveTest, ColumnMovedThereAndBackIsWhereItWas) {
@@ -211,12 +221,14 @@ TEST_F(PerspectiveTest, MovingColumnsIsSeenWhole) {
   int broken = 0;
   std::thread drawing([&] {
     while (!done.load()) {
-      for (int32_t i = 0; i < 21; i++) {
+      for (int32_t i = 0; i < kColumnCount; i++) {
         const ColumnDescriptor *column = columnAt(perspective, i);
-        const auto row = std::find_if(std::begin(kColumns), std::end(kColumns), [&](auto &known) {
-          return std::strcmp(known.header, column->header) == 0;
-        });
-        if (row == std::end(kColumns) || row->print != column->print || row->sort != column->sort) {
+        const auto row = std::find_if(
+            std::begin(kListColumns), std::end(kListColumns),
+            [&](auto &known) { return std::strcmp(known.header, column->header) == 0; });
+        const auto place = row - std::begin(kListColumns);
+        if (row == std::end(kListColumns) || kBehaviours[place].print != column->print ||
+            kBehaviours[place].sort != column->sort) {
           broken++;
         }
       }
@@ -225,8 +237,8 @@ TEST_F(PerspectiveTest, MovingColumnsIsSeenWhole) {
     }
   });
   for (int round = 0; round < 2000; round++) {
-    moveCol(round % 20, 1);
-    store(perspective->selectedColumn, round % 21);
+    moveCol(round % kLastColumn, 1);
+    store(perspective->selectedColumn, round % kColumnCount);
     if (round == 1000) hideSelectedCol(perspective);
   }
   done.store(true);
@@ -258,12 +270,12 @@ TEST_F(HideSelected, FirstPassesOverHiddenOnes) {
 }
 
 TEST_F(HideSelected, LastGoesToTheLeft) {
-  EXPECT_EQ(hide(20), 19);
+  EXPECT_EQ(hide(kLastColumn), kLastColumn - 1);
 }
 
 TEST_F(HideSelected, LastPassesOverHiddenOnes) {
-  for (int32_t i = 15; i < 20; i++) hideColumn(perspective, i);
-  EXPECT_EQ(hide(20), 14);
+  for (int32_t i = 15; i < kLastColumn; i++) hideColumn(perspective, i);
+  EXPECT_EQ(hide(kLastColumn), 14);
 }
 
 TEST_F(HideSelected, MiddleGoesToTheLeftFirst) {
@@ -280,23 +292,23 @@ TEST_F(HideSelected, GoesRightOnlyWhenAllToTheLeftIsHidden) {
 }
 
 TEST_F(HideSelected, OnlyOneLeftStaysWithinTheColumns) {
-  for (int32_t i = 0; i < 21; i++) store(at(perspective, i).hidden, i != 12);
+  for (int32_t i = 0; i < kColumnCount; i++) store(at(perspective, i).hidden, i != 12);
   const int32_t selected = hide(12);
   EXPECT_GE(selected, 0);
-  EXPECT_LT(selected, 21);
+  EXPECT_LT(selected, kColumnCount);
   EXPECT_NE(at(perspective, selected).sort, nullptr);
 }
 
 TEST_F(HideSelected, OneAfterTheOtherStaysWithinTheColumns) {
-  for (int round = 0; round < 25; round++) {
+  for (int round = 0; round < kColumnCount + 4; round++) {
     hideSelectedCol(perspective);
     ASSERT_GE(perspective->selectedColumn, 0);
-    ASSERT_LT(perspective->selectedColumn, 21);
+    ASSERT_LT(perspective->selectedColumn, kColumnCount);
     EXPECT_EQ(sortOf(perspective), at(perspective, perspective->selectedColumn).sort);
   }
-  for (int32_t i = 0; i < 21; i++) EXPECT_EQ(at(perspective, i).hidden, 1) << i;
-  EXPECT_EQ(load(perspective->columns[21]), nullptr) << "the end mark is no column";
-  EXPECT_EQ(perspective->numColumns, 21) << "hidden columns stay";
+  for (int32_t i = 0; i < kColumnCount; i++) EXPECT_EQ(at(perspective, i).hidden, 1) << i;
+  EXPECT_EQ(load(perspective->columns[kColumnCount]), nullptr) << "the end mark is no column";
+  EXPECT_EQ(perspective->numColumns, kColumnCount) << "hidden columns stay";
 }
 
 TEST_F(HideSelected, OfAFullPerspectiveStaysWithinTheArray) {
@@ -317,7 +329,7 @@ TEST_F(HideSelected, IsOfTheGivenPerspective) {
   hideSelectedCol(&own);
   EXPECT_EQ(at(&own, 4).hidden, 1);
   EXPECT_EQ(at(perspective, 4).hidden, 0);
-  EXPECT_EQ(perspective->selectedColumn, 8);
+  EXPECT_EQ(perspective->selectedColumn, kSelectedColumn);
 }
 
 class Visibility : public PerspectiveTest {
@@ -362,7 +374,7 @@ TEST_F(Visibility, OfOthersLeavesTheMemoryStatusOut) {
 TEST_F(Visibility, OfHiddenColumnsIsNone) {
   g_r00t = 1;
   g_OsVer = 15;
-  hideColumn(getCurrentPerspective(), 3);
+  hideColumn(getCurrentPerspective(), placeOf(Column::command));
   EXPECT_EQ(missing(), (Headers{"COMMAND        "}));
 }
 

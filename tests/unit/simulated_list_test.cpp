@@ -19,6 +19,7 @@
 #include "host/simulator/device_file.h"
 #include "host/simulator/simulated_machine.h"
 #include "screens/process_list.h"
+#include "tests/harness/list_columns.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
 
@@ -28,15 +29,7 @@ using namespace sondex;
 using host::simulator::Device;
 using host::simulator::Mistake;
 using host::simulator::SimulatedMachine;
-
-// Of the default perspective.
-enum Column : size_t {
-  kThreads = 4,
-  kResident = 6,
-  kVirtual = 7,
-  kRead = 9,
-  kWritten = 10,
-};
+using test::Column;
 
 class SimulatedList : public testing::Test {
  protected:
@@ -87,7 +80,8 @@ class SimulatedList : public testing::Test {
 
   std::string cell(const std::string &frame, const std::string &name, Column column) {
     const std::vector<std::string> cells = cellsOf(frame, name);
-    return cells.size() > column ? cells[column] : "(no cell)";
+    const auto place = static_cast<size_t>(test::placeOf(column));
+    return cells.size() > place ? cells[place] : "(no cell)";
   }
 
  private:
@@ -100,11 +94,11 @@ TEST_F(SimulatedList, WithoutDeltaModeShowsTotals) {
   sample();
   sample();
   const std::string second = frame();
-  EXPECT_EQ(cell(second, "rss-change", kResident), "  12M");
-  EXPECT_EQ(cell(second, "rss-grows", kResident), "1064K");
-  EXPECT_EQ(cell(second, "vss-change", kVirtual), "  11G");
-  EXPECT_EQ(cell(second, "disk-change", kRead), "    3M");
-  EXPECT_EQ(cell(second, "disk-change", kWritten), "    5M");
+  EXPECT_EQ(cell(second, "rss-change", Column::resident), "  12M");
+  EXPECT_EQ(cell(second, "rss-grows", Column::resident), "1064K");
+  EXPECT_EQ(cell(second, "vss-change", Column::virtualSize), "  11G");
+  EXPECT_EQ(cell(second, "disk-change", Column::read), "    3M");
+  EXPECT_EQ(cell(second, "disk-change", Column::written), "    5M");
 }
 
 // A resident size is cut to five characters.
@@ -113,34 +107,34 @@ TEST_F(SimulatedList, DeltaModeShowsWhatWasAddedSinceTheSampleBefore) {
   sample();
   // Without a sample before it: the totals.
   const std::string first = frame();
-  EXPECT_EQ(cell(first, "rss-change", kResident), "8192K");
-  EXPECT_EQ(cell(first, "vss-change", kVirtual), "  10G");
-  EXPECT_EQ(cell(first, "disk-change", kRead), "    1M");
+  EXPECT_EQ(cell(first, "rss-change", Column::resident), "8192K");
+  EXPECT_EQ(cell(first, "vss-change", Column::virtualSize), "  10G");
+  EXPECT_EQ(cell(first, "disk-change", Column::read), "    1M");
 
   sample();
   const std::string second = frame();
-  EXPECT_EQ(cell(second, "rss-change", kResident), "4096K");
-  EXPECT_EQ(cell(second, "rss-grows", kResident), "  40K");
-  EXPECT_EQ(cell(second, "rss-shrinks", kResident), " -40K");
-  EXPECT_EQ(cell(second, "rss-10G", kResident), "   0K");
-  EXPECT_EQ(cell(second, "vss-change", kVirtual), "1024M");
-  EXPECT_EQ(cell(second, "disk-change", kRead), "    2M");
-  EXPECT_EQ(cell(second, "disk-change", kWritten), "    4M");
-  EXPECT_EQ(cell(second, "disk-grows", kRead), "   10K");
-  EXPECT_EQ(cell(second, "disk-grows", kWritten), "   20K");
-  EXPECT_EQ(cell(second, "disk-refused", kRead), "?????");
+  EXPECT_EQ(cell(second, "rss-change", Column::resident), "4096K");
+  EXPECT_EQ(cell(second, "rss-grows", Column::resident), "  40K");
+  EXPECT_EQ(cell(second, "rss-shrinks", Column::resident), " -40K");
+  EXPECT_EQ(cell(second, "rss-10G", Column::resident), "   0K");
+  EXPECT_EQ(cell(second, "vss-change", Column::virtualSize), "1024M");
+  EXPECT_EQ(cell(second, "disk-change", Column::read), "    2M");
+  EXPECT_EQ(cell(second, "disk-change", Column::written), "    4M");
+  EXPECT_EQ(cell(second, "disk-grows", Column::read), "   10K");
+  EXPECT_EQ(cell(second, "disk-grows", Column::written), "   20K");
+  EXPECT_EQ(cell(second, "disk-refused", Column::read), "?????");
   // Not a figure that adds up.
-  EXPECT_EQ(cell(second, "threads-more", kThreads), " 5  ");
+  EXPECT_EQ(cell(second, "threads-more", Column::threads), " 5  ");
   // New in this sample: its totals.
-  EXPECT_EQ(cell(second, "newcomer", kResident), "  20M");
-  EXPECT_EQ(cell(second, "newcomer", kRead), "    1M");
+  EXPECT_EQ(cell(second, "newcomer", Column::resident), "  20M");
+  EXPECT_EQ(cell(second, "newcomer", Column::read), "    1M");
 
   sample();
   const std::string third = frame();
-  EXPECT_EQ(cell(third, "rss-change", kResident), "-8192");
-  EXPECT_EQ(cell(third, "vss-change", kVirtual), "-2048M");
-  EXPECT_EQ(cell(third, "disk-change", kRead), "    0B");
-  EXPECT_EQ(cell(third, "newcomer", kResident), "   0K");
+  EXPECT_EQ(cell(third, "rss-change", Column::resident), "-8192");
+  EXPECT_EQ(cell(third, "vss-change", Column::virtualSize), "-2048M");
+  EXPECT_EQ(cell(third, "disk-change", Column::read), "    0B");
+  EXPECT_EQ(cell(third, "newcomer", Column::resident), "   0K");
 }
 
 TEST_F(SimulatedList, DeltaModeShowsTheGrowthOfCompression) {
