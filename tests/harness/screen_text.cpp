@@ -1,7 +1,5 @@
 #include "harness/screen_text.h"
 
-#include <sys/syscall.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -113,20 +111,6 @@ class Legend {
   std::string letters_;
 };
 
-// Which call the main thread waits in, as the kernel writes it: "" when that can't be read.
-std::string waitingCall(pid_t pid) {
-  const std::string text = readFile("/proc/" + std::to_string(pid) + "/syscall");
-  return text.substr(0, text.find_first_of(" \n"));
-}
-
-// The program polls in one place: where it waits for the time of the next frame.
-bool isPoll(const std::string &call) {
-#ifdef SYS_poll
-  if (call == std::to_string(SYS_poll)) return true;
-#endif
-  return call == std::to_string(SYS_ppoll);
-}
-
 }  // namespace
 
 Screen screenOf(const Terminal &terminal) {
@@ -170,15 +154,14 @@ std::string asText(const Screen &screen) {
 std::string awaitWholeFrame(Terminal &terminal, Duration patience) {
   // What was written before the program was seen to wait has been taken in when there is no more of
   // it afterwards.
-  std::string call;
   size_t taken = 0;
   bool wasWaiting = false;
   const auto isWhole = [&] {
     const bool isQuiet = terminal.written().size() == taken;
     if (terminal.hasEnded() || (wasWaiting && isQuiet && taken > 0)) return true;
     taken = terminal.written().size();
-    call = waitingCall(terminal.pid());
-    wasWaiting = isPoll(call);
+    const std::optional<BlockedCall> call = blockedCall(terminal.pid(), terminal.pid());
+    wasWaiting = call && isPoll(*call);
     return false;
   };
   const bool inTime = terminal.waitFor(isWhole, patience);
@@ -186,10 +169,10 @@ std::string awaitWholeFrame(Terminal &terminal, Duration patience) {
   if (terminal.hasEnded()) {
     terminal.waitForEnd();  // takes in the rest
     complaint = "the program has ended";
-  } else if (call.empty()) {
-    complaint = "the kernel does not say which call the program is in";
   } else if (!inTime) {
-    complaint = "no whole frame";
+    const std::string call = readFile("/proc/" + std::to_string(terminal.pid()) + "/syscall");
+    complaint =
+        call.empty() ? "the kernel does not say which call the program is in" : "no whole frame";
   } else {
     return "";
   }

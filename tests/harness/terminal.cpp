@@ -211,6 +211,33 @@ bool Terminal::waitFor(const std::function<bool()> &condition, Duration patience
   return true;
 }
 
+bool Terminal::isAtRest() {
+  // To poll is to have the kernel hand on first what is still on its way between the two ends.
+  pollfd keys{line_.get(), POLLIN, 0};
+  if (::poll(&keys, 1, 0) != 0) return false;
+  return watch_.isAtRest() && !takeIn(Duration{0});
+}
+
+bool Terminal::hasFrameToCome(Clock::time_point deadline) const {
+  const std::optional<Duration> wait = watch_.wait();
+  return !wait || (*wait >= Duration{0} && Clock::now() + *wait < deadline);
+}
+
+bool Terminal::waitForWork(const std::function<bool()> &condition, Duration patience) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  int moreFrames = 2;
+  bool holds = false;
+  const auto isOver = [&] {
+    holds = condition();
+    if (holds) return true;
+    if (!isAtRest()) return false;
+    return !hasFrameToCome(deadline) || moreFrames-- == 0 || !drawAgain();
+  };
+  watch_.restart();
+  waitFor(isOver, patience);
+  return holds;
+}
+
 std::string Terminal::await(const std::function<std::string()> &complaint, Duration patience) {
   std::string last;
   bool ended = false;
@@ -221,7 +248,7 @@ std::string Terminal::await(const std::function<std::string()> &complaint, Durat
     last = complaint();
     return last.empty() || ended;
   };
-  waitFor(isSettled, patience);
+  waitForWork(isSettled, patience);
   if (last.empty()) return "";
   return last + (ended ? "; the program has ended" : "") + "\n--- screen ---\n" + text() + "---\n";
 }
@@ -235,7 +262,9 @@ std::string Terminal::awaitText(std::string_view wanted, Duration patience) {
 }
 
 std::optional<Ending> Terminal::waitForEnd(Duration patience) {
-  waitFor([this] { return hasEnded(); }, patience);
+  const Clock::time_point deadline = Clock::now() + patience;
+  watch_.restart();
+  waitFor([&] { return hasEnded() || (isAtRest() && !hasFrameToCome(deadline)); }, patience);
   while (takeIn(Duration{0})) continue;
   return child_.poll();
 }

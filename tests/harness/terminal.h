@@ -13,6 +13,7 @@
 
 #include "harness/child.h"
 #include "harness/file_handle.h"
+#include "harness/rest_watch.h"
 
 namespace test {
 
@@ -68,11 +69,15 @@ class Terminal {
   void hangUp();
 
   // Takes in what the program writes until `complaint` has none about the screen, and returns "".
-  // At the deadline, or once the program has ended, returns the last complaint and the screen.
+  // At the deadline, once the program has ended, and when there is nothing more to come, returns
+  // the last complaint and the screen.
   std::string await(const std::function<std::string()> &complaint, Duration patience = kPatience);
   std::string awaitText(std::string_view wanted, Duration patience = kPatience);
   // For as long as `condition` does not hold. False at the deadline.
   bool waitFor(const std::function<bool()> &condition, Duration patience = kPatience);
+  // The same for what the program does as soon as it can: false also once it rests. Where it would
+  // go on to draw frames by itself before the deadline, it is told to draw two of them first.
+  bool waitForWork(const std::function<bool()> &condition, Duration patience = kPatience);
   // Nothing when the program still runs at the deadline. Afterwards all that it wrote is taken in.
   std::optional<Ending> waitForEnd(Duration patience = kPatience);
   bool hasEnded() { return child_.poll().has_value(); }
@@ -112,6 +117,9 @@ class Terminal {
   bool takeIn(Duration patience);
   bool takeInScreen();
   bool takeInError();
+  // Whether the program has shown all that it was told to. To be asked again and again.
+  bool isAtRest();
+  bool hasFrameToCome(Clock::time_point deadline) const;
 
   int columns_;
   int rows_;
@@ -127,6 +135,7 @@ class Terminal {
   std::string written_;
   std::string standardError_;
   Child child_;
+  RestWatch watch_{child_.pid()};
 };
 
 // Whether two sets of line modes are the same.

@@ -49,7 +49,7 @@ class DetailsScreen : public testing::Test {
     awaitList(display);
   }
   void awaitList(Display &display) {
-    ASSERT_TRUE(display.terminal().waitFor([&] { return display.headerRow() >= 0; }))
+    ASSERT_TRUE(display.terminal().waitForWork([&] { return display.headerRow() >= 0; }))
         << display.terminal().text();
     ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
   }
@@ -162,12 +162,12 @@ TEST_F(DetailsOfAMappedProcess, SayThatACoreIsDumped) {
     ASSERT_NO_FATAL_FAILURE(openMapped(display));
     ASSERT_FALSE(core.exists());
     display.terminal().press(key);
-    EXPECT_TRUE(display.terminal().waitFor([&] {
+    EXPECT_TRUE(display.terminal().waitForWork([&] {
       return display.terminal().written().find("Dumping core... Please wait...") !=
              std::string::npos;
     })) << display.terminal().text();
     // The file begins as a core does once it is whole.
-    ASSERT_TRUE(display.terminal().waitFor([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
+    ASSERT_TRUE(display.terminal().waitForWork([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
     const std::string bytes = core.bytes();
     EXPECT_EQ(bytes.size(), 0x1000u + 0x4000 + (1 << 20));
     EXPECT_EQ(bytes.substr(0x1000 + 0x4000, 10), "stackstack");
@@ -187,7 +187,7 @@ TEST_F(DetailsOfAMappedProcess, KeepWhatIsSaidOfACoreOffTheScreen) {
   for (int dumped = 0; dumped < 2; dumped++) {
     std::filesystem::remove(core.path());
     display.terminal().press("c");
-    ASSERT_TRUE(display.terminal().waitFor([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
+    ASSERT_TRUE(display.terminal().waitForWork([&] { return coreStart() == "\xcf\xfa\xed\xfe"; }));
     ASSERT_EQ(display.terminal().awaitText(kHint), "");
   }
   EXPECT_THAT(display.terminal().written(), Not(HasSubstr("Warning: Segment")));
@@ -203,7 +203,7 @@ TEST_F(DetailsOfAMappedProcess, SayOfACoreWhatGoesElsewhere) {
   Display display(place(kUnreadable, true));
   ASSERT_NO_FATAL_FAILURE(openMapped(display));
   display.terminal().press("c");
-  EXPECT_TRUE(display.terminal().waitFor([&] {
+  EXPECT_TRUE(display.terminal().waitForWork([&] {
     return display.terminal().standardError().find(kUnread) != std::string::npos;
   })) << display.terminal().standardError();
   EXPECT_THAT(display.terminal().written(), Not(HasSubstr("Warning: Segment")));
@@ -214,7 +214,7 @@ TEST_F(DetailsOfAMappedProcess, SayWhyThereIsNoCore) {
   Display display(place("", true));
   ASSERT_NO_FATAL_FAILURE(openMapped(display));
   display.terminal().press("C");
-  EXPECT_TRUE(display.terminal().waitFor([&] {
+  EXPECT_TRUE(display.terminal().waitForWork([&] {
     return display.terminal().standardError().find(core.path() + ": Is a directory\n") !=
            std::string::npos;
   })) << display.terminal().standardError();
@@ -289,7 +289,7 @@ TEST_F(DetailsOfHello, AreDrawnAnewEverySecond) {
   EXPECT_TRUE(
       display.terminal().waitFor([&] { return display.terminal().frames() >= frames + 3; }));
   // Each begins with an empty screen.
-  EXPECT_TRUE(display.terminal().waitFor([&] { return row(0) == kWarning; }));
+  EXPECT_TRUE(display.terminal().waitForWork([&] { return row(0) == kWarning; }));
 }
 
 // The refresh loop samples when it is woken, and the clock of the device steps with that: Hello
@@ -298,7 +298,7 @@ TEST_F(DetailsOfHello, FollowTheProcessWhileSamplingGoesOn) {
   open(display);
   const std::string before = row(8);
   display.terminal().signal(SIGWINCH);
-  EXPECT_TRUE(display.terminal().waitFor([&] {
+  EXPECT_TRUE(display.terminal().waitForWork([&] {
     return row(8) != before && display.terminal().findRow("Resident size:") == 8;
   })) << display.terminal().text();
   // No frame of the list comes in between.
@@ -379,7 +379,7 @@ TEST_F(DetailsScreen, HasAKeyForTheRegions) {
   open(display, "0 File descriptors: 0 files (press F for detailed information)");
   const int hierarchy = display.terminal().findRow("Process Hierarchy:");
   const auto isAt = [&](int row) {
-    return display.terminal().waitFor(
+    return display.terminal().waitForWork(
         [&] { return display.terminal().findRow("Process Hierarchy:") == row; });
   };
   for (const char *key : {"r", "R"}) {

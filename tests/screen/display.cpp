@@ -81,7 +81,7 @@ std::string Display::press(std::string_view keys, size_t frames) {
   const size_t wanted = terminal_.frames() + frames;
   terminal_.press(keys);
   const auto areDrawn = [&] { return terminal_.frames() >= wanted || terminal_.hasEnded(); };
-  if (!terminal_.waitFor(areDrawn)) return withScreen("not all frames were drawn");
+  if (!terminal_.waitForWork(areDrawn)) return withScreen("not all frames were drawn");
   const std::string complaint = awaitWholeFrame(terminal_);
   if (!complaint.empty()) return complaint;
   return terminal_.frames() == wanted ? "" : withScreen("too many frames were drawn");

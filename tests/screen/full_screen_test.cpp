@@ -173,7 +173,7 @@ TEST(SmallScreen, HasAHeaderRow) {
 
 TEST(SmallScreen, OfOneCellDoesNoHarm) {
   Terminal terminal(optionsOf({1, 1}));
-  ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
+  ASSERT_TRUE(terminal.waitForWork([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
   for (int i = 0; i < 3; i++) refresh(terminal);
   terminal.resize(132, 50);
   refresh(terminal);
@@ -185,7 +185,7 @@ class Shape : public testing::TestWithParam<Size> {};
 
 TEST_P(Shape, IsSurvived) {
   Terminal terminal(optionsOf(GetParam()));
-  ASSERT_TRUE(terminal.waitFor([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
+  ASSERT_TRUE(terminal.waitForWork([&] { return terminal.frames() > 0 || terminal.hasEnded(); }));
   refresh(terminal);
   expectEndByCtrlC(terminal);
 }
@@ -279,7 +279,7 @@ TEST(Row, ShowsInRedThatTimeHasGrown) {
     // The seconds: there are blanks before them.
     return terminal.cell(row, cells[kTimeCell].start + 4);
   };
-  ASSERT_TRUE(terminal.waitFor(
+  ASSERT_TRUE(terminal.waitForWork(
       [&] { return timeCell(busy.pid()).has_value() && timeCell(asleep.pid()).has_value(); }));
   EXPECT_NE(timeCell(busy.pid())->foreground, kRed) << "without a frame before it";
 
@@ -302,7 +302,7 @@ TEST(Pressure, IsMarkedWithoutAWord) {
   TerminalOptions options = optionsOf({132, 50});
   options.environment = device.environment();
   Terminal terminal(options);
-  ASSERT_TRUE(terminal.waitFor([&] { return headerRow(terminal) >= 0; })) << terminal.text();
+  ASSERT_TRUE(terminal.waitForWork([&] { return headerRow(terminal) >= 0; })) << terminal.text();
   // A thread of its own hears of it, sooner or later; the mark stays for two frames.
   const auto isMarked = [&] { return terminal.findRow(" <PRESSURE> ") >= 0; };
   constexpr Duration kOneFrame{500};
@@ -527,7 +527,7 @@ TEST(StandardError, IsHeldBackOnAScreenThatOpensAgain) {
   // With it, what is wrong with a coalition is said below the closed screen: here with each sample.
   options.environment.emplace_back("ZDEBUG", "1");
   Terminal terminal(options);
-  ASSERT_TRUE(terminal.waitFor([&] { return headerRow(terminal) >= 0; })) << terminal.text();
+  ASSERT_TRUE(terminal.waitForWork([&] { return headerRow(terminal) >= 0; })) << terminal.text();
   for (int i = 0; i < 3; i++) refresh(terminal);
   expectEndByCtrlC(terminal);
 

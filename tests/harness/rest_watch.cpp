@@ -1,0 +1,112 @@
+#include "harness/rest_watch.h"
+
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+#include "harness/process_facts.h"
+
+namespace test {
+
+namespace {
+
+// A screen of its own looks for a key once a second, in ten naps. After some of those seconds it
+// has drawn what a key asked for, and what comes by itself.
+constexpr long kNapsToRest = 40;
+
+bool isNap(const BlockedCall &call) {
+#ifdef SYS_nanosleep
+  if (call.number == SYS_nanosleep) return true;
+#endif
+  return call.number == SYS_clock_nanosleep;
+}
+
+bool isReadOfKeys(const BlockedCall &call) {
+  return call.number == SYS_read && call.arguments[0] == STDIN_FILENO;
+}
+
+std::string folderOf(pid_t program, pid_t thread) {
+  return "/proc/" + std::to_string(program) + "/task/" + std::to_string(thread) + "/";
+}
+
+long napsOf(const std::string &status) {
+  constexpr std::string_view kName = "\nvoluntary_ctxt_switches:";
+  const size_t at = status.find(kName);
+  return at == std::string::npos ? -1 : std::stol(status.substr(at + kName.size()));
+}
+
+}  // namespace
+
+std::optional<BlockedCall> blockedCall(pid_t program, pid_t thread) {
+  const std::string folder = folderOf(program, thread);
+  BlockedCall call;
+  call.naps = napsOf(readFile(folder + "status"));
+  std::istringstream text(readFile(folder + "syscall"));  // "running", or numbers
+  text >> call.number >> std::hex;
+  for (unsigned long long &argument : call.arguments) text >> argument;
+  if (!text || napsOf(readFile(folder + "status")) != call.naps) return std::nullopt;
+  return call;
+}
+
+bool isPoll(const BlockedCall &call) {
+#ifdef SYS_poll
+  if (call.number == SYS_poll) return true;
+#endif
+  return call.number == SYS_ppoll;
+}
+
+void RestWatch::restart() {
+  last_.reset();
+  firstNap_.reset();
+}
+
+// It reads keys for most of the time.
+void RestWatch::findInputThread() {
+  std::error_code gone;
+  const std::string threads = "/proc/" + std::to_string(program_) + "/task";
+  for (const auto &entry : std::filesystem::directory_iterator(threads, gone)) {
+    const pid_t thread = std::stoi(entry.path().filename());
+    const std::optional<BlockedCall> call = blockedCall(program_, thread);
+    if (thread != program_ && call && isReadOfKeys(*call)) inputThread_ = thread;
+  }
+}
+
+std::optional<RestWatch::Look> RestWatch::look() {
+  if (inputThread_ < 0) findInputThread();
+  const std::optional<BlockedCall> main = blockedCall(program_, program_);
+  const std::optional<BlockedCall> input = blockedCall(program_, inputThread_);
+  if (!main || !input || !isPoll(*main)) return std::nullopt;
+  if (!isReadOfKeys(*input) && !isPoll(*input) && !isNap(*input)) return std::nullopt;
+  return Look{*main, *input};
+}
+
+bool RestWatch::isAtRest() {
+  const std::optional<Look> now = look();
+  const bool isSame = now && now == last_;
+  last_ = now;
+  if (!isSame) return false;
+  if (!firstNap_) firstNap_ = now->input.naps;
+  return !isNap(now->input) || now->input.naps - *firstNap_ >= kNapsToRest;
+}
+
+std::optional<Duration> RestWatch::wait() const {
+  if (!last_) return std::nullopt;
+  const BlockedCall &call = last_->main;
+#ifdef SYS_poll
+  if (call.number == SYS_poll) return Duration(static_cast<int>(call.arguments[2]));
+#endif
+  if (call.arguments[2] == 0) return Duration(-1);
+  timespec time{};
+  const iovec here{&time, sizeof time};
+  const iovec there{reinterpret_cast<void *>(call.arguments[2]), sizeof time};
+  if (process_vm_readv(program_, &here, 1, &there, 1, 0) != sizeof time) return std::nullopt;
+  return std::chrono::duration_cast<Duration>(std::chrono::seconds(time.tv_sec) +
+                                              std::chrono::nanoseconds(time.tv_nsec));
+}
+
+}  // namespace test
