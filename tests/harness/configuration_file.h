@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "folder_lock.h"  // of this folder, whose name differs between those who include this
+#include "own_tmp.h"  // of this folder, whose name differs between those who include this
 
 namespace test {
 
@@ -44,7 +44,7 @@ class ConfigurationFile {
 
  private:
   static constexpr char kPutAside[] = "/tmp/.sdrc.put-aside-by-test";
-  FolderLock lock_;
+  OwnTmp tmp_;
   bool isOurs_ = false;
 };
 

@@ -18,7 +18,7 @@
 
 #include "harness/core_commands.h"
 #include "harness/core_file.h"
-#include "harness/folder_lock.h"
+#include "harness/own_tmp.h"
 #include "harness/run.h"
 #include "harness/size_limit.h"
 #include "harness/terminal.h"
@@ -116,6 +116,14 @@ std::string wantedCore() {
   return core + repeated("abc", 0x1000);
 }
 
+// Where /tmp is everybody's, somebody else's file may have a name already.
+std::string whatIsAt(const std::string &path) {
+  struct stat found {};
+  if (lstat(path.c_str(), &found) != 0) return "nothing";
+  return std::to_string(found.st_ino) + ", changed " + std::to_string(found.st_ctim.tv_sec) + "." +
+         std::to_string(found.st_ctim.tv_nsec);
+}
+
 // On a device with one process that has the file's PID.
 class Core : public testing::Test {
  protected:
@@ -180,21 +188,25 @@ TEST_F(Core, TakesATaskPort) {
 }
 
 TEST_F(Core, OfNoProcess) {
+  const OwnTmp tmp;
   const std::string none = "2147483646";  // beyond what any kernel gives
+  const std::string before = whatIsAt("/tmp/core." + none);
   const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
   for (const char *word : {"core", "binary"}) {
     expect(runSondex({none, word}, device.environment()), 0, none + ": No such process!\n");
   }
-  EXPECT_FALSE(fs::exists("/tmp/core." + none));
+  EXPECT_EQ(whatIsAt("/tmp/core." + none), before);
 }
 
 TEST_F(Core, OfAllIsRefused) {
+  const OwnTmp tmp;
+  const std::string before = whatIsAt("/tmp/core.-1");
   const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
   expect(runSondex({"all", "core"}, device.environment()), kNoTaskPort, kNoPort + failed(-1));
   expect(runSondex({"all", "core", "mini"}, device.environment()), kNoTaskPort,
          kNoPort + failed(-1));
   expect(runSondex({"all", "binary"}, device.environment()), kNoTaskPort, kNoPort);
-  EXPECT_FALSE(fs::exists("/tmp/core.-1"));
+  EXPECT_EQ(whatIsAt("/tmp/core.-1"), before);
   EXPECT_FALSE(core.exists());
 }
 
@@ -292,7 +304,7 @@ class KernelCore : public testing::Test {
   }
 
   static constexpr char kPath[] = "/tmp/core.0";
-  const FolderLock lock;
+  const OwnTmp tmp;
 };
 
 TEST_F(KernelCore, IsRefusedByStockKernels) {
@@ -337,7 +349,7 @@ class Binary : public Core {
   ~Binary() override { fs::remove(kPath); }
 
   static constexpr char kPath[] = "/tmp/CORE";
-  const FolderLock lock;
+  const OwnTmp tmp;
 };
 
 // Devices don't tell what was started, so that the executable can't be opened either.

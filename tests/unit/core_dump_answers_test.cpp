@@ -17,7 +17,7 @@
 #include "darwin/mach_vm.h"
 #include "darwin/sysctl.h"
 #include "darwin/thread_state.h"
-#include "tests/harness/folder_lock.h"
+#include "tests/harness/own_tmp.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/sampled_machine.h"
@@ -85,6 +85,9 @@ constexpr char kBinary[] = "/tmp/CORE";
 constexpr size_t kArgumentArea = 8192;
 
 class CoreDumpAnswers : public memory_test::MemoryTest {
+ private:
+  const test::OwnTmp tmp_;
+
  protected:
   CoreDumpAnswers() {
     machine.pid = static_cast<pid_t>(getpid());
@@ -184,7 +187,6 @@ TEST_F(CoreDumpAnswers, RecordsKeepThePlaceOfTheWalk) {
 
 // Newer kernels tell regions of their own task by the walk alone.
 TEST_F(CoreDumpAnswers, RegionsWithoutARecordHaveTheProtectionOfTheWalk) {
-  const test::FolderLock lock;
   machine.pid = 0;
   machine.givesKernelTask = true;
   machine.family = 10002;
@@ -378,9 +380,6 @@ class BinaryDumpAnswers : public CoreDumpAnswers {
 
   std::vector<int> name;
   size_t room = 0;
-
- private:
-  const test::FolderLock lock_;
 };
 
 TEST_F(BinaryDumpAnswers, TellsWhatTheProcessWasStartedAs) {

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "darwin/macho.h"
-#include "tests/harness/folder_lock.h"
+#include "tests/harness/own_tmp.h"
 #include "tests/harness/size_limit.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/pseudo_terminal.h"
@@ -37,6 +37,9 @@ struct Freed {
 };
 
 class CoreDumpTest : public memory_test::MemoryTest {
+ private:
+  const test::OwnTmp tmp_;
+
  protected:
   CoreDumpTest() {
     machine.pid = static_cast<pid_t>(getpid());
@@ -391,7 +394,6 @@ TEST_F(CoreDumpTest, TheKernelsTaskIsAskedForAsASpecialPort) {
 }
 
 TEST_F(CoreDumpTest, TheKernelsTaskIsDumpedThroughItsSpecialPort) {
-  const test::FolderLock lock;
   machine.givesKernelTask = true;
   machine.pid = 0;
   machine.regions = {makeRegion(kFirst, 0x1000)};
@@ -573,14 +575,10 @@ TEST_F(CoreDumpTest, WriteProcessMemoryIsNotOffered) {
             "Not yet\n");
 }
 
-// The one name that all runs share: what a test of another run has there, this one waits for.
 class BinaryDumpTest : public CoreDumpTest {
  protected:
   BinaryDumpTest() { fs::remove(kBinary); }
   ~BinaryDumpTest() override { fs::remove(kBinary); }
-
- private:
-  const test::FolderLock lock_;
 };
 
 TEST_F(BinaryDumpTest, TheFirstRegionAlone) {
