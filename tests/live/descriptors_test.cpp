@@ -513,9 +513,10 @@ TEST_F(Crowd, IsListedWhole) {
 
 // As `sondex all fds | head -1` leaves it.
 TEST(Listing, EndsQuietlyWhenNobodyReads) {
-  // More than is held back for a pipe that is not read.
   const Helper helper(Steps{"memfd", "many", "fds", "100", "children", "20"});
+  // More is listed than is held back for a pipe that is not read: that of one page.
   Pipe output = makePipe();
+  ASSERT_GT(fcntl(output.writeEnd.get(), F_SETPIPE_SZ, 1), 0);
   Pipe error = makePipe();
   Launch launch;
   launch.program = sondexPath();

@@ -100,7 +100,7 @@ class CursesScreen {
   void type(std::string_view keys) const {
     m_terminal.type(keys);
     pollfd program = {m_terminal.programEnd(), POLLIN, 0};
-    constexpr int kPatience = 10'000;  // milliseconds
+    constexpr int kPatience = 60'000;  // milliseconds
     if (poll(&program, 1, kPatience) != 1) throw std::runtime_error("nothing to read was typed");
   }
 

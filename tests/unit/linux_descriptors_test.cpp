@@ -664,7 +664,7 @@ TEST_F(DescriptorsTest, SocketYoungerThanTheReadingIsFoundSoon) {
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   const Owned one(ends[0]);
   const Owned other(ends[1]);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   darwin::socket_fdinfo info = {};
   while (info.psi.soi_proto.pri_un.unsi_conn_so == 0 &&
          std::chrono::steady_clock::now() < deadline) {
@@ -809,7 +809,7 @@ TEST_F(DescriptorsTest, SharedMemoryKnowsWhereItIsMapped) {
   ASSERT_NE(part, MAP_FAILED);
   const auto lowest = reinterpret_cast<uint64_t>(std::min(whole, part));
   // A reading of the mappings is used for a moment.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (address(memory.get()) != lowest && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::yield();
   }

@@ -62,7 +62,7 @@ TEST(SimulatedClockTest, AWallClockGoesOnByItself) {
   Device given = device();
   given.clock.isStepped = false;
   SimulatedMachine machine(given);
-  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  const auto deadline = std::chrono::steady_clock::now() + 60s;
   const Nanoseconds first = machine.now();
   while (machine.now() <= first + 1ms && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::yield();

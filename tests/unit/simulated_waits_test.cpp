@@ -27,7 +27,7 @@ using host::simulator::StartProcess;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kPatience{60};
 
 Device onTheWall(std::vector<Process> processes, std::vector<Event> events = {}) {
   Device made = device(std::move(processes));

@@ -359,7 +359,7 @@ class WantedMachine : public SampledMachine {
 };
 
 void tellWhetherWanted() {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (!WantedMachine::wanted.load() && std::chrono::steady_clock::now() < deadline)
     std::this_thread::yield();
   std::fputs(WantedMachine::wanted.load() ? "<wanted>" : "<not wanted>", stderr);
