@@ -24,6 +24,7 @@
 #include "harness/debugger.h"
 #include "harness/file_handle.h"
 #include "harness/helper.h"
+#include "harness/own_tmp.h"
 #include "harness/process_facts.h"
 #include "harness/run.h"
 
@@ -83,6 +84,7 @@ class LiveCore {
     std::filesystem::remove(path_, ignored);
   }
 
+  const OwnTmp tmp_;
   std::string path_;
 };
 
