@@ -18,6 +18,8 @@
 #include "host/entry/gestalt.h"
 #include "host/entry/kernel.h"
 #include "host/entry/wireless.h"
+#include "host/machine/kernel.h"
+#include "host/machine/processes.h"
 
 namespace {
 
@@ -35,7 +37,7 @@ const OptionalEntryPoint kOptionalEntryPoints[] = {
 uid_t callerUser() noexcept {
   uid_t user = 0;
   const host::Errno error = host::guarded([&user]() -> host::Errno {
-    user = host::machine().callerUser();
+    user = host::kernel().callerUser();
     return host::kAnswered;
   });
   return error == host::kAnswered ? user : __real_geteuid();
@@ -56,7 +58,7 @@ bool isIPv4Socket(int descriptor) {
 extern "C" int __wrap_uname(struct utsname *name) noexcept {
   const host::Errno error = host::guarded([name]() -> host::Errno {
     host::KernelName kernel;
-    const host::Errno refused = host::machine().kernelName(kernel);
+    const host::Errno refused = host::kernel().kernelName(kernel);
     if (refused != host::kAnswered) return refused;
     if (name == nullptr) return darwin::DARWIN_EFAULT;
     *name = {};
@@ -80,8 +82,8 @@ extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
   if (handle == RTLD_DEFAULT && name != nullptr) {
     for (const OptionalEntryPoint &entry : kOptionalEntryPoints) {
       if (std::strcmp(name, entry.name) != 0) continue;
-      return host::isSo([name] { return host::machine().hasEntryPoint(name); }) ? entry.address
-                                                                                : nullptr;
+      return host::isSo([name] { return host::kernel().hasEntryPoint(name); }) ? entry.address
+                                                                               : nullptr;
     }
   }
   if (host::isGestalt(handle)) return name == nullptr ? nullptr : host::findInGestalt(name);
@@ -91,7 +93,7 @@ extern "C" void *__wrap_dlsym(void *handle, const char *name) noexcept {
 // The number is the device's, and so is the process.
 extern "C" int __wrap_kill(pid_t pid, int signal) noexcept {
   const host::Errno error =
-      host::guarded([pid, signal] { return host::machine().sendSignal(pid, signal); });
+      host::guarded([pid, signal] { return host::processes().sendSignal(pid, signal); });
   return host::libraryAnswer(error, 0, -1);
 }
 
@@ -109,7 +111,7 @@ extern "C" pid_t __wrap_getpgid(pid_t pid) noexcept {
   if (pid == 0) return __real_getpgid(pid);
   pid_t group = 0;
   const host::Errno error =
-      host::guarded([pid, &group] { return host::machine().processGroup(pid, group); });
+      host::guarded([pid, &group] { return host::processes().processGroup(pid, group); });
   if (error == darwin::DARWIN_ENOTSUP) return __real_getpgid(pid);
   return host::libraryAnswer(error, group, -1);
 }
@@ -117,7 +119,7 @@ extern "C" pid_t __wrap_getpgid(pid_t pid) noexcept {
 extern "C" time_t __wrap_time(time_t *seconds) noexcept {
   time_t now = 0;
   const host::Errno error = host::guarded([&now]() -> host::Errno {
-    now = host::machine().timeOfDay();
+    now = host::kernel().timeOfDay();
     return host::kAnswered;
   });
   if (error != host::kAnswered) now = __real_time(nullptr);
@@ -128,7 +130,7 @@ extern "C" time_t __wrap_time(time_t *seconds) noexcept {
 extern "C" int __wrap_gettimeofday(struct timeval *time, void *zone) noexcept {
   darwin::timeval now{};
   const host::Errno error = host::guarded([&now]() -> host::Errno {
-    host::machine().wallClock(now);
+    host::kernel().wallClock(now);
     return host::kAnswered;
   });
   if (error != host::kAnswered || zone != nullptr) return __real_gettimeofday(time, zone);

@@ -6,7 +6,8 @@
 #include <cstring>
 
 #include "host/entry/errors.h"
-#include "host/machine.h"
+#include "host/errno.h"
+#include "host/machine/kernel.h"
 
 namespace host {
 
@@ -36,7 +37,7 @@ bool isSo(Question &&question) noexcept {
 }
 
 inline bool callerIsPrivileged() noexcept {
-  return isSo([] { return machine().isPrivileged(); });
+  return isSo([] { return kernel().isPrivileged(); });
 }
 
 // How a library function ends: with `result`, or with `failure` and errno set.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/entry/answer.h"
+#include "host/machine/confinement.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ using darwin::DARWIN_ERANGE;
 
 host::Errno status(pid_t pid, void *buffer, size_t size) {
   uint32_t flags = 0;
-  const host::Errno error = host::machine().codeSigningFlags(pid, flags);
+  const host::Errno error = host::confinement().codeSigningFlags(pid, flags);
   if (error != host::kAnswered) return error;
   if (size < sizeof flags) return darwin::DARWIN_ERANGE;
   return host::copyOut(&flags, sizeof flags, buffer);
@@ -35,12 +36,12 @@ Header headerFor(size_t length) {
 
 host::Errno signature(pid_t pid, void *buffer, size_t size) {
   uint32_t flags = 0;
-  host::Errno error = host::machine().codeSigningFlags(pid, flags);
+  host::Errno error = host::confinement().codeSigningFlags(pid, flags);
   if (error != host::kAnswered) return error;
   if ((flags & (darwin::CS_VALID | darwin::CS_DEBUGGED)) == 0) return DARWIN_EINVAL;
 
   std::vector<uint8_t> blob;
-  error = host::machine().codeSignature(pid, blob);
+  error = host::confinement().codeSignature(pid, blob);
   if (error != host::kAnswered && error != darwin::DARWIN_ENOTSUP) return error;
   if (size < sizeof(Header)) return DARWIN_ERANGE;
   if (!blob.empty() && blob.size() <= size) return host::copyOut(blob.data(), blob.size(), buffer);

@@ -23,6 +23,7 @@
 #include "darwin/socket.h"
 #include "host/entry/answer.h"
 #include "host/entry/network_statistics.h"
+#include "host/machine/networks.h"
 #include "host/posix.h"
 
 namespace host {
@@ -202,7 +203,7 @@ Errno connectSocket(int descriptor, const void *address, size_t length) {
   if (entry == nullptr) return darwin::DARWIN_EBADF;
   if (entry->connected) return darwin::DARWIN_EISCONN;
   if (wanted.sc_id != kNetworkStatisticsID) return darwin::DARWIN_ENOENT;
-  const Errno refusal = machine().networkStatistics();
+  const Errno refusal = networks().networkStatistics();
   if (refusal == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
   if (refusal != kAnswered) return refusal;
   if (entry->type != darwin::DARWIN_SOCK_DGRAM) return darwin::DARWIN_EPROTOTYPE;
@@ -242,7 +243,7 @@ Errno controlInfo(darwin::ctl_info *info) noexcept {
   if (name.empty()) return darwin::DARWIN_EINVAL;
   if (name != darwin::NET_STAT_CONTROL_NAME) return darwin::DARWIN_ENOENT;
   // Taken or not, it is there.
-  const Errno error = guarded([] { return machine().networkStatistics(); });
+  const Errno error = guarded([] { return networks().networkStatistics(); });
   if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
   if (error == darwin::DARWIN_ENOMEM) return error;
   info->ctl_id = kNetworkStatisticsID;

@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "darwin/kernel_control.h"
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host {
 

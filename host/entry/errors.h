@@ -3,7 +3,7 @@
 // what was set last.
 #pragma once
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host {
 

@@ -7,6 +7,8 @@
 #include "darwin/gestalt.h"
 #include "host/entry/answer.h"
 #include "host/entry/core_foundation.h"
+#include "host/machine/identity.h"
+#include "host/machine/kernel.h"
 
 namespace {
 
@@ -29,7 +31,7 @@ darwin::CFTypeRef copyAnswer(darwin::CFStringRef key, int *error, ...) {
   const host::Errno refused = host::guarded([&]() -> host::Errno {
     if (name == nullptr) return darwin::DARWIN_EINVAL;
     host::GestaltAnswer answer;
-    const host::Errno result = host::machine().gestaltAnswer(name, answer);
+    const host::Errno result = host::identity().gestaltAnswer(name, answer);
     if (result == host::kAnswered) object = objectOf(std::move(answer));
     return result;
   });
@@ -42,7 +44,7 @@ darwin::CFTypeRef copyAnswer(darwin::CFStringRef key, int *error, ...) {
 namespace host {
 
 void *openGestalt(std::string_view path) noexcept {
-  if (path != darwin::kGestaltLibrary || !isSo([] { return machine().hasGestalt(); })) {
+  if (path != darwin::kGestaltLibrary || !isSo([] { return identity().hasGestalt(); })) {
     return nullptr;
   }
   return const_cast<char *>(&kLibrary);
@@ -54,7 +56,7 @@ bool isGestalt(const void *handle) noexcept {
 
 void *findInGestalt(std::string_view name) noexcept {
   const bool isThere =
-      name == darwin::kGestaltEntryPoint && isSo([name] { return machine().hasEntryPoint(name); });
+      name == darwin::kGestaltEntryPoint && isSo([name] { return kernel().hasEntryPoint(name); });
   return isThere ? reinterpret_cast<void *>(&copyAnswer) : nullptr;
 }
 

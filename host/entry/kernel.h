@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host {
 

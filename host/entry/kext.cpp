@@ -7,12 +7,13 @@
 
 #include "host/entry/answer.h"
 #include "host/entry/core_foundation.h"
+#include "host/machine/kernel.h"
 
 darwin::CFDictionaryRef darwin::OSKextCopyLoadedKextInfo(CFArrayRef, CFArrayRef) {
   CFDictionaryRef list = nullptr;
   host::guarded([&]() -> host::Errno {
     std::vector<std::string> identifiers;
-    const host::Errno error = host::machine().kernelExtensions(identifiers);
+    const host::Errno error = host::kernel().kernelExtensions(identifiers);
     if (error != host::kAnswered) return error;
     std::vector<host::DictionaryEntry> entries;
     entries.reserve(identifiers.size());

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/entry/answer.h"
+#include "host/machine/events.h"
 
 namespace host {
 
@@ -81,7 +82,7 @@ class Queue {
 Errno Queue::openEvents() {
   if (events_) return kAnswered;
   std::unique_ptr<ProcessEvents> opened;
-  const Errno error = machine().processEvents(opened);
+  const Errno error = events().processEvents(opened);
   if (error == kAnswered) events_ = std::move(opened);
   return error;
 }

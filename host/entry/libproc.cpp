@@ -9,6 +9,10 @@
 #include "darwin/syscalls.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
+#include "host/machine/descriptors.h"
+#include "host/machine/kernel.h"
+#include "host/machine/processes.h"
+#include "host/machine/tasks.h"
 
 namespace host {
 
@@ -73,19 +77,19 @@ Errno giveList(const std::vector<T> &list, const Buffer &buffer, int &result) {
 }
 
 // One question about a process, with what it needs besides the pid, whose answer is one structure.
-template <typename T, typename... Needs>
-Errno askStructure(Errno (Machine::*question)(pid_t, Needs..., T &), pid_t pid, Needs... needs,
-                   const Buffer &buffer, int &result) {
+template <typename T, typename... Needs, typename Family>
+Errno askStructure(Family &family, Errno (Family::*question)(pid_t, Needs..., T &), pid_t pid,
+                   Needs... needs, const Buffer &buffer, int &result) {
   T answer{};
-  const Errno error = (machine().*question)(pid, needs..., answer);
+  const Errno error = (family.*question)(pid, needs..., answer);
   return error == kAnswered ? giveStructure(answer, buffer, result) : error;
 }
 
 template <typename T>
-Errno askList(Errno (Machine::*question)(pid_t, std::vector<T> &), pid_t pid, const Buffer &buffer,
-              int &result) {
+Errno askList(Errno (ProcessQuestions::*question)(pid_t, std::vector<T> &), pid_t pid,
+              const Buffer &buffer, int &result) {
   std::vector<T> list;
-  const Errno error = (machine().*question)(pid, list);
+  const Errno error = (processes().*question)(pid, list);
   return error == kAnswered ? giveList(list, buffer, result) : error;
 }
 
@@ -113,10 +117,10 @@ Errno listPids(uint32_t type, uint32_t value, const Buffer &buffer, int &result)
   }
 
   // Whoever asks for the size is about to look at all of them.
-  if (buffer.data == nullptr && type == darwin::PROC_ALL_PIDS) machine().beginSample();
+  if (buffer.data == nullptr && type == darwin::PROC_ALL_PIDS) kernel().beginSample();
 
   std::vector<int32_t> pids;
-  const Errno error = machine().processIDs(pids);
+  const Errno error = processes().processIDs(pids);
   if (error != kAnswered) return error;
 
   if (buffer.data == nullptr) {
@@ -126,7 +130,8 @@ Errno listPids(uint32_t type, uint32_t value, const Buffer &buffer, int &result)
   if (type != darwin::PROC_ALL_PIDS) {
     std::erase_if(pids, [type, value](int32_t pid) {
       darwin::proc_bsdinfo process{};
-      return machine().bsdInfo(pid, true, process) != kAnswered || !isOfKind(process, type, value);
+      return processes().bsdInfo(pid, true, process) != kAnswered ||
+             !isOfKind(process, type, value);
     });
   }
   return giveList(pids, buffer, result);
@@ -135,64 +140,65 @@ Errno listPids(uint32_t type, uint32_t value, const Buffer &buffer, int &result)
 Errno pidListDescriptors(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   if (buffer.data == nullptr) {
     size_t slots = 0;
-    const Errno error = machine().descriptorTableSize(pid, slots);
+    const Errno error = descriptors().descriptorTableSize(pid, slots);
     if (error == kAnswered) result = bytesOf<darwin::proc_fdinfo>(slots + kSpareEntries);
     return error;
   }
   std::vector<darwin::proc_fdinfo> list;
-  const Errno error = machine().descriptors(pid, buffer.room<darwin::proc_fdinfo>(), list);
+  const Errno error = descriptors().descriptors(pid, buffer.room<darwin::proc_fdinfo>(), list);
   return error == kAnswered ? giveList(list, buffer, result) : error;
 }
 
 Errno pidTaskAllInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
-  return askStructure(&Machine::taskAllInfo, pid, buffer, result);
+  return askStructure(processes(), &ProcessQuestions::taskAllInfo, pid, buffer, result);
 }
 
 Errno pidBsdInfo(pid_t pid, uint64_t arg, const Buffer &buffer, int &result) {
   const bool zombies = arg == 1;
-  return askStructure<darwin::proc_bsdinfo, bool>(&Machine::bsdInfo, pid, zombies, buffer, result);
+  return askStructure<darwin::proc_bsdinfo, bool>(processes(), &ProcessQuestions::bsdInfo, pid,
+                                                  zombies, buffer, result);
 }
 
 Errno pidTaskInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   darwin::proc_taskallinfo info{};
-  const Errno error = machine().taskAllInfo(pid, info);
+  const Errno error = processes().taskAllInfo(pid, info);
   return error == kAnswered ? giveStructure(info.ptinfo, buffer, result) : error;
 }
 
 Errno pidThreadInfo(pid_t pid, uint64_t handle, const Buffer &buffer, int &result) {
-  return askStructure<darwin::proc_threadinfo, uint64_t>(&Machine::threadInfo, pid, handle, buffer,
-                                                         result);
+  return askStructure<darwin::proc_threadinfo, uint64_t>(processes(), &ProcessQuestions::threadInfo,
+                                                         pid, handle, buffer, result);
 }
 
 Errno pidThreadInfoByID(pid_t pid, uint64_t id, const Buffer &buffer, int &result) {
-  return askStructure<darwin::proc_threadinfo, uint64_t>(&Machine::threadInfoByID, pid, id, buffer,
-                                                         result);
+  return askStructure<darwin::proc_threadinfo, uint64_t>(
+      processes(), &ProcessQuestions::threadInfoByID, pid, id, buffer, result);
 }
 
 Errno pidListThreads(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
-  return askList(&Machine::threadHandles, pid, buffer, result);
+  return askList(&ProcessQuestions::threadHandles, pid, buffer, result);
 }
 
 Errno pidListThreadIDs(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
-  return askList(&Machine::threadIDs, pid, buffer, result);
+  return askList(&ProcessQuestions::threadIDs, pid, buffer, result);
 }
 
 Errno pidRegion(pid_t pid, uint64_t address, const Buffer &buffer, int &result) {
   darwin::proc_regionwithpathinfo info{};
-  const Errno error = machine().region(pid, address, info);
+  const Errno error = tasks().region(pid, address, info);
   return error == kAnswered ? giveStructure(info.prp_prinfo, buffer, result) : error;
 }
 
 Errno pidRegionPath(pid_t pid, uint64_t address, const Buffer &buffer, int &result) {
-  return askStructure<darwin::proc_regionwithpathinfo, uint64_t>(&Machine::region, pid, address,
-                                                                 buffer, result);
+  return askStructure<darwin::proc_regionwithpathinfo, uint64_t>(tasks(), &TaskQuestions::region,
+                                                                 pid, address, buffer, result);
 }
 
 // The system call answers 0 here, not the length.
 Errno pidPath(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   if (buffer.size > kLongestPathBuffer) return DARWIN_EOVERFLOW;
   std::string path;
-  Errno error = machine().executablePath(pid, path);
+  Errno error = processes().executablePath(pid, path);
   if (error != kAnswered) return error;
   if (path.size() >= static_cast<size_t>(buffer.size)) return DARWIN_ENOSPC;
   error = copyOut(path.c_str(), path.size() + 1, buffer.data);
@@ -201,7 +207,7 @@ Errno pidPath(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
 }
 
 Errno pidWorkQueue(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
-  return askStructure(&Machine::workQueue, pid, buffer, result);
+  return askStructure(processes(), &ProcessQuestions::workQueue, pid, buffer, result);
 }
 
 // Answer of PROC_PIDT_SHORTBSDINFO, which the program itself never asks for.
@@ -224,7 +230,7 @@ static_assert(sizeof(ShortBsdInfo) == 64);
 
 Errno pidShortBsdInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   darwin::proc_bsdinfo info{};
-  const Errno error = machine().bsdInfo(pid, false, info);
+  const Errno error = processes().bsdInfo(pid, false, info);
   if (error != kAnswered) return error;
   ShortBsdInfo brief{};
   brief.pid = info.pbi_pid;
@@ -243,7 +249,7 @@ Errno pidShortBsdInfo(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
 }
 
 Errno pidCoalition(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
-  return askStructure(&Machine::coalition, pid, buffer, result);
+  return askStructure(processes(), &ProcessQuestions::coalition, pid, buffer, result);
 }
 
 // The older form of darwin::proc_pidcoalitioninfo.
@@ -255,7 +261,7 @@ static_assert(sizeof(ShortCoalitionInfo) == 32);
 
 Errno pidShortCoalition(pid_t pid, uint64_t, const Buffer &buffer, int &result) {
   darwin::proc_pidcoalitioninfo info{};
-  const Errno error = machine().coalition(pid, info);
+  const Errno error = processes().coalition(pid, info);
   if (error != kAnswered) return error;
   const ShortCoalitionInfo brief{info.coalition_id[darwin::COALITION_TYPE_RESOURCE], {}};
   return giveStructure(brief, buffer, result);
@@ -293,7 +299,7 @@ constexpr PidFlavour kPidFlavours[] = {
 };
 
 bool isSince(KernelFamily first) {
-  return first == 0 || machine().kernelFamily() >= first;
+  return first == 0 || kernel().kernelFamily() >= first;
 }
 
 // The first row for that number which the kernel has; null when there is none.
@@ -328,11 +334,11 @@ Errno pidInfo(pid_t pid, uint32_t number, uint64_t arg, const Buffer &buffer, in
 
 // Tells "not open" from "not a file", which older kernels keep apart.
 Errno askVnode(pid_t pid, int fd, darwin::vnode_fdinfowithpath &info) {
-  const Errno error = machine().vnodeDescriptor(pid, fd, info);
+  const Errno error = descriptors().vnodeDescriptor(pid, fd, info);
   if (error != DARWIN_EBADF || isSince(kHasOneWrongTypeError)) return error;
   uint32_t type = darwin::PROX_FDTYPE_VNODE;
   const bool isOther =
-      machine().descriptorType(pid, fd, type) == kAnswered && type != darwin::PROX_FDTYPE_VNODE;
+      descriptors().descriptorType(pid, fd, type) == kAnswered && type != darwin::PROX_FDTYPE_VNODE;
   return isOther ? DARWIN_ENOTSUP : error;
 }
 
@@ -350,34 +356,35 @@ Errno fdVnodePath(pid_t pid, int fd, const Buffer &buffer, int &result) {
 }
 
 Errno fdSocket(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  const Errno error =
-      askStructure<darwin::socket_fdinfo, int>(&Machine::socketDescriptor, pid, fd, buffer, result);
+  const Errno error = askStructure<darwin::socket_fdinfo, int>(
+      descriptors(), &DescriptorQuestions::socketDescriptor, pid, fd, buffer, result);
   return error == DARWIN_ENOTSOCK && !isSince(kHasOneWrongTypeError) ? DARWIN_EOPNOTSUPP : error;
 }
 
 Errno fdSemaphore(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  return askStructure<darwin::psem_fdinfo, int>(&Machine::semaphoreDescriptor, pid, fd, buffer,
-                                                result);
+  return askStructure<darwin::psem_fdinfo, int>(
+      descriptors(), &DescriptorQuestions::semaphoreDescriptor, pid, fd, buffer, result);
 }
 
 Errno fdSharedMemory(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  return askStructure<darwin::pshm_fdinfo, int>(&Machine::sharedMemoryDescriptor, pid, fd, buffer,
-                                                result);
+  return askStructure<darwin::pshm_fdinfo, int>(
+      descriptors(), &DescriptorQuestions::sharedMemoryDescriptor, pid, fd, buffer, result);
 }
 
 Errno fdPipe(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  return askStructure<darwin::pipe_fdinfo, int>(&Machine::pipeDescriptor, pid, fd, buffer, result);
+  return askStructure<darwin::pipe_fdinfo, int>(descriptors(), &DescriptorQuestions::pipeDescriptor,
+                                                pid, fd, buffer, result);
 }
 
 Errno fdKqueue(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  return askStructure<darwin::kqueue_fdinfo, int>(&Machine::kqueueDescriptor, pid, fd, buffer,
-                                                  result);
+  return askStructure<darwin::kqueue_fdinfo, int>(
+      descriptors(), &DescriptorQuestions::kqueueDescriptor, pid, fd, buffer, result);
 }
 
 // Answers how many events are registered, however few of them fitted.
 Errno fdKqueueEvents(pid_t pid, int fd, const Buffer &buffer, int &result) {
   std::vector<darwin::kevent_extinfo> events;
-  Errno error = machine().kqueueEvents(pid, fd, events);
+  Errno error = descriptors().kqueueEvents(pid, fd, events);
   if (error != kAnswered) return error;
   int written = 0;
   error = giveList(events, buffer, written);
@@ -386,8 +393,8 @@ Errno fdKqueueEvents(pid_t pid, int fd, const Buffer &buffer, int &result) {
 }
 
 Errno fdChannel(pid_t pid, int fd, const Buffer &buffer, int &result) {
-  return askStructure<darwin::channel_fdinfo, int>(&Machine::channelDescriptor, pid, fd, buffer,
-                                                   result);
+  return askStructure<darwin::channel_fdinfo, int>(
+      descriptors(), &DescriptorQuestions::channelDescriptor, pid, fd, buffer, result);
 }
 
 struct DescriptorFlavour {
@@ -432,7 +439,7 @@ constexpr UsageVersion kUsageVersions[] = {
 // The process is looked up before the version is looked at.
 Errno pidRusage(pid_t pid, uint32_t version, void *buffer, int &result) {
   darwin::rusage_info_v4 usage{};
-  Errno error = machine().resourceUsage(pid, usage);
+  Errno error = processes().resourceUsage(pid, usage);
   if (error != kAnswered) return error;
   if (version >= std::size(kUsageVersions) || !isSince(kUsageVersions[version].since)) {
     return DARWIN_EINVAL;

@@ -8,6 +8,9 @@
 
 #include "host/entry/answer.h"
 #include "host/entry/ports.h"
+#include "host/machine/host_figures.h"
+#include "host/machine/kernel.h"
+#include "host/machine/tasks.h"
 
 namespace host {
 
@@ -57,11 +60,11 @@ kern_return_t checkPrivilegedPort(mach_port_t port) {
 
 // Asks for the whole structure and gives its first `words` words.
 template <typename T, typename... Needs>
-kern_return_t giveWords(Errno (Machine::*question)(Needs..., T &), Needs... needs,
+kern_return_t giveWords(Errno (HostQuestions::*question)(Needs..., T &), Needs... needs,
                         mach_msg_type_number_t words, darwin::integer_t *out,
                         mach_msg_type_number_t *count) {
   T answer{};
-  const Errno error = guarded([&] { return (machine().*question)(needs..., answer); });
+  const Errno error = guarded([&] { return (hostFigures().*question)(needs..., answer); });
   if (error != kAnswered) return KERN_FAILURE;
   std::memcpy(out, &answer, words * sizeof(darwin::integer_t));
   *count = words;
@@ -101,7 +104,7 @@ darwin::kern_return_t darwin::host_info(host_t host, host_flavor_t flavor, host_
   if (out == nullptr || count == nullptr) return KERN_INVALID_ADDRESS;
   if (*count < host::kOldBasicInfoCount) return KERN_FAILURE;
   return host::giveWords(
-      &host::Machine::hostBasicInfo,
+      &host::HostQuestions::hostBasicInfo,
       *count < HOST_BASIC_INFO_COUNT ? host::kOldBasicInfoCount : HOST_BASIC_INFO_COUNT, out,
       count);
 }
@@ -114,8 +117,8 @@ darwin::kern_return_t darwin::host_statistics64(host_t host, host_flavor_t flavo
   if (out == nullptr || count == nullptr) return KERN_INVALID_ADDRESS;
   if (*count < host::kOldVirtualMemoryCount) return KERN_FAILURE;
   const bool isLong =
-      *count >= HOST_VM_INFO64_COUNT && host::machine().kernelFamily() >= host::kCountsCompression;
-  return host::giveWords(&host::Machine::virtualMemory,
+      *count >= HOST_VM_INFO64_COUNT && host::kernel().kernelFamily() >= host::kCountsCompression;
+  return host::giveWords(&host::HostQuestions::virtualMemory,
                          isLong ? HOST_VM_INFO64_COUNT : host::kOldVirtualMemoryCount, out, count);
 }
 
@@ -128,7 +131,7 @@ darwin::kern_return_t darwin::host_get_special_port(host_t host, int node, int w
   *port = DARWIN_MACH_PORT_NULL;
   if (which != DARWIN_HOST_KERNEL_PORT) return KERN_SUCCESS;
   host::guarded([&]() -> host::Errno {
-    const host::Errno error = host::machine().kernelTaskPort();
+    const host::Errno error = host::tasks().kernelTaskPort();
     if (error == host::kAnswered) *port = host::openPort({host::PortKind::kTask, 0, 0});
     return error;
   });
@@ -141,7 +144,8 @@ darwin::kern_return_t darwin::host_processors(host_t host, processor_array_t *li
   if (refused != KERN_SUCCESS) return refused;
   if (list == nullptr || n == nullptr) return KERN_INVALID_ADDRESS;
   unsigned int count = 0;
-  const host::Errno error = host::guarded([&] { return host::machine().processorCount(count); });
+  const host::Errno error =
+      host::guarded([&] { return host::hostFigures().processorCount(count); });
   if (error != host::kAnswered || count == 0 || count > host::kMostProcessors) return KERN_FAILURE;
   const kern_return_t given = host::givePorts(host::kFirstProcessorPort, count, list, n);
   if (given == KERN_SUCCESS) host::g_processorPorts.store(count, std::memory_order_relaxed);
@@ -165,7 +169,7 @@ darwin::kern_return_t darwin::processor_info(processor_t processor, processor_fl
   if (host == nullptr || out == nullptr || count == nullptr) return KERN_INVALID_ADDRESS;
   if (*count < PROCESSOR_CPU_LOAD_INFO_COUNT) return KERN_FAILURE;
   const kern_return_t given = host::giveWords<processor_cpu_load_info, unsigned int>(
-      &host::Machine::processorLoad, processor - host::kFirstProcessorPort,
+      &host::HostQuestions::processorLoad, processor - host::kFirstProcessorPort,
       PROCESSOR_CPU_LOAD_INFO_COUNT, out, count);
   if (given == KERN_SUCCESS) *host = host::kHostPort;
   return given;

@@ -13,6 +13,9 @@
 #include "darwin/mach_vm.h"
 #include "host/entry/answer.h"
 #include "host/entry/ports.h"
+#include "host/machine/kernel.h"
+#include "host/machine/processes.h"
+#include "host/machine/tasks.h"
 
 darwin::mach_port_t darwin::mach_task_self_ = 0x403;
 
@@ -141,7 +144,7 @@ darwin::vm_region_submap_info_64 submapInfo(const darwin::proc_regioninfo &regio
 // How many words of a region a caller with that room is given; 0 for too little.
 mach_msg_type_number_t regionWords(mach_msg_type_number_t room) {
   if (room >= darwin::VM_REGION_SUBMAP_INFO_COUNT_64 &&
-      machine().kernelFamily() >= kHasFullObjectIDs) {
+      kernel().kernelFamily() >= kHasFullObjectIDs) {
     return darwin::VM_REGION_SUBMAP_INFO_COUNT_64;
   }
   if (room >= kReusableRegionCount) return kReusableRegionCount;
@@ -156,14 +159,14 @@ darwin::kern_return_t darwin::task_for_pid(mach_port_name_t, int pid, mach_port_
   *task = DARWIN_MACH_PORT_NULL;
   if (pid == 0) return KERN_FAILURE;
   return host::answered([&] {
-    return host::givePort(host::machine().taskPort(pid), {host::PortKind::kTask, pid, 0}, task);
+    return host::givePort(host::tasks().taskPort(pid), {host::PortKind::kTask, pid, 0}, task);
   });
 }
 
 darwin::kern_return_t darwin::task_name_for_pid(mach_port_name_t, int pid, mach_port_name_t *name) {
   *name = DARWIN_MACH_PORT_NULL;
   return host::answered([&] {
-    return host::givePort(host::machine().taskNamePort(pid), {host::PortKind::kTaskName, pid, 0},
+    return host::givePort(host::tasks().taskNamePort(pid), {host::PortKind::kTaskName, pid, 0},
                           name);
   });
 }
@@ -188,7 +191,7 @@ darwin::kern_return_t darwin::task_threads(task_t task, thread_act_array_t *list
     const kern_return_t known = host::checkPort(task, host::PortKind::kTask, port);
     if (known != KERN_SUCCESS) return known;
     std::vector<uint64_t> threads;
-    if (host::machine().threadIDs(port.pid, threads) != host::kAnswered) return KERN_FAILURE;
+    if (host::processes().threadIDs(port.pid, threads) != host::kAnswered) return KERN_FAILURE;
     return host::giveThreads(port.pid, threads, list, n);
   });
 }
@@ -200,7 +203,7 @@ darwin::kern_return_t darwin::act_get_state(thread_act_t thread, int flavor, thr
     const kern_return_t known = host::checkPort(thread, host::PortKind::kThread, port);
     if (known != KERN_SUCCESS) return known;
     host::ThreadRegisters registers;
-    if (host::machine().threadRegisters(port.pid, port.thread, registers) != host::kAnswered) {
+    if (host::tasks().threadRegisters(port.pid, port.thread, registers) != host::kAnswered) {
       return KERN_FAILURE;
     }
     return host::giveRegisters(registers, flavor, out, count);
@@ -223,7 +226,7 @@ darwin::kern_return_t darwin::vm_region_recurse_64(vm_map_t task, vm_address_t *
     const mach_msg_type_number_t words = host::regionWords(*count);
     if (words == 0) return KERN_INVALID_ARGUMENT;
     proc_regionwithpathinfo found{};
-    if (host::machine().region(port.pid, *address, found) != host::kAnswered) {
+    if (host::tasks().region(port.pid, *address, found) != host::kAnswered) {
       return KERN_INVALID_ADDRESS;
     }
     const vm_region_submap_info_64 region = host::submapInfo(found.prp_prinfo);
@@ -245,7 +248,7 @@ darwin::kern_return_t darwin::mach_vm_read_overwrite(vm_map_t task, mach_vm_addr
     if (known != KERN_SUCCESS) return known;
     if (size > std::numeric_limits<uint64_t>::max() - address) return KERN_INVALID_ADDRESS;
     const host::Errno error =
-        host::machine().readMemory(port.pid, address, size, reinterpret_cast<void *>(data));
+        host::tasks().readMemory(port.pid, address, size, reinterpret_cast<void *>(data));
     if (error == DARWIN_EFAULT) return KERN_INVALID_ADDRESS;
     if (error != host::kAnswered) return KERN_FAILURE;
     *outsize = size;

@@ -7,6 +7,7 @@
 
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
+#include "host/machine/memory_status.h"
 
 namespace host {
 
@@ -18,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 // The list of a size question, kept for the thread's next fetch: the two then agree, and the
 // machine is asked once.
 struct KeptList {
-  const Machine *asked = nullptr;
+  const MemoryStatusQuestions *asked = nullptr;
   Clock::time_point taken;
   std::vector<Entry> entries;
 };
@@ -29,9 +30,9 @@ thread_local KeptList t_kept;
 
 Errno listSize(int &result) {
   KeptList fresh;
-  const Errno error = machine().memoryStatusList(fresh.entries);
+  const Errno error = memoryStatus().memoryStatusList(fresh.entries);
   if (error != kAnswered) return error;
-  fresh.asked = &machine();
+  fresh.asked = &memoryStatus();
   fresh.taken = Clock::now();
   result = static_cast<int>(fresh.entries.size() * sizeof(Entry));
   t_kept = std::move(fresh);
@@ -40,9 +41,9 @@ Errno listSize(int &result) {
 
 Errno fetchList(void *buffer, size_t size, int &result) {
   KeptList list = std::exchange(t_kept, {});
-  if (list.asked != &machine() || Clock::now() - list.taken >= kKeptFor) {
+  if (list.asked != &memoryStatus() || Clock::now() - list.taken >= kKeptFor) {
     list.entries.clear();
-    const Errno error = machine().memoryStatusList(list.entries);
+    const Errno error = memoryStatus().memoryStatusList(list.entries);
     if (error != kAnswered) return error;
   }
   const size_t bytes = list.entries.size() * sizeof(Entry);
@@ -69,7 +70,7 @@ Errno memorystatusControl(uint32_t command, int32_t, uint32_t, void *buffer, siz
 extern "C" int memorystatus_get_level(unsigned int *level) noexcept {
   const host::Errno error = host::guarded([level]() -> host::Errno {
     unsigned int percent = 0;
-    const host::Errno refused = host::machine().memoryStatusLevel(percent);
+    const host::Errno refused = host::memoryStatus().memoryStatusLevel(percent);
     return refused == host::kAnswered ? host::copyOut(&percent, sizeof percent, level) : refused;
   });
   return host::libraryAnswer(error, 0, -1);

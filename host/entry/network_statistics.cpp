@@ -8,6 +8,7 @@
 
 #include "darwin/socket.h"
 #include "host/entry/answer.h"
+#include "host/machine/networks.h"
 
 namespace host {
 
@@ -122,7 +123,7 @@ void NetworkStatistics::sendDescription(uint32_t reference, Source &source, uint
 // come again: a client asks for the owner only once.
 Errno NetworkStatistics::refresh(uint64_t context, Detail detail, std::deque<Datagram> &out) {
   std::vector<NetworkSource> present;
-  const Errno error = guarded([&] { return machine().networkSources(present); });
+  const Errno error = guarded([&] { return networks().networkSources(present); });
   if (error != kAnswered) return error;
   std::erase_if(present, [this](const NetworkSource &source) {
     return !providers_.contains(source.provider);

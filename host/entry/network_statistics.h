@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "darwin/ntstat.h"
-#include "host/machine.h"
+#include "host/machine/networks.h"
 
 namespace host {
 

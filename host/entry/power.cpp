@@ -7,6 +7,7 @@
 #include "darwin/power_sources.h"
 #include "host/entry/answer.h"
 #include "host/entry/core_foundation.h"
+#include "host/machine/power.h"
 
 namespace {
 
@@ -71,7 +72,7 @@ CFTypeRef IOPSCopyPowerSourcesInfo(void) {
   ObjectReference info;
   host::guarded([&info]() -> host::Errno {
     host::PowerStatus status;
-    const host::Errno error = host::machine().powerStatus(status);
+    const host::Errno error = host::power().powerStatus(status);
     if (error != host::kAnswered) return error;
     std::vector<DictionaryEntry> entries;
     if (status.sources) entries.emplace_back(host::makeString(kSources), listOf(*status.sources));
@@ -108,7 +109,7 @@ CFTimeInterval IOPSGetTimeRemainingEstimate(void) {
   CFTimeInterval seconds = kIOPSTimeRemainingUnknown;
   host::guarded([&seconds]() -> host::Errno {
     host::PowerStatus status;
-    const host::Errno error = host::machine().powerStatus(status);
+    const host::Errno error = host::power().powerStatus(status);
     if (error == host::kAnswered) seconds = status.secondsRemaining;
     return error;
   });
@@ -119,7 +120,7 @@ IOReturn IOPMCopyAssertionsByProcess(CFDictionaryRef *assertions) {
   if (assertions == nullptr) return kBadArgument;
   const host::Errno error = host::guarded([assertions]() -> host::Errno {
     host::PowerStatus status;
-    const host::Errno refused = host::machine().powerStatus(status);
+    const host::Errno refused = host::power().powerStatus(status);
     if (refused != host::kAnswered || !status.assertions) return refused;
     *assertions = assertionsOf(*status.assertions).release<CFDictionaryRef>();
     return host::kAnswered;

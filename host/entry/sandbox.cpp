@@ -4,12 +4,13 @@
 #include <string>
 
 #include "host/entry/answer.h"
+#include "host/machine/confinement.h"
 
 int darwin::sandbox_check(int pid, const char *operation, int type, ...) {
   if (operation != nullptr || type != 0) return host::libraryAnswer(DARWIN_EINVAL, 0, -1);
   int answer = -1;
   const host::Errno error = host::guarded([&]() -> host::Errno {
-    answer = host::machine().sandboxCheck(pid);
+    answer = host::confinement().sandboxCheck(pid);
     return host::kAnswered;
   });
   return host::libraryAnswer(error, answer, -1);
@@ -18,7 +19,7 @@ int darwin::sandbox_check(int pid, const char *operation, int type, ...) {
 int darwin::sandbox_container_path_for_pid(int pid, char *buffer, size_t size) {
   return host::guarded([&]() -> host::Errno {
     std::string path;
-    const host::Errno error = host::machine().containerPath(pid, path);
+    const host::Errno error = host::confinement().containerPath(pid, path);
     if (error != host::kAnswered) return error;
     if (path.size() >= size) return DARWIN_ERANGE;
     return host::copyOut(path.c_str(), path.size() + 1, buffer);

@@ -14,6 +14,7 @@
 #include "darwin/layout.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
+#include "host/machine/processes.h"
 
 struct darwin::stackshot_config_t {
   int pid = -1;
@@ -39,7 +40,7 @@ host::Errno takeSnapshot(int pid, uint64_t flags, std::vector<uint8_t> &taken) {
   if (!host::callerIsPrivileged()) return darwin::DARWIN_EPERM;
   if ((flags & darwin::STACKSHOT_KCDATA_FORMAT) == 0) return darwin::DARWIN_ENOTSUP;
   std::vector<uint8_t> snapshot;
-  const host::Errno refusal = host::machine().stackshot(pid, flags, snapshot);
+  const host::Errno refusal = host::processes().stackshot(pid, flags, snapshot);
   if (refusal != host::kAnswered) return refusal;
   if (snapshot.empty()) return darwin::DARWIN_EINTR;
   if (snapshot.size() > kLongestSnapshot) return darwin::DARWIN_ENOSPC;

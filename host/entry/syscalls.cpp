@@ -11,6 +11,8 @@
 #include "darwin/code_signing.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
+#include "host/machine/memory_status.h"
+#include "host/machine/processes.h"
 
 namespace {
 
@@ -60,7 +62,7 @@ host::Errno applicationState(int scope, int action, int policy, int subtype, voi
     return darwin::DARWIN_ENOTSUP;
   }
   int32_t state = darwin::PROC_APPSTATE_NONE;
-  const host::Errno error = host::machine().applicationState(pid == 0 ? getpid() : pid, state);
+  const host::Errno error = host::processes().applicationState(pid == 0 ? getpid() : pid, state);
   return error == host::kAnswered ? host::copyOut(&state, sizeof state, attribute) : error;
 }
 
@@ -69,7 +71,7 @@ host::Errno memoryPressure(bool waits, uint32_t seconds, uint32_t *reclaimed, in
   uint32_t pagesWanted = 0;
   uint32_t pagesReclaimed = 0;
   const host::Errno error =
-      host::machine().memoryPressure(waits, seconds, pagesWanted, pagesReclaimed);
+      host::memoryStatus().memoryPressure(waits, seconds, pagesWanted, pagesReclaimed);
   if (error != host::kAnswered) return error;
   if (reclaimed != nullptr) *reclaimed = pagesReclaimed;
   wanted = static_cast<int>(std::min<uint32_t>(pagesWanted, std::numeric_limits<int>::max()));

@@ -11,6 +11,9 @@
 #include "darwin/interfaces.h"
 #include "darwin/socket.h"
 #include "host/entry/answer.h"
+#include "host/machine/host_figures.h"
+#include "host/machine/networks.h"
+#include "host/machine/processes.h"
 
 namespace host {
 
@@ -21,10 +24,10 @@ constexpr unsigned int kMostNumbers = 12;
 constexpr size_t kLargestValue = 32;
 
 template <typename T>
-Errno read(Errno (Machine::*question)(T &), void *value) {
+Errno read(Errno (HostQuestions::*question)(T &), void *value) {
   static_assert(sizeof(T) <= kLargestValue);
   T answer{};
-  const Errno error = (machine().*question)(answer);
+  const Errno error = (hostFigures().*question)(answer);
   if (error == kAnswered) std::memcpy(value, &answer, sizeof(T));
   return error;
 }
@@ -40,15 +43,15 @@ constexpr Variable kVariables[] = {
     {"kern.boottime",
      {darwin::DARWIN_CTL_KERN, darwin::DARWIN_KERN_BOOTTIME},
      sizeof(darwin::timeval),
-     [](void *value) { return read(&Machine::bootTime, value); }},
+     [](void *value) { return read(&HostQuestions::bootTime, value); }},
     {"vm.loadavg",
      {darwin::DARWIN_CTL_VM, darwin::DARWIN_VM_LOADAVG},
      sizeof(darwin::loadavg),
-     [](void *value) { return read(&Machine::loadAverage, value); }},
+     [](void *value) { return read(&HostQuestions::loadAverage, value); }},
     {"vm.swapusage",
      {darwin::DARWIN_CTL_VM, darwin::DARWIN_VM_SWAPUSAGE},
      sizeof(darwin::xsw_usage),
-     [](void *value) { return read(&Machine::swapUsage, value); }},
+     [](void *value) { return read(&HostQuestions::swapUsage, value); }},
 };
 
 template <typename Condition>
@@ -105,7 +108,7 @@ std::string argumentArea(const ProcessArguments &process) {
 Errno readArguments(pid_t pid, void *old, size_t *oldlen) {
   if (pid == 0) return darwin::DARWIN_EINVAL;  // it was started with none
   ProcessArguments process;
-  const Errno error = guarded([&] { return machine().arguments(pid, process); });
+  const Errno error = guarded([&] { return processes().arguments(pid, process); });
   if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
   if (error == darwin::DARWIN_ENOMEM) return error;
   if (error != kAnswered || oldlen == nullptr) return darwin::DARWIN_EINVAL;
@@ -179,7 +182,7 @@ void appendInterface(const NetworkInterface &interface, std::vector<uint8_t> &li
 Errno readInterfaces(void *old, size_t *oldlen) {
   return guarded([&]() -> Errno {
     std::vector<NetworkInterface> interfaces;
-    const Errno error = machine().interfaces(interfaces);
+    const Errno error = networks().interfaces(interfaces);
     if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
     if (error != kAnswered) return error;
     std::vector<uint8_t> list;

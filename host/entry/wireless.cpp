@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/entry/answer.h"
+#include "host/machine/networks.h"
 
 namespace host {
 
@@ -48,7 +49,7 @@ Errno ask(darwin::apple80211req &request) {
   const std::string interface(request.req_if_name,
                               strnlen(request.req_if_name, sizeof request.req_if_name));
   WirelessNetwork network;
-  const Errno error = machine().wirelessNetwork(interface, network);
+  const Errno error = networks().wirelessNetwork(interface, network);
   if (error == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENXIO;
   if (error != kAnswered || request.req_type == kNothingAsked) return error;
   if (!network.connected) return darwin::DARWIN_ENOTCONN;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "darwin/interfaces.h"
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host {
 

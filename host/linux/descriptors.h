@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "darwin/proc_info.h"
+#include "host/errno.h"
 #include "host/linux/mapped_files.h"
 #include "host/linux/other_networks.h"
 #include "host/linux/socket_table.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

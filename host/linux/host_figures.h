@@ -7,8 +7,8 @@
 
 #include "darwin/mach_host.h"
 #include "darwin/sysctl.h"
+#include "host/errno.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/errno.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

@@ -7,7 +7,7 @@
 
 #include "host/linux/netlink.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
+#include "host/machine/networks.h"
 
 namespace host::linux_machine {
 

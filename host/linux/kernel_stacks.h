@@ -10,8 +10,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/machine.h"
-
 namespace host::linux_machine {
 
 // A line of /proc/PID/stack, the innermost first.

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "darwin/proc_info.h"
+#include "host/errno.h"
 #include "host/linux/process_text.h"
 #include "host/linux/threads.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

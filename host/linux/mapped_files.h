@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host::linux_machine {
 

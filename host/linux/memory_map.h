@@ -7,7 +7,7 @@
 #include <functional>
 #include <string_view>
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host::linux_machine {
 

@@ -8,7 +8,6 @@
 #include "host/linux/cgroup_limits.h"
 #include "host/linux/known_processes.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

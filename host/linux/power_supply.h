@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/linux/procfs.h"
-#include "host/machine.h"
+#include "host/machine/power.h"
 
 namespace host::linux_machine {
 

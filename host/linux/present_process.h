@@ -14,7 +14,7 @@
 
 #include "host/linux/known_processes.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
+#include "host/machine/processes.h"
 
 namespace host::linux_machine {
 

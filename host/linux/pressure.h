@@ -10,8 +10,8 @@
 #include <mutex>
 #include <string_view>
 
+#include "host/errno.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 
@@ -39,8 +39,8 @@ class MemoryPressure {
   // `procDirectory` is an open handle of /proc, that stays open.
   explicit MemoryPressure(int procDirectory) : proc_(procDirectory) {}
 
-  // As Machine::memoryPressure. Any thread may ask while another waits. What was reclaimed is known
-  // for at most three seconds back, and to the second.
+  // As MemoryStatusQuestions::memoryPressure. Any thread may ask while another waits. What was
+  // reclaimed is known for at most three seconds back, and to the second.
   Errno ask(bool waits, uint32_t seconds, uint32_t &wanted, uint32_t &reclaimed);
 
  private:

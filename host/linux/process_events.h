@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "host/linux/procfs.h"
-#include "host/machine.h"
+#include "host/machine/events.h"
 
 namespace host::linux_machine {
 

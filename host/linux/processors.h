@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "darwin/mach_host.h"
+#include "host/errno.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

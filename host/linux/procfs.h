@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host::linux_machine {
 

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "darwin/proc_info.h"
+#include "host/errno.h"
 #include "host/linux/memory_map.h"
 #include "host/linux/procfs.h"
-#include "host/machine.h"
 
 namespace host::linux_machine {
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 
 #include "host/linux/blocked_call.h"
-#include "host/machine.h"
+#include "host/machine/tasks.h"
 
 namespace host::linux_machine {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "host/linux/procfs.h"
-#include "host/machine.h"
+#include "host/machine/tasks.h"
 
 namespace host::linux_machine {
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/machine.h"
+#include "host/errno.h"
 
 namespace host::linux_machine {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "host/linux/netlink.h"
-#include "host/machine.h"
+#include "host/machine/networks.h"
 
 namespace host::linux_machine {
 

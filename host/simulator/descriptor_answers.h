@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/machine.h"
+#include "darwin/proc_info.h"
+#include "host/errno.h"
 #include "host/simulator/peers.h"
 #include "host/simulator/running_process.h"
 

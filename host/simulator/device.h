@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "darwin/proc_info.h"
-#include "host/machine.h"
+#include "host/machine/power.h"
 #include "host/simulator/figure.h"
 
 namespace host::simulator {

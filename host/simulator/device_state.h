@@ -37,7 +37,7 @@ class DeviceState {
   // When something happens next by itself; nothing if that is never.
   std::optional<Nanoseconds> nextDue() const { return timeline_.nextDue(); }
 
-  // As Machine::sendSignal.
+  // As ProcessQuestions::sendSignal.
   Errno signal(int32_t pid, int signal, Nanoseconds now);
 
  private:

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/machine.h"
+#include "host/errno.h"
 #include "host/simulator/calls.h"
 #include "host/simulator/device.h"
 

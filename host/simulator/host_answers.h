@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "host/machine.h"
+#include "host/machine/host_figures.h"
 #include "host/simulator/device.h"
 #include "host/simulator/machine_clock.h"
 

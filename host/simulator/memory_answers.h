@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/machine.h"
+#include "host/machine/tasks.h"
 #include "host/simulator/running_process.h"
 
 namespace host::simulator {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/machine.h"
+#include "host/machine/networks.h"
 #include "host/simulator/device.h"
 #include "host/simulator/process_table.h"
 

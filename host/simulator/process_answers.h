@@ -2,6 +2,8 @@
 // is asked for, sizes are in whole pages, as a kernel counts them.
 #pragma once
 
+#include "darwin/proc_info.h"
+#include "darwin/rusage.h"
 #include "host/simulator/machine_clock.h"
 #include "host/simulator/running_process.h"
 #include "host/simulator/time_base.h"

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/machine.h"
+#include "host/machine/events.h"
 
 namespace host::simulator {
 
