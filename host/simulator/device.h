@@ -125,11 +125,7 @@ struct WiFi {
   std::vector<int32_t> perRadio;  // at most 4; empty is one radio with `signal`
 };
 
-struct PowerSource {
-  std::optional<int32_t> capacity;   // percent
-  std::optional<std::string> state;  // such as "AC Power"
-  std::optional<bool> isCharging;
-};
+using host::PowerSource;
 
 struct Power {
   std::vector<PowerSource> sources;
