@@ -21,7 +21,6 @@ namespace host::simulator {
 namespace {
 
 constexpr size_t kLongestFile = size_t{4} << 20;
-constexpr size_t kLongestMessage = 1500;
 constexpr size_t kLongestKernelText = 255;
 constexpr size_t kLongestText = 1023;
 constexpr size_t kLongestInterface = 15;
@@ -378,56 +377,11 @@ void readDevice(Loading &loading, const TomlTable &table) {
   loading.settle();
 }
 
-// The length of the UTF-8 character that `text` begins with; 0 for none that a terminal may be
-// given: broken, or a control character.
-size_t safeCharacter(std::string_view text) {
-  const auto byteAt = [text](size_t at) -> uint32_t {
-    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
-  };
-  const uint32_t first = byteAt(0);
-  if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
-  const size_t length = first >= 0xF0 && first < 0xF8 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first >= 0xF5) return 0;
-  uint32_t character = first & (0xFFu >> (length + 1));
-  for (size_t i = 1; i < length; i++) {
-    if ((byteAt(i) & 0xC0) != 0x80) return 0;
-    character = character << 6 | (byteAt(i) & 0x3F);
-  }
-  constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-  const bool isSurrogate = character >= 0xD800 && character < 0xE000;
-  const bool isControl = character < 0xA0;
-  if (character < kLeast[length] || character > 0x10FFFF || isSurrogate || isControl) return 0;
-  return length;
-}
-
-std::string safeText(std::string_view text) {
-  std::string safe;
-  while (!text.empty()) {
-    const size_t length = safeCharacter(text);
-    if (safe.size() + length > kLongestMessage) return safe + "...";
-    if (length == 0) {
-      safe += '?';
-    } else {
-      safe += text.substr(0, length);
-    }
-    text.remove_prefix(std::max<size_t>(length, 1));
-  }
-  return safe;
-}
-
 Mistake ofWholeFile(const std::string &file, std::string what, std::string expected) {
   return {file, 0, std::move(what), std::move(expected)};
 }
 
 }  // namespace
-
-std::string Mistake::text() const {
-  std::string text = file;
-  if (line != 0) text.append(":").append(std::to_string(line));
-  text.append(": ").append(what);
-  if (!expected.empty()) text.append("; expected ").append(expected);
-  return safeText(text);
-}
 
 std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_view file) {
   const std::string fileName(file);

@@ -12,7 +12,6 @@ namespace host::simulator {
 
 namespace {
 
-constexpr size_t kLongestQuoted = 40;
 constexpr size_t kMostWords = 64;
 // Millionths per second, up or down.
 constexpr int64_t kLargestGrowth = 9'000'000'000'000'000'000;
@@ -207,39 +206,11 @@ std::optional<uint8_t> hexDigit(char letter) {
 
 }  // namespace
 
-void failAt(const Place &place, std::string_view what, std::string_view expected) {
-  std::string text = place.path;
-  if (!text.empty()) text += ": ";
-  text += what;
-  throw MistakeFound({{}, place.line, std::move(text), std::string(expected)});
-}
-
-std::string quoted(std::string_view text) {
-  const bool isLong = text.size() > kLongestQuoted;
-  std::string result = "\"";
-  result += text.substr(0, kLongestQuoted);
-  if (isLong) result += "...";
-  result += '"';
-  return result;
-}
-
-std::string quotedList(std::span<const std::string_view> texts) {
-  std::string list;
-  for (size_t i = 0; i < texts.size(); i++) {
-    const auto before = texts.first(i);
-    if (std::find(before.begin(), before.end(), texts[i]) != before.end()) continue;
-    if (!list.empty()) list += ", ";
-    list += quoted(texts[i]);
-  }
-  return list;
-}
-
 std::string Path::text() const {
   std::string text;
   if (parent != nullptr) text = parent->text();
   if (!text.empty() && !key.empty()) text += '.';
-  text += key.substr(0, kLongestQuoted);
-  if (key.size() > kLongestQuoted) text += "...";
+  text += shortened(key);
   if (index) text += '[' + std::to_string(*index) + ']';
   return text;
 }

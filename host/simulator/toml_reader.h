@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -15,8 +14,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "host/simulator/device_file.h"
 #include "host/simulator/figure.h"
+#include "host/simulator/mistake.h"
 #include "host/simulator/toml_value.h"
 
 namespace host::simulator {
@@ -25,32 +24,6 @@ namespace host::simulator {
 inline constexpr uint64_t kLargestNumber = std::numeric_limits<int64_t>::max();
 inline constexpr int64_t kLongestTime = 1'000'000'000;  // seconds
 inline constexpr int64_t kMillion = 1'000'000;
-
-// Where something stands in the file.
-struct Place {
-  size_t line = 0;
-  std::string path;  // such as `process[0].threads[2].share`
-};
-
-// Ends the reading. The file's name is left to whoever catches it.
-class MistakeFound : public std::exception {
- public:
-  explicit MistakeFound(Mistake mistake)
-      : mistake_(std::make_shared<const Mistake>(std::move(mistake))) {}
-
-  const Mistake &mistake() const { return *mistake_; }
-  const char *what() const noexcept override { return mistake_->what.c_str(); }
-
- private:
-  std::shared_ptr<const Mistake> mistake_;  // an exception must be copied without a throw
-};
-
-[[noreturn]] void failAt(const Place &place, std::string_view what, std::string_view expected);
-
-// A text as messages show it: quoted, and cut where it is long.
-std::string quoted(std::string_view text);
-// Several, each once.
-std::string quotedList(std::span<const std::string_view> texts);
 
 // A step of the way through the file; the steps before it must outlive it.
 struct Path {
