@@ -5,19 +5,19 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <memory>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 
 #include "darwin/file_flags.h"
 #include "darwin/proc_info.h"
 #include "darwin/socket.h"
-#include "host/simulator/process_texts.h"
 
 namespace host::simulator {
 
 namespace {
 
-constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
 constexpr size_t kLongestLabel = 255;
 // The kernel's limits less the closing NUL: of an address in the file system (whose first two bytes
 // are its length and family), of a kernel control, of an interface.
@@ -149,6 +149,13 @@ constexpr Word kTcpStates[] = {
     {"last-ack", darwin::TSI_S_LAST_ACK},       {"fin-wait-2", darwin::TSI_S_FIN_WAIT_2},
     {"time-wait", darwin::TSI_S_TIME_WAIT}};
 
+constexpr FigureKey<TrafficCounters> kTrafficFigures[] = {
+    {"received", &TrafficCounters::receivedBytes, Unit::kSize},
+    {"sent", &TrafficCounters::sentBytes, Unit::kSize},
+    {"received-packets", &TrafficCounters::receivedPackets, Unit::kCount},
+    {"sent-packets", &TrafficCounters::sentPackets, Unit::kCount},
+};
+
 // soi_state in each of these states.
 constexpr int32_t kTcpSocketStates[] = {
     0,
@@ -217,10 +224,10 @@ class DescriptorReader {
  public:
   DescriptorReader(const Field &field, bool isPartOfProcess)
       : reader_(field), takesPatterns_(isPartOfProcess) {
-    result_.place = field.place();
+    entry_.place = field.place();
   }
 
-  ReadDescriptor read() {
+  DescriptorEntry read() {
     const Type type =
         static_cast<Type>(reader_.require("type", "the descriptor's type").oneOf(kTypes));
     readCommon();
@@ -244,71 +251,57 @@ class DescriptorReader {
         readChannel();
         break;
       case Type::kFileEvents:
-        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_FSEVENTS};
+        entry_.item.object = Opaque{darwin::PROX_FDTYPE_FSEVENTS};
         break;
       case Type::kNetworkPolicy:
-        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_NETPOLICY};
+        entry_.item.object = Opaque{darwin::PROX_FDTYPE_NETPOLICY};
         break;
       case Type::kNexus:
-        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_NEXUS};
+        entry_.item.object = Opaque{darwin::PROX_FDTYPE_NEXUS};
         break;
       case Type::kAppleTalk:
-        result_.descriptor.object = Opaque{darwin::PROX_FDTYPE_ATALK};
+        entry_.item.object = Opaque{darwin::PROX_FDTYPE_ATALK};
         break;
       default:
         readSocket(type);
         break;
     }
     reader_.finish();
-    return std::move(result_);
+    return std::move(entry_);
   }
 
  private:
-  // A text into what `where` answers for a descriptor, at once or when its pattern is filled in.
   template <typename Where>
   void text(const Field &field, size_t most, Where where) {
-    if (!field) return;
-    const std::string &text = field.text(most);
-    where(result_.descriptor) = text;
-    if (!takesPatterns_ || !hasPattern(text)) return;
-    result_.patterns.push_back(
-        {field.place(), text, most,
-         [where](Descriptor &descriptor, const Place &, const std::string &filled) {
-           where(descriptor) = filled;
-         }});
+    readText(field, most, entry_.item, entry_.patterns, where);
   }
 
   void readCommon() {
-    Descriptor &descriptor = result_.descriptor;
+    Descriptor &descriptor = entry_.item;
     if (const Field field = reader_.find("number")) {
       descriptor.number = static_cast<int32_t>(field.number(0, kLargestDescriptor));
-      result_.numberPlace = field.place();
+      entry_.numberPlace = field.place();
     }
-    if (takesPatterns_) reader_.number("copies", result_.copies, 1, kMostCopies);
+    if (takesPatterns_) reader_.number("copies", entry_.copies, 1, kMostCopies);
     if (const Field field = reader_.find("mode")) {
       descriptor.openFlags = field.severalOfOrNumber(kModes);
     }
-    if (const Field field = reader_.find("status")) descriptor.status = field.severalOf(kStatuses);
-    if (const Field field = reader_.find("guard")) {
-      descriptor.guard = field.severalOf(kGuards);
-      if (descriptor.guard != 0) descriptor.status |= darwin::PROC_FP_GUARDED;
-    }
+    reader_.severalOf("status", descriptor.status, kStatuses);
+    reader_.severalOf("guard", descriptor.guard, kGuards);
+    if (descriptor.guard != 0) descriptor.status |= darwin::PROC_FP_GUARDED;
     reader_.figure("offset", descriptor.offset, Unit::kSize);
   }
 
   void readPeer() {
-    if (const Field field = reader_.find("label")) {
-      result_.label = field.text(kLongestLabel);
-      result_.labelPlace = field.place();
-    }
-    if (const Field field = reader_.find("peer")) {
-      result_.peer = field.text(kLongestLabel);
-      result_.peerPlace = field.place();
-    }
+    const auto label = [](const Field &field) {
+      return Label{field.text(kLongestLabel), std::make_shared<const Place>(field.place())};
+    };
+    reader_.read("label", entry_.label, label);
+    reader_.read("peer", entry_.peer, label);
   }
 
   void readFile() {
-    File &file = result_.descriptor.object.emplace<File>();
+    File &file = entry_.item.object.emplace<File>();
     text(reader_.require("path", "the file's path"), kLongestPath,
          [](Descriptor &d) -> std::string & { return std::get<File>(d.object).path; });
     reader_.oneOf("kind", file.type, kFileKinds);
@@ -325,7 +318,7 @@ class DescriptorReader {
 
   template <typename Object>
   Object &readNamed(Unit unit) {
-    Object &object = result_.descriptor.object.emplace<Object>();
+    Object &object = entry_.item.object.emplace<Object>();
     text(reader_.require("name", "the object's name"), kLongestPath,
          [](Descriptor &d) -> std::string & { return std::get<Object>(d.object).name; });
     reader_.number("permissions", object.mode, 0, kLargestPermissions);
@@ -336,18 +329,17 @@ class DescriptorReader {
   }
 
   void readPipe() {
-    PipeEnd &pipe = result_.descriptor.object.emplace<PipeEnd>();
+    PipeEnd &pipe = entry_.item.object.emplace<PipeEnd>();
     readPeer();
     reader_.figure("buffered", pipe.buffered, Unit::kSize);
     reader_.number("pipe-status", pipe.status);
   }
 
   void readQueue() {
-    EventQueue &queue = result_.descriptor.object.emplace<EventQueue>();
+    EventQueue &queue = entry_.item.object.emplace<EventQueue>();
     reader_.number("state", queue.state);
-    const Field events = reader_.find("events");
-    for (size_t i = 0; events && i < events.count(); i++) {
-      TableReader reader(events.element(i));
+    for (const Field &element : reader_.elements("events")) {
+      TableReader reader(element);
       QueuedEvent event;
       reader.number("ident", event.identifier);
       event.filter = reader.require("filter", "the number of the filter").number<int16_t>();
@@ -362,7 +354,7 @@ class DescriptorReader {
   }
 
   void readChannel() {
-    Channel &channel = result_.descriptor.object.emplace<Channel>();
+    Channel &channel = entry_.item.object.emplace<Channel>();
     if (const Field field = reader_.find("instance")) {
       const std::vector<uint8_t> bytes = field.bytes();
       if (bytes.size() != channel.instance.size()) {
@@ -377,7 +369,7 @@ class DescriptorReader {
 
   void readSocket(Type type) {
     const SocketRow &row = kSockets[static_cast<size_t>(type)];
-    Socket &socket = result_.descriptor.object.emplace<Socket>();
+    Socket &socket = entry_.item.object.emplace<Socket>();
     socket.kind = row.kind;
     socket.family = row.family;
     socket.type = row.type;
@@ -442,9 +434,9 @@ class DescriptorReader {
                  "two addresses of one family");
     }
     form |= ownForm;
-    std::get<Socket>(result_.descriptor.object).*side = *endpoint;
+    std::get<Socket>(entry_.item.object).*side = *endpoint;
     if (!isPattern) return;
-    result_.patterns.push_back(
+    entry_.patterns.push_back(
         {field.place(), text, kLongestEndpoint,
          [side, ownForm](Descriptor &descriptor, const Place &place, const std::string &filled) {
            std::optional<Endpoint> now = parseEndpoint(filled);
@@ -457,7 +449,7 @@ class DescriptorReader {
   }
 
   void readInternet(std::span<const Word> families) {
-    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    Socket &socket = std::get<Socket>(entry_.item.object);
     uint32_t ofAddresses = 0;
     readSide("local", &Socket::local, ofAddresses);
     readSide("remote", &Socket::remote, ofAddresses);
@@ -476,7 +468,7 @@ class DescriptorReader {
   }
 
   void readTcpState() {
-    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    Socket &socket = std::get<Socket>(entry_.item.object);
     socket.tcpState =
         socket.state == kSocketConnected ? darwin::TSI_S_ESTABLISHED : darwin::TSI_S_LISTEN;
     reader_.oneOf("state", socket.tcpState, kTcpStates);
@@ -485,17 +477,14 @@ class DescriptorReader {
 
   void readTraffic() {
     TrafficCounters traffic;
-    reader_.figure("received", traffic.receivedBytes, Unit::kSize);
-    reader_.figure("sent", traffic.sentBytes, Unit::kSize);
-    reader_.figure("received-packets", traffic.receivedPackets, Unit::kCount);
-    reader_.figure("sent-packets", traffic.sentPackets, Unit::kCount);
+    reader_.figures(kTrafficFigures, traffic);
     bool isCounted = true;
     reader_.flag("counted", isCounted);
-    if (isCounted) std::get<Socket>(result_.descriptor.object).traffic = traffic;
+    if (isCounted) std::get<Socket>(entry_.item.object).traffic = traffic;
   }
 
   void readUnix() {
-    Socket &socket = std::get<Socket>(result_.descriptor.object);
+    Socket &socket = std::get<Socket>(entry_.item.object);
     text(reader_.find("path"), kLongestSocketPath,
          [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).path; });
     text(reader_.find("peer-path"), kLongestSocketPath,
@@ -505,18 +494,15 @@ class DescriptorReader {
   }
 
   void readVirtual() {
-    Socket &socket = std::get<Socket>(result_.descriptor.object);
-    size_t at = 0;
+    Socket &socket = std::get<Socket>(entry_.item.object);
+    auto part = socket.virtualAddress.begin();
     for (const std::string_view key : {"local", "remote"}) {
       if (const Field field = reader_.find(key)) {
-        if (field.as<TomlArray>() == nullptr || field.count() != 2) {
-          field.fail("an array of two numbers");
-        }
-        for (size_t i = 0; i < 2; i++) {
-          socket.virtualAddress[at + i] = field.element(i).number<uint32_t>();
-        }
+        const std::vector<Field> parts = field.elementsOf(2, 2, "an array of two numbers");
+        part[0] = parts[0].number<uint32_t>();
+        part[1] = parts[1].number<uint32_t>();
       }
-      at += 2;
+      part += 2;
     }
     if (reader_.find("remote")) socket.state = kSocketConnected;
     reader_.oneOf("kind", socket.type, kSocketKinds);
@@ -524,13 +510,41 @@ class DescriptorReader {
 
   TableReader reader_;
   bool takesPatterns_;
-  ReadDescriptor result_;
+  DescriptorEntry entry_;
 };
 
 }  // namespace
 
-ReadDescriptor readDescriptor(const Field &field, bool isPartOfProcess) {
+DescriptorEntry readDescriptor(const Field &field, bool isPartOfProcess) {
   return DescriptorReader(field, isPartOfProcess).read();
+}
+
+void makeDescriptors(Items<DescriptorEntry> &descriptors) {
+  std::unordered_set<int32_t> taken;
+  for (const DescriptorEntry &entry : descriptors.entries) {
+    if (entry.item.number < 0) continue;
+    for (int32_t i = 0; i < entry.copies; i++) {
+      const int32_t number = entry.item.number + i;
+      if (taken.insert(number).second) continue;
+      failAt(entry.numberPlace,
+             "another descriptor has the number " + std::to_string(number) + " already",
+             "one of its own");
+    }
+  }
+  int32_t lowest = 0;
+  for (size_t e = 0; e < descriptors.entries.size(); e++) {
+    const DescriptorEntry &entry = descriptors.entries[e];
+    for (int32_t i = 0; i < entry.copies; i++) {
+      Descriptor &made = descriptors.items.emplace_back(entry.item);
+      descriptors.entryOf.push_back(e);
+      if (made.number >= 0) {
+        made.number += i;
+      } else {
+        while (taken.contains(lowest)) lowest++;
+        made.number = lowest++;
+      }
+    }
+  }
 }
 
 size_t textBytes(const Descriptor &descriptor) {

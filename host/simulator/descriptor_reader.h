@@ -1,14 +1,13 @@
-// One entry of `descriptors` in a device file. Which number it gets, who its peer is and what its
-// patterns stand for is decided where its process is known (process_reader.h).
+// The entries of `descriptors` in a device file. Who their peers are and what their patterns stand
+// for is decided where their process is known (process_maker.h).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include "host/simulator/device.h"
+#include "host/simulator/loading.h"
+#include "host/simulator/process_entry.h"
 #include "host/simulator/toml_reader.h"
 
 namespace host::simulator {
@@ -16,35 +15,21 @@ namespace host::simulator {
 // soi_state of a socket that has a peer.
 inline constexpr int32_t kSocketConnected = 0x2;
 
-// A text with a pattern in it: what it is when it is filled in goes where it belongs.
-template <typename Owner>
-struct Pattern {
-  Place place;
-  std::string text;
-  size_t most = 0;  // bytes, once it is filled in
-  std::function<void(Owner &, const Place &, const std::string &filled)> put;
-};
-
-struct ReadDescriptor {
-  Descriptor descriptor;  // `number` as it was given, else -1
-  int64_t copies = 1;
-  Place place;
-  Place numberPlace;  // where there is a number
-  std::string label;
-  std::string peer;
-  Place labelPlace;  // where there is a label
-  Place peerPlace;   // where there is a peer
-  std::vector<Pattern<Descriptor>> patterns;
+struct DescriptorEntry : Entry<Descriptor> {  // its `number` as it was given, else -1
+  Place numberPlace;                          // where there is a number
+  Label label;
+  Label peer;
 };
 
 // A descriptor that an event opens is no part of a process yet: it has no copies, and its texts no
 // patterns.
-ReadDescriptor readDescriptor(const Field &field, bool isPartOfProcess);
+DescriptorEntry readDescriptor(const Field &field, bool isPartOfProcess);
 
 // Bytes of memory beyond the descriptor itself.
 size_t textBytes(const Descriptor &descriptor);
-inline size_t textBytes(const std::string &text) {
-  return text.size() + sizeof(std::string);
-}
+
+// Makes the items of the entries: those with a number have it whatever comes before them, the
+// others get the lowest that is free.
+void makeDescriptors(Items<DescriptorEntry> &descriptors);
 
 }  // namespace host::simulator

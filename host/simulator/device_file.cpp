@@ -13,6 +13,8 @@
 #include "host/simulator/event_reader.h"
 #include "host/simulator/loading.h"
 #include "host/simulator/process_reader.h"
+#include "host/simulator/templates.h"
+#include "host/simulator/toml_parser.h"
 #include "host/simulator/toml_reader.h"
 #include "host/simulator/wide.h"
 
@@ -38,35 +40,42 @@ constexpr Word kClockModes[] = {{"wall", 0}, {"stepped", 1}};
 constexpr Word kInterfaceTypes[] = {
     {"ethernet", 6}, {"point-to-point", 23}, {"loopback", 24}, {"cellular", 255}};
 
-struct MemoryKey {
-  std::string_view key;
-  Figure Memory::*figure;
+constexpr FigureKey<Memory> kMemoryFigures[] = {
+    {"free", &Memory::free, Unit::kCount},
+    {"active", &Memory::active, Unit::kCount},
+    {"inactive", &Memory::inactive, Unit::kCount},
+    {"wired", &Memory::wired, Unit::kCount},
+    {"purgeable", &Memory::purgeable, Unit::kCount},
+    {"speculative", &Memory::speculative, Unit::kCount},
+    {"throttled", &Memory::throttled, Unit::kCount},
+    {"external", &Memory::external, Unit::kCount},
+    {"internal", &Memory::internal, Unit::kCount},
+    {"compressor", &Memory::compressor, Unit::kCount},
+    {"uncompressed", &Memory::uncompressed, Unit::kCount},
+    {"compressions", &Memory::compressions, Unit::kCount},
+    {"decompressions", &Memory::decompressions, Unit::kCount},
+    {"page-ins", &Memory::pageIns, Unit::kCount},
+    {"page-outs", &Memory::pageOuts, Unit::kCount},
+    {"swap-ins", &Memory::swapIns, Unit::kCount},
+    {"swap-outs", &Memory::swapOuts, Unit::kCount},
+    {"faults", &Memory::faults, Unit::kCount},
+    {"copy-on-write-faults", &Memory::copyOnWriteFaults, Unit::kCount},
+    {"zero-fills", &Memory::zeroFills, Unit::kCount},
+    {"reactivations", &Memory::reactivations, Unit::kCount},
+    {"purges", &Memory::purges, Unit::kCount},
+    {"lookups", &Memory::lookups, Unit::kCount},
+    {"hits", &Memory::hits, Unit::kCount},
 };
-constexpr MemoryKey kMemoryFigures[] = {
-    {"free", &Memory::free},
-    {"active", &Memory::active},
-    {"inactive", &Memory::inactive},
-    {"wired", &Memory::wired},
-    {"purgeable", &Memory::purgeable},
-    {"speculative", &Memory::speculative},
-    {"throttled", &Memory::throttled},
-    {"external", &Memory::external},
-    {"internal", &Memory::internal},
-    {"compressor", &Memory::compressor},
-    {"uncompressed", &Memory::uncompressed},
-    {"compressions", &Memory::compressions},
-    {"decompressions", &Memory::decompressions},
-    {"page-ins", &Memory::pageIns},
-    {"page-outs", &Memory::pageOuts},
-    {"swap-ins", &Memory::swapIns},
-    {"swap-outs", &Memory::swapOuts},
-    {"faults", &Memory::faults},
-    {"copy-on-write-faults", &Memory::copyOnWriteFaults},
-    {"zero-fills", &Memory::zeroFills},
-    {"reactivations", &Memory::reactivations},
-    {"purges", &Memory::purges},
-    {"lookups", &Memory::lookups},
-    {"hits", &Memory::hits},
+constexpr FigureKey<Processor> kProcessorFigures[] = {
+    {"user", &Processor::user, Unit::kCount},
+    {"system", &Processor::system, Unit::kCount},
+    {"nice", &Processor::nice, Unit::kCount},
+};
+constexpr FigureKey<Interface> kInterfaceFigures[] = {
+    {"received-packets", &Interface::receivedPackets, Unit::kCount},
+    {"sent-packets", &Interface::sentPackets, Unit::kCount},
+    {"received", &Interface::receivedBytes, Unit::kSize},
+    {"sent", &Interface::sentBytes, Unit::kSize},
 };
 
 void readKernel(const Field &field, Kernel &kernel) {
@@ -80,18 +89,15 @@ void readKernel(const Field &field, Kernel &kernel) {
     if (kernel.pageSize != 4096 && kernel.pageSize != 16384) size.fail("4096 or 16384");
   }
   if (const Field timebase = reader.find("timebase")) {
-    if (timebase.as<TomlArray>() == nullptr || timebase.count() != 2) {
-      timebase.fail("an array of two numbers");
-    }
+    const std::vector<Field> parts = timebase.elementsOf(2, 2, "an array of two numbers");
     constexpr int64_t kMost = Field::mostOf<uint32_t>();
-    kernel.timebaseNumerator = static_cast<uint32_t>(timebase.element(0).number(1, kMost));
-    kernel.timebaseDenominator = static_cast<uint32_t>(timebase.element(1).number(1, kMost));
+    kernel.timebaseNumerator = static_cast<uint32_t>(parts[0].number(1, kMost));
+    kernel.timebaseDenominator = static_cast<uint32_t>(parts[1].number(1, kMost));
   }
-  if (const Field missing = reader.find("missing")) {
-    const uint32_t words = missing.severalOf(kEntryPoints);
-    for (const Word &word : kEntryPoints) {
-      if ((words & word.value) != 0) kernel.missing.emplace_back(word.text);
-    }
+  uint32_t missing = 0;
+  reader.severalOf("missing", missing, kEntryPoints);
+  for (const Word &word : kEntryPoints) {
+    if ((missing & word.value) != 0) kernel.missing.emplace_back(word.text);
   }
   reader.flag("kernel-task", kernel.givesTask);
   if (const Field extensions = reader.find("extensions")) {
@@ -120,30 +126,23 @@ bool isZone(const std::string &text) {
                            kRule + ")?");
 }
 
-void readZone(const Field &field, std::string &zone) {
-  zone = field.text(kLongestKernelText);
+std::string readZone(const Field &field) {
+  const std::string &zone = field.text(kLongestKernelText);
   if (!isZone(zone)) {
     field.fail("a time zone such as \"UTC\" or \"CET-1CEST,M3.5.0,M10.5.0/3\"");
   }
+  return zone;
 }
 
 void readClock(const Field &field, DeviceClock &clock) {
   TableReader reader(field);
   reader.oneOf("mode", clock.isStepped, kClockModes);
-  if (const Field step = reader.find("step")) clock.step = step.timeAboveZero();
-  const Field start = reader.find("start");
-  if (start) {
-    const TomlTime *time = start.as<TomlTime>();
-    if (time == nullptr || time->seconds < 0) {
-      start.fail("a time of day from 1970 on such as 2024-03-05T14:07:09Z");
-    }
-    clock.start = time->seconds;
-  }
-  const Field zone = reader.find("zone");
-  if (zone) readZone(zone, clock.zone);
+  reader.read("step", clock.step, &Field::timeAboveZero);
+  reader.read("start", clock.start, &Field::moment);
+  reader.read("zone", clock.zone, readZone);
   reader.time("up", clock.up);
   reader.finish();
-  if (clock.isStepped && (!start || !zone)) {
+  if (clock.isStepped && (!reader.peek("start") || !reader.peek("zone"))) {
     failAt(reader.place(), "a stepped clock without `start` or `zone`", "both of them");
   }
 }
@@ -156,17 +155,14 @@ int64_t idleGrowth(const Processor &processor) {
 }
 
 void readProcessors(const Field &field, std::vector<Processor> &processors) {
-  for (size_t i = 0; i < field.count(); i++) {
-    TableReader reader(field.element(i));
+  for (const Field &element : field.elements()) {
+    TableReader reader(element);
     size_t copies = 1;
-    const Field several = reader.find("copies");
-    if (several) copies = static_cast<size_t>(several.number(1, kMostProcessors));
+    reader.number("copies", copies, 1, kMostProcessors);
     Processor processor;
-    reader.figure("user", processor.user, Unit::kCount);
-    reader.figure("system", processor.system, Unit::kCount);
-    reader.figure("nice", processor.nice, Unit::kCount);
+    reader.figures(kProcessorFigures, processor);
     ReadFigure idle;
-    if (const Field given = reader.find("idle")) idle = given.figure(Unit::kCount);
+    reader.read("idle", idle, [](const Field &given) { return given.figure(Unit::kCount); });
     if (!idle.hasGrowth) idle.figure.growth = idleGrowth(processor);
     processor.idle = idle.figure;
     reader.finish();
@@ -194,9 +190,7 @@ void readHardware(const Field &field, Hardware &hardware) {
 
 void readMemory(const Field &field, Memory &memory) {
   TableReader reader(field);
-  for (const MemoryKey &row : kMemoryFigures) {
-    reader.figure(row.key, memory.*row.figure, Unit::kCount);
-  }
+  reader.figures(kMemoryFigures, memory);
   reader.finish();
 }
 
@@ -211,17 +205,16 @@ Swap readSwap(const Field &field) {
 }
 
 void readLoad(const Field &field, std::array<Figure, 3> &averages) {
-  if (field.as<TomlArray>() == nullptr || field.count() != averages.size()) {
-    field.fail("an array of three figures");
-  }
+  const std::vector<Field> figures =
+      field.elementsOf(averages.size(), averages.size(), "an array of three figures");
   for (size_t i = 0; i < averages.size(); i++) {
-    averages[i] = field.element(i).figure(Unit::kLoad, kLargestLoad).figure;
+    averages[i] = figures[i].figure(Unit::kLoad, kLargestLoad).figure;
   }
 }
 
 void readInterfaces(const Field &field, std::vector<Interface> &interfaces) {
-  for (size_t i = 0; i < field.count(); i++) {
-    TableReader reader(field.element(i));
+  for (const Field &element : field.elements()) {
+    TableReader reader(element);
     Interface interface;
     const Field name = reader.require("name", "a text");
     interface.name = name.text(kLongestInterface);
@@ -235,10 +228,7 @@ void readInterfaces(const Field &field, std::vector<Interface> &interfaces) {
     reader.number("flags", interface.flags);
     reader.number("mtu", interface.mtu);
     reader.number("speed", interface.speed);
-    reader.figure("received-packets", interface.receivedPackets, Unit::kCount);
-    reader.figure("sent-packets", interface.sentPackets, Unit::kCount);
-    reader.figure("received", interface.receivedBytes, Unit::kSize);
-    reader.figure("sent", interface.sentBytes, Unit::kSize);
+    reader.figures(kInterfaceFigures, interface);
     reader.finish();
     if (interfaces.size() == kMostInterfaces) {
       failAt(reader.place(), "makes more than 1000 interfaces", "at most that many");
@@ -251,16 +241,14 @@ WiFi readWiFi(const Field &field) {
   TableReader reader(field);
   WiFi wifi;
   reader.text("interface", wifi.interface, kLongestInterface);
-  if (const Field name = reader.find("name")) wifi.name = name.text(kLongestNetwork);
+  reader.text("name", wifi.name, kLongestNetwork);
   reader.number("channel", wifi.channel);
   reader.number("channel-flags", wifi.channelFlags);
   reader.number("signal", wifi.signal);
   if (const Field radios = reader.find("radios")) {
-    if (radios.as<TomlArray>() == nullptr || radios.count() == 0 || radios.count() > kMostRadios) {
-      radios.fail("an array of one to four numbers");
-    }
-    for (size_t i = 0; i < radios.count(); i++) {
-      wifi.perRadio.push_back(radios.element(i).number<int32_t>());
+    for (const Field &radio :
+         radios.elementsOf(1, kMostRadios, "an array of one to four numbers")) {
+      wifi.perRadio.push_back(radio.number<int32_t>());
     }
   }
   reader.finish();
@@ -270,25 +258,20 @@ WiFi readWiFi(const Field &field) {
 void readPower(Loading &loading, const Field &field) {
   TableReader reader(field);
   Power &power = loading.device.power.emplace();
-  if (const Field remaining = reader.find("remaining")) {
-    power.secondsRemaining = readRemaining(remaining);
-  }
-  const Field sources = reader.find("source");
-  for (size_t i = 0; sources && i < sources.count(); i++) {
-    TableReader of(sources.element(i));
+  reader.read("remaining", power.secondsRemaining, readRemaining);
+  for (const Field &element : reader.elements("source")) {
+    TableReader of(element);
     PowerSource source;
-    if (const Field capacity = of.find("capacity")) {
-      source.capacity = static_cast<int32_t>(capacity.number(0, 100));
-    }
-    if (const Field state = of.find("state")) source.state = state.text(kLongestKernelText);
-    if (const Field charging = of.find("charging")) source.isCharging = charging.flag();
+    of.number("capacity", source.capacity, 0, 100);
+    of.text("state", source.state, kLongestKernelText);
+    of.flag("charging", source.isCharging);
     of.finish();
     power.sources.push_back(std::move(source));
   }
   if (const Field assertions = reader.find("assertions")) {
     power.assertions.emplace();
-    for (size_t i = 0; i < assertions.count(); i++) {
-      TableReader of(assertions.element(i));
+    for (const Field &element : assertions.elements()) {
+      TableReader of(element);
       const Field process = of.require("process", "a PID or a process's name");
       const std::vector<std::string> names =
           of.require("names", "an array of texts").texts(kLongestText);
@@ -306,8 +289,7 @@ GestaltValue readAnswer(const Field &field) {
   if (const std::string *text = field.as<std::string>()) return *text;
   if (const int64_t *number = field.as<int64_t>()) return *number;
   if (const bool *flag = field.as<bool>()) return *flag;
-  if (field.as<TomlTable>() == nullptr)
-    field.fail("a text, a number, a flag or { error = NUMBER }");
+  if (field.asTable() == nullptr) field.fail("a text, a number, a flag or { error = NUMBER }");
   TableReader reader(field);
   Refusal refusal;
   const Field error = reader.require("error", "a number");
@@ -320,8 +302,8 @@ GestaltValue readAnswer(const Field &field) {
 void readGestalt(const Field &field, Device &device) {
   TableReader reader(field);
   device.gestalt.emplace();
-  for (const TomlMember &member : reader.table().members) {
-    (*device.gestalt)[member.key] = readAnswer(reader.find(member.key));
+  for (const std::string_view key : reader.keys()) {
+    (*device.gestalt)[std::string(key)] = readAnswer(reader.find(key));
   }
 }
 
@@ -332,9 +314,9 @@ std::string nameOf(std::string_view file) {
   return std::string(file);
 }
 
-void readDevice(Loading &loading, const TomlTable &table) {
+void readDevice(Loading &loading, const Field &document) {
   Device &device = loading.device;
-  TableReader reader(table, 1);
+  TableReader reader(document);
   // All that may stand here, so that a word that is misspelt is seen before anything that it lacks.
   const Field kernel = reader.find("kernel");
   const Field clock = reader.find("clock");
@@ -388,14 +370,11 @@ std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_vie
   if (text.size() > kLongestFile) {
     return ofWholeFile(fileName, "more than 4 MiB", "at most that much");
   }
-  std::variant<TomlTable, TomlError> parsed = parseToml(text);
-  if (TomlError *error = std::get_if<TomlError>(&parsed)) {
-    return Mistake{fileName, error->line, std::move(error->what), ""};
-  }
   try {
+    const std::shared_ptr<const toml::node> document = parseToml(text);
     Loading loading;
     loading.device.name = nameOf(file);
-    readDevice(loading, std::get<TomlTable>(parsed));
+    readDevice(loading, Field(*document));
     return std::move(loading.device);
   } catch (const MistakeFound &found) {
     Mistake mistake = found.mistake();

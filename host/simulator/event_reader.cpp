@@ -7,14 +7,16 @@
 #include "darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "host/simulator/descriptor_reader.h"
+#include "host/simulator/process_plan.h"
+#include "host/simulator/process_reader.h"
 #include "host/simulator/process_texts.h"
+#include "host/simulator/standing_reader.h"
+#include "host/simulator/thread_reader.h"
 
 namespace host::simulator {
 
 namespace {
 
-constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
-constexpr size_t kLongestArgument = 262'144;
 constexpr size_t kLongestState = 255;
 constexpr int64_t kLargestDescriptor = 19'998;  // the last copy of the one with the largest number
 constexpr int64_t kMostSources = 1000;
@@ -155,10 +157,10 @@ class EventReader {
         break;
       case Do::kOpen: {
         OpenDescriptor open;
-        ReadDescriptor entry =
+        DescriptorEntry entry =
             readDescriptor(reader_.require("descriptor", "a table of a descriptor"), false);
         loading_.take(Limit::kDescriptors, 1, 1, entry.place);
-        open.descriptor = std::move(entry.descriptor);
+        open.descriptor = std::move(entry.item);
         const size_t index = addAbout(std::move(open));
         addEnd(entry, index);
         break;
@@ -199,11 +201,9 @@ class EventReader {
     return index;
   }
 
-  void addEnd(const ReadDescriptor &entry, size_t index) {
-    if (entry.label.empty() && entry.peer.empty()) return;
-    loading_.addEnd({entry.label, entry.peer, std::make_shared<const Place>(entry.labelPlace),
-                     std::make_shared<const Place>(entry.peerPlace),
-                     [index](Device &device) -> Descriptor & {
+  void addEnd(const DescriptorEntry &entry, size_t index) {
+    if (entry.label.text.empty() && entry.peer.text.empty()) return;
+    loading_.addEnd({entry.label, entry.peer, [index](Device &device) -> Descriptor & {
                        return std::get<OpenDescriptor>(device.events[index].action).descriptor;
                      }});
   }
@@ -216,47 +216,43 @@ class EventReader {
     exec.path = filledIn(kDefaultPath, values);
     reader_.text("path", exec.path, kLongestPath);
     exec.arguments = {exec.path};
-    if (const Field field = reader_.find("arguments")) {
-      exec.arguments = field.texts(kLongestArgument);
-    }
+    reader_.read("arguments", exec.arguments,
+                 [](const Field &field) { return field.texts(kLongestArgument); });
     addAbout(std::move(exec));
   }
 
-  void readSize(std::string_view key, std::optional<uint64_t> &target) {
-    if (const Field field = reader_.find(key)) target = field.size();
-  }
-  template <typename T>
-  void readNumber(std::string_view key, std::optional<T> &target,
-                  int64_t least = Field::leastOf<T>(), int64_t most = Field::mostOf<T>()) {
-    if (const Field field = reader_.find(key)) {
-      target = static_cast<T>(field.number(least, most));
+  std::vector<Thread> readChangedThreads(const Field &field, const ThreadDefaults &defaults) {
+    Items<ThreadEntry> threads;
+    readThreads(field, defaults,
+                [&](ThreadEntry entry) { addThreads(loading_, 1, std::move(entry), threads); });
+    checkThreadNumbers(threads.entries);
+    for (size_t i = 0; i < threads.items.size(); i++) {
+      Thread &thread = threads.items[i];
+      growTimes(thread.share.start, threads.entryAt(i).given, thread.userTime, thread.systemTime);
     }
+    return std::move(threads.items);
   }
 
   void readChange() {
     ChangeProcess change;
-    readSize("virtual", change.virtualSize);
-    readSize("resident", change.residentSize);
-    readSize("disk-read", change.diskRead);
-    readSize("disk-written", change.diskWritten);
-    readNumber("priority", change.priority, 0, kLargestPriority);
-    readNumber("band", change.band);
-    readNumber("limit", change.limit, -1);
-    readNumber("jetsam-state", change.jetsamState);
-    if (const Field field = reader_.find("sandbox")) change.sandboxed = readSandbox(field);
-    if (const Field field = reader_.find("signing")) {
-      change.codeSigningFlags = field.severalOfOrNumber(kSigningFlags);
-    }
-    if (const Field field = reader_.find("application-state")) {
-      change.applicationState = static_cast<int32_t>(field.oneOf(kApplicationStates));
-    }
+    reader_.size("virtual", change.virtualSize);
+    reader_.size("resident", change.residentSize);
+    reader_.size("disk-read", change.diskRead);
+    reader_.size("disk-written", change.diskWritten);
+    reader_.number("priority", change.priority, 0, kLargestPriority);
+    reader_.number("band", change.band);
+    reader_.number("limit", change.limit, -1);
+    reader_.number("jetsam-state", change.jetsamState);
+    reader_.read("sandbox", change.sandboxed, readSandbox);
+    reader_.read("signing", change.codeSigningFlags, readSigning);
+    reader_.read("application-state", change.applicationState, readApplicationState);
     if (const Field field = reader_.find("threads")) {
       // As of a process of which nothing is said, unless it is there from the start.
       const Process *process = loading_.findListed(reader_.require("process", kProcessExpected));
-      Process unknown;
-      if (process == nullptr) process = &unknown;
-      change.threads = readThreads(loading_, field, change.priority.value_or(process->priority),
-                                   process->policy);
+      ThreadDefaults defaults;
+      if (process != nullptr) defaults = {process->priority, process->policy, std::nullopt};
+      if (change.priority) defaults.priority = *change.priority;
+      change.threads = readChangedThreads(field, defaults);
     }
     addAbout(std::move(change));
   }
@@ -265,18 +261,16 @@ class EventReader {
     RaisePressure pressure;
     reader_.number("wanted", pressure.wantedPages);
     reader_.number("reclaimed", pressure.reclaimedPages);
-    readNumber("level", pressure.level, 0, 100);
+    reader_.number("level", pressure.level, 0, 100);
     add(pressure);
   }
 
   void readPower() {
     ChangePower change;
-    readNumber("capacity", change.capacity, 0, 100);
-    if (const Field field = reader_.find("state")) change.state = field.text(kLongestState);
-    if (const Field field = reader_.find("charging")) change.isCharging = field.flag();
-    if (const Field field = reader_.find("remaining")) {
-      change.secondsRemaining = readRemaining(field);
-    }
+    reader_.number("capacity", change.capacity, 0, 100);
+    reader_.text("state", change.state, kLongestState);
+    reader_.flag("charging", change.isCharging);
+    reader_.read("remaining", change.secondsRemaining, readRemaining);
     const Field source = reader_.find("source");
     if (source) change.source = static_cast<size_t>(source.number(0, kMostSources));
     const std::optional<Power> &power = loading_.device.power;
@@ -325,9 +319,7 @@ double readRemaining(const Field &field) {
 }
 
 void readEvents(Loading &loading, const Templates &templates, const Field &field) {
-  for (size_t i = 0; i < field.count(); i++) {
-    EventReader(loading, templates, field.element(i)).read();
-  }
+  for (const Field &element : field.elements()) EventReader(loading, templates, element).read();
 }
 
 }  // namespace host::simulator

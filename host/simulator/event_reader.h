@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/simulator/loading.h"
-#include "host/simulator/process_reader.h"
+#include "host/simulator/templates.h"
 #include "host/simulator/toml_reader.h"
 
 namespace host::simulator {

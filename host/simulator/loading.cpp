@@ -107,21 +107,23 @@ void Loading::settlePeers() {
     Descriptor &descriptor = end.reach(device);
     descriptor.handle = handle;
     handle += kHandleDistance;
-    if (end.label.empty()) continue;
-    if (!labelled.emplace(end.label, &descriptor).second) {
-      failAt(*end.labelPlace, quoted(end.label) + " is the label of another descriptor already",
+    if (end.label.text.empty()) continue;
+    if (!labelled.emplace(end.label.text, &descriptor).second) {
+      failAt(*end.label.place,
+             quoted(end.label.text) + " is the label of another descriptor already",
              "a label of its own");
     }
   }
   for (const End &end : ends_) {
-    if (end.peer.empty()) continue;
-    const auto place = labelled.find(end.peer);
+    if (end.peer.text.empty()) continue;
+    const auto place = labelled.find(end.peer.text);
     if (place == labelled.end()) {
-      failAt(*end.peerPlace, "nothing has the label " + quoted(end.peer), "the label of its peer");
+      failAt(*end.peer.place, "nothing has the label " + quoted(end.peer.text),
+             "the label of its peer");
     }
     Descriptor &descriptor = end.reach(device);
     if (descriptor.object.index() != place->second->object.index()) {
-      failAt(*end.peerPlace, quoted(end.peer) + " is the label of another type",
+      failAt(*end.peer.place, quoted(end.peer.text) + " is the label of another type",
              "a socket as the peer of a socket, a pipe of a pipe");
     }
     descriptor.peer = place->second->handle;

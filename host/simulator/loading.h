@@ -21,7 +21,15 @@ enum class Limit { kProcesses, kThreads, kDescriptors, kRegions, kBytes };
 
 inline constexpr int64_t kLargestPid = 99999;
 inline constexpr size_t kLongestName = 255;
+inline constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
+inline constexpr size_t kLongestArgument = 262'144;
 inline constexpr int64_t kLargestPriority = 127;
+
+// What a descriptor is called where it is the peer of another; empty for none.
+struct Label {
+  std::string text;
+  std::shared_ptr<const Place> place;  // of many descriptors; null where there is none
+};
 
 class Loading {
  public:
@@ -39,12 +47,10 @@ class Loading {
   void addListed(Process process);
   const Process *findListed(int32_t pid) const;
 
-  // A descriptor with a label or a peer (empty for none), and where they stand.
+  // A descriptor with a label or a peer.
   struct End {
-    std::string label;
-    std::string peer;
-    std::shared_ptr<const Place> labelPlace;
-    std::shared_ptr<const Place> peerPlace;
+    Label label;
+    Label peer;
     std::function<Descriptor &(Device &)> reach;  // finds it in the device
   };
   void addEnd(End end) { ends_.push_back(std::move(end)); }

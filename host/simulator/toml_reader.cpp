@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <numeric>
 #include <utility>
 
+#include "host/simulator/toml_library.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {
@@ -15,6 +17,7 @@ namespace {
 constexpr size_t kMostWords = 64;
 // Millionths per second, up or down.
 constexpr int64_t kLargestGrowth = 9'000'000'000'000'000'000;
+constexpr uint64_t kLongestNanoseconds = static_cast<uint64_t>(kLongestTime) * 1'000'000'000;
 constexpr std::string_view kSizeExpected = "a size such as 4096 or \"1.5M\"";
 
 struct UnitRow {
@@ -49,15 +52,15 @@ std::string fractionText(double number) {
   return text;
 }
 
-std::string describe(const TomlValue &value) {
-  if (const bool *flag = std::get_if<bool>(&value.data)) return *flag ? "true" : "false";
-  if (const int64_t *number = std::get_if<int64_t>(&value.data)) return std::to_string(*number);
-  if (const double *number = std::get_if<double>(&value.data)) return fractionText(*number);
-  if (const std::string *text = std::get_if<std::string>(&value.data)) return quoted(*text);
-  if (std::holds_alternative<TomlArray>(value.data)) return "an array";
-  if (std::holds_alternative<TomlTable>(value.data)) return "a table";
-  if (std::holds_alternative<TomlTime>(value.data)) return "a time of day";
-  return "a time of day without an offset";
+std::string describe(const Field &field) {
+  if (const bool *flag = field.as<bool>()) return *flag ? "true" : "false";
+  if (const int64_t *number = field.as<int64_t>()) return std::to_string(*number);
+  if (const double *number = field.as<double>()) return fractionText(*number);
+  if (const std::string *text = field.as<std::string>()) return quoted(*text);
+  if (field.isArray()) return "an array";
+  if (field.asTable() != nullptr) return "a table";
+  const toml::date_time *time = field.as<toml::date_time>();
+  return time != nullptr && time->offset ? "a time of day" : "a time of day without an offset";
 }
 
 std::string listOf(std::span<const Word> words) {
@@ -99,9 +102,11 @@ std::string expectedFor(std::string_view key, std::span<const std::string_view> 
   return "one of " + quotedList(alike.empty() ? known : std::span<const std::string_view>(alike));
 }
 
-const Word *findWord(std::span<const Word> words, std::string_view text) {
+// Null when there is no text, or it is none of `words`.
+const Word *findWord(std::span<const Word> words, const std::string *text) {
+  if (text == nullptr) return nullptr;
   const auto place = std::find_if(words.begin(), words.end(),
-                                  [text](const Word &word) { return word.text == text; });
+                                  [text](const Word &word) { return word.text == *text; });
   return place != words.end() ? &*place : nullptr;
 }
 
@@ -133,46 +138,37 @@ std::optional<uint64_t> rounded(double value, uint64_t most) {
   return whole <= most ? std::optional(whole) : std::nullopt;
 }
 
+// What is no whole number: a fraction, or a size as a text.
+std::optional<double> fractionIn(const Field &field, const UnitRow &row) {
+  if (const double *number = field.as<double>()) return *number;
+  const std::string *text = row.takesText ? field.as<std::string>() : nullptr;
+  return text != nullptr ? parseSize(*text) : std::nullopt;
+}
+
 // In the unit in which the figure is kept; nothing when it is out of range or of another kind.
-std::optional<uint64_t> amount(const TomlValue &value, Unit unit, uint64_t most) {
+std::optional<uint64_t> amount(const Field &field, Unit unit, uint64_t most) {
   const UnitRow &row = rowOf(unit);
-  if (const int64_t *number = std::get_if<int64_t>(&value.data)) {
+  if (const int64_t *number = field.as<int64_t>()) {
     const Wide scaled = Wide{*number} * row.scale;
     if (scaled < 0 || scaled > Wide{most}) return std::nullopt;
     return static_cast<uint64_t>(scaled);
   }
-  if (const double *number = std::get_if<double>(&value.data); number != nullptr) {
-    if (!row.takesFraction) return std::nullopt;
-    return rounded(*number * static_cast<double>(row.scale), most);
-  }
-  if (const std::string *text = std::get_if<std::string>(&value.data);
-      text != nullptr && row.takesText) {
-    const std::optional<double> size = parseSize(*text);
-    return size ? rounded(*size, most) : std::nullopt;
-  }
-  return std::nullopt;
+  if (field.as<double>() != nullptr && !row.takesFraction) return std::nullopt;
+  const std::optional<double> number = fractionIn(field, row);
+  return number ? rounded(*number * static_cast<double>(row.scale), most) : std::nullopt;
 }
 
 // Millionths per second, in the unit in which the figure is kept.
-std::optional<int64_t> growthOf(const TomlValue &value, Unit unit) {
+std::optional<int64_t> growthOf(const Field &field, Unit unit) {
   const UnitRow &row = rowOf(unit);
-  double number = 0;
-  if (const int64_t *whole = std::get_if<int64_t>(&value.data)) {
+  if (const int64_t *whole = field.as<int64_t>()) {
     const Wide scaled = Wide{*whole} * row.scale * kMillion;
     if (scaled < -kLargestGrowth || scaled > kLargestGrowth) return std::nullopt;
     return static_cast<int64_t>(scaled);
   }
-  if (const double *fraction = std::get_if<double>(&value.data)) {
-    number = *fraction;
-  } else if (const std::string *text = std::get_if<std::string>(&value.data);
-             text != nullptr && row.takesText) {
-    const std::optional<double> size = parseSize(*text);
-    if (!size) return std::nullopt;
-    number = *size;
-  } else {
-    return std::nullopt;
-  }
-  const double scaled = number * static_cast<double>(row.scale) * static_cast<double>(kMillion);
+  const std::optional<double> number = fractionIn(field, row);
+  if (!number) return std::nullopt;
+  const double scaled = *number * static_cast<double>(row.scale) * static_cast<double>(kMillion);
   if (!(std::abs(scaled) <= static_cast<double>(kLargestGrowth))) return std::nullopt;
   return std::llround(scaled);
 }
@@ -204,6 +200,22 @@ std::optional<uint8_t> hexDigit(char letter) {
   return std::nullopt;
 }
 
+uint32_t allOf(const Field &list, std::span<const Word> words, bool orNumbers) {
+  std::string expected = "several of " + listOf(words);
+  if (orNumbers) expected += ", or numbers";
+  uint32_t all = 0;
+  for (const Field &field : list.elementsOf(0, kMostWords, "an array with " + expected)) {
+    if (const Word *word = findWord(words, field.as<std::string>())) {
+      all |= static_cast<uint32_t>(word->value);
+    } else if (orNumbers && field.as<int64_t>() != nullptr) {
+      all |= field.number<uint32_t>();
+    } else {
+      field.fail(expected);
+    }
+  }
+  return all;
+}
+
 }  // namespace
 
 std::string Path::text() const {
@@ -215,8 +227,30 @@ std::string Path::text() const {
   return text;
 }
 
+size_t Field::line() const {
+  return node_->source().begin.line;
+}
+
+template <typename T>
+const T *Field::as() const {
+  const toml::value<T> *value = node_->as<T>();
+  return value != nullptr ? &value->get() : nullptr;
+}
+template const bool *Field::as() const;
+template const int64_t *Field::as() const;
+template const double *Field::as() const;
+template const std::string *Field::as() const;
+
+bool Field::isArray() const {
+  return node_->is_array();
+}
+
+const toml::table *Field::asTable() const {
+  return node_->as_table();
+}
+
 void Field::fail(std::string_view expected) const {
-  fail("found " + describe(*value_), expected);
+  fail("found " + describe(*this), expected);
 }
 
 void Field::fail(std::string_view what, std::string_view expected) const {
@@ -249,15 +283,14 @@ double Field::fraction(double least, double most) const {
   return value;
 }
 
-uint64_t Field::size(uint64_t most) const {
-  const std::optional<uint64_t> size = amount(*value_, Unit::kSize, most);
+uint64_t Field::size() const {
+  const std::optional<uint64_t> size = amount(*this, Unit::kSize, kLargestNumber);
   if (!size) fail(kSizeExpected);
   return *size;
 }
 
 Nanoseconds Field::time() const {
-  constexpr uint64_t kMost = static_cast<uint64_t>(kLongestTime) * 1'000'000'000;
-  const std::optional<uint64_t> time = amount(*value_, Unit::kTime, kMost);
+  const std::optional<uint64_t> time = amount(*this, Unit::kTime, kLongestNanoseconds);
   if (!time) fail(rangeText("a time in seconds", 0, kLongestTime));
   return Nanoseconds(static_cast<int64_t>(*time));
 }
@@ -266,6 +299,36 @@ Nanoseconds Field::timeAboveZero() const {
   const Nanoseconds result = time();
   if (result.count() == 0) fail("a time above 0");
   return result;
+}
+
+int64_t Field::moment() const {
+  using namespace std::chrono;
+  const toml::date_time *time = as<toml::date_time>();
+  int64_t moment = -1;
+  if (time != nullptr && time->offset) {
+    const sys_days day = year{time->date.year} / time->date.month / time->date.day;
+    const seconds sinceMidnight =
+        hours{time->time.hour} + minutes{time->time.minute} + seconds{time->time.second};
+    const minutes offset{time->offset->minutes};
+    moment = (day.time_since_epoch() + sinceMidnight - offset).count();
+  }
+  if (moment < 0) fail("a time of day from 1970 on such as 2024-03-05T14:07:09Z");
+  return moment;
+}
+
+uint64_t Field::address() const {
+  constexpr std::string_view kPrefix = "0x";
+  if (const std::string *text = as<std::string>()) {
+    const char *end = text->data() + text->size();
+    uint64_t address = 0;
+    if (text->starts_with(kPrefix)) {
+      const auto [stop, error] = std::from_chars(text->data() + kPrefix.size(), end, address, 16);
+      if (error == std::errc() && stop == end) return address;
+    }
+  } else if (const int64_t *number = as<int64_t>(); number != nullptr && *number >= 0) {
+    return static_cast<uint64_t>(*number);
+  }
+  fail("an address: a number, or a text such as \"0xfffffff007b6a1c4\"");
 }
 
 const std::string &Field::text(size_t most) const {
@@ -281,46 +344,21 @@ const std::string &Field::text(size_t most) const {
 
 std::vector<std::string> Field::texts(size_t most) const {
   std::vector<std::string> result;
-  result.reserve(count());
-  for (size_t i = 0; i < count(); i++) result.push_back(element(i).text(most));
+  for (const Field &field : elements()) result.push_back(field.text(most));
   return result;
 }
 
 int64_t Field::oneOf(std::span<const Word> words) const {
-  const std::string *text = as<std::string>();
-  const Word *word = text != nullptr ? findWord(words, *text) : nullptr;
+  const Word *word = findWord(words, as<std::string>());
   if (word == nullptr) fail("one of " + listOf(words));
   return word->value;
 }
 
 int64_t Field::oneOfOrNumber(std::span<const Word> words, int64_t most) const {
-  const std::string *text = as<std::string>();
-  if (const Word *word = text != nullptr ? findWord(words, *text) : nullptr) return word->value;
+  if (const Word *word = findWord(words, as<std::string>())) return word->value;
   const int64_t *number = as<int64_t>();
   if (number != nullptr && *number >= 0 && *number <= most) return *number;
   fail("one of " + listOf(words) + ", or " + rangeText("a number", 0, most));
-}
-
-static uint32_t allOf(const Field &list, std::span<const Word> words, bool orNumbers) {
-  std::string expected = "several of " + listOf(words);
-  if (orNumbers) expected += ", or numbers";
-  if (list.as<TomlArray>() == nullptr || list.count() > kMostWords) {
-    list.fail("an array with " + expected);
-  }
-  uint32_t all = 0;
-  for (size_t i = 0; i < list.count(); i++) {
-    const Field field = list.element(i);
-    const std::string *text = field.as<std::string>();
-    const Word *word = text != nullptr ? findWord(words, *text) : nullptr;
-    if (word != nullptr) {
-      all |= static_cast<uint32_t>(word->value);
-    } else if (orNumbers && field.as<int64_t>() != nullptr) {
-      all |= field.number<uint32_t>();
-    } else {
-      field.fail(expected);
-    }
-  }
-  return all;
 }
 
 uint32_t Field::severalOf(std::span<const Word> words) const {
@@ -356,16 +394,15 @@ std::vector<uint8_t> Field::bytes() const {
 ReadFigure Field::figure(Unit unit, uint64_t most) const {
   const std::string plain(rowOf(unit).expected);
   // What Figure and the machine reckon with, whatever the unit.
-  if (unit == Unit::kTime)
-    most = std::min(most, static_cast<uint64_t>(kLongestTime) * 1'000'000'000);
+  if (unit == Unit::kTime) most = std::min(most, kLongestNanoseconds);
   if (unit == Unit::kShare) most = std::min<uint64_t>(most, 1000);
   const std::string range =
       most == kLargestNumber
           ? plain
           : plain + " from 0 to " + std::to_string(most / static_cast<uint64_t>(rowOf(unit).scale));
   ReadFigure result;
-  if (as<TomlTable>() == nullptr) {
-    const std::optional<uint64_t> start = amount(*value_, unit, most);
+  if (asTable() == nullptr) {
+    const std::optional<uint64_t> start = amount(*this, unit, most);
     if (!start) fail(range + ", or a table");
     result.figure.start = *start;
     return result;
@@ -374,14 +411,14 @@ ReadFigure Field::figure(Unit unit, uint64_t most) const {
   TableReader reader(*this);
   const auto read = [&](std::string_view key, uint64_t &target) {
     if (const Field field = reader.find(key)) {
-      const std::optional<uint64_t> value = amount(*field.value_, unit, most);
+      const std::optional<uint64_t> value = amount(field, unit, most);
       if (!value) field.fail(range);
       target = *value;
     }
   };
   read("start", result.figure.start);
   if (const Field field = reader.find("growth")) {
-    const std::optional<int64_t> growth = growthOf(*field.value_, unit);
+    const std::optional<int64_t> growth = growthOf(field, unit);
     if (!growth) {
       const int64_t largest = kLargestGrowth / kMillion / rowOf(unit).scale;
       field.fail(rangeText(plain, -largest, largest) + ", for each second");
@@ -402,42 +439,67 @@ ReadFigure Field::figure(Unit unit, uint64_t most) const {
   return result;
 }
 
-size_t Field::count() const {
-  const TomlArray *array = as<TomlArray>();
+std::vector<Field> Field::elements() const {
+  const toml::array *array = node_->as_array();
   if (array == nullptr) fail("an array");
-  return array->size();
-}
-
-Field Field::element(size_t index) const {
+  std::vector<Field> fields;
+  fields.reserve(array->size());
   Path path = path_;
-  path.index = index;
-  return {(*as<TomlArray>())[index], path};
+  for (const toml::node &element : *array) {
+    path.index = fields.size();
+    fields.emplace_back(element, path);
+  }
+  return fields;
 }
 
-TableReader::TableReader(const Field &field) : table_(field.as<TomlTable>()), line_(field.line()) {
+std::vector<Field> Field::elementsUpTo(size_t most, std::string_view things) const {
+  std::vector<Field> fields = elements();
+  if (fields.size() > most) {
+    fail("found " + std::to_string(fields.size()) + " " + std::string(things),
+         "at most " + std::to_string(most));
+  }
+  return fields;
+}
+
+std::vector<Field> Field::elementsOf(size_t least, size_t most, std::string_view expected) const {
+  const toml::array *array = node_->as_array();
+  if (array == nullptr || array->size() < least || array->size() > most) fail(expected);
+  return elements();
+}
+
+TableReader::TableReader(const Field &field) : table_(field.asTable()), path_(field.path()) {
   if (table_ == nullptr) field.fail("a table");
-  path_ = field.path();
 }
 
 void TableReader::putOnTopOf(std::span<const std::unique_ptr<TableReader>> layers) {
   layers_ = layers;
 }
 
-Field TableReader::own(std::string_view key) const {
-  const TomlMember *member = table_->find(key);
-  if (member == nullptr) return {};
-  return {member->value, Path{&path_, member->key, std::nullopt}};
+Place TableReader::place() const {
+  return {table_->source().begin.line, path_.text()};
+}
+
+std::vector<std::string_view> TableReader::keys() const {
+  std::vector<std::string_view> keys;
+  for (const auto &[key, node] : *table_) keys.push_back(key.str());
+  return keys;
+}
+
+Field TableReader::peek(std::string_view key) const {
+  const auto member = table_->find(key);
+  if (member == table_->end()) return {};
+  return Field(member->second, {&path_, member->first.str(), std::nullopt});
 }
 
 Field TableReader::findOwn(std::string_view key) {
   known_.push_back(key);
-  return own(key);
+  return peek(key);
 }
 
 Field TableReader::find(std::string_view key) {
   if (const Field field = findOwn(key)) return field;
   for (size_t i = layers_.size(); i-- > 0;) {
-    if (const Field field = layers_[i]->own(key)) return field;
+    if (const Field field = layers_[i]->peek(key)) return field;
   }
   return {};
 }
@@ -445,7 +507,7 @@ Field TableReader::find(std::string_view key) {
 std::vector<Field> TableReader::findAll(std::string_view key) {
   std::vector<Field> fields;
   for (const std::unique_ptr<TableReader> &layer : layers_) {
-    if (const Field field = layer->own(key)) fields.push_back(field);
+    if (const Field field = layer->peek(key)) fields.push_back(field);
   }
   if (const Field field = findOwn(key)) fields.push_back(field);
   return fields;
@@ -453,39 +515,26 @@ std::vector<Field> TableReader::findAll(std::string_view key) {
 
 Field TableReader::require(std::string_view key, std::string_view expected) {
   const Field field = find(key);
-  if (!field) failAt({line_, Path{&path_, key, std::nullopt}.text()}, "is missing", expected);
+  if (!field) {
+    failAt({place().line, Path{&path_, key, std::nullopt}.text()}, "is missing", expected);
+  }
   return field;
 }
 
+std::vector<Field> TableReader::elements(std::string_view key) {
+  const Field field = find(key);
+  return field ? field.elements() : std::vector<Field>();
+}
+
 void TableReader::finish() const {
-  const TomlMember *first = nullptr;
-  for (const TomlMember &member : table_->members) {
-    if (std::find(known_.begin(), known_.end(), member.key) != known_.end()) continue;
-    if (first == nullptr || member.line < first->line) first = &member;
+  const toml::key *first = nullptr;
+  for (const auto &[key, node] : *table_) {
+    if (std::find(known_.begin(), known_.end(), key.str()) != known_.end()) continue;
+    if (first == nullptr || key.source().begin.line < first->source().begin.line) first = &key;
   }
   if (first == nullptr) return;
-  failAt({first->line, Path{&path_, first->key, std::nullopt}.text()}, "unknown key",
-         expectedFor(first->key, known_));
-}
-
-void TableReader::flag(std::string_view key, bool &target) {
-  if (const Field field = find(key)) target = field.flag();
-}
-
-void TableReader::size(std::string_view key, uint64_t &target) {
-  if (const Field field = find(key)) target = field.size();
-}
-
-void TableReader::time(std::string_view key, Nanoseconds &target) {
-  if (const Field field = find(key)) target = field.time();
-}
-
-void TableReader::text(std::string_view key, std::string &target, size_t most) {
-  if (const Field field = find(key)) target = field.text(most);
-}
-
-void TableReader::figure(std::string_view key, Figure &target, Unit unit) {
-  if (const Field field = find(key)) target = field.figure(unit).figure;
+  failAt({first->source().begin.line, Path{&path_, first->str(), std::nullopt}.text()},
+         "unknown key", expectedFor(first->str(), known_));
 }
 
 }  // namespace host::simulator

@@ -1,0 +1,148 @@
+#include "host/simulator/region_reader.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "host/simulator/loading.h"
+#include "host/simulator/wide.h"
+
+namespace host::simulator {
+
+namespace {
+
+constexpr int64_t kMostRegions = 65'536;
+constexpr uint64_t kRegionUnit = 4096;
+
+constexpr Word kFlags[] = {{"submap", darwin::PROC_REGION_SUBMAP},
+                           {"shared", darwin::PROC_REGION_SHARED}};
+constexpr Word kShareModes[] = {{"cow", darwin::SM_COW},
+                                {"private", darwin::SM_PRIVATE},
+                                {"empty", darwin::SM_EMPTY},
+                                {"shared", darwin::SM_SHARED},
+                                {"true-shared", darwin::SM_TRUESHARED},
+                                {"private-aliased", darwin::SM_PRIVATE_ALIASED},
+                                {"shared-aliased", darwin::SM_SHARED_ALIASED},
+                                {"large-page", darwin::SM_LARGE_PAGE}};
+
+constexpr FigureKey<Region> kFigures[] = {
+    {"resident", &Region::resident, Unit::kCount},
+    {"private-resident", &Region::privateResident, Unit::kCount},
+    {"shared-resident", &Region::sharedResident, Unit::kCount},
+    {"shared-now-private", &Region::sharedNowPrivate, Unit::kCount},
+    {"swapped", &Region::swappedOut, Unit::kCount},
+    {"dirty", &Region::dirty, Unit::kCount},
+};
+
+uint32_t readProtection(const Field &field) {
+  constexpr std::string_view kLetters = "rwx";
+  const std::string *text = field.as<std::string>();
+  uint32_t protection = 0;
+  bool isFine = text != nullptr && text->size() == kLetters.size();
+  for (size_t i = 0; isFine && i < kLetters.size(); i++) {
+    if ((*text)[i] == kLetters[i]) {
+      protection |= 1u << i;
+    } else if ((*text)[i] != '-') {
+      isFine = false;
+    }
+  }
+  if (!isFine) field.fail("a text such as \"r-x\"");
+  return protection;
+}
+
+uint64_t readGap(const Field &field) {
+  const uint64_t gap = field.size();
+  if (gap % kRegionUnit != 0) field.fail("a multiple of 4096");
+  return gap;
+}
+
+// Where an item is to be, and its entry.
+struct Spot {
+  uint64_t address;
+  size_t entry;
+};
+
+std::vector<Spot> spotsOf(const std::vector<RegionEntry> &entries) {
+  std::vector<Spot> spots;
+  for (size_t i = 0; i < entries.size(); i++) {
+    uint64_t address = entries[i].item.address;
+    for (int64_t copy = 0; copy < entries[i].copies; copy++) {
+      spots.push_back({address, i});
+      address += entries[i].item.size + entries[i].gap;
+    }
+  }
+  std::sort(spots.begin(), spots.end(), [](const Spot &a, const Spot &b) {
+    return a.address != b.address ? a.address < b.address : a.entry < b.entry;
+  });
+  return spots;
+}
+
+// Of two that overlap, told about is the one that the reader of the file comes upon last.
+void checkApart(const std::vector<RegionEntry> &entries, const Spot &lower, const Spot &upper) {
+  const RegionEntry &first = entries[lower.entry];
+  const RegionEntry &second = entries[upper.entry];
+  if (lower.address + first.item.size <= upper.address) return;
+  failAt(second.place.line >= first.place.line ? second.place : first.place,
+         "overlaps another region", "regions apart from one another");
+}
+
+}  // namespace
+
+RegionEntry readRegion(const Field &field) {
+  TableReader reader(field);
+  RegionEntry entry;
+  Region &region = entry.item;
+  entry.place = field.place();
+  const Field address = reader.require("address", "a number");
+  region.address = address.number<uint64_t>();
+  if (region.address % kRegionUnit != 0) address.fail("a multiple of 4096");
+  const Field size = reader.require("size", "a size");
+  region.size = size.size();
+  if (region.size == 0 || region.size % kRegionUnit != 0) size.fail("a multiple of 4096, above 0");
+  reader.number("copies", entry.copies, 1, kMostRegions);
+  reader.read("gap", entry.gap, readGap);
+  const Wide end = Wide{region.address} + (Wide{region.size} + entry.gap) * entry.copies;
+  if (end > Wide{kLargestNumber}) {
+    address.fail("found a region that ends beyond 2 to 63", "one below");
+  }
+  reader.read("protection", region.protection, readProtection);
+  reader.read("largest", region.largestProtection, readProtection);
+  reader.number("inheritance", region.inheritance);
+  reader.number("tag", region.tag);
+  reader.number("references", region.references);
+  reader.number("depth", region.depth);
+  reader.number("object", region.object);
+  reader.number("behaviour", region.behaviour);
+  reader.number("wired", region.wiredCount);
+  reader.number("shadow", region.shadowDepth);
+  reader.size("offset", region.offset);
+  reader.severalOf("flags", region.flags, kFlags);
+  reader.oneOf("share", region.shareMode, kShareModes);
+  reader.figures(kFigures, region);
+  readText(reader.find("path"), kLongestPath, region, entry.patterns, &Region::path);
+  if (const Field contents = reader.find("contents")) {
+    region.contents = contents.bytes();
+    if (region.contents.size() > region.size) {
+      contents.fail("found more bytes than the region has", "at most its size");
+    }
+  }
+  reader.flag("readable", region.isReadable);
+  reader.finish();
+  return entry;
+}
+
+size_t textBytes(const Region &region) {
+  return textBytes(region.path) + region.contents.size();
+}
+
+void makeRegions(Items<RegionEntry> &regions) {
+  const std::vector<Spot> spots = spotsOf(regions.entries);
+  for (size_t i = 0; i < spots.size(); i++) {
+    if (i > 0) checkApart(regions.entries, spots[i - 1], spots[i]);
+    regions.items.push_back(regions.entries[spots[i].entry].item);
+    regions.items.back().address = spots[i].address;
+    regions.entryOf.push_back(spots[i].entry);
+  }
+}
+
+}  // namespace host::simulator
