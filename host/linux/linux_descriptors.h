@@ -1,0 +1,36 @@
+// What this machine says of its processes' descriptors.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "host/linux/shared_processes.h"
+#include "host/machine/descriptors.h"
+
+namespace host::linux_machine {
+
+class LinuxDescriptors : public virtual DescriptorQuestions {
+ public:
+  explicit LinuxDescriptors(SharedProcesses &processes) : shared_(processes) {}
+
+  Errno descriptors(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list) override;
+  Errno descriptorTableSize(pid_t pid, size_t &slots) override;
+  Errno descriptorType(pid_t pid, int fd, uint32_t &type) override;
+  Errno vnodeDescriptor(pid_t pid, int fd, darwin::vnode_fdinfowithpath &info) override;
+  Errno socketDescriptor(pid_t pid, int fd, darwin::socket_fdinfo &info) override;
+  Errno semaphoreDescriptor(pid_t pid, int fd, darwin::psem_fdinfo &info) override;
+  Errno sharedMemoryDescriptor(pid_t pid, int fd, darwin::pshm_fdinfo &info) override;
+  Errno pipeDescriptor(pid_t pid, int fd, darwin::pipe_fdinfo &info) override;
+  Errno kqueueDescriptor(pid_t pid, int fd, darwin::kqueue_fdinfo &info) override;
+  Errno kqueueEvents(pid_t pid, int fd, std::vector<darwin::kevent_extinfo> &events) override;
+  Errno channelDescriptor(pid_t pid, int fd, darwin::channel_fdinfo &info) override;
+
+ private:
+  template <typename T>
+  Errno ask(Errno (Descriptors::*question)(int, int, T &), pid_t pid, int fd, T &answer);
+
+  SharedProcesses &shared_;
+};
+
+}  // namespace host::linux_machine

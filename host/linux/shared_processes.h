@@ -1,0 +1,47 @@
+// The processes of the live system as all parts of the machine share them: one at a time is looked
+// at, and what is remembered of the others is kept together.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "host/linux/descriptors.h"
+#include "host/linux/known_processes.h"
+#include "host/linux/present_process.h"
+#include "host/linux/procfs.h"
+
+namespace host::linux_machine {
+
+struct SharedProcesses {
+  // `procDirectory` is an open handle of /proc.
+  explicit SharedProcesses(FileHandle procDirectory);
+
+  // For all below, but not for `proc`.
+  std::mutex mutex;
+
+  const FileHandle proc;
+  DirectoryReader lister;
+  KnownProcesses known;
+  PresentProcess present;
+  Descriptors descriptors;
+
+  // Newest first, as far as numbers tell: they start again from low ones after the highest.
+  Errno list(std::vector<int32_t> &pids);
+  // What may be remembered for one pass only is dropped, and so are processes that are not among
+  // `pids`.
+  void beginPass(const std::vector<int32_t> &pids);
+
+  // Whether the present process is one that the caller may ask about.
+  Errno checkLive();
+  // As those of PresentProcess, for one that the caller may ask about.
+  Errno readLive(pid_t pid);
+  Errno readLiveFor(pid_t pid, Question question);
+  Errno holdLive(pid_t pid);
+  // A kernel thread has no task of its own.
+  Errno holdUserProcess(pid_t pid);
+};
+
+}  // namespace host::linux_machine
