@@ -8,6 +8,7 @@
 
 #include "terminal/drawing_lock.h"
 #include "tests/unit/curses_screen.h"
+#include "tests/unit/fake_machine.h"
 #include "tests/unit/sampled_machine.h"
 #include "tests/unit/socket_details.h"
 #include "tests/unit/wrapped_calls.h"
@@ -22,7 +23,7 @@ using sampled::Variable;
 constexpr int32_t kPid = 123;
 
 // A machine of one process, which answers with the details put down here.
-class DescriptorMachine : public host::Machine {
+class DescriptorMachine : public fake_machine::FakeMachine {
  public:
   std::map<int, darwin::vnode_fdinfowithpath> vnodes;
   std::map<int, darwin::socket_fdinfo> sockets;
@@ -68,11 +69,8 @@ class DescriptorMachine : public host::Machine {
   }
 };
 
-class DescriptorListing : public testing::Test {
+class DescriptorListing : public fake_machine::MachineTest<DescriptorMachine> {
  protected:
-  DescriptorListing() : m_before(host::useMachine(&machine)) {}
-  ~DescriptorListing() override { host::useMachine(m_before); }
-
   static std::string listingOf(const std::vector<darwin::proc_fdinfo> &fds, int32_t mode,
                                int32_t detailed) {
     return outputOf([&] {
@@ -93,10 +91,6 @@ class DescriptorListing : public testing::Test {
   }
 
   DisplayStateGuard guard;
-  DescriptorMachine machine;
-
- private:
-  host::Machine *m_before;
 };
 
 TEST(DescriptorTypeText, IsTheTypesWord) {

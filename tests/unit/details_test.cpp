@@ -72,9 +72,9 @@ class InspectedMachine : public sampled::SampledMachine {
   }
 };
 
-class Details : public testing::Test {
+class Details : public fake_machine::MachineTest<InspectedMachine> {
  protected:
-  Details() : before_(host::useMachine(&machine)) {
+  Details() {
     darwin::proc_bsdinfo &process = machine.add(kPid, "Hello").info.pbsd;
     process.pbi_ppid = 1;
     process.pbi_status = darwin::SSLEEP;
@@ -86,7 +86,6 @@ class Details : public testing::Test {
     releaseRecord(record_);
     std::free(record_);
     applyFilter(nullptr);
-    host::useMachine(before_);
   }
 
   // The report in plain text, and what it returned.
@@ -113,12 +112,8 @@ class Details : public testing::Test {
   }
 
   DisplayStateGuard state_;
-  InspectedMachine machine;
   ProcessRecord *record_ = nullptr;
   int result_ = 7;
-
- private:
-  host::Machine *before_;
 };
 
 TEST_F(Details, PrintEverySection) {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "darwin/kqueue.h"
-#include "tests/unit/entry_machine.h"
+#include "tests/unit/fake_machine.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ class ScriptedEvents : public host::ProcessEvents {
   ~ScriptedEvents() override { script_.open--; }
 
   host::Errno watch(pid_t pid) override {
-    errno = entry_test::kForeignErrno;
+    errno = fake_machine::kForeignErrno;
     if (script_.watching == host::kAnswered) script_.watched.push_back(pid);
     return script_.watching;
   }
@@ -51,7 +51,7 @@ class ScriptedEvents : public host::ProcessEvents {
   host::Errno wait(std::optional<Nanoseconds> timeout,
                    std::vector<host::ProcessEvent> &events) override {
     if (script_.throws) throw std::bad_alloc();
-    errno = entry_test::kForeignErrno;
+    errno = fake_machine::kForeignErrno;
     script_.timeouts.push_back(timeout);
     events.clear();
     if (script_.waiting != host::kAnswered) return script_.waiting;
@@ -69,9 +69,8 @@ class ScriptedEvents : public host::ProcessEvents {
   Script &script_;
 };
 
-class ScriptedMachine : public host::Machine {
+class ScriptedMachine : public fake_machine::FakeMachine {
  public:
-  host::Errno refusal = host::kAnswered;
   Script script;
   host::Errno processEvents(std::unique_ptr<host::ProcessEvents> &events) override {
     if (refusal == host::kAnswered) events = std::make_unique<ScriptedEvents>(script);
@@ -88,14 +87,13 @@ Event change(uint64_t ident, uint16_t flags, uint32_t notes = kAllNotes) {
   return event;
 }
 
-class Kqueue : public testing::Test {
+class Kqueue : public fake_machine::MachineTest<ScriptedMachine> {
  protected:
-  Kqueue() : before_(host::useMachine(&machine)), queue(darwin::kqueue()) { errno = 0; }
+  Kqueue() : queue(darwin::kqueue()) { errno = 0; }
   ~Kqueue() override {
     closeQueue();
     // The state of closed queues goes with the next one.
     close(darwin::kqueue());
-    host::useMachine(before_);
   }
 
   void closeQueue() {
@@ -121,12 +119,6 @@ class Kqueue : public testing::Test {
     return errno;
   }
 
-  ScriptedMachine machine;
-
- private:
-  host::Machine *before_;
-
- protected:
   int queue;
 };
 

@@ -1,36 +1,25 @@
-// A machine for tests of the C entry points: it answers from its fields, can be told to refuse or
-// to throw, and counts how often it was asked.
+// A machine for tests of the C entry points: it has an answer to every question about processes,
+// and counts how often it was asked.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <cerrno>
 #include <map>
 #include <mutex>
-#include <new>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/machine.h"
+#include "tests/unit/fake_machine.h"
 
 namespace entry_test {
 
-// What the machine's own system calls leave in errno: it must never reach a caller.
-inline constexpr int kForeignErrno = 4711;
+using fake_machine::kForeignErrno;
 
-class EntryMachine : public host::Machine {
+class EntryMachine : public fake_machine::FakeMachine {
  public:
-  // Answer of every question that can be refused; the fields count only while it is kAnswered.
-  host::Errno refusal = host::kAnswered;
-  bool throws = false;
   std::atomic<int> asked{0};
 
-  host::KernelName name;
-  host::KernelFamily family = host::kUsualFamily;
-  bool privileged = true;
   std::set<std::string, std::less<>> entryPoints;
 
   std::vector<int32_t> pids;
@@ -67,35 +56,13 @@ class EntryMachine : public host::Machine {
   bool tellsTypes = true;
   std::vector<darwin::kevent_extinfo> events;
 
-  std::vector<darwin::memorystatus_priority_entry> entries;
-  unsigned int level = 0;
-
-  darwin::host_basic_info basic{};
-  darwin::vm_statistics64 memory{};
   unsigned int processors = 0;
-  darwin::timeval boot{};
-  darwin::loadavg load{};
-  darwin::xsw_usage swap{};
 
-  host::Errno kernelName(host::KernelName &out) override { return give(out, name); }
-  host::KernelFamily kernelFamily() noexcept override { return family; }
-  bool isPrivileged() override {
-    if (throws) throw std::bad_alloc();
-    errno = kForeignErrno;
-    return privileged;
-  }
   bool hasEntryPoint(std::string_view wanted) override {
-    if (throws) throw std::bad_alloc();
-    return entryPoints.count(wanted) != 0;
+    return told(entryPoints.count(wanted) != 0);
   }
-  uint32_t callerUser() override {
-    if (throws) throw std::bad_alloc();
-    return user;
-  }
-  int64_t timeOfDay() override {
-    if (throws) throw std::bad_alloc();
-    return seconds;
-  }
+  uint32_t callerUser() override { return told(user); }
+  int64_t timeOfDay() override { return told(seconds); }
   void beginSample() override { samples++; }
   host::Errno processIDs(std::vector<int32_t> &out) override { return give(out, pids); }
 
@@ -136,11 +103,7 @@ class EntryMachine : public host::Machine {
   host::Errno resourceUsage(pid_t, darwin::rusage_info_v4 &out) override {
     return give(out, usage);
   }
-  int sandboxCheck(pid_t) override {
-    if (throws) throw std::bad_alloc();
-    errno = kForeignErrno;
-    return sandboxed;
-  }
+  int sandboxCheck(pid_t) override { return told(sandboxed); }
   host::Errno codeSigningFlags(pid_t pid, uint32_t &out) override {
     signingAsked = pid;
     return give(out, signing);
@@ -198,35 +161,30 @@ class EntryMachine : public host::Machine {
 
   host::Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &out) override {
     const std::lock_guard<std::mutex> lock(entriesMutex);
-    return give(out, entries);
+    return FakeMachine::memoryStatusList(out);
   }
-  host::Errno memoryStatusLevel(unsigned int &out) override { return give(out, level); }
-
-  host::Errno hostBasicInfo(darwin::host_basic_info &out) override { return give(out, basic); }
-  host::Errno virtualMemory(darwin::vm_statistics64 &out) override { return give(out, memory); }
   host::Errno processorCount(unsigned int &out) override { return give(out, processors); }
   host::Errno processorLoad(unsigned int processor, darwin::processor_cpu_load_info &out) override {
     return give(out, darwin::processor_cpu_load_info{{processor, 20, 30, 0}});
   }
-  host::Errno bootTime(darwin::timeval &out) override { return give(out, boot); }
-  host::Errno loadAverage(darwin::loadavg &out) override { return give(out, load); }
-  host::Errno swapUsage(darwin::xsw_usage &out) override { return give(out, swap); }
 
   std::mutex entriesMutex;
 
+ protected:
+  host::Errno admit(const char *question) override {
+    ++asked;
+    return FakeMachine::admit(question);
+  }
+
  private:
   host::Errno refuse(host::Errno otherwise) {
-    ++asked;
-    if (throws) throw std::bad_alloc();
-    errno = kForeignErrno;
-    return refusal == host::kAnswered ? otherwise : refusal;
+    const host::Errno error = admit("");
+    return error == host::kAnswered ? otherwise : error;
   }
 
   template <typename T>
   host::Errno give(T &out, const T &answer) {
-    const host::Errno error = refuse(host::kAnswered);
-    if (error == host::kAnswered) out = answer;
-    return error;
+    return FakeMachine::give("", out, answer);
   }
 
   bool isOpenAs(int fd, uint32_t type) const {
@@ -255,16 +213,6 @@ class EntryMachine : public host::Machine {
   }
 };
 
-// Puts a machine of the test's own in place for the length of a test.
-class EntryTest : public testing::Test {
- protected:
-  EntryTest() : m_before(host::useMachine(&machine)) { errno = 0; }
-  ~EntryTest() override { host::useMachine(m_before); }
-
-  EntryMachine machine;
-
- private:
-  host::Machine *m_before;
-};
+using EntryTest = fake_machine::MachineTest<EntryMachine>;
 
 }  // namespace entry_test

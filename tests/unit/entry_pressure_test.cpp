@@ -4,16 +4,14 @@
 #include <cstdint>
 
 #include "darwin/syscalls.h"
-#include "tests/unit/entry_machine.h"
+#include "tests/unit/fake_machine.h"
 
 namespace {
 
 using namespace darwin;
 
-class PressedMachine : public host::Machine {
+class PressedMachine : public fake_machine::FakeMachine {
  public:
-  host::Errno refusal = host::kAnswered;
-  bool throws = false;
   uint32_t wantedPages = 0;
   uint32_t reclaimedPages = 0;
   bool waited = false;
@@ -21,30 +19,19 @@ class PressedMachine : public host::Machine {
 
   host::Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
                              uint32_t &reclaimed) override {
-    if (throws) throw std::bad_alloc();
-    errno = entry_test::kForeignErrno;
     waited = waits;
     secondsAsked = seconds;
-    if (refusal != host::kAnswered) return refusal;
-    wanted = wantedPages;
-    reclaimed = reclaimedPages;
-    return host::kAnswered;
+    const host::Errno error = give("memoryPressure", wanted, wantedPages);
+    if (error == host::kAnswered) reclaimed = reclaimedPages;
+    return error;
   }
 };
 
-class PressureMonitor : public testing::Test {
+class PressureMonitor : public fake_machine::MachineTest<PressedMachine> {
  protected:
-  PressureMonitor() : before_(host::useMachine(&machine)) { errno = 0; }
-  ~PressureMonitor() override { host::useMachine(before_); }
-
   static long ask(int waits, int seconds, uint32_t *reclaimed) {
     return syscall(DARWIN_SYS_vm_pressure_monitor, waits, seconds, reclaimed);
   }
-
-  PressedMachine machine;
-
- private:
-  host::Machine *before_;
 };
 
 TEST_F(PressureMonitor, GivesBothCounts) {

@@ -1,43 +1,30 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <new>
 #include <vector>
 
 #include "darwin/errors.h"
 #include "darwin/stackshot.h"
-#include "host/machine.h"
+#include "tests/unit/fake_machine.h"
 
 namespace {
 
-class SnapshotMachine : public host::Machine {
+class SnapshotMachine : public fake_machine::FakeMachine {
  public:
-  bool throws = false;
-  bool privileged = true;
-  host::Errno refusal = host::kAnswered;
   std::vector<uint8_t> shot = {'s', 'h', 'o', 't'};
   pid_t pidAsked = 0;
 
+  // What fails is the snapshot, not the look at the caller before it.
   bool isPrivileged() override { return privileged; }
   host::Errno stackshot(pid_t pid, uint64_t, std::vector<uint8_t> &out) override {
-    if (throws) throw std::bad_alloc();
     pidAsked = pid;
-    if (refusal == host::kAnswered) out = shot;
-    return refusal;
+    return give("stackshot", out, shot);
   }
 };
 
-class EntryStackshot : public testing::Test {
+class EntryStackshot : public fake_machine::MachineTest<SnapshotMachine> {
  protected:
-  EntryStackshot()
-      : config(darwin::stackshot_config_create()), before_(host::useMachine(&machine)) {}
-  ~EntryStackshot() override { host::useMachine(before_); }
-
-  SnapshotMachine machine;
-  darwin::stackshot_config_t *config;
-
- private:
-  host::Machine *before_;
+  darwin::stackshot_config_t *config = darwin::stackshot_config_create();
 };
 
 TEST_F(EntryStackshot, BelongsToItsConfiguration) {

@@ -15,6 +15,7 @@
 
 #include "host/entry/core_foundation.h"
 #include "tests/unit/curses_screen.h"
+#include "tests/unit/fake_machine.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {
@@ -26,7 +27,7 @@ using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::MatchesRegex;
 
-class GestaltMachine : public host::Machine {
+class GestaltMachine : public fake_machine::FakeMachine {
  public:
   bool isThere = true;
   bool hasItsEntryPoint = true;
@@ -35,13 +36,13 @@ class GestaltMachine : public host::Machine {
   std::vector<std::string> asked;
 
   bool hasGestalt() override { return isThere; }
-  bool hasEntryPoint(std::string_view name) override {
-    return name == "MGCopyAnswerWithError" && hasItsEntryPoint;
+  bool hasEntryPoint(std::string_view wanted) override {
+    return wanted == "MGCopyAnswerWithError" && hasItsEntryPoint;
   }
   host::Errno gestaltAnswer(std::string_view key, host::GestaltAnswer &answer) override {
     asked.emplace_back(key);
-    const auto refusal = refusals.find(key);
-    if (refusal != refusals.end()) return refusal->second;
+    const auto refused = refusals.find(key);
+    if (refused != refusals.end()) return refused->second;
     const auto found = answers.find(key);
     if (found == answers.end()) return darwin::DARWIN_ENOENT;
     answer = found->second;
@@ -49,16 +50,9 @@ class GestaltMachine : public host::Machine {
   }
 };
 
-class Gestalt : public testing::Test {
+class Gestalt : public fake_machine::MachineTest<GestaltMachine> {
  protected:
-  Gestalt() : m_before(host::useMachine(&machine)) {}
-  ~Gestalt() override { host::useMachine(m_before); }
-
   DisplayStateGuard guard;
-  GestaltMachine machine;
-
- private:
-  host::Machine *m_before;
 };
 
 TEST_F(Gestalt, TextIsGivenAsItIs) {
@@ -145,7 +139,7 @@ TEST_F(Gestalt, AnswersStayValidAndCostNothingWhenRepeated) {
 TEST_F(Gestalt, ThreadsMayAskAtOnce) {
   machine.answers["a"] = "of two threads";
   // The machine's own list is not made for two.
-  class Quiet : public host::Machine {
+  class Quiet : public fake_machine::FakeMachine {
    public:
     bool hasGestalt() override { return true; }
     bool hasEntryPoint(std::string_view) override { return true; }

@@ -9,8 +9,8 @@
 
 #include "darwin/errors.h"
 #include "host/entry/errors.h"
-#include "host/machine.h"
 #include "kcdata/stackshot.h"
+#include "tests/unit/fake_machine.h"
 #include "tests/unit/kcdata_bytes.h"
 #include "tests/unit/sampled_machine.h"
 
@@ -22,26 +22,22 @@ using kcdata_test::opened;
 using sampled::outputOf;
 using sampled::Variable;
 
-class SnapshotMachine : public host::Machine {
+class SnapshotMachine : public fake_machine::FakeMachine {
  public:
-  host::Errno refusal = host::kAnswered;
-  bool privileged = true;
   std::vector<uint8_t> snapshot;
   std::vector<pid_t> asked;
   uint64_t flagsAsked = 0;
 
-  bool isPrivileged() override { return privileged; }
   host::Errno stackshot(pid_t pid, uint64_t flags, std::vector<uint8_t> &out) override {
     asked.push_back(pid);
     flagsAsked = flags;
-    if (refusal == host::kAnswered) out = snapshot;
-    return refusal;
+    return give("stackshot", out, snapshot);
   }
 };
 
-class Stackshot : public testing::Test {
+class Stackshot : public fake_machine::MachineTest<SnapshotMachine> {
  protected:
-  Stackshot() : before_(host::useMachine(&machine)) {
+  Stackshot() {
     answer(opened()
                .begin(2307)
                .begin(2308)
@@ -50,7 +46,6 @@ class Stackshot : public testing::Test {
                .end()
                .endOfData());
   }
-  ~Stackshot() override { host::useMachine(before_); }
 
   void answer(const Bytes &bytes) {
     machine.snapshot.assign(bytes.data(), bytes.data() + bytes.size());
@@ -64,12 +59,8 @@ class Stackshot : public testing::Test {
     return text;
   }
 
-  SnapshotMachine machine;
   std::string errors;
   Variable debug{"ZDEBUG", nullptr};
-
- private:
-  host::Machine *before_;
 };
 
 TEST_F(Stackshot, AsksForTheProcess) {

@@ -2,8 +2,6 @@
 // it is asked.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -15,9 +13,9 @@
 #include <vector>
 
 #include "host/entry/ports.h"
-#include "host/machine.h"
 #include "state/display.h"
 #include "state/word.h"
+#include "tests/unit/fake_machine.h"
 
 namespace memory_test {
 
@@ -43,7 +41,7 @@ inline uint8_t byteAt(uint64_t address) {
   return static_cast<uint8_t>(address ^ address >> 8 ^ address >> 16);
 }
 
-class MemoryMachine : public host::Machine {
+class MemoryMachine : public fake_machine::FakeMachine {
  public:
   pid_t pid = kPid;
   std::vector<darwin::proc_regionwithpathinfo> regions;  // ascending
@@ -54,15 +52,11 @@ class MemoryMachine : public host::Machine {
   bool givesTask = true;
   bool givesTaskName = true;
   bool givesKernelTask = false;
-  bool privileged = true;
-  host::KernelFamily family = host::kUsualFamily;
   uint32_t user = 0;
   std::optional<std::vector<std::string>> extensions;
   int extensionsAsked = 0;
   size_t largestRead = 0;
 
-  host::KernelFamily kernelFamily() noexcept override { return family; }
-  bool isPrivileged() override { return privileged; }
   uint32_t callerUser() override { return user; }
   host::Errno taskPort(pid_t of) override {
     return givesTask && of == pid ? host::kAnswered : darwin::DARWIN_EPERM;
@@ -113,16 +107,14 @@ class MemoryMachine : public host::Machine {
   }
   host::Errno kernelExtensions(std::vector<std::string> &identifiers) override {
     extensionsAsked++;
-    if (!extensions) return darwin::DARWIN_ENOTSUP;
-    identifiers = *extensions;
-    return host::kAnswered;
+    return give("kernelExtensions", identifiers, extensions);
   }
 };
 
 // Puts the machine in place for the length of a test, which must give back all ports.
-class MemoryTest : public testing::Test {
+class MemoryTest : public fake_machine::MachineTest<MemoryMachine> {
  protected:
-  MemoryTest() : before_(host::useMachine(&machine)), portsBefore_(host::openPorts()) {
+  MemoryTest() : portsBefore_(host::openPorts()) {
     unsetenv("ZDEBUG");
     sondex::store(sondex::g_Color, 0);
     sondex::store(sondex::wantCurses, 0);
@@ -132,13 +124,9 @@ class MemoryTest : public testing::Test {
     unsetenv("ZDEBUG");
     sondex::store(sondex::g_Color, 0);
     sondex::store(sondex::wantCurses, 0);
-    host::useMachine(before_);
   }
 
-  MemoryMachine machine;
-
  private:
-  host::Machine *before_;
   size_t portsBefore_;
 };
 

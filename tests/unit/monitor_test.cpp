@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "darwin/kqueue.h"
-#include "host/machine.h"
 #include "state/display.h"
+#include "tests/unit/fake_machine.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ class ScriptedEvents : public host::ProcessEvents {
   pid_t watched_ = -1;
 };
 
-class ScriptedMachine : public host::Machine {
+class ScriptedMachine : public fake_machine::FakeMachine {
  public:
   std::vector<Pressure> pressures;
   std::vector<Happening> happenings;
@@ -78,7 +78,8 @@ class ScriptedMachine : public host::Machine {
   host::Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
                              uint32_t &reclaimed) override {
     if (!waits || seconds != 1) _exit(1);
-    if (next_ == pressures.size()) _exit(tellsMark ? load(g_VMPressureDetected) : kScriptEnded);
+    if (next_ == pressures.size())
+      _exit(tellsMark ? sondex::load(g_VMPressureDetected) : kScriptEnded);
     const Pressure &pressure = pressures[next_++];
     if (pressure.error != host::kAnswered) return pressure.error;
     wanted = pressure.wanted;
@@ -110,11 +111,8 @@ std::string readToEnd(int descriptor) {
   return all;
 }
 
-class Monitor : public testing::Test {
+class Monitor : public fake_machine::MachineTest<ScriptedMachine> {
  protected:
-  Monitor() : before_(host::useMachine(&machine)) {}
-  ~Monitor() override { host::useMachine(before_); }
-
   static Result inChild(const std::function<void()> &body) {
     std::array<int, 2> output{};
     std::array<int, 2> error{};
@@ -150,11 +148,6 @@ class Monitor : public testing::Test {
       do_monitor(static_cast<int>(words.size()), arguments.data());
     });
   }
-
-  ScriptedMachine machine;
-
- private:
-  host::Machine *before_;
 };
 
 TEST_F(Monitor, OfPressure) {

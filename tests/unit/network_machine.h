@@ -33,15 +33,11 @@ class NetworkMachine : public EntryMachine {
     return sourcesRefusal;
   }
   host::Errno interfaces(std::vector<host::NetworkInterface> &out) override {
-    if (throws) throw std::bad_alloc();
-    errno = kForeignErrno;
-    if (interfacesRefusal == host::kAnswered) out = links;
+    if (told(interfacesRefusal) == host::kAnswered) out = links;
     return interfacesRefusal;
   }
   host::Errno wirelessNetwork(const std::string &interface, host::WirelessNetwork &out) override {
-    if (throws) throw std::bad_alloc();
-    errno = kForeignErrno;
-    const auto found = wireless.find(interface);
+    const auto found = told(wireless.find(interface));
     if (found == wireless.end()) return darwin::DARWIN_ENXIO;
     out = found->second;
     return host::kAnswered;
@@ -66,15 +62,6 @@ inline host::NetworkSource makeSource(uint64_t key, int32_t pid, uint64_t receiv
   return source;
 }
 
-class NetworkTest : public testing::Test {
- protected:
-  NetworkTest() : before_(host::useMachine(&machine)) { errno = 0; }
-  ~NetworkTest() override { host::useMachine(before_); }
-
-  NetworkMachine machine;
-
- private:
-  host::Machine *before_;
-};
+using NetworkTest = fake_machine::MachineTest<NetworkMachine>;
 
 }  // namespace entry_test

@@ -13,6 +13,7 @@
 
 #include "darwin/power_sources.h"
 #include "host/entry/core_foundation.h"
+#include "tests/unit/fake_machine.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {
@@ -26,26 +27,19 @@ using host::ObjectReference;
 using sampled::errorOutputOf;
 using sampled::outputOf;
 
-class PoweredMachine : public host::Machine {
+class PoweredMachine : public fake_machine::FakeMachine {
  public:
   std::optional<host::PowerStatus> status = host::PowerStatus{};
 
   host::Errno powerStatus(host::PowerStatus &out) override {
-    if (!status) return darwin::DARWIN_ENOTSUP;
-    out = *status;
-    return host::kAnswered;
+    return give("powerStatus", out, status);
   }
 };
 
-class PowerSummary : public testing::Test {
+class PowerSummary : public fake_machine::MachineTest<PoweredMachine> {
  protected:
-  PowerSummary() : m_before(host::useMachine(&machine)), m_objects(host::liveObjects()) {
-    set({100, "AC Power", true}, -2);
-  }
-  ~PowerSummary() override {
-    EXPECT_EQ(host::liveObjects(), m_objects) << "objects are left";
-    host::useMachine(m_before);
-  }
+  PowerSummary() : m_objects(host::liveObjects()) { set({100, "AC Power", true}, -2); }
+  ~PowerSummary() override { EXPECT_EQ(host::liveObjects(), m_objects) << "objects are left"; }
 
   void set(const host::PowerSource &source, double seconds) {
     machine.status->sources = {source};
@@ -53,10 +47,8 @@ class PowerSummary : public testing::Test {
   }
 
   DisplayStateGuard guard;
-  PoweredMachine machine;
 
  private:
-  host::Machine *m_before;
   size_t m_objects;
 };
 

@@ -3,8 +3,6 @@
 // vanish between two questions.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -15,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/machine.h"
 #include "tests/unit/display_state.h"
+#include "tests/unit/fake_machine.h"
 
 namespace sampled {
 
@@ -47,7 +45,7 @@ struct Asked {
   bool operator==(const Asked &) const = default;
 };
 
-class SampledMachine : public host::Machine {
+class SampledMachine : public fake_machine::FakeMachine {
  public:
   std::vector<int32_t> pids;
   // What processIDs answers from the second time on, if set.
@@ -67,15 +65,7 @@ class SampledMachine : public host::Machine {
   // in brackets, so that the identity line stays a line.
   bool gestalt = true;
 
-  host::KernelName name;
-  std::vector<darwin::memorystatus_priority_entry> entries;
-  unsigned int level = 0;
-  darwin::host_basic_info basic{};
-  darwin::vm_statistics64 memory{};
   std::vector<darwin::processor_cpu_load_info> processors;
-  darwin::timeval boot{};
-  darwin::loadavg load{};
-  darwin::xsw_usage swap{};
 
   // A process of that PID and short name, also listed by processIDs.
   Process &add(int32_t pid, const char *command) {
@@ -116,11 +106,10 @@ class SampledMachine : public host::Machine {
   }
   bool hasGestalt() override { return gestalt; }
   host::Errno gestaltAnswer(std::string_view key, host::GestaltAnswer &out) override {
-    const host::Errno refusal = refusalOf("gestaltAnswer");
-    if (refusal == host::kAnswered) out = "[" + std::string(key.substr(0, 3)) + "]";
-    return refusal;
+    const host::Errno error = refusalOf("gestaltAnswer");
+    if (error == host::kAnswered) out = "[" + std::string(key.substr(0, 3)) + "]";
+    return error;
   }
-  host::Errno kernelName(host::KernelName &out) override { return give("kernelName", out, name); }
 
   host::Errno processIDs(std::vector<int32_t> &out) override {
     const bool first = timesAsked("processIDs") == 0;
@@ -216,18 +205,6 @@ class SampledMachine : public host::Machine {
     });
   }
 
-  host::Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &out) override {
-    return give("memoryStatusList", out, entries);
-  }
-  host::Errno memoryStatusLevel(unsigned int &out) override {
-    return give("memoryStatusLevel", out, level);
-  }
-  host::Errno hostBasicInfo(darwin::host_basic_info &out) override {
-    return give("hostBasicInfo", out, basic);
-  }
-  host::Errno virtualMemory(darwin::vm_statistics64 &out) override {
-    return give("virtualMemory", out, memory);
-  }
   host::Errno processorCount(unsigned int &out) override {
     return give("processorCount", out, static_cast<unsigned int>(processors.size()));
   }
@@ -235,9 +212,12 @@ class SampledMachine : public host::Machine {
     if (processor >= processors.size()) return darwin::DARWIN_EINVAL;
     return give("processorLoad", out, processors[processor]);
   }
-  host::Errno bootTime(darwin::timeval &out) override { return give("bootTime", out, boot); }
-  host::Errno loadAverage(darwin::loadavg &out) override { return give("loadAverage", out, load); }
-  host::Errno swapUsage(darwin::xsw_usage &out) override { return give("swapUsage", out, swap); }
+
+ protected:
+  host::Errno admit(const char *question) override {
+    asked.push_back({question, 0, 0});
+    return refusalOf(question);
+  }
 
  private:
   host::Errno refusalOf(std::string_view question) const {
@@ -245,19 +225,11 @@ class SampledMachine : public host::Machine {
     return found == refusals.end() ? host::kAnswered : found->second;
   }
 
-  template <typename T>
-  host::Errno give(const char *question, T &out, const T &answer) {
-    asked.push_back({question, 0, 0});
-    const host::Errno refusal = refusalOf(question);
-    if (refusal == host::kAnswered) out = answer;
-    return refusal;
-  }
-
   template <typename Answer>
   host::Errno about(const char *question, pid_t pid, uint64_t argument, Answer &&answer) {
     asked.push_back({question, pid, argument});
-    const host::Errno refusal = refusalOf(question);
-    if (refusal != host::kAnswered) return refusal;
+    const host::Errno error = refusalOf(question);
+    if (error != host::kAnswered) return error;
     const auto found = processes.find(pid);
     if (found == processes.end() || found->second.questionsLeft == 0) return darwin::DARWIN_ESRCH;
     if (found->second.questionsLeft > 0) found->second.questionsLeft--;
@@ -279,16 +251,9 @@ class SampledMachine : public host::Machine {
 };
 
 // Puts such a machine in place, and the shared words at their initial values, for a test's length.
-class SampledTest : public testing::Test {
+class SampledTest : public fake_machine::MachineTest<SampledMachine> {
  protected:
-  SampledTest() : m_before(host::useMachine(&machine)) {}
-  ~SampledTest() override { host::useMachine(m_before); }
-
   sondex::DisplayStateGuard guard;
-  SampledMachine machine;
-
- private:
-  host::Machine *m_before;
 };
 
 // Sets an environment variable (null: takes it out) and puts the former value back.
