@@ -1,5 +1,7 @@
 #include "harness/core_commands.h"
 
+#include <unistd.h>
+
 #include <sstream>
 #include <stdexcept>
 
@@ -47,6 +49,10 @@ bool isWithin(const std::string &protection, const std::string &most) {
 }
 
 }  // namespace
+
+bool hasObjectReader() {
+  return access(kObjectReader, X_OK) == 0;
+}
 
 CoreCommands readCoreCommands(const std::string &path) {
   Launch launch;

@@ -29,6 +29,10 @@ struct CoreCommands {
   std::string said;               // the whole listing
 };
 
+// Whether this machine has what readCoreCommands runs, and what a test that is skipped for it says.
+bool hasObjectReader();
+inline constexpr char kNoObjectReader[] = "llvm-objdump-19 is not installed";
+
 // Throws std::runtime_error when there is no llvm-objdump or it complains about the file.
 CoreCommands readCoreCommands(const std::string &path);
 

@@ -79,6 +79,7 @@ TEST_F(CoreFileTest, TheDebuggerRefusesAnotherFile) {
 }
 
 TEST_F(CoreFileTest, Commands) {
+  if (!test::hasObjectReader()) GTEST_SKIP() << test::kNoObjectReader;
   const test::CoreCommands commands = test::readCoreCommands(write(makeCore()));
   EXPECT_EQ(commands.processor, "ARM64");
   EXPECT_EQ(commands.fileType, "CORE");
@@ -99,6 +100,7 @@ TEST_F(CoreFileTest, Commands) {
 }
 
 TEST_F(CoreFileTest, AFileThatIsNoObjectIsRefused) {
+  if (!test::hasObjectReader()) GTEST_SKIP() << test::kNoObjectReader;
   EXPECT_THROW(test::readCoreCommands(write("no core")), std::runtime_error);
 }
 

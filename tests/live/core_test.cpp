@@ -283,6 +283,7 @@ TEST_F(Core, ShowsADebuggerWhatTheProcessHad) {
 }
 
 TEST_F(Core, HasASegmentForEachMapping) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Helper helper({"addresses", decimal(kWords), "1", "guard", decimal(kGuard),
                        decimal(16 * kPage), "threads", "3"});
   const LiveCore file(helper.pid());
@@ -317,6 +318,7 @@ TEST_F(Core, HasASegmentForEachMapping) {
 
 // Of a stopped process, in whose memory even the kernel changes nothing.
 TEST_F(Core, HasAllThatCanBeRead) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Helper helper({"addresses", decimal(kWords), "2", "threads", "4", "stop"});
   ASSERT_TRUE(waitUntil([&] { return isStopped(helper.pid()); }));
   const LiveCore file(helper.pid());
@@ -486,6 +488,7 @@ TEST_F(Core, LetsAProcessThatComputesGoOn) {
 }
 
 TEST_F(Core, OfAProcessThatMapsAndUnmapsAllTheTime) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Helper helper({"addresses", decimal(kWords), "1", "remaps"});
   const LiveCore file(helper.pid());
   for (int turn = 0; turn < 10; turn++) {
@@ -526,6 +529,7 @@ bool killMeanwhile(LiveCore &file, std::optional<Helper> &helper, uint64_t size,
 }
 
 TEST_F(Core, OfAProcessThatDiesMeanwhile) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   constexpr uint64_t kSize = 512 * kMiB;
   for (int turn = 0; turn < 20; turn++) {
     std::optional<Helper> helper(std::in_place,
@@ -607,6 +611,7 @@ TEST_F(Core, OfAUsersOwnProcess) {
 
 TEST_F(Core, HasTheFirst4096OfMoreRegions) {
   if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Helper helper({"mappings", decimal(kWords), "5000"});
   const std::vector<Mapping> mappings = mappingsOf(helper.pid());
   ASSERT_GT(mappings.size(), kMostRegions);
@@ -631,6 +636,7 @@ TEST_F(Core, HasTheFirst4096OfMoreRegions) {
 #ifdef MAKE_PROCESS_32_PROGRAM
 TEST_F(Core, OfA32BitProcess) {
   if (!hasDebugger()) GTEST_SKIP() << kNoDebugger;
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Helper helper(MAKE_PROCESS_32_PROGRAM, {});
   const std::vector<DebuggedThread> threads = placesOfThreads(helper.pid());
   ASSERT_EQ(threads.size(), 1u);
@@ -697,6 +703,7 @@ uint64_t availableMemory() {
 // Pieces of 512 MiB, 2 GiB in all. Less where that would take too long (with a sanitizer) or where
 // the machine lacks memory or room on the disk, but never a piece that the bound could hide.
 TEST_F(Core, TakesLittleMemoryHoweverLargeTheProcess) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   uint64_t piece = 512 * kMiB;
   uint64_t pieces = 4;
   if (sondexIsSanitized()) {

@@ -108,6 +108,7 @@ TEST_F(DebuggedProcess, Of64Bits) {
 }
 
 TEST_F(DebuggedProcess, Of64BitsHasCommandsThatFit) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   ASSERT_NO_FATAL_FAILURE(dump(kWide));
   const CoreCommands commands = readCoreCommands(core.path());
   EXPECT_EQ(complaintAboutCore(commands, fs::file_size(core.path())), "") << commands.said;
@@ -139,6 +140,7 @@ TEST_F(DebuggedProcess, Of32Bits) {
 }
 
 TEST_F(DebuggedProcess, Of32BitsHasCommandsThatFit) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   ASSERT_NO_FATAL_FAILURE(dump(kNarrow));
   const CoreCommands commands = readCoreCommands(core.path());
   EXPECT_EQ(complaintAboutCore(commands, fs::file_size(core.path())), "") << commands.said;

@@ -211,6 +211,7 @@ TEST_F(Core, OfAllIsRefused) {
 }
 
 TEST_F(Core, HasAWarningForWhatCantBeRead) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Outcome outcome = run({"core"}, R"(
 regions = [
   { address = 0x100000000, size = "8K", contents = "61" },
@@ -234,6 +235,7 @@ regions = [
 }
 
 TEST_F(Core, EndsAtItsLargestNumberOfRegions) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Outcome outcome = run({"core"},
                               "regions = [{ address = 0x100000000, size = \"4K\", gap = \"4K\", "
                               "copies = 4097, contents = \"61\" }]\n");
@@ -246,6 +248,7 @@ TEST_F(Core, EndsAtItsLargestNumberOfRegions) {
 }
 
 TEST_F(Core, HasAnyNumberOfThreads) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const std::string region = "regions = [{ address = 0x100000000, size = \"4K\" }]\n";
   // The last that fit the buffer of the usual size, one more, and as many as a process may have.
   for (const size_t count : {355u, 356u, 4096u}) {
@@ -258,6 +261,7 @@ TEST_F(Core, HasAnyNumberOfThreads) {
 }
 
 TEST_F(Core, OfThreadsThatAreNotTold) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const std::string refused =
       "[[event]]\ndo = \"fail\"\ncall = \"proc_pidinfo\"\nform = \"PROC_PIDLISTTHREADIDS\"\n";
   expect(run({"core"}, kRegions, refused), 0,
@@ -320,6 +324,7 @@ TEST_F(KernelCore, IsRefusedByStockKernels) {
 }
 
 TEST_F(KernelCore, IsWrittenThroughTheSpecialPort) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Outcome outcome = run("core", "kernel.kernel-task = true\n");
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_EQ(outcome.output, "");
