@@ -288,9 +288,9 @@ TEST_F(NameComparator, NamesThatFillTheirFieldEndThere) {
 
 class StatusComparator : public Comparators {
  protected:
-  static void setStatus(ProcessRecord &record, uint32_t status, int32_t running) {
+  static void setStatus(ProcessRecord &record, uint32_t status, int32_t threads) {
     record.taskAllInfo.pbsd.pbi_status = status;
-    record.taskAllInfo.ptinfo.pti_numrunning = running;
+    record.taskAllInfo.ptinfo.pti_numrunning = threads;
   }
 };
 
