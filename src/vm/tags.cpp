@@ -149,12 +149,12 @@ static const char *findName(const TagName *names, size_t count, uint32_t tag) {
 
 const char *getKextTag(uint32_t tag) {
   static char returned[80];
-  static const darwin::CFDictionaryRef notAsked =
-      reinterpret_cast<darwin::CFDictionaryRef>(~uintptr_t{0});
-  static darwin::CFDictionaryRef kextDict = notAsked;
+  static bool asked = false;
+  static darwin::CFDictionaryRef kextDict = nullptr;
 
   // Kept for the whole run, as the list only tells whether tags can be told apart at all.
-  if (kextDict == notAsked) kextDict = darwin::OSKextCopyLoadedKextInfo(nullptr, nullptr);
+  if (!asked) kextDict = darwin::OSKextCopyLoadedKextInfo(nullptr, nullptr);
+  asked = true;
   if (kextDict == nullptr) return "?";
   snprintf(returned, sizeof returned, "Tag: %d", static_cast<int32_t>(tag));
   return returned;
