@@ -38,81 +38,6 @@ constexpr int32_t kDisconnected = 0x2000;
 // The protocol that key sockets speak.
 constexpr int32_t kKeyProtocol = 2;
 
-// Types that share what follows: sockets first.
-enum class Type {
-  kTcp,
-  kUdp,
-  kRaw,
-  kUnix,
-  kControl,
-  kEvent,
-  kRoute,
-  kKey,
-  kNetworkDriver,
-  kVsock,
-  kFile,
-  kSemaphore,
-  kSharedMemory,
-  kPipe,
-  kKqueue,
-  kChannel,
-  kFileEvents,
-  kNetworkPolicy,
-  kNexus,
-  kAppleTalk,
-};
-
-constexpr Word typeWord(std::string_view text, Type type) {
-  return {text, static_cast<int64_t>(type)};
-}
-
-constexpr Word kTypes[] = {
-    typeWord("file", Type::kFile),
-    typeWord("tcp", Type::kTcp),
-    typeWord("udp", Type::kUdp),
-    typeWord("raw", Type::kRaw),
-    typeWord("unix", Type::kUnix),
-    typeWord("control", Type::kControl),
-    typeWord("event", Type::kEvent),
-    typeWord("route", Type::kRoute),
-    typeWord("key", Type::kKey),
-    typeWord("network-driver", Type::kNetworkDriver),
-    typeWord("vsock", Type::kVsock),
-    typeWord("semaphore", Type::kSemaphore),
-    typeWord("shared-memory", Type::kSharedMemory),
-    typeWord("pipe", Type::kPipe),
-    typeWord("kqueue", Type::kKqueue),
-    typeWord("channel", Type::kChannel),
-    typeWord("file-events", Type::kFileEvents),
-    typeWord("network-policy", Type::kNetworkPolicy),
-    typeWord("nexus", Type::kNexus),
-    typeWord("appletalk", Type::kAppleTalk),
-};
-
-// What the kernel says of a socket of each type; a `type` of 0 is as the file says.
-struct SocketRow {
-  int32_t kind;
-  int32_t family;
-  int32_t type;
-  int32_t protocol;
-};
-constexpr SocketRow kSockets[] = {
-    {darwin::SOCKINFO_TCP, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_STREAM,
-     darwin::DARWIN_IPPROTO_TCP},
-    {darwin::SOCKINFO_IN, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_DGRAM,
-     darwin::DARWIN_IPPROTO_UDP},
-    {darwin::SOCKINFO_IN, darwin::DARWIN_AF_INET, darwin::DARWIN_SOCK_RAW, 1},
-    {darwin::SOCKINFO_UN, darwin::DARWIN_AF_UNIX, darwin::DARWIN_SOCK_STREAM, 0},
-    {darwin::SOCKINFO_KERN_CTL, darwin::DARWIN_AF_SYSTEM, darwin::DARWIN_SOCK_DGRAM,
-     darwin::SYSPROTO_CONTROL},
-    {darwin::SOCKINFO_KERN_EVENT, darwin::DARWIN_AF_SYSTEM, darwin::DARWIN_SOCK_RAW,
-     darwin::SYSPROTO_EVENT},
-    {darwin::SOCKINFO_GENERIC, darwin::DARWIN_AF_ROUTE, darwin::DARWIN_SOCK_RAW, 0},
-    {darwin::SOCKINFO_GENERIC, darwin::DARWIN_PF_KEY, darwin::DARWIN_SOCK_RAW, kKeyProtocol},
-    {darwin::SOCKINFO_NDRV, darwin::DARWIN_AF_NDRV, darwin::DARWIN_SOCK_RAW, 0},
-    {darwin::SOCKINFO_VSOCK, darwin::DARWIN_AF_VSOCK, darwin::DARWIN_SOCK_STREAM, 0},
-};
-
 constexpr Word kModes[] = {{"read", darwin::DARWIN_FREAD},
                            {"write", darwin::DARWIN_FWRITE},
                            {"nonblocking", darwin::DARWIN_O_NONBLOCK},
@@ -139,7 +64,7 @@ constexpr Word kSocketKinds[] = {{"stream", darwin::DARWIN_SOCK_STREAM},
 constexpr uint32_t kFormBoth = darwin::INI_IPV4 | darwin::INI_IPV6;
 constexpr Word kFamilies[] = {
     {"inet", darwin::INI_IPV4}, {"inet6", darwin::INI_IPV6}, {"both", kFormBoth}};
-constexpr Word kRawFamilies[] = {{"inet", darwin::INI_IPV4}, {"inet6", darwin::INI_IPV6}};
+constexpr std::span<const Word> kRawFamilies = std::span(kFamilies).first<2>();
 
 constexpr Word kTcpStates[] = {
     {"closed", darwin::TSI_S_CLOSED},           {"listen", darwin::TSI_S_LISTEN},
@@ -228,52 +153,80 @@ class DescriptorReader {
   }
 
   DescriptorEntry read() {
-    const Type type =
-        static_cast<Type>(reader_.require("type", "the descriptor's type").oneOf(kTypes));
+    const TypeRow &row = reader_.require("type", "the descriptor's type").rowIn(types());
     readCommon();
-    switch (type) {
-      case Type::kFile:
-        readFile();
-        break;
-      case Type::kSemaphore:
-        readNamed<NamedSemaphore>(Unit::kCount);
-        break;
-      case Type::kSharedMemory:
-        reader_.number("address", readNamed<SharedMemory>(Unit::kSize).address);
-        break;
-      case Type::kPipe:
-        readPipe();
-        break;
-      case Type::kKqueue:
-        readQueue();
-        break;
-      case Type::kChannel:
-        readChannel();
-        break;
-      case Type::kFileEvents:
-        entry_.item.object = Opaque{darwin::PROX_FDTYPE_FSEVENTS};
-        break;
-      case Type::kNetworkPolicy:
-        entry_.item.object = Opaque{darwin::PROX_FDTYPE_NETPOLICY};
-        break;
-      case Type::kNexus:
-        entry_.item.object = Opaque{darwin::PROX_FDTYPE_NEXUS};
-        break;
-      case Type::kAppleTalk:
-        entry_.item.object = Opaque{darwin::PROX_FDTYPE_ATALK};
-        break;
-      default:
-        readSocket(type);
-        break;
-    }
+    if (row.socket.family != 0) startSocket(row.socket);
+    if (row.read != nullptr) (this->*row.read)();
     reader_.finish();
     return std::move(entry_);
   }
 
  private:
-  template <typename Where>
-  void text(const Field &field, size_t most, Where where) {
-    readText(field, most, entry_.item, entry_.patterns, where);
+  // What the kernel says of a socket of some type.
+  struct SocketRow {
+    int32_t kind = 0;
+    int32_t family = 0;  // 0: it is no socket
+    int32_t type = 0;
+    int32_t protocol = 0;
+  };
+  struct TypeRow {
+    std::string_view text;
+    void (DescriptorReader::*read)();  // null: there is nothing more to read
+    SocketRow socket = {};
+  };
+
+  static std::span<const TypeRow> types() {
+    using namespace darwin;
+    using Reader = DescriptorReader;
+    static constexpr TypeRow kRows[] = {
+        {"file", &Reader::readFile},
+        {"tcp",
+         &Reader::readTcp,
+         {SOCKINFO_TCP, DARWIN_AF_INET, DARWIN_SOCK_STREAM, DARWIN_IPPROTO_TCP}},
+        {"udp",
+         &Reader::readUdp,
+         {SOCKINFO_IN, DARWIN_AF_INET, DARWIN_SOCK_DGRAM, DARWIN_IPPROTO_UDP}},
+        {"raw", &Reader::readRaw, {SOCKINFO_IN, DARWIN_AF_INET, DARWIN_SOCK_RAW, 1}},
+        {"unix", &Reader::readUnix, {SOCKINFO_UN, DARWIN_AF_UNIX, DARWIN_SOCK_STREAM, 0}},
+        {"control",
+         &Reader::readControl,
+         {SOCKINFO_KERN_CTL, DARWIN_AF_SYSTEM, DARWIN_SOCK_DGRAM, SYSPROTO_CONTROL}},
+        {"event",
+         &Reader::readEvent,
+         {SOCKINFO_KERN_EVENT, DARWIN_AF_SYSTEM, DARWIN_SOCK_RAW, SYSPROTO_EVENT}},
+        {"route", nullptr, {SOCKINFO_GENERIC, DARWIN_AF_ROUTE, DARWIN_SOCK_RAW, 0}},
+        {"key", nullptr, {SOCKINFO_GENERIC, DARWIN_PF_KEY, DARWIN_SOCK_RAW, kKeyProtocol}},
+        {"network-driver",
+         &Reader::readNetworkDriver,
+         {SOCKINFO_NDRV, DARWIN_AF_NDRV, DARWIN_SOCK_RAW, 0}},
+        {"vsock", &Reader::readVirtual, {SOCKINFO_VSOCK, DARWIN_AF_VSOCK, DARWIN_SOCK_STREAM, 0}},
+        {"semaphore", &Reader::readSemaphore},
+        {"shared-memory", &Reader::readSharedMemory},
+        {"pipe", &Reader::readPipe},
+        {"kqueue", &Reader::readQueue},
+        {"channel", &Reader::readChannel},
+        {"file-events", &Reader::makeOpaque<PROX_FDTYPE_FSEVENTS>},
+        {"network-policy", &Reader::makeOpaque<PROX_FDTYPE_NETPOLICY>},
+        {"nexus", &Reader::makeOpaque<PROX_FDTYPE_NEXUS>},
+        {"appletalk", &Reader::makeOpaque<PROX_FDTYPE_ATALK>},
+    };
+    return kRows;
+  }
+
+  // Of the object that the descriptor is.
+  template <typename Object>
+  void text(const Field &field, size_t most, std::string Object::*member) {
+    readText(field, most, entry_.item, entry_.patterns,
+             [member](Descriptor &descriptor) -> std::string & {
+               return std::get<Object>(descriptor.object).*member;
+             });
+  }
+
+  Socket &socket() { return std::get<Socket>(entry_.item.object); }
+
+  template <uint32_t type>
+  void makeOpaque() {
+    entry_.item.object = Opaque{type};
   }
 
   void readCommon() {
@@ -302,8 +255,7 @@ class DescriptorReader {
 
   void readFile() {
     File &file = entry_.item.object.emplace<File>();
-    text(reader_.require("path", "the file's path"), kLongestPath,
-         [](Descriptor &d) -> std::string & { return std::get<File>(d.object).path; });
+    text(reader_.require("path", "the file's path"), kLongestPath, &File::path);
     reader_.oneOf("kind", file.type, kFileKinds);
     uint16_t permissions = 0644;
     reader_.number("permissions", permissions, 0, kLargestPermissions);
@@ -319,13 +271,17 @@ class DescriptorReader {
   template <typename Object>
   Object &readNamed(Unit unit) {
     Object &object = entry_.item.object.emplace<Object>();
-    text(reader_.require("name", "the object's name"), kLongestPath,
-         [](Descriptor &d) -> std::string & { return std::get<Object>(d.object).name; });
+    text<Object>(reader_.require("name", "the object's name"), kLongestPath, &Object::name);
     reader_.number("permissions", object.mode, 0, kLargestPermissions);
     reader_.number("owner", object.user);
     reader_.number("group", object.group);
     reader_.figure("size", object.size, unit);
     return object;
+  }
+
+  void readSemaphore() { readNamed<NamedSemaphore>(Unit::kCount); }
+  void readSharedMemory() {
+    reader_.number("address", readNamed<SharedMemory>(Unit::kSize).address);
   }
 
   void readPipe() {
@@ -367,59 +323,53 @@ class DescriptorReader {
     reader_.number("flags", channel.flags);
   }
 
-  void readSocket(Type type) {
-    const SocketRow &row = kSockets[static_cast<size_t>(type)];
-    Socket &socket = entry_.item.object.emplace<Socket>();
-    socket.kind = row.kind;
-    socket.family = row.family;
-    socket.type = row.type;
-    socket.protocol = row.protocol;
+  void startSocket(const SocketRow &row) {
+    Socket &made = entry_.item.object.emplace<Socket>();
+    made.kind = row.kind;
+    made.family = row.family;
+    made.type = row.type;
+    made.protocol = row.protocol;
     readPeer();
-    switch (type) {
-      case Type::kTcp:
-        readInternet(kFamilies);
-        readTcpState();
-        readTraffic();
-        break;
-      case Type::kUdp:
-        readInternet(kFamilies);
-        readTraffic();
-        break;
-      case Type::kRaw:
-        readInternet(kRawFamilies);
-        reader_.number("protocol", socket.protocol, 0, 255);
-        break;
-      case Type::kUnix:
-        readUnix();
-        break;
-      case Type::kControl:
-        text(reader_.require("control", "the name of the kernel control"), kLongestControl,
-             [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).controlName; });
-        reader_.number("id", socket.controlID);
-        reader_.number("unit", socket.controlUnit);
-        reader_.oneOf("kind", socket.type, kSocketKinds);
-        socket.state = kSocketConnected;
-        break;
-      case Type::kEvent:
-        reader_.number("vendor", socket.eventFilter[0]);
-        reader_.number("class", socket.eventFilter[1]);
-        reader_.number("subclass", socket.eventFilter[2]);
-        break;
-      case Type::kNetworkDriver:
-        text(reader_.find("interface"), kLongestInterface,
-             [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).interface; });
-        reader_.number("interface-family", socket.interfaceFamily);
-        reader_.number("unit", socket.interfaceUnit);
-        break;
-      case Type::kVsock:
-        readVirtual();
-        break;
-      default:  // route, key: nothing more
-        break;
-    }
   }
 
-  // One side of an Internet socket. `form` is what the other sides of it have so far.
+  void readTcp() {
+    readInternet(kFamilies);
+    readTcpState();
+    readTraffic();
+  }
+
+  void readUdp() {
+    readInternet(kFamilies);
+    readTraffic();
+  }
+
+  void readRaw() {
+    readInternet(kRawFamilies);
+    reader_.number("protocol", socket().protocol, 0, 255);
+  }
+
+  void readControl() {
+    text(reader_.require("control", "the name of the kernel control"), kLongestControl,
+         &Socket::controlName);
+    reader_.number("id", socket().controlID);
+    reader_.number("unit", socket().controlUnit);
+    reader_.oneOf("kind", socket().type, kSocketKinds);
+    socket().state = kSocketConnected;
+  }
+
+  void readEvent() {
+    reader_.number("vendor", socket().eventFilter[0]);
+    reader_.number("class", socket().eventFilter[1]);
+    reader_.number("subclass", socket().eventFilter[2]);
+  }
+
+  void readNetworkDriver() {
+    text(reader_.find("interface"), kLongestInterface, &Socket::interface);
+    reader_.number("interface-family", socket().interfaceFamily);
+    reader_.number("unit", socket().interfaceUnit);
+  }
+
+  // One side of an Internet socket(). `form` is what the other sides of it have so far.
   void readSide(std::string_view key, Endpoint Socket::*side, uint32_t &form) {
     const Field field = reader_.find(key);
     if (!field) return;
@@ -434,7 +384,7 @@ class DescriptorReader {
                  "two addresses of one family");
     }
     form |= ownForm;
-    std::get<Socket>(entry_.item.object).*side = *endpoint;
+    socket().*side = *endpoint;
     if (!isPattern) return;
     entry_.patterns.push_back(
         {field.place(), text, kLongestEndpoint,
@@ -449,7 +399,6 @@ class DescriptorReader {
   }
 
   void readInternet(std::span<const Word> families) {
-    Socket &socket = std::get<Socket>(entry_.item.object);
     uint32_t ofAddresses = 0;
     readSide("local", &Socket::local, ofAddresses);
     readSide("remote", &Socket::remote, ofAddresses);
@@ -461,18 +410,17 @@ class DescriptorReader {
                                                    : "the family of its IPv6 addresses");
       }
     }
-    socket.isIPv4 = (form & darwin::INI_IPV4) != 0;
-    socket.isIPv6 = (form & darwin::INI_IPV6) != 0;
-    socket.family = socket.isIPv6 ? darwin::DARWIN_AF_INET6 : darwin::DARWIN_AF_INET;
-    if (reader_.find("remote")) socket.state = kSocketConnected;
+    socket().isIPv4 = (form & darwin::INI_IPV4) != 0;
+    socket().isIPv6 = (form & darwin::INI_IPV6) != 0;
+    socket().family = socket().isIPv6 ? darwin::DARWIN_AF_INET6 : darwin::DARWIN_AF_INET;
+    if (reader_.find("remote")) socket().state = kSocketConnected;
   }
 
   void readTcpState() {
-    Socket &socket = std::get<Socket>(entry_.item.object);
-    socket.tcpState =
-        socket.state == kSocketConnected ? darwin::TSI_S_ESTABLISHED : darwin::TSI_S_LISTEN;
-    reader_.oneOf("state", socket.tcpState, kTcpStates);
-    socket.state = kTcpSocketStates[socket.tcpState];
+    socket().tcpState =
+        socket().state == kSocketConnected ? darwin::TSI_S_ESTABLISHED : darwin::TSI_S_LISTEN;
+    reader_.oneOf("state", socket().tcpState, kTcpStates);
+    socket().state = kTcpSocketStates[socket().tcpState];
   }
 
   void readTraffic() {
@@ -480,22 +428,18 @@ class DescriptorReader {
     reader_.figures(kTrafficFigures, traffic);
     bool isCounted = true;
     reader_.flag("counted", isCounted);
-    if (isCounted) std::get<Socket>(entry_.item.object).traffic = traffic;
+    if (isCounted) socket().traffic = traffic;
   }
 
   void readUnix() {
-    Socket &socket = std::get<Socket>(entry_.item.object);
-    text(reader_.find("path"), kLongestSocketPath,
-         [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).path; });
-    text(reader_.find("peer-path"), kLongestSocketPath,
-         [](Descriptor &d) -> std::string & { return std::get<Socket>(d.object).peerPath; });
-    reader_.oneOf("kind", socket.type, kSocketKinds);
-    if (!socket.peerPath.empty()) socket.state = kSocketConnected;
+    text(reader_.find("path"), kLongestSocketPath, &Socket::path);
+    text(reader_.find("peer-path"), kLongestSocketPath, &Socket::peerPath);
+    reader_.oneOf("kind", socket().type, kSocketKinds);
+    if (!socket().peerPath.empty()) socket().state = kSocketConnected;
   }
 
   void readVirtual() {
-    Socket &socket = std::get<Socket>(entry_.item.object);
-    auto part = socket.virtualAddress.begin();
+    auto part = socket().virtualAddress.begin();
     for (const std::string_view key : {"local", "remote"}) {
       if (const Field field = reader_.find(key)) {
         const std::vector<Field> parts = field.elementsOf(2, 2, "an array of two numbers");
@@ -504,8 +448,8 @@ class DescriptorReader {
       }
       part += 2;
     }
-    if (reader_.find("remote")) socket.state = kSocketConnected;
-    reader_.oneOf("kind", socket.type, kSocketKinds);
+    if (reader_.find("remote")) socket().state = kSocketConnected;
+    reader_.oneOf("kind", socket().type, kSocketKinds);
   }
 
   TableReader reader_;

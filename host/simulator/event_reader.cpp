@@ -22,37 +22,6 @@ constexpr int64_t kLargestDescriptor = 19'998;  // the last copy of the one with
 constexpr int64_t kMostSources = 1000;
 constexpr Nanoseconds kShortestRepetition{100'000'000};
 
-enum class Do {
-  kStart,
-  kExit,
-  kFork,
-  kExec,
-  kStop,
-  kContinue,
-  kChange,
-  kOpen,
-  kClose,
-  kPressure,
-  kPower,
-  kFail,
-};
-
-constexpr Word doWord(std::string_view text, Do action) {
-  return {text, static_cast<int64_t>(action)};
-}
-constexpr Word kActions[] = {
-    doWord("start", Do::kStart),   doWord("exit", Do::kExit),
-    doWord("fork", Do::kFork),     doWord("exec", Do::kExec),
-    doWord("stop", Do::kStop),     doWord("continue", Do::kContinue),
-    doWord("change", Do::kChange), doWord("open", Do::kOpen),
-    doWord("close", Do::kClose),   doWord("pressure", Do::kPressure),
-    doWord("power", Do::kPower),   doWord("fail", Do::kFail),
-};
-
-bool canLast(Do action) {
-  return action == Do::kStart || action == Do::kStop || action == Do::kOpen || action == Do::kFail;
-}
-
 constexpr Word kErrors[] = {
     {"EPERM", darwin::DARWIN_EPERM},
     {"ENOENT", darwin::DARWIN_ENOENT},
@@ -106,10 +75,10 @@ class EventReader {
       : loading_(loading), templates_(templates), reader_(field) {}
 
   void read() {
-    const Do action = static_cast<Do>(reader_.require("do", "what happens").oneOf(kActions));
+    const ActionRow &row = reader_.require("do", "what happens").rowIn(actions());
     reader_.time("at", event_.at);
     if (const Field field = reader_.find("for")) {
-      if (!canLast(action)) {
+      if (!row.isUndone) {
         field.fail("found `for` where nothing is undone",
                    "it with \"start\", \"stop\", \"open\" or \"fail\" alone");
       }
@@ -119,69 +88,34 @@ class EventReader {
       event_.every = field.time();
       if (*event_.every < kShortestRepetition) field.fail("a time of at least 0.1");
     }
-    if (action == Do::kStart) {
-      readStartedProcesses(loading_, templates_, reader_, event_);
-      return;
-    }
-    readAction(action);
+    (this->*row.read)();
     reader_.finish();
   }
 
  private:
-  void readAction(Do action) {
-    switch (action) {
-      case Do::kExit: {
-        ExitProcess exit;
-        reader_.number("exit-status", exit.status);
-        reader_.flag("zombie", exit.staysZombie);
-        addAbout(exit);
-        break;
-      }
-      case Do::kFork: {
-        ForkProcess fork;
-        reader_.number("child", fork.child, 0, kLargestPid);
-        addAbout(fork);
-        break;
-      }
-      case Do::kExec:
-        readExec();
-        break;
-      case Do::kStop:
-        addAbout(StopProcess{});
-        break;
-      case Do::kContinue:
-        addAbout(ContinueProcess{});
-        break;
-      case Do::kChange:
-        readChange();
-        break;
-      case Do::kOpen: {
-        OpenDescriptor open;
-        DescriptorEntry entry =
-            readDescriptor(reader_.require("descriptor", "a table of a descriptor"), false);
-        loading_.take(Limit::kDescriptors, 1, 1, entry.place);
-        open.descriptor = std::move(entry.item);
-        const size_t index = addAbout(std::move(open));
-        addEnd(entry, index);
-        break;
-      }
-      case Do::kClose: {
-        CloseDescriptor close;
-        close.number = static_cast<int32_t>(
-            reader_.require("number", "the descriptor's number").number(0, kLargestDescriptor));
-        addAbout(close);
-        break;
-      }
-      case Do::kPressure:
-        readPressure();
-        break;
-      case Do::kPower:
-        readPower();
-        break;
-      default:
-        readFail();
-        break;
-    }
+  struct ActionRow {
+    std::string_view text;
+    void (EventReader::*read)();
+    bool isUndone = false;  // when its time is over
+  };
+
+  static std::span<const ActionRow> actions() {
+    using Reader = EventReader;
+    static constexpr ActionRow kRows[] = {
+        {"start", &Reader::readStart, true},
+        {"exit", &Reader::readExit},
+        {"fork", &Reader::readFork},
+        {"exec", &Reader::readExec},
+        {"stop", &Reader::addAboutAlone<StopProcess>, true},
+        {"continue", &Reader::addAboutAlone<ContinueProcess>},
+        {"change", &Reader::readChange},
+        {"open", &Reader::readOpen, true},
+        {"close", &Reader::readClose},
+        {"pressure", &Reader::readPressure},
+        {"power", &Reader::readPower},
+        {"fail", &Reader::readFail, true},
+    };
+    return kRows;
   }
 
   size_t add(Action action) {
@@ -201,11 +135,24 @@ class EventReader {
     return index;
   }
 
-  void addEnd(const DescriptorEntry &entry, size_t index) {
-    if (entry.label.text.empty() && entry.peer.text.empty()) return;
-    loading_.addEnd({entry.label, entry.peer, [index](Device &device) -> Descriptor & {
-                       return std::get<OpenDescriptor>(device.events[index].action).descriptor;
-                     }});
+  template <typename Change>
+  void addAboutAlone() {
+    addAbout(Change{});
+  }
+
+  void readStart() { readStartedProcesses(loading_, templates_, reader_, event_); }
+
+  void readExit() {
+    ExitProcess exit;
+    reader_.number("exit-status", exit.status);
+    reader_.flag("zombie", exit.staysZombie);
+    addAbout(exit);
+  }
+
+  void readFork() {
+    ForkProcess fork;
+    reader_.number("child", fork.child, 0, kLargestPid);
+    addAbout(fork);
   }
 
   void readExec() {
@@ -255,6 +202,26 @@ class EventReader {
       change.threads = readChangedThreads(field, defaults);
     }
     addAbout(std::move(change));
+  }
+
+  void readOpen() {
+    DescriptorEntry entry =
+        readDescriptor(reader_.require("descriptor", "a table of a descriptor"), false);
+    loading_.take(Limit::kDescriptors, 1, 1, entry.place);
+    OpenDescriptor open;
+    open.descriptor = std::move(entry.item);
+    const size_t index = addAbout(std::move(open));
+    if (entry.label.text.empty() && entry.peer.text.empty()) return;
+    loading_.addEnd({entry.label, entry.peer, [index](Device &device) -> Descriptor & {
+                       return std::get<OpenDescriptor>(device.events[index].action).descriptor;
+                     }});
+  }
+
+  void readClose() {
+    CloseDescriptor close;
+    const Field number = reader_.require("number", "the descriptor's number");
+    close.number = static_cast<int32_t>(number.number(0, kLargestDescriptor));
+    addAbout(close);
   }
 
   void readPressure() {

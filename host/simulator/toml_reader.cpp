@@ -348,10 +348,11 @@ std::vector<std::string> Field::texts(size_t most) const {
   return result;
 }
 
-int64_t Field::oneOf(std::span<const Word> words) const {
-  const Word *word = findWord(words, as<std::string>());
-  if (word == nullptr) fail("one of " + listOf(words));
-  return word->value;
+size_t Field::indexIn(std::span<const std::string_view> texts) const {
+  const std::string *text = as<std::string>();
+  const auto found = text != nullptr ? std::find(texts.begin(), texts.end(), *text) : texts.end();
+  if (found == texts.end()) fail("one of " + quotedList(texts));
+  return static_cast<size_t>(found - texts.begin());
 }
 
 int64_t Field::oneOfOrNumber(std::span<const Word> words, int64_t most) const {

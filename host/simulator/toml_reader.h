@@ -100,7 +100,14 @@ class Field {
   // Without a NUL; the reference is to the tree.
   const std::string &text(size_t most) const;
   std::vector<std::string> texts(size_t most) const;
-  int64_t oneOf(std::span<const Word> words) const;
+  // The row whose `text` stands there.
+  template <typename Row>
+  const Row &rowIn(std::span<const Row> rows) const {
+    std::vector<std::string_view> texts;
+    for (const Row &row : rows) texts.push_back(row.text);
+    return rows[indexIn(texts)];
+  }
+  int64_t oneOf(std::span<const Word> words) const { return rowIn(words).value; }
   // A text of `words`, or a number.
   int64_t oneOfOrNumber(std::span<const Word> words, int64_t most) const;
   // All of them together.
@@ -130,6 +137,8 @@ class Field {
   }
 
  private:
+  size_t indexIn(std::span<const std::string_view> texts) const;
+
   const toml::node *node_ = nullptr;
   Path path_;
 };
