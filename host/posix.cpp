@@ -13,6 +13,7 @@
 #include "darwin/kernel_control.h"
 #include "darwin/libproc.h"
 #include "host/copy_text.h"
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/entry/control_socket.h"
 #include "host/entry/gestalt.h"

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/darwin/errors.h"
 #include "host/entry/errors.h"
 #include "host/errno.h"
 #include "host/machine/kernel.h"

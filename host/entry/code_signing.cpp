@@ -1,11 +1,12 @@
 // Code-signing queries: the flags and the signature.
-#include "darwin/code_signing.h"
+#include "host/darwin/code_signing.h"
 
 #include <unistd.h>
 
 #include <array>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/machine/confinement.h"
 

@@ -21,6 +21,7 @@
 
 #include "darwin/ntstat.h"
 #include "darwin/socket.h"
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/entry/network_statistics.h"
 #include "host/machine/networks.h"

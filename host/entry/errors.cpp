@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Kernel queues: registrations and what is reported of them, as the kernel keeps them. Only process
 // events can be waited for.
-#include "darwin/kqueue.h"
+#include "host/darwin/kqueue.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/machine/events.h"
 

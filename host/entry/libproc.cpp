@@ -1,12 +1,14 @@
 // Process information: which flavours there are, what buffer each needs, and in which order the
 // kernel refuses. What a process looks like is the machine's to say.
-#include "darwin/libproc.h"
+#include "host/darwin/libproc.h"
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/syscalls.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
 #include "host/machine/descriptors.h"

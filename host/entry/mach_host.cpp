@@ -1,5 +1,5 @@
 // Mach calls about the host: which ports they take, how many words each flavour needs and gives.
-#include "darwin/mach_host.h"
+#include "host/darwin/mach_host.h"
 
 #include <sys/mman.h>
 

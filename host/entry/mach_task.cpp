@@ -11,6 +11,9 @@
 #include <vector>
 
 #include "darwin/mach_vm.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/mach_host.h"
+#include "host/darwin/thread_state.h"
 #include "host/entry/answer.h"
 #include "host/entry/ports.h"
 #include "host/machine/kernel.h"

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/ntstat.h"
 #include "host/entry/answer.h"
 #include "host/machine/networks.h"
 

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/machine/confinement.h"
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "darwin/layout.h"
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
 #include "host/machine/processes.h"

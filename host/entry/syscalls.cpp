@@ -1,6 +1,6 @@
 // The raw system calls: takes each number's arguments off the caller's list with the types that the
 // number has, and calls what answers it.
-#include "darwin/syscalls.h"
+#include "host/darwin/syscalls.h"
 
 #include <unistd.h>
 
@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "darwin/code_signing.h"
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/entry/kernel.h"
 #include "host/machine/memory_status.h"

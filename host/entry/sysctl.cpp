@@ -1,6 +1,6 @@
 // Kernel state by name or number: which variables there are and how they are handed over. All of
 // them are read-only.
-#include "darwin/sysctl.h"
+#include "host/darwin/sysctl.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,8 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "darwin/interfaces.h"
-#include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/interfaces.h"
+#include "host/darwin/socket.h"
 #include "host/entry/answer.h"
 #include "host/machine/host_figures.h"
 #include "host/machine/networks.h"

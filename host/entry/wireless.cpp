@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "host/darwin/errors.h"
 #include "host/entry/answer.h"
 #include "host/machine/networks.h"
 

@@ -17,10 +17,11 @@
 #include <cstring>
 #include <optional>
 
-#include "darwin/errors.h"
-#include "darwin/file_flags.h"
-#include "darwin/kqueue.h"
 #include "host/copy_text.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/file_flags.h"
+#include "host/darwin/kqueue.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/liveness.h"
 #include "host/linux/procfs.h"
 #include "host/linux/signals.h"

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/linux/mount_text.h"
 
 namespace host::linux_machine {

@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <utility>
 
+#include "host/darwin/errors.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {

@@ -9,7 +9,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "darwin/interfaces.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/interfaces.h"
 
 namespace host::linux_machine {
 

@@ -1,4 +1,5 @@
 #include "host/linux/linux_descriptors.h"
+#include "host/darwin/errors.h"
 
 #include <algorithm>
 #include <cstddef>

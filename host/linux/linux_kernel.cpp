@@ -1,5 +1,6 @@
 #include "host/linux/linux_kernel.h"
 
+#include "host/darwin/errors.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {

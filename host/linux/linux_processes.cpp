@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 #include "host/linux/host_figures.h"
 #include "host/linux/linux_kernel.h"

@@ -1,5 +1,6 @@
 #include "host/linux/linux_tasks.h"
 
+#include "host/darwin/errors.h"
 #include "host/linux/registers.h"
 #include "host/linux/task_memory.h"
 

@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "host/darwin/errors.h"
 #include "host/linux/process_text.h"
 #include "host/linux/procfs.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include "darwin/mach_vm.h"
+#include "host/darwin/mach_vm.h"
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "host/darwin/memorystatus.h"
 #include "host/linux/liveness.h"
 
 namespace host::linux_machine {

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "host/darwin/errors.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
 

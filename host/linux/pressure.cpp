@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <string>
 
+#include "host/darwin/errors.h"
 #include "host/linux/host_figures.h"
 
 namespace host::linux_machine {

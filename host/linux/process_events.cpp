@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "darwin/kqueue.h"
+#include "host/darwin/errors.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "host/darwin/errors.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
 

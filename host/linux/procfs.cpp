@@ -1,4 +1,5 @@
 #include "host/linux/procfs.h"
+#include "host/darwin/errors.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -12,9 +12,10 @@
 #include <set>
 #include <utility>
 
-#include "darwin/errors.h"
-#include "darwin/mach_vm.h"
 #include "host/copy_text.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/mach_vm.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/blocked_call.h"
 
 namespace host::linux_machine {

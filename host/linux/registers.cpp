@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "host/darwin/errors.h"
 #include "host/linux/blocked_call.h"
 #include "host/linux/own_thread.h"
 #include "host/linux/process_text.h"

@@ -1,4 +1,5 @@
 #include "host/linux/shared_processes.h"
+#include "host/darwin/errors.h"
 
 #include <algorithm>
 #include <functional>

@@ -4,7 +4,7 @@
 #include <csignal>
 #include <iterator>
 
-#include "darwin/signals.h"
+#include "host/darwin/signals.h"
 
 namespace host::linux_machine {
 

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "darwin/socket.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "host/darwin/proc_info.h"
 #include "host/linux/kernel_stacks.h"
 #include "host/linux/procfs.h"
 #include "host/linux/threads.h"

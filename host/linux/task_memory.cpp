@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "host/darwin/errors.h"
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {

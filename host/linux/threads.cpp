@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 
 namespace host::linux_machine {

@@ -1,4 +1,5 @@
 #include "host/linux/wireless.h"
+#include "host/darwin/errors.h"
 
 #include <linux/genetlink.h>
 #include <linux/nl80211.h>

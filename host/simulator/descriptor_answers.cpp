@@ -6,6 +6,8 @@
 #include <variant>
 
 #include "host/copy_text.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {

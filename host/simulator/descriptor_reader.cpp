@@ -10,9 +10,9 @@
 #include <utility>
 #include <variant>
 
-#include "darwin/file_flags.h"
-#include "darwin/proc_info.h"
-#include "darwin/socket.h"
+#include "host/darwin/file_flags.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/socket.h"
 
 namespace host::simulator {
 

@@ -15,7 +15,8 @@
 #include <variant>
 #include <vector>
 
-#include "darwin/proc_info.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "host/machine/power.h"
 #include "host/simulator/figure.h"
 

@@ -8,6 +8,7 @@
 
 #include "darwin/kqueue.h"
 #include "darwin/signals.h"
+#include "host/darwin/errors.h"
 #include "host/simulator/signals.h"
 
 namespace host::simulator {

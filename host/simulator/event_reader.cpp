@@ -4,7 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "host/simulator/descriptor_reader.h"
 #include "host/simulator/process_plan.h"

@@ -1,4 +1,5 @@
 #include "host/simulator/live_device.h"
+#include "host/darwin/errors.h"
 
 namespace host::simulator {
 

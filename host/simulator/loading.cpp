@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/descriptor_reader.h"
 #include "host/simulator/wide.h"
 

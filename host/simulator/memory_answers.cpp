@@ -1,4 +1,5 @@
 #include "host/simulator/memory_answers.h"
+#include "host/darwin/errors.h"
 
 #include <algorithm>
 #include <cstring>

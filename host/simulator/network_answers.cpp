@@ -7,6 +7,8 @@
 
 #include "darwin/ntstat.h"
 #include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 
 namespace host::simulator {
 

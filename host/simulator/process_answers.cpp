@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/copy_text.h"
+#include "host/darwin/proc_info.h"
 
 namespace host::simulator {
 

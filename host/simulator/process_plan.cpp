@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "darwin/syscalls.h"
+#include "host/darwin/proc_info.h"
 #include "host/simulator/standing_reader.h"
 
 namespace host::simulator {

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/loading.h"
 #include "host/simulator/wide.h"
 

@@ -1,6 +1,6 @@
 #include "host/simulator/signals.h"
 
-#include "darwin/signals.h"
+#include "host/darwin/signals.h"
 
 namespace host::simulator {
 

@@ -1,4 +1,5 @@
 #include "host/simulator/simulated_descriptors.h"
+#include "host/darwin/errors.h"
 
 #include <algorithm>
 #include <utility>

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/simulator/process_watches.h"
 
 namespace host::simulator {

@@ -1,4 +1,5 @@
 #include "host/simulator/simulated_memory_status.h"
+#include "host/darwin/errors.h"
 
 #include <algorithm>
 #include <optional>

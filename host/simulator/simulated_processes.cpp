@@ -7,6 +7,7 @@
 #include <ranges>
 #include <utility>
 
+#include "host/darwin/errors.h"
 #include "host/simulator/process_answers.h"
 #include "host/simulator/snapshot_answers.h"
 

@@ -1,4 +1,5 @@
 #include "host/simulator/simulated_services.h"
+#include "host/darwin/errors.h"
 
 #include <string>
 #include <variant>

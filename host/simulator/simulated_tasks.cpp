@@ -1,5 +1,6 @@
 #include "host/simulator/simulated_tasks.h"
 
+#include "host/darwin/errors.h"
 #include "host/simulator/memory_answers.h"
 #include "host/simulator/process_answers.h"
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <variant>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "darwin/code_signing.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/code_signing.h"
+#include "host/darwin/syscalls.h"
 
 namespace host::simulator {
 

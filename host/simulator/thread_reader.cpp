@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/device.h"
 #include "host/simulator/loading.h"
 #include "host/simulator/process_entry.h"

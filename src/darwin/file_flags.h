@@ -9,12 +9,4 @@ namespace darwin {
 constexpr uint32_t DARWIN_FREAD = 0x1;
 constexpr uint32_t DARWIN_FWRITE = 0x2;
 
-constexpr uint32_t DARWIN_O_NONBLOCK = 0x4;
-constexpr uint32_t DARWIN_O_APPEND = 0x8;
-constexpr uint32_t DARWIN_O_CREAT = 0x200;
-constexpr uint32_t DARWIN_O_TRUNC = 0x400;
-constexpr uint32_t DARWIN_O_EXCL = 0x800;
-constexpr uint32_t DARWIN_O_NOCTTY = 0x20000;
-constexpr uint32_t DARWIN_O_CLOEXEC = 0x1000000;
-
 }  // namespace darwin

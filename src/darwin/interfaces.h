@@ -12,12 +12,9 @@ constexpr int DARWIN_NET_RT_IFLIST2 = 6;
 
 // The list is a run of messages. Each begins with its length (16 bits, a multiple of 4), version
 // and type; an interface's own message comes before those of its addresses.
-constexpr int RTM_VERSION = 5;
 constexpr int RTM_IFINFO2 = 0x12;
-constexpr int RTA_IFP = 0x10;  // the interface's link-level address follows
 
 // ifi_type.
-constexpr uint8_t IFT_ETHER = 6;
 constexpr uint8_t IFT_PPP = 0x17;
 constexpr uint8_t IFT_LOOP = 0x18;
 

@@ -21,19 +21,10 @@ constexpr int16_t EVFILT_MACHPORT = -8;
 constexpr int16_t EVFILT_FS = -9;
 constexpr int16_t EVFILT_USER = -10;
 constexpr int16_t EVFILT_VM = -12;
-constexpr int16_t EVFILT_SOCK = -13;
-constexpr int16_t EVFILT_MEMORYSTATUS = -14;
 constexpr int16_t EVFILT_EXCEPT = -15;
-constexpr int16_t EVFILT_NW_CHANNEL = -16;
 constexpr int16_t EVFILT_WORKLOOP = -17;
 
 constexpr uint16_t EV_ADD = 0x1;
-constexpr uint16_t EV_DELETE = 0x2;
-constexpr uint16_t EV_ENABLE = 0x4;
-constexpr uint16_t EV_ONESHOT = 0x10;
-constexpr uint16_t EV_CLEAR = 0x20;
-constexpr uint16_t EV_ERROR = 0x4000;
-constexpr uint16_t EV_EOF = 0x8000;
 
 // Notes of EVFILT_PROC, whose ident is a pid. One event carries all that happened since the last.
 constexpr uint32_t NOTE_EXIT = 0x80000000;

@@ -11,11 +11,6 @@ namespace darwin {
 
 // Types of proc_listpids().
 constexpr uint32_t PROC_ALL_PIDS = 1;
-constexpr uint32_t PROC_PGRP_ONLY = 2;
-constexpr uint32_t PROC_TTY_ONLY = 3;
-constexpr uint32_t PROC_UID_ONLY = 4;
-constexpr uint32_t PROC_RUID_ONLY = 5;
-constexpr uint32_t PROC_PPID_ONLY = 6;
 
 extern "C" {
 

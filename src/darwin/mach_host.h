@@ -34,15 +34,7 @@ using cpu_threadtype_t = integer_t;
 constexpr mach_port_t DARWIN_MACH_PORT_NULL = 0;
 
 constexpr kern_return_t KERN_SUCCESS = 0;
-constexpr kern_return_t KERN_INVALID_ADDRESS = 1;
-constexpr kern_return_t KERN_PROTECTION_FAILURE = 2;
-constexpr kern_return_t KERN_INVALID_ARGUMENT = 4;
-constexpr kern_return_t KERN_FAILURE = 5;
 constexpr kern_return_t KERN_RESOURCE_SHORTAGE = 6;
-constexpr kern_return_t KERN_NO_ACCESS = 8;
-constexpr kern_return_t KERN_ABORTED = 14;
-constexpr kern_return_t MIG_ARRAY_TOO_LARGE = -307;
-constexpr kern_return_t MACH_SEND_INVALID_DEST = 0x10000003;
 
 constexpr host_flavor_t HOST_BASIC_INFO = 1;
 constexpr host_flavor_t HOST_VM_INFO64 = 4;
@@ -121,13 +113,6 @@ struct processor_cpu_load_info {
   uint32_t cpu_ticks[CPU_STATE_MAX];
 };
 DARWIN_LAYOUT(processor_cpu_load_info, 16, 4, (cpu_ticks, 0));
-
-// Lengths in 32-bit words, as the calls count them.
-constexpr mach_msg_type_number_t HOST_BASIC_INFO_COUNT =
-    sizeof(host_basic_info) / sizeof(integer_t);
-constexpr mach_msg_type_number_t HOST_VM_INFO64_COUNT = sizeof(vm_statistics64) / sizeof(integer_t);
-constexpr mach_msg_type_number_t PROCESSOR_CPU_LOAD_INFO_COUNT =
-    sizeof(processor_cpu_load_info) / sizeof(integer_t);
 
 extern "C" {
 

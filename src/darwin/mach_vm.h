@@ -15,12 +15,6 @@ using mach_vm_address_t = uint64_t;
 using mach_vm_size_t = uint64_t;
 using vm_region_recurse_info_t = int *;
 
-// vm_prot_t.
-constexpr vm_prot_t VM_PROT_NONE = 0;
-constexpr vm_prot_t VM_PROT_READ = 1;
-constexpr vm_prot_t VM_PROT_WRITE = 2;
-constexpr vm_prot_t VM_PROT_EXECUTE = 4;
-
 // Pages are the kernel's. Kernels before the 6153 family end with pages_reusable.
 #pragma pack(push, 4)
 struct vm_region_submap_info_64 {

@@ -23,23 +23,6 @@ struct memorystatus_priority_entry {
 DARWIN_LAYOUT(memorystatus_priority_entry, 24, 8, (pid, 0), (priority, 4), (user_data, 8),
               (limit, 16), (state, 20));
 
-// Bands; kernels of the last years have the same ones times ten.
-constexpr int32_t JETSAM_PRIORITY_IDLE = 0;
-constexpr int32_t JETSAM_PRIORITY_BACKGROUND_OPPORTUNISTIC = 2;
-constexpr int32_t JETSAM_PRIORITY_BACKGROUND = 3;
-constexpr int32_t JETSAM_PRIORITY_MAIL = 4;
-constexpr int32_t JETSAM_PRIORITY_PHONE = 5;
-constexpr int32_t JETSAM_PRIORITY_UI_SUPPORT = 8;
-constexpr int32_t JETSAM_PRIORITY_FOREGROUND_SUPPORT = 9;
-constexpr int32_t JETSAM_PRIORITY_FOREGROUND = 10;
-constexpr int32_t JETSAM_PRIORITY_AUDIO_AND_ACCESSORY = 12;
-constexpr int32_t JETSAM_PRIORITY_CONDUCTOR = 13;
-constexpr int32_t JETSAM_PRIORITY_HOME = 16;
-constexpr int32_t JETSAM_PRIORITY_EXECUTIVE = 17;
-constexpr int32_t JETSAM_PRIORITY_IMPORTANT = 18;
-constexpr int32_t JETSAM_PRIORITY_CRITICAL = 19;
-constexpr int32_t JETSAM_PRIORITY_MAX = 21;
-
 // memorystatus_get_level() as looked up by name. Writes the percentage (0 to 100) of memory that is
 // still available; 0, or -1 with errno EFAULT for a bad pointer.
 using memorystatus_get_level_function = int (*)(unsigned int *level);

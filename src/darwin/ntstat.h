@@ -10,8 +10,6 @@ namespace darwin {
 
 constexpr char NET_STAT_CONTROL_NAME[] = "com.apple.network.statistics";
 
-constexpr uint32_t NSTAT_MSG_TYPE_SUCCESS = 0;
-constexpr uint32_t NSTAT_MSG_TYPE_ERROR = 1;
 constexpr uint32_t NSTAT_MSG_TYPE_ADD_ALL_SRCS = 1002;
 constexpr uint32_t NSTAT_MSG_TYPE_QUERY_SRC = 1004;
 constexpr uint32_t NSTAT_MSG_TYPE_GET_SRC_DESC = 1005;
@@ -20,14 +18,10 @@ constexpr uint32_t NSTAT_MSG_TYPE_SRC_REMOVED = 10002;
 constexpr uint32_t NSTAT_MSG_TYPE_SRC_DESC = 10003;
 constexpr uint32_t NSTAT_MSG_TYPE_SRC_COUNTS = 10004;
 
-constexpr uint32_t NSTAT_PROVIDER_ROUTE = 1;
 constexpr uint32_t NSTAT_PROVIDER_TCP = 2;
 constexpr uint32_t NSTAT_PROVIDER_UDP = 3;
-constexpr uint32_t NSTAT_PROVIDER_IFNET = 4;
-constexpr uint32_t NSTAT_PROVIDER_SYSINFO = 5;
 
 constexpr uint32_t NSTAT_SRC_REF_ALL = 0xFFFFFFFF;
-constexpr uint32_t NSTAT_SRC_REF_INVALID = 0;
 
 #pragma pack(push, 4)
 

@@ -16,27 +16,18 @@ constexpr int DARWIN_MAXTHREADNAMESIZE = 64;
 // Flavours of proc_pidinfo().
 constexpr int PROC_PIDLISTFDS = 1;
 constexpr int PROC_PIDTASKALLINFO = 2;
-constexpr int PROC_PIDTBSDINFO = 3;
-constexpr int PROC_PIDTASKINFO = 4;
 constexpr int PROC_PIDTHREADINFO = 5;
 constexpr int PROC_PIDLISTTHREADS = 6;
-constexpr int PROC_PIDREGIONINFO = 7;
 constexpr int PROC_PIDREGIONPATHINFO = 8;
-constexpr int PROC_PIDPATHINFO = 11;
 constexpr int PROC_PIDWORKQUEUEINFO = 12;
-constexpr int PROC_PIDT_SHORTBSDINFO = 13;
-constexpr int PROC_PIDTHREADID64INFO = 15;
 constexpr int PROC_PIDCOALITIONINFO = 20;
-constexpr int PROC_PIDLISTTHREADIDS = 28;
 
 // Flavours of proc_pidfdinfo().
-constexpr int PROC_PIDFDVNODEINFO = 1;
 constexpr int PROC_PIDFDVNODEPATHINFO = 2;
 constexpr int PROC_PIDFDSOCKETINFO = 3;
 constexpr int PROC_PIDFDPSEMINFO = 4;
 constexpr int PROC_PIDFDPSHMINFO = 5;
 constexpr int PROC_PIDFDPIPEINFO = 6;
-constexpr int PROC_PIDFDKQUEUEINFO = 7;
 constexpr int PROC_PIDFDKQUEUE_EXTINFO = 9;
 constexpr int PROC_PIDFDCHANNELINFO = 10;
 
@@ -72,7 +63,6 @@ constexpr uint32_t PROC_FLAG_CONTROLT = 0x80;
 constexpr uint32_t PROC_FLAG_THCWD = 0x100;
 constexpr uint32_t PROC_FLAG_PC_THROTTLE = 0x200;
 constexpr uint32_t PROC_FLAG_PC_SUSP = 0x400;
-constexpr uint32_t PROC_FLAG_PC_KILL = 0x600;
 constexpr uint32_t PROC_FLAG_PA_THROTTLE = 0x800;
 constexpr uint32_t PROC_FLAG_PA_SUSP = 0x1000;
 constexpr uint32_t PROC_FLAG_PSUGID = 0x2000;
@@ -80,14 +70,11 @@ constexpr uint32_t PROC_FLAG_EXEC = 0x4000;
 constexpr uint32_t PROC_FLAG_DARWINBG = 0x8000;
 constexpr uint32_t PROC_FLAG_EXT_DARWINBG = 0x10000;
 constexpr uint32_t PROC_FLAG_IOS_APPLEDAEMON = 0x20000;
-constexpr uint32_t PROC_FLAG_DELAYIDLESLEEP = 0x40000;
-constexpr uint32_t PROC_FLAG_IOS_IMPPROMOTION = 0x80000;
 constexpr uint32_t PROC_FLAG_ADAPTIVE = 0x100000;
 constexpr uint32_t PROC_FLAG_ADAPTIVE_IMPORTANT = 0x200000;
 constexpr uint32_t PROC_FLAG_IMPORTANCE_DONOR = 0x400000;
 constexpr uint32_t PROC_FLAG_SUPPRESSED = 0x800000;
 constexpr uint32_t PROC_FLAG_APPLICATION = 0x1000000;
-constexpr uint32_t PROC_FLAG_ROSETTA = 0x2000000;
 
 // One process as the BSD side of the kernel sees it. pbi_comm and pbi_name end with a NUL; e_tdev
 // is 0xFFFFFFFF without a controlling terminal; the start time is since the epoch.
@@ -174,24 +161,9 @@ DARWIN_LAYOUT(proc_threadinfo, 112, 8, (pth_user_time, 0), (pth_system_time, 8),
               (pth_sleep_time, 32), (pth_curpri, 36), (pth_priority, 40), (pth_maxpriority, 44),
               (pth_name, 48));
 
-// pth_cpu_usage of a thread that fills one processor.
-constexpr int32_t TH_USAGE_SCALE = 1000;
-
-// pth_run_state.
-constexpr int32_t TH_STATE_RUNNING = 1;
-constexpr int32_t TH_STATE_STOPPED = 2;
-constexpr int32_t TH_STATE_WAITING = 3;
-constexpr int32_t TH_STATE_UNINTERRUPTIBLE = 4;
-constexpr int32_t TH_STATE_HALTED = 5;
-
 // pth_flags.
 constexpr int32_t TH_FLAGS_SWAPPED = 0x1;
 constexpr int32_t TH_FLAGS_IDLE = 0x2;
-
-// pth_policy and pti_policy.
-constexpr int32_t POLICY_TIMESHARE = 1;
-constexpr int32_t POLICY_RR = 2;
-constexpr int32_t POLICY_FIFO = 4;
 
 struct proc_workqueueinfo {
   uint32_t pwq_nthreads;
@@ -201,13 +173,6 @@ struct proc_workqueueinfo {
 };
 DARWIN_LAYOUT(proc_workqueueinfo, 16, 4, (pwq_nthreads, 0), (pwq_runthreads, 4),
               (pwq_blockedthreads, 8), (pwq_state, 12));
-
-// pwq_state: the limits that the queue has reached.
-constexpr uint32_t WQ_EXCEEDED_CONSTRAINED_THREAD_LIMIT = 0x1;
-constexpr uint32_t WQ_EXCEEDED_TOTAL_THREAD_LIMIT = 0x2;
-constexpr uint32_t WQ_FLAGS_AVAILABLE = 0x4;
-constexpr uint32_t WQ_EXCEEDED_COOPERATIVE_THREAD_LIMIT = 0x8;
-constexpr uint32_t WQ_EXCEEDED_ACTIVE_CONSTRAINED_THREAD_LIMIT = 0x10;
 
 struct proc_fdinfo {
   int32_t proc_fd;
@@ -225,9 +190,6 @@ struct proc_pidcoalitioninfo {
 };
 DARWIN_LAYOUT(proc_pidcoalitioninfo, 40, 8, (coalition_id, 0), (reserved1, 16), (reserved2, 24),
               (reserved3, 32));
-
-constexpr int COALITION_TYPE_RESOURCE = 0;
-constexpr int COALITION_TYPE_JETSAM = 1;
 
 struct vinfo_stat {
   uint32_t vst_dev;
@@ -319,10 +281,6 @@ struct proc_regionwithpathinfo {
 };
 DARWIN_LAYOUT(proc_regionwithpathinfo, 1272, 8, (prp_prinfo, 0), (prp_vip, 96));
 
-// pri_flags.
-constexpr uint32_t PROC_REGION_SUBMAP = 1;
-constexpr uint32_t PROC_REGION_SHARED = 2;
-
 // pri_share_mode.
 constexpr uint32_t SM_COW = 1;
 constexpr uint32_t SM_PRIVATE = 2;
@@ -343,18 +301,6 @@ struct proc_fileinfo {
 };
 DARWIN_LAYOUT(proc_fileinfo, 24, 8, (fi_openflags, 0), (fi_status, 4), (fi_offset, 8),
               (fi_type, 16), (fi_guardflags, 20));
-
-// fi_status.
-constexpr uint32_t PROC_FP_SHARED = 0x1;
-constexpr uint32_t PROC_FP_CLEXEC = 0x2;
-constexpr uint32_t PROC_FP_GUARDED = 0x4;
-constexpr uint32_t PROC_FP_CLFORK = 0x8;
-
-// fi_guardflags.
-constexpr uint32_t PROC_FI_GUARD_CLOSE = 0x1;
-constexpr uint32_t PROC_FI_GUARD_DUP = 0x2;
-constexpr uint32_t PROC_FI_GUARD_SOCKET_IPC = 0x4;
-constexpr uint32_t PROC_FI_GUARD_FILEPORT = 0x8;
 
 struct vnode_fdinfo {
   proc_fileinfo pfi;
@@ -424,15 +370,6 @@ struct kqueue_fdinfo {
 };
 DARWIN_LAYOUT(kqueue_fdinfo, 168, 8, (pfi, 0), (kqueueinfo, 24));
 
-// kq_state.
-constexpr uint32_t PROC_KQUEUE_SELECT = 0x1;
-constexpr uint32_t PROC_KQUEUE_SLEEP = 0x2;
-constexpr uint32_t PROC_KQUEUE_32 = 0x8;
-constexpr uint32_t PROC_KQUEUE_64 = 0x10;
-constexpr uint32_t PROC_KQUEUE_QOS = 0x20;
-constexpr uint32_t PROC_KQUEUE_WORKQ = 0x40;
-constexpr uint32_t PROC_KQUEUE_WORKLOOP = 0x80;
-
 // An event as kernel and system libraries exchange it; filters and flags as in kqueue.h.
 struct kevent_qos_s {
   uint64_t ident;
@@ -478,9 +415,6 @@ DARWIN_LAYOUT(channel_fdinfo, 56, 8, (pfi, 0), (channelinfo, 24));
 
 // chi_type.
 constexpr uint32_t PROC_CHANNEL_TYPE_USER_PIPE = 0;
-constexpr uint32_t PROC_CHANNEL_TYPE_KERNEL_PIPE = 1;
-constexpr uint32_t PROC_CHANNEL_TYPE_NET_IF = 2;
-constexpr uint32_t PROC_CHANNEL_TYPE_FLOW_SWITCH = 3;
 
 // An IPv4 address in the space of an IPv6 one: it fills the last four bytes.
 struct in4in6_addr {
@@ -528,10 +462,6 @@ DARWIN_LAYOUT(in_sockinfo, 80, 8, (insi_fport, 0), (insi_lport, 4), (insi_gencnt
               (insi_flags, 16), (insi_flow, 20), (insi_vflag, 24), (insi_ip_ttl, 25), (rfu_1, 28),
               (insi_faddr, 32), (insi_laddr, 48), (insi_v4, 64), (insi_v6, 68));
 
-// insi_vflag.
-constexpr uint8_t INI_IPV4 = 0x1;
-constexpr uint8_t INI_IPV6 = 0x2;
-
 constexpr int TSI_T_NTIMERS = 4;
 
 struct tcp_sockinfo {
@@ -545,20 +475,6 @@ struct tcp_sockinfo {
 };
 DARWIN_LAYOUT(tcp_sockinfo, 120, 8, (tcpsi_ini, 0), (tcpsi_state, 80), (tcpsi_timer, 84),
               (tcpsi_mss, 100), (tcpsi_flags, 104), (rfu_1, 108), (tcpsi_tp, 112));
-
-// tcpsi_state.
-constexpr int32_t TSI_S_CLOSED = 0;
-constexpr int32_t TSI_S_LISTEN = 1;
-constexpr int32_t TSI_S_SYN_SENT = 2;
-constexpr int32_t TSI_S_SYN_RECEIVED = 3;
-constexpr int32_t TSI_S_ESTABLISHED = 4;
-constexpr int32_t TSI_S__CLOSE_WAIT = 5;
-constexpr int32_t TSI_S_FIN_WAIT_1 = 6;
-constexpr int32_t TSI_S_CLOSING = 7;
-constexpr int32_t TSI_S_LAST_ACK = 8;
-constexpr int32_t TSI_S_FIN_WAIT_2 = 9;
-constexpr int32_t TSI_S_TIME_WAIT = 10;
-constexpr int32_t TSI_S_RESERVED = 11;
 
 // Room for the longest address the kernel accepts; the path may fill ua_sun without a NUL.
 union un_sockinfo_address {
@@ -593,9 +509,7 @@ DARWIN_LAYOUT(kern_event_info, 12, 4, (kesi_vendor_code_filter, 0), (kesi_class_
               (kesi_subclass_filter, 8));
 
 // Values of the three filters; 0 means any.
-constexpr uint32_t KEV_ANY_VENDOR = 0;
 constexpr uint32_t KEV_ANY_CLASS = 0;
-constexpr uint32_t KEV_ANY_SUBCLASS = 0;
 constexpr uint32_t KEV_VENDOR_APPLE = 1;
 constexpr uint32_t KEV_NETWORK_CLASS = 1;
 constexpr uint32_t KEV_IOKIT_CLASS = 2;
@@ -603,7 +517,6 @@ constexpr uint32_t KEV_SYSTEM_CLASS = 3;
 constexpr uint32_t KEV_APPLESHARE_CLASS = 4;
 constexpr uint32_t KEV_FIREWALL_CLASS = 5;
 constexpr uint32_t KEV_IEEE80211_CLASS = 6;
-constexpr uint32_t KEV_NKE_CLASS = 7;
 
 struct kern_ctl_info {
   uint32_t kcsi_id;
@@ -637,16 +550,6 @@ struct sockbuf_info {
 };
 DARWIN_LAYOUT(sockbuf_info, 24, 4, (sbi_cc, 0), (sbi_hiwat, 4), (sbi_mbcnt, 8), (sbi_mbmax, 12),
               (sbi_lowat, 16), (sbi_flags, 20), (sbi_timeo, 22));
-
-// soi_kind: which member of soi_proto is filled.
-constexpr int32_t SOCKINFO_GENERIC = 0;
-constexpr int32_t SOCKINFO_IN = 1;
-constexpr int32_t SOCKINFO_TCP = 2;
-constexpr int32_t SOCKINFO_UN = 3;
-constexpr int32_t SOCKINFO_NDRV = 4;
-constexpr int32_t SOCKINFO_KERN_EVENT = 5;
-constexpr int32_t SOCKINFO_KERN_CTL = 6;
-constexpr int32_t SOCKINFO_VSOCK = 7;
 
 union socket_info_proto {
   in_sockinfo pri_in;

@@ -185,11 +185,8 @@ DARWIN_LAYOUT(rusage_info_v4, 296, 8, (ri_uuid, 0), (ri_user_time, 16), (ri_syst
 using rusage_info_t = void *;
 
 // Flavours of proc_pid_rusage().
-constexpr int DARWIN_RUSAGE_INFO_V0 = 0;
-constexpr int DARWIN_RUSAGE_INFO_V1 = 1;
 constexpr int DARWIN_RUSAGE_INFO_V2 = 2;
 constexpr int DARWIN_RUSAGE_INFO_V3 = 3;
-constexpr int DARWIN_RUSAGE_INFO_V4 = 4;
 
 // proc_pid_rusage() as looked up by name: the oldest kernels' library lacks it.
 using proc_pid_rusage_function = int (*)(int pid, int flavor, rusage_info_t *buffer);

@@ -9,20 +9,16 @@
 
 namespace darwin {
 
-constexpr int DARWIN_AF_UNSPEC = 0;
 constexpr int DARWIN_AF_UNIX = 1;
 constexpr int DARWIN_AF_INET = 2;
 constexpr int DARWIN_AF_ROUTE = 17;
-constexpr int DARWIN_AF_LINK = 18;
 constexpr int DARWIN_AF_NDRV = 27;
 constexpr int DARWIN_AF_INET6 = 30;
 constexpr int DARWIN_AF_SYSTEM = 32;
-constexpr int DARWIN_AF_VSOCK = 40;
 constexpr int DARWIN_PF_KEY = 29;
 
 constexpr int DARWIN_SOCK_STREAM = 1;
 constexpr int DARWIN_SOCK_DGRAM = 2;
-constexpr int DARWIN_SOCK_RAW = 3;
 
 // Protocols of DARWIN_AF_SYSTEM.
 constexpr int SYSPROTO_EVENT = 1;

@@ -23,40 +23,14 @@ constexpr int DARWIN_SYS_proc_info = 336;
 // root, EINVAL for a buffer that is too small.
 constexpr int DARWIN_SYS_memorystatus_control = 440;
 
-// uint32_t *level.
-constexpr int DARWIN_SYS_memorystatus_get_level = 453;
-
 // int config_version, void *config, size_t config_size.
 constexpr int DARWIN_SYS_stack_snapshot_with_config = 491;
 
-// int32_t pid, uint32_t operation, void *buffer, size_t size.
-constexpr int DARWIN_SYS_csops = 169;
-
-// Call numbers of proc_info: for LISTPIDS the pid argument carries the type and flavor the
-// typeinfo; for PIDFDINFO arg is the descriptor.
-constexpr int32_t PROC_INFO_CALL_LISTPIDS = 1;
-constexpr int32_t PROC_INFO_CALL_PIDINFO = 2;
-constexpr int32_t PROC_INFO_CALL_PIDFDINFO = 3;
-constexpr int32_t PROC_INFO_CALL_PIDRUSAGE = 9;
-
 // process_policy: scope, action, policy, subtype and the state that comes back.
 constexpr int PROC_POLICY_SCOPE_PROCESS = 1;
-constexpr int PROC_POLICY_SCOPE_THREAD = 2;
-constexpr int PROC_POLICY_ACTION_APPLY = 1;
-constexpr int PROC_POLICY_ACTION_SET = 10;
 constexpr int PROC_POLICY_ACTION_GET = 11;
-constexpr int PROC_POLICY_ACTION_ADD = 12;
-constexpr int PROC_POLICY_ACTION_REMOVE = 13;
 constexpr int PROC_POLICY_APP_LIFECYCLE = 5;
-constexpr int PROC_POLICY_APPTYPE = 6;
-constexpr int PROC_POLICY_APPLIFE_NONE = 0;
 constexpr int PROC_POLICY_APPLIFE_STATE = 1;
-constexpr int PROC_POLICY_APPLIFE_DEVSTATUS = 2;
-constexpr int PROC_POLICY_APPLIFE_PIDBIND = 3;
-constexpr int32_t PROC_APPSTATE_NONE = 0;
-constexpr int32_t PROC_APPSTATE_ACTIVE = 1;
-constexpr int32_t PROC_APPSTATE_BACKGROUND = 2;
-constexpr int32_t PROC_APPSTATE_NONUI = 3;
 constexpr int32_t PROC_APPSTATE_INACTIVE = 4;
 
 }  // namespace darwin

@@ -10,17 +10,11 @@ namespace darwin {
 
 // First number of a name.
 constexpr int DARWIN_CTL_KERN = 1;
-constexpr int DARWIN_CTL_VM = 2;
 constexpr int DARWIN_CTL_NET = 4;
 
 // Second number: kern.boottime and the argument areas of a process (which take a pid as third).
-constexpr int DARWIN_KERN_BOOTTIME = 21;
 constexpr int DARWIN_KERN_PROCARGS = 38;
 constexpr int DARWIN_KERN_PROCARGS2 = 49;
-
-// Second number: vm.loadavg and vm.swapusage.
-constexpr int DARWIN_VM_LOADAVG = 2;
-constexpr int DARWIN_VM_SWAPUSAGE = 5;
 
 struct timeval {
   int64_t tv_sec;

@@ -44,7 +44,6 @@ constexpr mach_msg_type_number_t ARM_THREAD_STATE32_COUNT =
     sizeof(arm_thread_state32_t) / sizeof(natural_t);
 constexpr mach_msg_type_number_t ARM_THREAD_STATE64_COUNT =
     sizeof(arm_thread_state64_t) / sizeof(natural_t);
-constexpr mach_msg_type_number_t ARM_UNIFIED_THREAD_STATE_COUNT = 2 + ARM_THREAD_STATE64_COUNT;
 
 extern "C" {
 

@@ -29,7 +29,7 @@ bool pauseUnlessEnding(int32_t milliseconds);
 // and exits with `status`. The drawing lock is kept, so that no other thread opens the screen
 // again; when another thread does not give it up in time, the exit handlers are passed over. Never
 // in a signal handler.
-__attribute__((format(printf, 3, 4))) [[noreturn]] void endProgram(int status, FILE *stream,
+[[noreturn]] __attribute__((format(printf, 3, 4))) void endProgram(int status, FILE *stream,
                                                                    const char *format, ...);
 
 }  // namespace sondex

@@ -4,9 +4,9 @@
 
 #include <type_traits>
 
-#include "darwin/interfaces.h"
 #include "darwin/kernel_control.h"
-#include "darwin/ntstat.h"
+#include "host/darwin/interfaces.h"
+#include "host/darwin/ntstat.h"
 #include "layouts.h"
 
 namespace {

@@ -5,15 +5,16 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "darwin/code_signing.h"
 #include "darwin/kqueue.h"
 #include "darwin/libproc.h"
-#include "darwin/mach_host.h"
 #include "darwin/mach_vm.h"
-#include "darwin/memorystatus.h"
 #include "darwin/sandbox.h"
 #include "darwin/socket.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/code_signing.h"
+#include "host/darwin/mach_host.h"
+#include "host/darwin/memorystatus.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/syscalls.h"
 #include "layouts.h"
 
 namespace {

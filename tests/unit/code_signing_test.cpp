@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "tests/unit/entry_machine.h"
 #include "tests/unit/sampled_machine.h"
 

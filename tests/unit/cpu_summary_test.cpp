@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 
+#include "host/darwin/mach_host.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {

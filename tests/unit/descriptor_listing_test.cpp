@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "terminal/drawing_lock.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/fake_machine.h"

@@ -17,7 +17,8 @@
 
 #include "control/keys.h"
 #include "darwin/libproc.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/syscalls.h"
 #include "inspect/code_signing.h"
 #include "inspect/details_report.h"
 #include "terminal/drawing_lock.h"

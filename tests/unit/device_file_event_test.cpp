@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/darwin/proc_info.h"
 #include "tests/unit/device_file_text.h"
 
 namespace {

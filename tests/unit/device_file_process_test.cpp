@@ -5,8 +5,9 @@
 
 #include <limits>
 
-#include "darwin/code_signing.h"
 #include "darwin/syscalls.h"
+#include "host/darwin/code_signing.h"
+#include "host/darwin/proc_info.h"
 #include "host/simulator/process_texts.h"
 #include "tests/unit/device_file_text.h"
 

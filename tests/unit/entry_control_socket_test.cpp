@@ -10,6 +10,8 @@
 #include <set>
 
 #include "darwin/kernel_control.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/ntstat.h"
 #include "tests/unit/network_machine.h"
 
 namespace {

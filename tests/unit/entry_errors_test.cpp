@@ -1,3 +1,4 @@
+#include "host/darwin/errors.h"
 #include "host/entry/errors.h"
 
 #include <gtest/gtest.h>

@@ -6,8 +6,9 @@
 
 #include <cstring>
 
-#include "darwin/interfaces.h"
 #include "darwin/sysctl.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/interfaces.h"
 #include "tests/unit/network_machine.h"
 
 namespace {

@@ -12,7 +12,8 @@
 #include <optional>
 #include <vector>
 
-#include "darwin/kqueue.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/kqueue.h"
 #include "tests/unit/fake_machine.h"
 
 namespace {

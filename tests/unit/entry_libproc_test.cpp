@@ -3,8 +3,10 @@
 #include <cstring>
 #include <numeric>
 
-#include "darwin/libproc.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/libproc.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/syscalls.h"
 #include "tests/unit/entry_machine.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "darwin/mach_host.h"
+#include "host/darwin/mach_host.h"
 #include "host/entry/ports.h"
 #include "tests/unit/entry_machine.h"
 

@@ -2,6 +2,7 @@
 
 #include "darwin/kext.h"
 #include "darwin/mach_vm.h"
+#include "host/darwin/mach_host.h"
 #include "host/entry/core_foundation.h"
 #include "tests/unit/memory_machine.h"
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "tests/unit/fake_machine.h"
 
 namespace entry_test {

@@ -5,7 +5,8 @@
 #include <thread>
 
 #include "darwin/memorystatus.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/syscalls.h"
 #include "host/entry/kernel.h"
 #include "tests/unit/entry_machine.h"
 

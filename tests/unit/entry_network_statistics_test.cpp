@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "host/darwin/errors.h"
 #include "tests/unit/network_machine.h"
 
 namespace {

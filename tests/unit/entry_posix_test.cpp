@@ -8,10 +8,11 @@
 #include <iterator>
 #include <vector>
 
-#include "darwin/code_signing.h"
 #include "darwin/libproc.h"
 #include "darwin/sandbox.h"
-#include "darwin/syscalls.h"
+#include "host/darwin/code_signing.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/syscalls.h"
 #include "host/entry/kernel.h"
 #include "host/posix.h"
 #include "tests/unit/entry_machine.h"

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
 #include "tests/unit/fake_machine.h"
 
 namespace {

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include "darwin/libproc.h"
-#include "darwin/mach_host.h"
 #include "darwin/sandbox.h"
 #include "darwin/syscalls.h"
+#include "host/darwin/mach_host.h"
 #include "host/none/no_machine.h"
 #include "host/selection.h"
 #include "tests/unit/entry_machine.h"

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <vector>
 
-#include "darwin/errors.h"
 #include "darwin/stackshot.h"
+#include "host/darwin/errors.h"
 #include "tests/unit/fake_machine.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "darwin/sysctl.h"
+#include "host/darwin/errors.h"
 #include "tests/unit/entry_machine.h"
 
 namespace {

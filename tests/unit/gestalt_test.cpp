@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/entry/core_foundation.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/fake_machine.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 #include "host/entry/errors.h"
 #include "kcdata/stackshot.h"
 #include "tests/unit/fake_machine.h"

@@ -17,6 +17,7 @@
 #include "columns/perspective.h"
 #include "darwin/proc_info.h"
 #include "darwin/signals.h"
+#include "host/darwin/errors.h"
 #include "main/refresh_loop.h"
 #include "terminal/drawing_lock.h"
 #include "terminal/ending.h"

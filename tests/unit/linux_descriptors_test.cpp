@@ -32,11 +32,12 @@
 #include <functional>
 #include <thread>
 
-#include "darwin/errors.h"
-#include "darwin/file_flags.h"
-#include "darwin/kqueue.h"
-#include "darwin/signals.h"
 #include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/file_flags.h"
+#include "host/darwin/kqueue.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/signals.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {

@@ -26,7 +26,8 @@
 #include <string>
 #include <thread>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {

@@ -1,4 +1,5 @@
 // Memory pressure from Linux's figures: over tables, in made-up directories, and on this machine.
+#include "host/darwin/errors.h"
 #include "host/linux/pressure.h"
 
 #include <fcntl.h>

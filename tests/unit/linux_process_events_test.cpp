@@ -16,7 +16,8 @@
 #include <thread>
 #include <vector>
 
-#include "darwin/kqueue.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/kqueue.h"
 #include "host/linux/linux_machine.h"
 
 namespace host::linux_machine {

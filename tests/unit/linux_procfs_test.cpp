@@ -11,7 +11,7 @@
 #include <limits>
 #include <string>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 
 namespace host::linux_machine {
 namespace {

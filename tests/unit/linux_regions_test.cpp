@@ -19,7 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 
 namespace host::linux_machine {
 namespace {

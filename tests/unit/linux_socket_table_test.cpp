@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "darwin/socket.h"
+#include "host/darwin/proc_info.h"
 
 namespace host::linux_machine {
 namespace {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "host/linux/linux_machine.h"
 #include "host/posix.h"
 #include "tests/unit/kcdata_items.h"

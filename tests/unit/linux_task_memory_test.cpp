@@ -26,7 +26,7 @@
 #include <variant>
 #include <vector>
 
-#include "darwin/errors.h"
+#include "host/darwin/errors.h"
 #include "host/linux/linux_machine.h"
 #include "host/linux/register_set.h"
 #include "host/linux/registers.h"

@@ -11,8 +11,8 @@
 #include <algorithm>
 
 #include "darwin/ntstat.h"
-#include "darwin/proc_info.h"
 #include "darwin/socket.h"
+#include "host/darwin/proc_info.h"
 #include "tests/unit/netlink_bytes.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 
 namespace host::linux_machine {

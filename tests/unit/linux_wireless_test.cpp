@@ -8,6 +8,7 @@
 
 #include <map>
 
+#include "host/darwin/errors.h"
 #include "tests/unit/netlink_bytes.h"
 
 namespace {

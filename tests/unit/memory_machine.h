@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/entry/ports.h"
 #include "state/display.h"
 #include "state/word.h"

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "darwin/kqueue.h"
+#include "host/darwin/errors.h"
 #include "state/display.h"
 #include "tests/unit/fake_machine.h"
 

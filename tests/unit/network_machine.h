@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "darwin/ntstat.h"
+#include "host/darwin/errors.h"
 #include "tests/unit/entry_machine.h"
 
 namespace entry_test {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/fake_machine.h"
 

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
+#include "host/darwin/socket.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/darwin/proc_info.h"
 #include "host/simulator/device.h"
 #include "host/simulator/simulated_machine.h"
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "darwin/stackshot.h"
+#include "host/darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "simulated_device.h"
 

@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

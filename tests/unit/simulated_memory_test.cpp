@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

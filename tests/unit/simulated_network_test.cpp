@@ -9,6 +9,8 @@
 
 #include "darwin/ntstat.h"
 #include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/proc_info.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "darwin/signals.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/signals.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -12,6 +12,7 @@
 
 #include "darwin/kqueue.h"
 #include "darwin/signals.h"
+#include "host/darwin/errors.h"
 #include "simulated_device.h"
 
 namespace simulated_test {

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "darwin/proc_info.h"
 #include "darwin/stackshot.h"
+#include "host/darwin/proc_info.h"
 #include "kcdata/parser.h"
 #include "tests/unit/kcdata_items.h"
 #include "tests/unit/sampled_machine.h"

@@ -2,7 +2,8 @@
 
 #include <cerrno>
 
-#include "darwin/syscalls.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/syscalls.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "darwin/interfaces.h"
+#include "host/darwin/interfaces.h"
 #include "screens/power_summary.h"
 #include "tests/unit/list_screen.h"
 

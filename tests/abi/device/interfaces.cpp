@@ -1,5 +1,5 @@
 // Interface messages and kernel controls beside the platform's.
-#include "darwin/interfaces.h"
+#include "host/darwin/interfaces.h"
 
 #include "darwin/kernel_control.h"
 #include "same.h"

@@ -2,7 +2,7 @@
 // names its structure, so ours goes by another name here: the two are not one function to a
 // compiler.
 #define kevent our_kevent
-#include "darwin/kqueue.h"
+#include "host/darwin/kqueue.h"
 #undef kevent
 #include "same.h"
 

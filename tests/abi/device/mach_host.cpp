@@ -1,17 +1,13 @@
 // Mach's base types, result codes, host structures and host calls beside the platform's.
-#include "darwin/mach_host.h"
+#include "host/darwin/mach_host.h"
 #include "same.h"
 
 #define NAMES(EACH)              \
   EACH(KERN_SUCCESS);            \
   EACH(KERN_INVALID_ADDRESS);    \
-  EACH(KERN_PROTECTION_FAILURE); \
   EACH(KERN_INVALID_ARGUMENT);   \
   EACH(KERN_FAILURE);            \
   EACH(KERN_RESOURCE_SHORTAGE);  \
-  EACH(KERN_NO_ACCESS);          \
-  EACH(KERN_ABORTED);            \
-  EACH(MIG_ARRAY_TOO_LARGE);     \
   EACH(MACH_SEND_INVALID_DEST);  \
   EACH(HOST_BASIC_INFO);         \
   EACH(HOST_VM_INFO64);          \

@@ -1,9 +1,8 @@
 // Another task's memory beside the platform's. mach_vm_read_overwrite() is not in its headers.
-#include "darwin/mach_vm.h"
+#include "host/darwin/mach_vm.h"
 #include "same.h"
 
 #define NAMES(EACH)      \
-  EACH(VM_PROT_NONE);    \
   EACH(VM_PROT_READ);    \
   EACH(VM_PROT_WRITE);   \
   EACH(VM_PROT_EXECUTE); \

@@ -1,5 +1,5 @@
 // The registers of threads beside the platform's.
-#include "darwin/thread_state.h"
+#include "host/darwin/thread_state.h"
 #include "same.h"
 
 #define NAMES(EACH)               \

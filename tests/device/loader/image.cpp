@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "darwin/macho.h"
+#include "host/darwin/mach_vm.h"
 
 namespace loader {
 

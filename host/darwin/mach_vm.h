@@ -1,0 +1,13 @@
+// The rest of darwin/mach_vm.h: what only the side that answers names.
+#pragma once
+
+#include "darwin/mach_vm.h"
+
+namespace darwin {
+
+// vm_prot_t.
+constexpr vm_prot_t VM_PROT_READ = 1;
+constexpr vm_prot_t VM_PROT_WRITE = 2;
+constexpr vm_prot_t VM_PROT_EXECUTE = 4;
+
+}  // namespace darwin
