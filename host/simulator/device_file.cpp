@@ -100,9 +100,7 @@ void readKernel(const Field &field, Kernel &kernel) {
     if ((missing & word.value) != 0) kernel.missing.emplace_back(word.text);
   }
   reader.flag("kernel-task", kernel.givesTask);
-  if (const Field extensions = reader.find("extensions")) {
-    kernel.extensions = extensions.texts(kLongestKernelText);
-  }
+  reader.texts("extensions", kernel.extensions, kLongestKernelText);
   reader.finish();
 }
 

@@ -163,8 +163,7 @@ class EventReader {
     exec.path = filledIn(kDefaultPath, values);
     reader_.text("path", exec.path, kLongestPath);
     exec.arguments = {exec.path};
-    reader_.read("arguments", exec.arguments,
-                 [](const Field &field) { return field.texts(kLongestArgument); });
+    reader_.texts("arguments", exec.arguments, kLongestArgument);
     addAbout(std::move(exec));
   }
 

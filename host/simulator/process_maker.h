@@ -27,8 +27,8 @@ class ProcessMaker {
   // Both must outlive it.
   ProcessMaker(Loading &loading, const Plan &plan) : loading_(loading), plan_(plan) {}
 
-  // `pid`: nothing when it is known only later. `seed` is what sets its figures apart from those of
-  // the plan's other processes.
+  // `name` is where it stands, `index` its place among those of the plan. `pid`: nothing when it is
+  // known only later. `seed` is what sets its figures apart from those of the others.
   Process make(const Field &name, std::optional<int32_t> pid, size_t index, int64_t seed);
 
   // What the process made last has to do with others.

@@ -58,28 +58,29 @@ uint64_t readGap(const Field &field) {
 }
 
 // Where an item is to be, and its entry.
-struct Spot {
+struct Position {
   uint64_t address;
   size_t entry;
 };
 
-std::vector<Spot> spotsOf(const std::vector<RegionEntry> &entries) {
-  std::vector<Spot> spots;
+std::vector<Position> positionsOf(const std::vector<RegionEntry> &entries) {
+  std::vector<Position> positions;
   for (size_t i = 0; i < entries.size(); i++) {
     uint64_t address = entries[i].item.address;
     for (int64_t copy = 0; copy < entries[i].copies; copy++) {
-      spots.push_back({address, i});
+      positions.push_back({address, i});
       address += entries[i].item.size + entries[i].gap;
     }
   }
-  std::sort(spots.begin(), spots.end(), [](const Spot &a, const Spot &b) {
+  std::sort(positions.begin(), positions.end(), [](const Position &a, const Position &b) {
     return a.address != b.address ? a.address < b.address : a.entry < b.entry;
   });
-  return spots;
+  return positions;
 }
 
 // Of two that overlap, told about is the one that the reader of the file comes upon last.
-void checkApart(const std::vector<RegionEntry> &entries, const Spot &lower, const Spot &upper) {
+void checkApart(const std::vector<RegionEntry> &entries, const Position &lower,
+                const Position &upper) {
   const RegionEntry &first = entries[lower.entry];
   const RegionEntry &second = entries[upper.entry];
   if (lower.address + first.item.size <= upper.address) return;
@@ -137,12 +138,12 @@ size_t textBytes(const Region &region) {
 }
 
 void makeRegions(Items<RegionEntry> &regions) {
-  const std::vector<Spot> spots = spotsOf(regions.entries);
-  for (size_t i = 0; i < spots.size(); i++) {
-    if (i > 0) checkApart(regions.entries, spots[i - 1], spots[i]);
-    regions.items.push_back(regions.entries[spots[i].entry].item);
-    regions.items.back().address = spots[i].address;
-    regions.entryOf.push_back(spots[i].entry);
+  const std::vector<Position> positions = positionsOf(regions.entries);
+  for (size_t i = 0; i < positions.size(); i++) {
+    if (i > 0) checkApart(regions.entries, positions[i - 1], positions[i]);
+    regions.items.push_back(regions.entries[positions[i].entry].item);
+    regions.items.back().address = positions[i].address;
+    regions.entryOf.push_back(positions[i].entry);
   }
 }
 

@@ -27,7 +27,7 @@ struct GivenGrowth {
 
 // `user-time` and `system-time`.
 GivenGrowth readTimes(TableReader &reader, Figure &user, Figure &system);
-// `share` in tenths of a percent.
+// The growth of the other times, by a `share` in tenths of a percent.
 void growTimes(uint64_t share, GivenGrowth given, Figure &user, Figure &system);
 
 struct ThreadEntry : Entry<Thread> {
@@ -47,7 +47,7 @@ ThreadEntry plainThreads(const ThreadDefaults &defaults, int64_t copies, Place p
 void readThreads(const Field &field, const ThreadDefaults &defaults,
                  const std::function<void(ThreadEntry)> &add);
 
-// Takes what the entry makes, in each of `times` processes, from the limits, and makes it.
+// Makes what the entry says. It counts towards the limits as often as there are processes, `times`.
 void addThreads(Loading &loading, uint64_t times, ThreadEntry entry, Items<ThreadEntry> &threads);
 // Refuses a handle or an ID that several entries have.
 void checkThreadNumbers(const std::vector<ThreadEntry> &entries);

@@ -207,6 +207,10 @@ class TableReader {
     read(key, target, [most](const Field &field) { return field.text(most); });
   }
   template <typename Target>
+  void texts(std::string_view key, Target &target, size_t most) {
+    read(key, target, [most](const Field &field) { return field.texts(most); });
+  }
+  template <typename Target>
   void flag(std::string_view key, Target &target) {
     read(key, target, &Field::flag);
   }
