@@ -7,6 +7,8 @@
 // none.
 #pragma once
 
+#include <cstdint>  // which the character classes below take for granted
+
 #define TOML_EXCEPTIONS 0
 #define TOML_ENABLE_FORMATTERS 0
 #define TOML_MAX_NESTED_VALUES 32

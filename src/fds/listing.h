@@ -18,11 +18,11 @@ int showProcessFDs(int32_t pid, const darwin::proc_fdinfo *fds, int32_t count, i
                    int32_t detailed, const char *name);
 
 // Asks the kernel about descriptor `fd` of `pid` with that flavour of proc_pidfdinfo, and writes
-// its line; when the kernel refuses, a line that says why. `unused` is not used. Returns what the
-// last output returned.
+// its line; when the kernel refuses, a line that says why. `unused` is not looked at. Returns what
+// the last output returned.
 int do_pidfdinfo(int32_t pid, int32_t fd, int32_t flavour, int32_t unused, const char *name);
 
-// The word for a descriptor type; "?!?" for one that has none. Constant text.
+// The word for a descriptor type; "?!?" for one that has none. Constant text. Nothing calls it yet.
 const char *fdtype_to_txt(int32_t type);
 
 }  // namespace sondex

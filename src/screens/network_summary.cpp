@@ -8,7 +8,7 @@
 #include "darwin/interfaces.h"
 #include "darwin/socket.h"
 #include "darwin/sysctl.h"
-#include "terminal/screen.h"
+#include "terminal/ending.h"
 
 namespace sondex {
 
@@ -31,9 +31,7 @@ static uint8_t *readInterfaces(size_t *size) {
   const size_t room = *size;
   uint8_t *list = static_cast<uint8_t *>(malloc(room > 0 ? room : 1));
   if (list == nullptr) {
-    closeScreen();
-    fputs("malloc failed\n", stdout);
-    exit(1);
+    endProgram(1, stdout, "malloc failed\n");
   }
   if (darwin::sysctl(name, kNumbers, list, size, nullptr, 0) != 0 || *size > room) {
     free(list);

@@ -20,7 +20,8 @@ void clearStatusBar();
 // redraw.
 void printStatusBar();
 
-// Replaces the banner text. The text is not copied: the caller keeps it alive.
+// Replaces the banner text. The text is not copied: the caller keeps it alive. Nothing calls it
+// yet.
 void setMessage(const char *text);
 
 }  // namespace sondex
