@@ -1,8 +1,8 @@
 // Error, signal, socket and file-flag numbers beside the platform's.
-#include "darwin/errors.h"
-#include "darwin/file_flags.h"
-#include "darwin/signals.h"
-#include "darwin/socket.h"
+#include "host/darwin/errors.h"
+#include "host/darwin/file_flags.h"
+#include "host/darwin/signals.h"
+#include "host/darwin/socket.h"
 #include "same.h"
 
 #define ERRORS(EACH)  \
@@ -41,19 +41,10 @@
   EACH(EOPNOTSUPP)
 #define SIGNALS(EACH) \
   EACH(SIGHUP);       \
-  EACH(SIGINT);       \
-  EACH(SIGQUIT);      \
-  EACH(SIGILL);       \
-  EACH(SIGTRAP);      \
-  EACH(SIGABRT);      \
   EACH(SIGEMT);       \
-  EACH(SIGFPE);       \
   EACH(SIGKILL);      \
   EACH(SIGBUS);       \
-  EACH(SIGSEGV);      \
   EACH(SIGSYS);       \
-  EACH(SIGPIPE);      \
-  EACH(SIGALRM);      \
   EACH(SIGTERM);      \
   EACH(SIGURG);       \
   EACH(SIGSTOP);      \
@@ -63,10 +54,6 @@
   EACH(SIGTTIN);      \
   EACH(SIGTTOU);      \
   EACH(SIGIO);        \
-  EACH(SIGXCPU);      \
-  EACH(SIGXFSZ);      \
-  EACH(SIGVTALRM);    \
-  EACH(SIGPROF);      \
   EACH(SIGWINCH);     \
   EACH(SIGINFO);      \
   EACH(SIGUSR1);      \
@@ -75,14 +62,8 @@
   EACH(FREAD);           \
   EACH(FWRITE);          \
   EACH(O_NONBLOCK);      \
-  EACH(O_APPEND);        \
-  EACH(O_CREAT);         \
-  EACH(O_TRUNC);         \
-  EACH(O_EXCL);          \
-  EACH(O_NOCTTY);        \
-  EACH(O_CLOEXEC)
+  EACH(O_APPEND)
 #define SOCKETS(EACH) \
-  EACH(AF_UNSPEC);    \
   EACH(AF_UNIX);      \
   EACH(AF_INET);      \
   EACH(AF_ROUTE);     \

@@ -1,5 +1,5 @@
 // Kernel state names, structures and calls beside the platform's.
-#include "darwin/sysctl.h"
+#include "host/darwin/sysctl.h"
 #include "same.h"
 
 #define PREFIXED_NAMES(EACH) \
