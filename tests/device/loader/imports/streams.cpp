@@ -48,6 +48,7 @@ std::span<const Import> streams() {
       SAME(putchar),
       SAME(puts),
       LOADER_VARIADIC(snprintf),
+      call("vfprintf", &on_fprintf),
       call("vprintf", &on_printf),
       call("vsnprintf", &on_snprintf),
   };
