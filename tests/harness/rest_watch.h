@@ -38,8 +38,6 @@ class RestWatch {
   bool isAtRest();
   // How long the main thread of a program at rest waits at most; negative: without end. Nothing
   // where the kernel does not say.
-  // How long the main thread waits at most, nothing when that is not known or without end. Of a
-  // program at rest.
   std::optional<Duration> wait() const;
 
  private:
