@@ -164,44 +164,28 @@ void addEscaped(std::string_view text, std::string &xml) {
   }
 }
 
-std::string base64(const Bytes &bytes) {
-  static constexpr char kDigits[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    const size_t taken = std::min<size_t>(3, bytes.size() - i);
-    uint32_t bits = 0;
-    for (size_t k = 0; k < 3; k++) bits = bits << 8 | (k < taken ? bytes[i + k] : 0u);
-    for (size_t k = 0; k < 4; k++) {
-      text += k <= taken ? kDigits[bits >> (18 - 6 * k) & 63] : '=';
-    }
-  }
-  return text;
-}
-
-bool addValue(const void *reference, size_t depth, std::string &xml);
-
-bool addList(const List &list, size_t depth, std::string &xml) {
-  const std::string indentation(depth, '\t');
-  if (list.empty()) {
-    xml += indentation + "<array/>\n";
+// A value as a property list has it. False for what dictionaries of power sources don't hold: other
+// values than texts, whole numbers and flags.
+bool addValue(const void *reference, std::string &xml) {
+  const Content &content = objectOf(reference)->content;
+  if (const Text *text = std::get_if<Text>(&content)) {
+    xml += "<string>";
+    addEscaped(*text, xml);
+    xml += "</string>";
     return true;
   }
-  xml += indentation + "<array>\n";
-  for (const ObjectReference &value : list) {
-    if (!addValue(value.get(), depth + 1, xml)) return false;
+  if (const Flag *flag = std::get_if<Flag>(&content)) {
+    xml += *flag ? "<true/>" : "<false/>";
+    return true;
   }
-  xml += indentation + "</array>\n";
+  const Number *number = std::get_if<Number>(&content);
+  if (number == nullptr || !std::holds_alternative<int64_t>(*number)) return false;
+  xml += "<integer>" + textOf(*number) + "</integer>";
   return true;
 }
 
 // Keys come in their order, and have to be texts.
-bool addDictionary(const Dictionary &dictionary, size_t depth, std::string &xml) {
-  const std::string indentation(depth, '\t');
-  if (dictionary.empty()) {
-    xml += indentation + "<dict/>\n";
-    return true;
-  }
+bool addDictionary(const Dictionary &dictionary, std::string &xml) {
   std::vector<std::pair<std::string_view, const void *>> sorted;
   for (const DictionaryEntry &entry : dictionary) {
     const Text *key = contentOf<Text>(entry.first.get());
@@ -209,39 +193,15 @@ bool addDictionary(const Dictionary &dictionary, size_t depth, std::string &xml)
     sorted.emplace_back(*key, entry.second.get());
   }
   std::sort(sorted.begin(), sorted.end());
-  xml += indentation + "<dict>\n";
+  xml += "<dict>\n";
   for (const auto &[key, value] : sorted) {
-    xml += indentation + "\t<key>";
+    xml += "\t<key>";
     addEscaped(key, xml);
-    xml += "</key>\n";
-    if (!addValue(value, depth + 1, xml)) return false;
+    xml += "</key>\n\t";
+    if (!addValue(value, xml)) return false;
+    xml += "\n";
   }
-  xml += indentation + "</dict>\n";
-  return true;
-}
-
-bool addValue(const void *reference, size_t depth, std::string &xml) {
-  const Content &content = objectOf(reference)->content;
-  if (const List *list = std::get_if<List>(&content)) return addList(*list, depth, xml);
-  if (const Dictionary *dictionary = std::get_if<Dictionary>(&content)) {
-    return addDictionary(*dictionary, depth, xml);
-  }
-  const std::string indentation(depth, '\t');
-  xml += indentation;
-  if (const Text *text = std::get_if<Text>(&content)) {
-    xml += "<string>";
-    addEscaped(*text, xml);
-    xml += "</string>";
-  } else if (const Number *number = std::get_if<Number>(&content)) {
-    const char *tag = std::holds_alternative<int64_t>(*number) ? "integer>" : "real>";
-    xml += std::string("<") + tag + textOf(*number) + "</" + tag;
-  } else if (const Flag *flag = std::get_if<Flag>(&content)) {
-    xml += *flag ? "<true/>" : "<false/>";
-  } else {
-    xml += "<data>\n" + indentation + base64(std::get<Bytes>(content)) + "\n" + indentation +
-           "</data>";
-  }
-  xml += "\n";
+  xml += "</dict>\n";
   return true;
 }
 
@@ -449,13 +409,15 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void **keys,
 
 CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef object) {
   if (object == nullptr) return nullptr;
-  return host::created<CFDataRef>([object] {
+  const host::Dictionary *dictionary = host::contentOf<host::Dictionary>(object);
+  if (dictionary == nullptr) return nullptr;
+  return host::created<CFDataRef>([dictionary] {
     std::string xml =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
         "<plist version=\"1.0\">\n";
-    if (!host::addValue(object, 0, xml)) return host::ObjectReference();
+    if (!host::addDictionary(*dictionary, xml)) return host::ObjectReference();
     xml += "</plist>\n";
     return host::makeData(std::vector<uint8_t>(xml.begin(), xml.end()));
   });
