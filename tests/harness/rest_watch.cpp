@@ -15,8 +15,10 @@ namespace test {
 
 namespace {
 
-// A screen of its own looks for a key once a second, in ten naps. After some of those seconds it
-// has drawn what a key asked for, and what comes by itself.
+// A thread that is being woken on another processor still looks blocked, for as long as that takes.
+constexpr std::chrono::seconds kStillness{2};
+// A screen of its own looks for a key once a second, in ten naps, and a prompt ten times a second.
+// After some of those seconds they have drawn what a key asked for, and what comes by itself.
 constexpr long kNapsToRest = 40;
 
 bool isNap(const BlockedCall &call) {
@@ -34,6 +36,10 @@ std::string folderOf(pid_t program, pid_t thread) {
   return "/proc/" + std::to_string(program) + "/task/" + std::to_string(thread) + "/";
 }
 
+bool isAsleep(const std::string &status) {
+  return status.find("\nState:\tS") != std::string::npos;
+}
+
 long napsOf(const std::string &status) {
   constexpr std::string_view kName = "\nvoluntary_ctxt_switches:";
   const size_t at = status.find(kName);
@@ -45,11 +51,15 @@ long napsOf(const std::string &status) {
 std::optional<BlockedCall> blockedCall(pid_t program, pid_t thread) {
   const std::string folder = folderOf(program, thread);
   BlockedCall call;
-  call.naps = napsOf(readFile(folder + "status"));
+  const std::string before = readFile(folder + "status");
+  call.naps = napsOf(before);
   std::istringstream text(readFile(folder + "syscall"));  // "running", or numbers
   text >> call.number >> std::hex;
   for (unsigned long long &argument : call.arguments) text >> argument;
-  if (!text || napsOf(readFile(folder + "status")) != call.naps) return std::nullopt;
+  const std::string after = readFile(folder + "status");
+  if (!text || !isAsleep(before) || !isAsleep(after) || napsOf(after) != call.naps) {
+    return std::nullopt;
+  }
   return call;
 }
 
@@ -62,6 +72,7 @@ bool isPoll(const BlockedCall &call) {
 
 void RestWatch::restart() {
   last_.reset();
+  lastSince_ = Clock::now();
   firstNap_.reset();
 }
 
@@ -88,10 +99,12 @@ std::optional<RestWatch::Look> RestWatch::look() {
 bool RestWatch::isAtRest() {
   const std::optional<Look> now = look();
   const bool isSame = now && now == last_;
+  if (!isSame) lastSince_ = Clock::now();
   last_ = now;
   if (!isSame) return false;
+  if (isReadOfKeys(now->input)) return Clock::now() - lastSince_ >= kStillness;
   if (!firstNap_) firstNap_ = now->input.naps;
-  return !isNap(now->input) || now->input.naps - *firstNap_ >= kNapsToRest;
+  return now->input.naps - *firstNap_ >= kNapsToRest;
 }
 
 std::optional<Duration> RestWatch::wait() const {

@@ -33,8 +33,8 @@ class RestWatch {
 
   // Forgets what was seen before something was asked of the program.
   void restart();
-  // Whether neither thread has run since the question before this one. For somebody who has seen
-  // since that no key is left to be read, and no output.
+  // Whether neither thread has run for two seconds but to look for keys. For somebody who has seen
+  // since the question before that no key is left to be read, and no output.
   bool isAtRest();
   // How long the main thread of a program at rest waits at most; negative: without end. Nothing
   // where the kernel does not say.
@@ -52,6 +52,7 @@ class RestWatch {
   pid_t program_;
   pid_t inputThread_ = -1;
   std::optional<Look> last_;
+  Clock::time_point lastSince_ = Clock::now();
   std::optional<long> firstNap_;
 };
 
