@@ -34,13 +34,19 @@ Errno LinuxProcesses::processIDs(std::vector<int32_t> &pids) {
   return kAnswered;
 }
 
+Errno LinuxProcesses::readTask(pid_t pid, ProcessStatus &status,
+                               std::vector<ThreadReading> *&threads) {
+  Errno error = shared_.readLive(pid);
+  if (error == kAnswered) error = shared_.present.status(status);
+  if (error == kAnswered) error = shared_.present.threads(threads);
+  return error;
+}
+
 Errno LinuxProcesses::taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) {
   const std::lock_guard lock(shared_.mutex);
   ProcessStatus status{};
   std::vector<ThreadReading> *threads = nullptr;
-  Errno error = shared_.readLive(pid);
-  if (error == kAnswered) error = shared_.present.status(status);
-  if (error == kAnswered) error = shared_.present.threads(threads);
+  Errno error = readTask(pid, status, threads);
   if (error != kAnswered) return error;
   fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), bootMoment(), info.pbsd);
   fillTaskInfo(shared_.present.stat(), status, *threads, info.ptinfo);
@@ -178,9 +184,7 @@ Errno LinuxProcesses::describeForStackshot(pid_t pid, StackshotTask &task) {
   const std::lock_guard lock(shared_.mutex);
   ProcessStatus status{};
   std::vector<ThreadReading> *threads = nullptr;
-  Errno error = shared_.readLive(pid);
-  if (error == kAnswered) error = shared_.present.status(status);
-  if (error == kAnswered) error = shared_.present.threads(threads);
+  Errno error = readTask(pid, status, threads);
   if (error != kAnswered) return error;
   task = describeTask(shared_.present.stat(), status, *threads, shared_.present.is64Bit(),
                       bootMoment());

@@ -42,6 +42,8 @@ class LinuxProcesses : public virtual ProcessQuestions, public virtual Confineme
   Errno containerPath(pid_t pid, std::string &path) override;
 
  private:
+  // Reads a live process anew, with its threads, which hold until the next reading. Under the lock.
+  Errno readTask(pid_t pid, ProcessStatus &status, std::vector<ThreadReading> *&threads);
   Errno describeForStackshot(pid_t pid, StackshotTask &task);
   Errno describeForStackshot(Snapshot &snapshot);
   Errno findThread(pid_t pid, uint64_t id, bool anew, ThreadReading *&thread);

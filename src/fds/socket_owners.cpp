@@ -45,14 +45,26 @@ static uint16_t portOf(const darwin::socket_info *socket) {
   return static_cast<uint16_t>(socket->soi_proto.pri_in.insi_lport);
 }
 
-static size_t countSockets(const TableView &table) {
-  size_t sockets = 0;
+// Hands each socket of the table to `visit`, with the place of the record that owns it, until that
+// says true. The record it stopped at, null when it was shown all.
+template <typename Visit>
+static ProcessRecord *visitSockets(const TableView &table, Visit visit) {
   for (int32_t i = 0; i < table.count; i++) {
-    const ProcessRecord *record = &table.records[i];
+    ProcessRecord *record = &table.records[i];
     for (int32_t entry = 0; entry < detailCount(record); entry++) {
-      if (socketAt(record, entry) != nullptr) sockets++;
+      const darwin::socket_info *socket = socketAt(record, entry);
+      if (socket != nullptr && visit(socket, i)) return record;
     }
   }
+  return nullptr;
+}
+
+static size_t countSockets(const TableView &table) {
+  size_t sockets = 0;
+  visitSockets(table, [&sockets](const darwin::socket_info *, int32_t) {
+    sockets++;
+    return false;
+  });
   return sockets;
 }
 
@@ -79,28 +91,13 @@ static bool isIndexed(const TableView &table) {
   if (version == 0) return false;
   if (owners.version == version && owners.count == table.count) return true;
   if (!clearOwners(countSockets(table))) return false;
-  for (int32_t i = 0; i < table.count; i++) {
-    const ProcessRecord *record = &table.records[i];
-    for (int32_t entry = 0; entry < detailCount(record); entry++) {
-      const darwin::socket_info *socket = socketAt(record, entry);
-      if (socket != nullptr) addSocket(socket, i);
-    }
-  }
+  visitSockets(table, [](const darwin::socket_info *socket, int32_t place) {
+    addSocket(socket, place);
+    return false;
+  });
   owners.version = version;
   owners.count = table.count;
   return true;
-}
-
-template <typename Condition>
-static ProcessRecord *scan(const TableView &table, Condition condition) {
-  for (int32_t i = 0; i < table.count; i++) {
-    ProcessRecord *record = &table.records[i];
-    for (int32_t entry = 0; entry < detailCount(record); entry++) {
-      const darwin::socket_info *socket = socketAt(record, entry);
-      if (socket != nullptr && condition(socket)) return record;
-    }
-  }
-  return nullptr;
 }
 
 static ProcessRecord *recordAt(const TableView &table, int32_t place) {
@@ -111,7 +108,7 @@ ProcessRecord *ownerOfIPv4Port(uint16_t port) {
   const TableView table = tableToSearch();
   if (table.records == nullptr) return nullptr;
   if (isIndexed(table)) return recordAt(table, owners.ports[port]);
-  return scan(table, [port](const darwin::socket_info *socket) {
+  return visitSockets(table, [port](const darwin::socket_info *socket, int32_t) {
     return hasIPv4Port(socket) && portOf(socket) == port;
   });
 }
@@ -120,8 +117,9 @@ ProcessRecord *ownerOfSocket(uint64_t address) {
   const TableView table = tableToSearch();
   if (table.records == nullptr) return nullptr;
   if (isIndexed(table)) return recordAt(table, placeOf(owners.addresses, address));
-  return scan(table,
-              [address](const darwin::socket_info *socket) { return socket->soi_so == address; });
+  return visitSockets(table, [address](const darwin::socket_info *socket, int32_t) {
+    return socket->soi_so == address;
+  });
 }
 
 }  // namespace sondex

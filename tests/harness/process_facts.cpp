@@ -56,8 +56,7 @@ static Number toNumber(const std::string &text) {
   return value;
 }
 
-// The words after "key:" in a file of such lines.
-static std::vector<std::string> wordsOf(const std::string &text, const std::string &key) {
+std::vector<std::string> fieldWords(const std::string &text, const std::string &key) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with(key + ":")) continue;
@@ -67,8 +66,8 @@ static std::vector<std::string> wordsOf(const std::string &text, const std::stri
   return {};
 }
 
-static std::optional<uint64_t> numberOf(const std::string &text, const std::string &key) {
-  const std::vector<std::string> words = wordsOf(text, key);
+std::optional<uint64_t> fieldNumber(const std::string &text, const std::string &key) {
+  const std::vector<std::string> words = fieldWords(text, key);
   if (words.empty()) return std::nullopt;
   return toNumber<uint64_t>(words.front());
 }
@@ -145,7 +144,7 @@ std::optional<ProcessFacts> readFacts(pid_t pid) {
   const std::string folder = "/proc/" + std::to_string(pid);
   const std::vector<std::string> stat = statFields(folder + "/stat");
   const std::string status = readFile(folder + "/status");
-  const std::vector<std::string> users = wordsOf(status, "Uid");
+  const std::vector<std::string> users = fieldWords(status, "Uid");
   if (stat.size() <= kPolicy || users.size() < 2) return std::nullopt;
 
   ProcessFacts facts;
@@ -165,13 +164,13 @@ std::optional<ProcessFacts> readFacts(pid_t pid) {
       toNumber<uint64_t>(stat[kUserTicks]) + toNumber<uint64_t>(stat[kSystemTicks]);
   facts.startTicks = toNumber<uint64_t>(stat[kStartTicks]);
   facts.virtualBytes = toNumber<uint64_t>(stat[kVirtualSize]);
-  facts.residentBytes = numberOf(status, "VmRSS").value_or(0) * 1024;
+  facts.residentBytes = fieldNumber(status, "VmRSS").value_or(0) * 1024;
   const std::string io = readFile(folder + "/io");
-  facts.readBytes = numberOf(io, "read_bytes");
-  facts.writtenBytes = numberOf(io, "write_bytes");
+  facts.readBytes = fieldNumber(io, "read_bytes");
+  facts.writtenBytes = fieldNumber(io, "write_bytes");
   facts.descriptors = countEntries(folder + "/fd");
   facts.oomScore = toNumber<int>(readFile(folder + "/oom_score_adj"));
-  facts.hasSystemCallFilter = numberOf(status, "Seccomp") == 2u;
+  facts.hasSystemCallFilter = fieldNumber(status, "Seccomp") == 2u;
   const std::string userNamespace = linkText(folder + "/ns/user");
   facts.hasOwnUsers = !userNamespace.empty() && userNamespace != linkText("/proc/self/ns/user");
   facts.memoryLimit = readMemoryLimit(readFile(folder + "/cgroup"));

@@ -62,4 +62,8 @@ std::vector<pid_t> allProcesses();
 // Text of a file, empty when it can't be read.
 std::string readFile(const std::string &path);
 
+// The words after "key:" in a text of such lines, as /proc has them; the first of them as a number.
+std::vector<std::string> fieldWords(const std::string &text, const std::string &key);
+std::optional<uint64_t> fieldNumber(const std::string &text, const std::string &key);
+
 }  // namespace test

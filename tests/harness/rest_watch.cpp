@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "harness/process_facts.h"
 
@@ -19,7 +20,7 @@ namespace {
 constexpr std::chrono::seconds kStillness{2};
 // A screen of its own looks for a key once a second, in ten naps, and a prompt ten times a second.
 // After some of those seconds they have drawn what a key asked for, and what comes by itself.
-constexpr long kNapsToRest = 40;
+constexpr uint64_t kNapsToRest = 40;
 
 bool isNap(const BlockedCall &call) {
 #ifdef SYS_nanosleep
@@ -37,13 +38,12 @@ std::string folderOf(pid_t program, pid_t thread) {
 }
 
 bool isAsleep(const std::string &status) {
-  return status.find("\nState:\tS") != std::string::npos;
+  const std::vector<std::string> state = fieldWords(status, "State");
+  return !state.empty() && state.front() == "S";
 }
 
-long napsOf(const std::string &status) {
-  constexpr std::string_view kName = "\nvoluntary_ctxt_switches:";
-  const size_t at = status.find(kName);
-  return at == std::string::npos ? -1 : std::stol(status.substr(at + kName.size()));
+std::optional<uint64_t> napsOf(const std::string &status) {
+  return fieldNumber(status, "voluntary_ctxt_switches");
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ std::optional<BlockedCall> blockedCall(pid_t program, pid_t thread) {
   const std::string folder = folderOf(program, thread);
   BlockedCall call;
   const std::string before = readFile(folder + "status");
-  call.naps = napsOf(before);
+  call.naps = napsOf(before).value_or(0);
   std::istringstream text(readFile(folder + "syscall"));  // "running", or numbers
   text >> call.number >> std::hex;
   for (unsigned long long &argument : call.arguments) text >> argument;

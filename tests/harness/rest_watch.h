@@ -16,7 +16,7 @@ namespace test {
 struct BlockedCall {
   long number = -1;
   std::array<unsigned long long, 3> arguments{};
-  long naps = 0;  // how often the thread has gone to sleep so far
+  uint64_t naps = 0;  // how often the thread has gone to sleep so far
 
   bool operator==(const BlockedCall &) const = default;
 };
@@ -53,7 +53,7 @@ class RestWatch {
   pid_t inputThread_ = -1;
   std::optional<Look> last_;
   Clock::time_point lastSince_ = Clock::now();
-  std::optional<long> firstNap_;
+  std::optional<uint64_t> firstNap_;
 };
 
 }  // namespace test

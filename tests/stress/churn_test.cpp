@@ -91,10 +91,14 @@ std::vector<std::string> churn(int seconds) {
   return {"churn", std::to_string(kProcessesPerSecond), std::to_string(seconds)};
 }
 
-void churnFor(Terminal &terminal, int seconds, std::optional<uid_t> user) {
-  std::vector<std::string> steps = churn(seconds);
+// The same steps as that user's, if there is one.
+std::vector<std::string> stepsOf(std::optional<uid_t> user, std::vector<std::string> steps) {
   if (user) steps.insert(steps.begin(), {"user", std::to_string(*user)});
-  Helper helper(steps);
+  return steps;
+}
+
+void churnFor(Terminal &terminal, int seconds, std::optional<uid_t> user) {
+  Helper helper(stepsOf(user, churn(seconds)));
   refreshUntil(
       terminal, [&helper] { return helper.hasEnded(); }, Duration{seconds * 1000} + kPatience);
   const std::optional<Ending> ending = helper.waitForEnd(Duration{0});
@@ -102,11 +106,9 @@ void churnFor(Terminal &terminal, int seconds, std::optional<uid_t> user) {
   ASSERT_TRUE(ending->exitedWith(0)) << *ending;
 }
 
-// A table keeps the pages of all records that it has had.
-void crowdFor(Terminal &terminal, size_t frames, std::optional<uid_t> user) {
-  std::vector<std::string> steps = {"children", std::to_string(kProcessesAtATime)};
-  if (user) steps.insert(steps.begin(), {"user", std::to_string(*user)});
-  const Helper crowd(steps);
+void crowdFor(Terminal &terminal, int processes, size_t frames,
+              std::optional<uid_t> user = std::nullopt) {
+  const Helper crowd(stepsOf(user, {"children", std::to_string(processes)}));
   waitForFrames(terminal, frames);
 }
 
@@ -121,7 +123,8 @@ void expectToStayAsItWas(int seconds, std::optional<uid_t> user) {
   ASSERT_TRUE(socket.isOpen());
   Terminal terminal(largeTerminal(user));
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
-  crowdFor(terminal, kFramesToForget, user);
+  // A table keeps the pages of all records that it has had.
+  crowdFor(terminal, kProcessesAtATime, kFramesToForget, user);
   churnFor(terminal, kWarmUpSeconds, user);
   waitForFrames(terminal, kQuietFrames);
   const Footprint before = footprintOf(terminal.pid());
@@ -202,10 +205,7 @@ TEST(ManyProcesses, AreCounted) {
 TEST(ManyProcesses, GoAsTheyCame) {
   Terminal terminal(largeTerminal());
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
-  const auto crowd = [&terminal] {
-    const Helper many({"children", std::to_string(kManyProcesses)});
-    waitForFrames(terminal, 2);
-  };
+  const auto crowd = [&terminal] { crowdFor(terminal, kManyProcesses, 2); };
   const auto settle = [&terminal] {
     refreshUntil(
         terminal, [&] { return isCountRight(terminal); }, kPatience);
