@@ -12,6 +12,7 @@
 #include "host/darwin/kcdata.h"
 #include "host/darwin/proc_info.h"
 #include "host/kcdata_writer.h"
+#include "host/units.h"
 
 namespace host {
 
@@ -42,7 +43,6 @@ constexpr uint32_t kTerminated = 0x10;
 constexpr uint32_t kIdle = 0x80;
 
 constexpr uint32_t kMemoryMagic = 0xBFCABCDE;
-constexpr uint64_t kNanosecondsPerMicrosecond = 1000;
 
 struct Timebase {
   uint32_t numerator;

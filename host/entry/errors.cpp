@@ -7,13 +7,13 @@
 
 namespace {
 
-struct Number {
+struct ErrorPair {
   int darwin;
   int native;
 };
 
-// Those that differ.
-constexpr Number kNumbers[] = {
+// Those whose numbers differ.
+constexpr ErrorPair kDifferent[] = {
     {darwin::DARWIN_EDEADLK, EDEADLK},           {darwin::DARWIN_EAGAIN, EAGAIN},
     {darwin::DARWIN_EINPROGRESS, EINPROGRESS},   {darwin::DARWIN_EALREADY, EALREADY},
     {darwin::DARWIN_ENOTSOCK, ENOTSOCK},         {darwin::DARWIN_EPROTOTYPE, EPROTOTYPE},
@@ -38,8 +38,8 @@ void setErrno(Errno error) noexcept {
 }
 
 int nativeErrno(Errno error) noexcept {
-  for (const Number &number : kNumbers) {
-    if (number.darwin == error) return number.native;
+  for (const ErrorPair &pair : kDifferent) {
+    if (pair.darwin == error) return pair.native;
   }
   return error;
 }

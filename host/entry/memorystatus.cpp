@@ -13,7 +13,6 @@ namespace host {
 
 namespace {
 
-using Entry = darwin::memorystatus_priority_entry;
 using Clock = std::chrono::steady_clock;
 
 // The list of a size question, kept for the thread's next fetch: the two then agree, and the
@@ -21,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 struct KeptList {
   const MemoryStatusQuestions *asked = nullptr;
   Clock::time_point taken;
-  std::vector<Entry> entries;
+  std::vector<darwin::memorystatus_priority_entry> entries;
 };
 
 constexpr std::chrono::seconds kKeptFor{1};
@@ -34,7 +33,7 @@ Errno listSize(int &result) {
   if (error != kAnswered) return error;
   fresh.asked = &memoryStatus();
   fresh.taken = Clock::now();
-  result = static_cast<int>(fresh.entries.size() * sizeof(Entry));
+  result = static_cast<int>(fresh.entries.size() * sizeof(darwin::memorystatus_priority_entry));
   t_kept = std::move(fresh);
   return kAnswered;
 }
@@ -46,7 +45,7 @@ Errno fetchList(void *buffer, size_t size, int &result) {
     const Errno error = memoryStatus().memoryStatusList(list.entries);
     if (error != kAnswered) return error;
   }
-  const size_t bytes = list.entries.size() * sizeof(Entry);
+  const size_t bytes = list.entries.size() * sizeof(darwin::memorystatus_priority_entry);
   if (size < bytes) return darwin::DARWIN_EINVAL;
   const Errno error = copyOut(list.entries.data(), bytes, buffer);
   if (error == kAnswered) result = static_cast<int>(bytes);

@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 // The child stops itself in time; this is how much later it is stopped from outside.
 static constexpr std::chrono::seconds kGrace{1};
 
-static constexpr size_t kReadAtOnce = 8192;  // words
+static constexpr size_t kWordsAtOnce = 8192;
 
 static void limit(int resource, rlim_t most) {
   const struct rlimit limits = {most, most};
@@ -94,7 +94,7 @@ static bool readAnswer(int input, const ChildLimits &limits, std::vector<uint64_
     if (count < 0 && errno != EINTR) return false;
     if (count <= 0) continue;
     if (words.size() * sizeof(uint64_t) - filled < sizeof(uint64_t)) {
-      words.resize(words.size() + kReadAtOnce);
+      words.resize(words.size() + kWordsAtOnce);
     }
     const size_t room = words.size() * sizeof(uint64_t) - filled;
     const ssize_t got = read(input, reinterpret_cast<char *>(words.data()) + filled, room);

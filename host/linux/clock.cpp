@@ -5,6 +5,8 @@
 
 #include <limits>
 
+#include "host/units.h"
+
 namespace host::linux_machine {
 
 static uint64_t readClock(clockid_t clock) {

@@ -5,8 +5,6 @@
 
 namespace host::linux_machine {
 
-constexpr uint64_t kNanosecondsPerSecond = 1000000000;
-
 // How long one tick of the times in /proc is.
 uint64_t nanosecondsPerTick();
 

@@ -10,7 +10,7 @@
 
 namespace host::linux_machine {
 
-static constexpr size_t kReadAtOnce = 65536;
+static constexpr size_t kBytesAtOnce = 65536;
 
 // An address that ends a stack of old kernels.
 static constexpr uint64_t kNowhere = UINT64_MAX;
@@ -87,8 +87,8 @@ void KernelSymbols::read(int procDirectory) {
   std::vector<char> buffer;
   size_t filled = 0;
   while (file.isOpen()) {
-    buffer.resize(filled + kReadAtOnce);
-    const ssize_t got = ::read(file.get(), buffer.data() + filled, kReadAtOnce);
+    buffer.resize(filled + kBytesAtOnce);
+    const ssize_t got = ::read(file.get(), buffer.data() + filled, kBytesAtOnce);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     filled += static_cast<size_t>(got);

@@ -14,6 +14,7 @@
 #include "host/linux/process_figures.h"
 #include "host/linux/signals.h"
 #include "host/posix.h"
+#include "host/units.h"
 
 namespace host::linux_machine {
 
@@ -24,7 +25,6 @@ static constexpr uint64_t kSeccompFilter = 2;
 static constexpr pid_t kEveryProcess = -1;
 static constexpr uint32_t kReportedPageSize = 4096;
 static constexpr std::chrono::seconds kStacksPatience{60};
-static constexpr uint64_t kMicrosecondsPerSecond = 1000000;
 
 Errno LinuxProcesses::processIDs(std::vector<int32_t> &pids) {
   const std::lock_guard lock(shared_.mutex);

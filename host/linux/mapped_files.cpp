@@ -10,15 +10,16 @@
 
 namespace host::linux_machine {
 
-static constexpr std::chrono::milliseconds kFreshFor(30);
-static constexpr int kUseForDurations = 10;
+static constexpr std::chrono::milliseconds kFreshAtLeast(30);
+static constexpr int kFreshForDurations = 10;
 
 static bool isBefore(const MappedFile &a, const MappedFile &b) {
   return std::tie(a.device, a.inode, a.address) < std::tie(b.device, b.inode, b.address);
 }
 
 bool MappedFiles::isReadingOf(uint64_t process) const {
-  const Clock::duration fresh = std::max<Clock::duration>(kFreshFor, duration_ * kUseForDurations);
+  const Clock::duration fresh =
+      std::max<Clock::duration>(kFreshAtLeast, duration_ * kFreshForDurations);
   return process != 0 && process == process_ && Clock::now() - readAt_ < fresh;
 }
 

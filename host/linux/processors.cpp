@@ -8,6 +8,7 @@
 #include "host/darwin/errors.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
+#include "host/units.h"
 
 namespace host::linux_machine {
 

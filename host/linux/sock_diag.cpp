@@ -17,7 +17,7 @@ namespace host::linux_machine {
 namespace {
 
 constexpr size_t kMaximumSockets = 1000000;
-constexpr size_t kLongestName = 108;
+constexpr size_t kLongestSocketName = 108;
 
 struct Source {
   uint8_t family;
@@ -84,7 +84,7 @@ bool parseUnix(Span payload, DiagSocket &socket, std::string &names) {
       case UNIX_DIAG_NAME:
         if (socket.nameLength != 0) break;
         socket.nameStart = static_cast<uint32_t>(names.size());
-        socket.nameLength = static_cast<uint32_t>(std::min(attribute.size, kLongestName));
+        socket.nameLength = static_cast<uint32_t>(std::min(attribute.size, kLongestSocketName));
         names.append(reinterpret_cast<const char *>(attribute.bytes), socket.nameLength);
         break;
       case UNIX_DIAG_PEER:
@@ -206,6 +206,11 @@ void parseSockets(const uint8_t *bytes, size_t size, SocketSource source, uint32
   readMessages(Span{bytes, size}, sequence, progress, [&](uint16_t type, Span payload) {
     return addSocket(type, payload, source, sockets, names);
   });
+}
+
+bool isIPv4Mapped(const std::array<uint8_t, 16> &address) {
+  constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+  return memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
 }
 
 bool SockDiag::dump(SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {

@@ -59,6 +59,9 @@ struct DiagSocket {
 void parseSockets(const uint8_t *bytes, size_t size, SocketSource source, uint32_t sequence,
                   std::vector<DiagSocket> &sockets, std::string &names, DumpProgress &progress);
 
+// Whether an IPv6 address stands for an IPv4 one, which its last four bytes are.
+bool isIPv4Mapped(const std::array<uint8_t, 16> &address);
+
 // Lists sockets of this network namespace. Not thread-safe.
 class SockDiag {
  public:

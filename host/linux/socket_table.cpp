@@ -102,11 +102,6 @@ const Family &familyOf(SocketSource source) {
   return kFamilies[static_cast<size_t>(source)];
 }
 
-bool isMapped(const std::array<uint8_t, 16> &address) {
-  constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-  return memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
-}
-
 void fillAddress(const uint8_t *bytes, bool ipv4, darwin::in_sockinfo_address &address) {
   if (ipv4) {
     memcpy(&address.ina_46.i46a_addr4, bytes, sizeof(address.ina_46.i46a_addr4));
@@ -118,7 +113,7 @@ void fillAddress(const uint8_t *bytes, bool ipv4, darwin::in_sockinfo_address &a
 void fillInternet(const DiagSocket &socket, darwin::in_sockinfo &info) {
   const bool inet4 = familyOf(socket.source).family == darwin::DARWIN_AF_INET;
   // An IPv6 socket in use with IPv4 addresses is an IPv4 one to Darwin, too.
-  const bool mapped = !inet4 && isMapped(socket.localAddress);
+  const bool mapped = !inet4 && isIPv4Mapped(socket.localAddress);
   const bool ipv4 = inet4 || mapped;
   const size_t start = mapped ? 12 : 0;
   info.insi_lport = socket.localPort;

@@ -61,11 +61,6 @@ bool dumpFamily(NetlinkConnection &kernel, uint8_t family, std::vector<TcpSocket
   return !progress.malformed && progress.error == 0;
 }
 
-bool isMapped(const std::array<uint8_t, 16> &address) {
-  constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-  return std::memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
-}
-
 NetworkEndpoint endpoint(const std::array<uint8_t, 16> &address, uint16_t port, bool isIPv4,
                          bool mapped) {
   NetworkEndpoint made;
@@ -80,7 +75,7 @@ NetworkEndpoint endpoint(const std::array<uint8_t, 16> &address, uint16_t port, 
 }
 
 NetworkSource sourceOf(const TcpSocket &socket, int32_t pid, const std::string &name) {
-  const bool mapped = socket.family == AF_INET6 && isMapped(socket.localAddress);
+  const bool mapped = socket.family == AF_INET6 && isIPv4Mapped(socket.localAddress);
   const bool isIPv4 = socket.family == AF_INET || mapped;
   NetworkSource source;
   source.key = socket.cookie;

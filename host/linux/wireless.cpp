@@ -14,7 +14,7 @@ namespace {
 constexpr char kFamily[] = "nl80211";
 constexpr char kFirstInterface[] = "en0";
 constexpr size_t kMostRadios = 4;
-constexpr size_t kLongestName = 32;
+constexpr size_t kLongestNetworkName = 32;
 
 genlmsghdr command(uint8_t number, uint8_t version) {
   genlmsghdr header = {};
@@ -100,7 +100,7 @@ std::optional<Wireless::Found> Wireless::findInterface(const std::string &name) 
       if (type == NL80211_ATTR_WIPHY_FREQ) attribute.read(0, found.megahertz);
       if (type == NL80211_ATTR_SSID) {
         found.ssid.assign(reinterpret_cast<const char *>(attribute.bytes),
-                          std::min(attribute.size, kLongestName));
+                          std::min(attribute.size, kLongestNetworkName));
       }
     });
     // What only watches, or is not up to anything, has no name.

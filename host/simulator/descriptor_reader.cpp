@@ -20,12 +20,11 @@ namespace {
 
 constexpr size_t kLongestLabel = 255;
 // The kernel's limits less the closing NUL: of an address in the file system (whose first two bytes
-// are its length and family), of a kernel control, of an interface.
+// are its length and family), of a kernel control.
 constexpr size_t kLongestSocketPath = sizeof(darwin::un_sockinfo_address) - 2;
 constexpr size_t kLongestControl = sizeof(darwin::kern_ctl_info::kcsi_name) - 1;
-constexpr size_t kLongestInterface = sizeof(darwin::ndrv_info::ndrvsi_if_name) - 1;
 constexpr int64_t kLargestPermissions = 07777;
-constexpr int64_t kMostCopies = 10000;
+constexpr int64_t kMostCopiesOfDescriptor = 10000;
 constexpr int64_t kLargestDescriptor = 9999;
 
 // soi_state.
@@ -42,10 +41,10 @@ constexpr Word kModes[] = {{"read", darwin::DARWIN_FREAD},
                            {"write", darwin::DARWIN_FWRITE},
                            {"nonblocking", darwin::DARWIN_O_NONBLOCK},
                            {"append", darwin::DARWIN_O_APPEND}};
-constexpr Word kStatuses[] = {{"shared", darwin::PROC_FP_SHARED},
-                              {"close-on-exec", darwin::PROC_FP_CLEXEC},
-                              {"guarded", darwin::PROC_FP_GUARDED},
-                              {"close-on-fork", darwin::PROC_FP_CLFORK}};
+constexpr Word kDescriptorStatuses[] = {{"shared", darwin::PROC_FP_SHARED},
+                                        {"close-on-exec", darwin::PROC_FP_CLEXEC},
+                                        {"guarded", darwin::PROC_FP_GUARDED},
+                                        {"close-on-fork", darwin::PROC_FP_CLFORK}};
 constexpr Word kGuards[] = {{"close", darwin::PROC_FI_GUARD_CLOSE},
                             {"dup", darwin::PROC_FI_GUARD_DUP},
                             {"socket", darwin::PROC_FI_GUARD_SOCKET_IPC},
@@ -235,11 +234,11 @@ class DescriptorReader {
       descriptor.number = static_cast<int32_t>(field.number(0, kLargestDescriptor));
       entry_.numberPlace = field.place();
     }
-    if (takesPatterns_) reader_.number("copies", entry_.copies, 1, kMostCopies);
+    if (takesPatterns_) reader_.number("copies", entry_.copies, 1, kMostCopiesOfDescriptor);
     if (const Field field = reader_.find("mode")) {
       descriptor.openFlags = field.severalOfOrNumber(kModes);
     }
-    reader_.severalOf("status", descriptor.status, kStatuses);
+    reader_.severalOf("status", descriptor.status, kDescriptorStatuses);
     reader_.severalOf("guard", descriptor.guard, kGuards);
     if (descriptor.guard != 0) descriptor.status |= darwin::PROC_FP_GUARDED;
     reader_.figure("offset", descriptor.offset, Unit::kSize);

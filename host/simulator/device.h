@@ -22,6 +22,9 @@
 
 namespace host::simulator {
 
+// A user.
+inline constexpr uint32_t kRoot = 0;
+
 struct Kernel {
   std::string version =
       "Darwin Kernel Version 18.7.0: Mon Aug 19 22:24:08 PDT 2019; "

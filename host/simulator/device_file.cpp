@@ -24,8 +24,7 @@ namespace {
 
 constexpr size_t kLongestFile = size_t{4} << 20;
 constexpr size_t kLongestKernelText = 255;
-constexpr size_t kLongestText = 1023;
-constexpr size_t kLongestInterface = 15;
+constexpr size_t kLongestDeviceText = 1023;
 constexpr size_t kLongestNetwork = 32;
 constexpr size_t kMostRadios = 4;
 constexpr size_t kMostInterfaces = 1000;
@@ -272,7 +271,7 @@ void readPower(Loading &loading, const Field &field) {
       TableReader of(element);
       const Field process = of.require("process", "a PID or a process's name");
       const std::vector<std::string> names =
-          of.require("names", "an array of texts").texts(kLongestText);
+          of.require("names", "an array of texts").texts(kLongestDeviceText);
       of.finish();
       loading.withProcess(process, [names](Device &device, int32_t pid) {
         std::vector<std::string> &held = (*device.power->assertions)[pid];
@@ -330,7 +329,7 @@ void readDevice(Loading &loading, const Field &document) {
   const Field templateTables = reader.find("template");
   const Field processes = reader.find("process");
   const Field events = reader.find("event");
-  reader.text("name", device.name, kLongestText);
+  reader.text("name", device.name, kLongestDeviceText);
   reader.number("caller", device.caller);
   reader.flag("background", device.tellsInBackground);
   reader.finish();

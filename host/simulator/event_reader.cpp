@@ -7,6 +7,7 @@
 #include "host/darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "host/simulator/descriptor_reader.h"
+#include "host/simulator/limits.h"
 #include "host/simulator/process_plan.h"
 #include "host/simulator/process_reader.h"
 #include "host/simulator/process_texts.h"
@@ -18,7 +19,7 @@ namespace host::simulator {
 namespace {
 
 constexpr size_t kLongestState = 255;
-constexpr int64_t kLargestDescriptor = 19'998;  // the last copy of the one with the largest number
+constexpr int64_t kLargestCopy = 19'998;  // the last copy of the one with the largest number
 constexpr int64_t kMostSources = 1000;
 constexpr Nanoseconds kShortestRepetition{100'000'000};
 
@@ -219,7 +220,7 @@ class EventReader {
   void readClose() {
     CloseDescriptor close;
     const Field number = reader_.require("number", "the descriptor's number");
-    close.number = static_cast<int32_t>(number.number(0, kLargestDescriptor));
+    close.number = static_cast<int32_t>(number.number(0, kLargestCopy));
     addAbout(close);
   }
 

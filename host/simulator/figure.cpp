@@ -1,6 +1,7 @@
 #include "host/simulator/figure.h"
 
 #include "host/simulator/wide.h"
+#include "host/units.h"
 
 namespace host::simulator {
 
@@ -8,8 +9,6 @@ namespace {
 
 // 127 bits hold all products below: a growth (at most 2^63 in size) times the time between two
 // moments (below 2^64), and a swing (below 2^64) times a period (below 2^63).
-constexpr int64_t kMillion = 1'000'000;
-constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 // From 0 up to `height`, down to -`height` and back to 0 within a period.
 Wide triangle(Wide passed, Wide period, Wide height) {

@@ -9,6 +9,9 @@ namespace host::simulator {
 
 using Nanoseconds = std::chrono::nanoseconds;
 
+// Growths, shares and phases count in parts of it.
+inline constexpr int64_t kMillion = 1'000'000;
+
 // The sum, or the end of the range that it lies beyond.
 Nanoseconds addSaturating(Nanoseconds a, Nanoseconds b);
 

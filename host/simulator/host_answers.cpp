@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/simulator/wide.h"
+#include "host/units.h"
 
 namespace host::simulator {
 
@@ -10,8 +11,6 @@ namespace {
 
 constexpr int64_t kLoadScale = 2048;
 constexpr int64_t kThousand = 1000;
-constexpr int64_t kNanosecondsPerMicrosecond = 1'000;
-constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
 
 uint32_t pages(Wide count) {
   return saturate<uint32_t>(count);

@@ -24,8 +24,6 @@
 
 namespace host::simulator {
 
-inline constexpr uint32_t kRoot = 0;
-
 // Which processes a question may be about. Root's may be about all.
 enum class Access : uint8_t {
   any,

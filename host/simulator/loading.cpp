@@ -6,6 +6,7 @@
 
 #include "host/darwin/proc_info.h"
 #include "host/simulator/descriptor_reader.h"
+#include "host/simulator/limits.h"
 #include "host/simulator/wide.h"
 
 namespace host::simulator {
@@ -17,16 +18,16 @@ struct LimitRow {
   std::string_view of;
 };
 constexpr LimitRow kLimits[] = {
-    {20'000, "processes"},
-    {250'000, "threads"},
-    {250'000, "descriptors"},
-    {250'000, "regions"},
+    {kMostProcesses, "processes"},
+    {kMostThreads, "threads"},
+    {kMostDescriptors, "descriptors"},
+    {kMostRegions, "regions"},
     {uint64_t{128} << 20, "bytes of texts, contents and queued events"},
 };
 
 // Handles look like addresses, and are apart from those that the machine chooses.
-constexpr uint64_t kFirstHandle = 0x4000000000000100;
-constexpr uint64_t kHandleDistance = 0x100;
+constexpr uint64_t kFirstPeerHandle = 0x4000000000000100;
+constexpr uint64_t kPeerHandleDistance = 0x100;
 
 }  // namespace
 
@@ -103,11 +104,11 @@ void Loading::settle() {
 
 void Loading::settlePeers() {
   std::unordered_map<std::string, Descriptor *> labelled;
-  uint64_t handle = kFirstHandle;
+  uint64_t handle = kFirstPeerHandle;
   for (const End &end : ends_) {
     Descriptor &descriptor = end.reach(device);
     descriptor.handle = handle;
-    handle += kHandleDistance;
+    handle += kPeerHandleDistance;
     if (end.label.text.empty()) continue;
     if (!labelled.emplace(end.label.text, &descriptor).second) {
       failAt(*end.label.place,

@@ -19,8 +19,9 @@ namespace host::simulator {
 
 enum class Limit { kProcesses, kThreads, kDescriptors, kRegions, kBytes };
 
-inline constexpr int64_t kLargestPid = 99999;
 inline constexpr size_t kLongestName = 255;
+// The kernel's limits less the closing NUL.
+inline constexpr size_t kLongestInterface = sizeof(darwin::ndrv_info::ndrvsi_if_name) - 1;
 inline constexpr size_t kLongestPath = darwin::DARWIN_MAXPATHLEN - 1;
 inline constexpr size_t kLongestArgument = 262'144;
 inline constexpr int64_t kLargestPriority = 127;

@@ -1,11 +1,9 @@
 #include "host/simulator/machine_clock.h"
 
 #include "host/posix.h"
+#include "host/units.h"
 
 namespace host::simulator {
-
-static constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
-static constexpr int64_t kNanosecondsPerMicrosecond = 1000;
 
 MachineClock::MachineClock(const DeviceClock &clock)
     : clock_(clock),

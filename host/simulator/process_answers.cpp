@@ -4,13 +4,11 @@
 
 #include "host/copy_text.h"
 #include "host/darwin/proc_info.h"
+#include "host/units.h"
 
 namespace host::simulator {
 
 namespace {
-
-constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
-constexpr int64_t kNanosecondsPerMicrosecond = 1'000;
 
 // The kernel's counters stay at the largest number that they hold.
 int32_t count(const Figure &figure, Nanoseconds own) {

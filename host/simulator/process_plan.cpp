@@ -7,6 +7,7 @@
 
 #include "darwin/syscalls.h"
 #include "host/darwin/proc_info.h"
+#include "host/simulator/limits.h"
 #include "host/simulator/standing_reader.h"
 
 namespace host::simulator {
@@ -16,30 +17,30 @@ namespace {
 constexpr size_t kMostDonors = 64;
 constexpr double kLargestSpread = 0.9;
 
-constexpr Word kStatuses[] = {{"idle", darwin::SIDL},
-                              {"run", darwin::SRUN},
-                              {"sleep", darwin::SSLEEP},
-                              {"stop", darwin::SSTOP},
-                              {"zombie", darwin::SZOMB}};
-constexpr Word kFlags[] = {{"system", darwin::PROC_FLAG_SYSTEM},
-                           {"traced", darwin::PROC_FLAG_TRACED},
-                           {"exiting", darwin::PROC_FLAG_INEXIT},
-                           {"session-leader", darwin::PROC_FLAG_SLEADER},
-                           {"terminal-leader", darwin::PROC_FLAG_CTTY},
-                           {"controls-terminal", darwin::PROC_FLAG_CONTROLT},
-                           {"changed-user", darwin::PROC_FLAG_PSUGID},
-                           {"exec", darwin::PROC_FLAG_EXEC},
-                           {"background", darwin::PROC_FLAG_DARWINBG},
-                           {"daemon", darwin::PROC_FLAG_IOS_APPLEDAEMON},
-                           {"delay-idle-sleep", darwin::PROC_FLAG_DELAYIDLESLEEP},
-                           {"promotion", darwin::PROC_FLAG_IOS_IMPPROMOTION},
-                           {"adaptive", darwin::PROC_FLAG_ADAPTIVE},
-                           {"adaptive-important", darwin::PROC_FLAG_ADAPTIVE_IMPORTANT},
-                           {"donor", darwin::PROC_FLAG_IMPORTANCE_DONOR},
-                           {"suppressed", darwin::PROC_FLAG_SUPPRESSED},
-                           {"application", darwin::PROC_FLAG_APPLICATION},
-                           {"suspended", darwin::PROC_FLAG_PA_SUSP},
-                           {"throttled", darwin::PROC_FLAG_PA_THROTTLE}};
+constexpr Word kProcessStatuses[] = {{"idle", darwin::SIDL},
+                                     {"run", darwin::SRUN},
+                                     {"sleep", darwin::SSLEEP},
+                                     {"stop", darwin::SSTOP},
+                                     {"zombie", darwin::SZOMB}};
+constexpr Word kProcessFlags[] = {{"system", darwin::PROC_FLAG_SYSTEM},
+                                  {"traced", darwin::PROC_FLAG_TRACED},
+                                  {"exiting", darwin::PROC_FLAG_INEXIT},
+                                  {"session-leader", darwin::PROC_FLAG_SLEADER},
+                                  {"terminal-leader", darwin::PROC_FLAG_CTTY},
+                                  {"controls-terminal", darwin::PROC_FLAG_CONTROLT},
+                                  {"changed-user", darwin::PROC_FLAG_PSUGID},
+                                  {"exec", darwin::PROC_FLAG_EXEC},
+                                  {"background", darwin::PROC_FLAG_DARWINBG},
+                                  {"daemon", darwin::PROC_FLAG_IOS_APPLEDAEMON},
+                                  {"delay-idle-sleep", darwin::PROC_FLAG_DELAYIDLESLEEP},
+                                  {"promotion", darwin::PROC_FLAG_IOS_IMPPROMOTION},
+                                  {"adaptive", darwin::PROC_FLAG_ADAPTIVE},
+                                  {"adaptive-important", darwin::PROC_FLAG_ADAPTIVE_IMPORTANT},
+                                  {"donor", darwin::PROC_FLAG_IMPORTANCE_DONOR},
+                                  {"suppressed", darwin::PROC_FLAG_SUPPRESSED},
+                                  {"application", darwin::PROC_FLAG_APPLICATION},
+                                  {"suspended", darwin::PROC_FLAG_PA_SUSP},
+                                  {"throttled", darwin::PROC_FLAG_PA_THROTTLE}};
 
 constexpr FigureKey<Process> kProcessFigures[] = {
     {"virtual", &Process::virtualSize, Unit::kSize},
@@ -159,7 +160,7 @@ class PlanReader {
 
   static uint32_t readStatus(const Field &field) {
     return static_cast<uint32_t>(
-        field.oneOfOrNumber(kStatuses, std::numeric_limits<uint32_t>::max()));
+        field.oneOfOrNumber(kProcessStatuses, std::numeric_limits<uint32_t>::max()));
   }
 
   static std::vector<int32_t> readDonors(const Field &field) {
@@ -183,7 +184,7 @@ class PlanReader {
     reader_.read("status", process_.status, readStatus);
     reader_.number("exit-status", process_.exitStatus);
     for (const Field &field : reader_.findAll("flags")) {
-      process_.flags |= field.severalOfOrNumber(kFlags) & ~darwin::PROC_FLAG_LP64;
+      process_.flags |= field.severalOfOrNumber(kProcessFlags) & ~darwin::PROC_FLAG_LP64;
     }
     reader_.read("donors", process_.donors, readDonors);
     reader_.number("terminal", process_.terminal);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/simulator/limits.h"
 #include "host/simulator/process_maker.h"
 #include "host/simulator/process_plan.h"
 
@@ -13,7 +14,7 @@ namespace host::simulator {
 
 namespace {
 
-constexpr int64_t kMostCopies = 20'000;
+constexpr int64_t kMostCopiesOfProcess = 20'000;
 
 // What says which processes an entry is about. The fields are of its own table.
 struct Numbering {
@@ -27,7 +28,7 @@ Numbering readNumbering(TableReader &reader) {
   numbering.pid = reader.findOwn("pid");
   const Field names = reader.findOwn("names");
   const Field copies = reader.findOwn("copies");
-  if (copies) numbering.count = static_cast<size_t>(copies.number(1, kMostCopies));
+  if (copies) numbering.count = static_cast<size_t>(copies.number(1, kMostCopiesOfProcess));
   if (!names) return numbering;
   if (copies) copies.fail("found `copies` beside `names`", "one of them");
   if (const Field name = reader.findOwn("name")) {

@@ -5,21 +5,15 @@
 #include <string>
 #include <utility>
 
+#include "host/simulator/limits.h"
 #include "host/simulator/process_texts.h"
 
 namespace host::simulator {
 
 namespace {
 
-constexpr int32_t kLargestPid = 99999;
 // Where PIDs begin again after the largest: those below belong to what started with the system.
 constexpr int32_t kPidAfterLargest = 100;
-
-// Events don't take a device beyond these.
-constexpr size_t kMostProcesses = 20000;
-constexpr size_t kMostThreads = 250000;
-constexpr size_t kMostDescriptors = 250000;
-constexpr size_t kMostRegions = 250000;
 
 }  // namespace
 

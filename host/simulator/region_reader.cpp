@@ -12,11 +12,11 @@ namespace host::simulator {
 
 namespace {
 
-constexpr int64_t kMostRegions = 65'536;
+constexpr int64_t kMostRegionsOfOne = 65'536;
 constexpr uint64_t kRegionUnit = 4096;
 
-constexpr Word kFlags[] = {{"submap", darwin::PROC_REGION_SUBMAP},
-                           {"shared", darwin::PROC_REGION_SHARED}};
+constexpr Word kRegionFlags[] = {{"submap", darwin::PROC_REGION_SUBMAP},
+                                 {"shared", darwin::PROC_REGION_SHARED}};
 constexpr Word kShareModes[] = {{"cow", darwin::SM_COW},
                                 {"private", darwin::SM_PRIVATE},
                                 {"empty", darwin::SM_EMPTY},
@@ -101,7 +101,7 @@ RegionEntry readRegion(const Field &field) {
   const Field size = reader.require("size", "a size");
   region.size = size.size();
   if (region.size == 0 || region.size % kRegionUnit != 0) size.fail("a multiple of 4096, above 0");
-  reader.number("copies", entry.copies, 1, kMostRegions);
+  reader.number("copies", entry.copies, 1, kMostRegionsOfOne);
   reader.read("gap", entry.gap, readGap);
   const Wide end = Wide{region.address} + (Wide{region.size} + entry.gap) * entry.copies;
   if (end > Wide{kLargestNumber}) {
@@ -118,7 +118,7 @@ RegionEntry readRegion(const Field &field) {
   reader.number("wired", region.wiredCount);
   reader.number("shadow", region.shadowDepth);
   reader.size("offset", region.offset);
-  reader.severalOf("flags", region.flags, kFlags);
+  reader.severalOf("flags", region.flags, kRegionFlags);
   reader.oneOf("share", region.shareMode, kShareModes);
   reader.figures(kFigures, region);
   readText(reader.find("path"), kLongestPath, region, entry.patterns, &Region::path);

@@ -12,8 +12,8 @@ namespace host::simulator {
 namespace {
 
 // Where the handles that are chosen begin, and how far they are apart: like pointers into stacks.
-constexpr uint64_t kFirstHandle = 0x16D0E3000;
-constexpr uint64_t kHandleDistance = 0x8C000;
+constexpr uint64_t kFirstThreadHandle = 0x16D0E3000;
+constexpr uint64_t kThreadHandleDistance = 0x8C000;
 
 // Slots of a new descriptor table.
 constexpr size_t kFirstSlots = 25;
@@ -203,12 +203,12 @@ void RunningProcess::chooseHandles(std::vector<Thread> &threads) const {
   }
   if (pid() == 0) return;
   std::sort(given.begin(), given.end());
-  uint64_t next = kFirstHandle;
+  uint64_t next = kFirstThreadHandle;
   for (Thread &thread : threads) {
     if (thread.handle != 0) continue;
-    while (std::binary_search(given.begin(), given.end(), next)) next += kHandleDistance;
+    while (std::binary_search(given.begin(), given.end(), next)) next += kThreadHandleDistance;
     thread.handle = next;
-    next += kHandleDistance;
+    next += kThreadHandleDistance;
   }
 }
 

@@ -4,7 +4,6 @@
 
 namespace host::simulator {
 
-static constexpr uint32_t kRoot = 0;
 static constexpr int32_t kLaunchd = 1;
 
 SignalEffect effectOf(int signal) {

@@ -7,13 +7,12 @@
 #include "host/simulator/host_answers.h"
 #include "host/simulator/process_answers.h"
 #include "host/simulator/wide.h"
+#include "host/units.h"
 
 namespace host::simulator {
 
 namespace {
 
-constexpr int64_t kNanosecondsPerMicrosecond = 1000;
-constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr uint32_t kExecute = 4;  // of a region's protection
 
 SnapshotThread describeThread(const RunningProcess &process, const Thread &thread,

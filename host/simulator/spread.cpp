@@ -10,8 +10,6 @@ namespace host::simulator {
 
 namespace {
 
-constexpr int64_t kMillion = 1'000'000;
-
 // Every bit of the result depends on every bit of the number.
 uint64_t mixed(uint64_t number) {
   number += 0x9E3779B97F4A7C15;

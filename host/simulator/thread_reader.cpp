@@ -14,7 +14,7 @@ namespace host::simulator {
 namespace {
 
 constexpr size_t kLongestThreadName = darwin::DARWIN_MAXTHREADNAMESIZE - 1;
-constexpr int64_t kMostThreads = 4096;
+constexpr int64_t kMostThreadsOfOne = 4096;
 constexpr size_t kMostFrames = 512;
 constexpr size_t kGeneralRegisters64 = 29;  // x0 to x28
 constexpr size_t kGeneralRegisters32 = 13;  // r0 to r12
@@ -27,7 +27,8 @@ constexpr Word kStates[] = {{"running", darwin::TH_STATE_RUNNING},
                             {"waiting", darwin::TH_STATE_WAITING},
                             {"uninterruptible", darwin::TH_STATE_UNINTERRUPTIBLE},
                             {"halted", darwin::TH_STATE_HALTED}};
-constexpr Word kFlags[] = {{"swapped", darwin::TH_FLAGS_SWAPPED}, {"idle", darwin::TH_FLAGS_IDLE}};
+constexpr Word kThreadFlags[] = {{"swapped", darwin::TH_FLAGS_SWAPPED},
+                                 {"idle", darwin::TH_FLAGS_IDLE}};
 
 void readTime(TableReader &reader, std::string_view key, Figure &figure, bool &isGiven) {
   if (const Field field = reader.find(key)) {
@@ -86,7 +87,7 @@ ThreadEntry readThread(const Field &field, const ThreadDefaults &defaults) {
   TableReader reader(field);
   ThreadEntry entry = plainThreads(defaults, 1, field.place());
   Thread &thread = entry.item;
-  reader.number("copies", entry.copies, 1, kMostThreads);
+  reader.number("copies", entry.copies, 1, kMostThreadsOfOne);
   readText(reader.find("name"), kLongestThreadName, thread, entry.patterns, &Thread::name);
   if (const Field state = reader.find("state")) {
     thread.state =
@@ -99,7 +100,7 @@ ThreadEntry readThread(const Field &field, const ThreadDefaults &defaults) {
   reader.number("current-priority", thread.currentPriority, 0, kLargestPriority);
   reader.number("largest-priority", thread.largestPriority, 0, kLargestPriority);
   reader.oneOf("policy", thread.policy, kPolicies);
-  reader.severalOf("flags", thread.flags, kFlags);
+  reader.severalOf("flags", thread.flags, kThreadFlags);
   reader.read("asleep", thread.sleepTime, readAsleep);
   readOwnNumber(reader, "handle", thread.handle, entry.copies);
   readOwnNumber(reader, "id", thread.id, entry.copies);
@@ -163,7 +164,7 @@ void readThreads(const Field &field, const ThreadDefaults &defaults,
     return;
   }
   const int64_t *number = field.as<int64_t>();
-  if (number == nullptr || *number < 0 || *number > kMostThreads) {
+  if (number == nullptr || *number < 0 || *number > kMostThreadsOfOne) {
     field.fail("a number from 0 to 4096, or an array of tables");
   }
   add(plainThreads(defaults, *number, field.place()));

@@ -31,7 +31,6 @@ namespace host::simulator {
 // Beyond these the arithmetic on figures would not be safe.
 inline constexpr uint64_t kLargestNumber = std::numeric_limits<int64_t>::max();
 inline constexpr int64_t kLongestTime = 1'000'000'000;  // seconds
-inline constexpr int64_t kMillion = 1'000'000;
 
 // A step of the way through the file; the steps before it must outlive it.
 struct Path {

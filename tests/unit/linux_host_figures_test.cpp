@@ -15,6 +15,7 @@
 #include "host/linux/clock.h"
 #include "host/linux/mount_text.h"
 #include "host/linux/processors.h"
+#include "host/units.h"
 
 namespace host::linux_machine {
 namespace {
@@ -277,7 +278,7 @@ TEST(LinuxClock, StartsCountFromTheBootSecond) {
   EXPECT_EQ(startMoment(boot, 0).microseconds, 0u);
   EXPECT_EQ(startMoment(boot, 2 * second + second / 2).seconds, 1002u);
   EXPECT_EQ(startMoment(boot, 2 * second + second / 2).microseconds, 500000u);
-  EXPECT_EQ(ticksToNanoseconds(second), kNanosecondsPerSecond);
+  EXPECT_EQ(ticksToNanoseconds(second), uint64_t{kNanosecondsPerSecond});
   EXPECT_EQ(ticksToNanoseconds(UINT64_MAX), UINT64_MAX);
 }
 

@@ -30,6 +30,7 @@
 #include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
+#include "host/units.h"
 
 namespace host::linux_machine {
 namespace {

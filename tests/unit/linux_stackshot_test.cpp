@@ -20,6 +20,7 @@
 #include "host/darwin/proc_info.h"
 #include "host/linux/linux_machine.h"
 #include "host/posix.h"
+#include "host/units.h"
 #include "tests/unit/kcdata_items.h"
 
 namespace host::linux_machine {
