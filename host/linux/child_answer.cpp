@@ -97,7 +97,7 @@ static bool readAnswer(int input, const ChildLimits &limits, std::vector<uint64_
       words.resize(words.size() + kWordsAtOnce);
     }
     const size_t room = words.size() * sizeof(uint64_t) - filled;
-    const ssize_t got = read(input, reinterpret_cast<char *>(words.data()) + filled, room);
+    const ssize_t got = ::read(input, reinterpret_cast<char *>(words.data()) + filled, room);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return false;
     if (got == 0) break;
