@@ -15,7 +15,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kLong = 60'000;
 
-// Has the word on a thread of its own until it is destroyed.
+// Has the lock on a thread of its own until it is destroyed.
 class OtherDrawer {
  public:
   OtherDrawer() {
@@ -81,30 +81,34 @@ TEST(DrawingLock, WaitEndsWithTheOthersFrame) {
   leaving.join();
 }
 
+// Frames follow each other with next to no time between them, which a thread that only tried again
+// and again would hardly ever hit upon.
 TEST(DrawingLock, WaitingGoesBeforeTheNextFrame) {
-  std::atomic<bool> gotIt{false};
-  std::thread waiting;
-  {
-    ASSERT_TRUE(tryLockDrawing());
-    waiting = std::thread([&] {
-      gotIt.store(lockDrawing(kLong));
-      if (gotIt.load()) unlockDrawing();
-    });
-    // A loop that draws frame after frame without a rest gives way sooner or later.
-    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(60);
-    bool drawing = true;
-    while (!gotIt.load() && Clock::now() < deadline) {
-      if (drawing) unlockDrawing();
-      drawing = tryLockDrawing();
+  constexpr std::chrono::milliseconds kFrame{20};
+  constexpr int kPatience = 5000;
+  std::atomic<bool> hasEnded{false};
+  bool gotIt = false;
+  ASSERT_TRUE(tryLockDrawing());
+  std::thread waiting([&] {
+    gotIt = lockDrawing(kPatience);
+    if (gotIt) unlockDrawing();
+    hasEnded.store(true);
+  });
+  bool drawing = true;
+  while (!hasEnded.load()) {
+    if (drawing) {
+      std::this_thread::sleep_for(kFrame);
+      unlockDrawing();
     }
-    if (drawing) unlockDrawing();
+    drawing = tryLockDrawing();
   }
+  if (drawing) unlockDrawing();
   waiting.join();
-  EXPECT_TRUE(gotIt.load());
+  EXPECT_TRUE(gotIt);
 }
 
 TEST(DrawingLock, IsOneOfMany) {
-  int frames = 0;  // plain on purpose: the word keeps the threads apart
+  int frames = 0;  // plain on purpose: the lock keeps the threads apart
   std::atomic<int> drawn{0};
   std::thread threads[4];
   for (std::thread &thread : threads) {
