@@ -15,12 +15,11 @@
 namespace {
 
 using sampled::errorOutputOf;
+using sampled::kPid;
 using sampled::SampledTest;
 using sondex::csFlagsToText;
 using sondex::getCSBlob;
 using sondex::isPidSigned;
-
-constexpr int32_t kPid = 123;
 
 using SigningVerdict = SampledTest;
 

@@ -17,8 +17,9 @@
 #include "darwin/mach_vm.h"
 #include "darwin/sysctl.h"
 #include "darwin/thread_state.h"
-#include "tests/harness/own_tmp.h"
 #include "tests/harness/size_limit.h"
+#include "tests/unit/core_dumps.h"
+#include "tests/unit/freed.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/sampled_machine.h"
 #include "vm/core_dump.h"
@@ -76,42 +77,20 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace sondex;
-using memory_test::byteAt;
+using memory_test::kBinary;
+using memory_test::kFirst;
 using memory_test::makeRegion;
 using sampled::errorOutputOf;
 
-constexpr uint64_t kFirst = 0x100000000;
-constexpr char kBinary[] = "/tmp/CORE";
 constexpr size_t kArgumentArea = 8192;
 
-class CoreDumpAnswers : public memory_test::MemoryTest {
- private:
-  const test::OwnTmp tmp_;
-
+class CoreDumpAnswers : public memory_test::DumpTest {
  protected:
-  CoreDumpAnswers() {
-    machine.pid = static_cast<pid_t>(getpid());
-    path = "/tmp/core." + std::to_string(machine.pid);
-    fs::remove(path);
-  }
   ~CoreDumpAnswers() override {
     g_sysctl = nullptr;
     g_state = nullptr;
     g_read = nullptr;
     g_region = nullptr;
-    fs::remove(path);
-  }
-
-  int dump(int mode = kFullCore) {
-    int result = 0;
-    errors = errorOutputOf([&] { result = dumpCore(machine.pid, 0, mode); });
-    return result;
-  }
-
-  static std::string contentsOf(const std::string &name) {
-    std::ostringstream contents;
-    contents << std::ifstream(name, std::ios::binary).rdbuf();
-    return contents.str();
   }
 
   uint64_t wordAt(size_t offset, size_t size = sizeof(uint32_t)) const {
@@ -121,15 +100,6 @@ class CoreDumpAnswers : public memory_test::MemoryTest {
     if (offset + size <= bytes.size()) memcpy(&value, bytes.data() + offset, size);
     return value;
   }
-
-  static std::string memoryOf(uint64_t address, size_t size) {
-    std::string bytes;
-    for (size_t i = 0; i < size; i++) bytes += static_cast<char>(byteAt(address + i));
-    return bytes;
-  }
-
-  std::string path;
-  std::string errors;
 };
 
 struct Step {
@@ -268,8 +238,7 @@ TEST_F(CoreDumpAnswers, ReadProcessMemoryTellsWhatWasRead) {
     *copied = 40;
     return 0;
   };
-  const std::unique_ptr<void, decltype(&std::free)> memory(readProcessMemory(1, kFirst, &size),
-                                                           &std::free);
+  const std::unique_ptr<void, Freed> memory(readProcessMemory(1, kFirst, &size));
   ASSERT_NE(memory, nullptr);
   EXPECT_EQ(size, 40u);
   EXPECT_EQ(std::string(static_cast<const char *>(memory.get()), 100),

@@ -12,8 +12,9 @@
 #include <thread>
 
 #include "darwin/macho.h"
-#include "tests/harness/own_tmp.h"
 #include "tests/harness/size_limit.h"
+#include "tests/unit/core_dumps.h"
+#include "tests/unit/freed.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/sampled_machine.h"
@@ -23,44 +24,15 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace sondex;
-using memory_test::byteAt;
-using memory_test::kPid;
+using memory_test::kBinary;
+using memory_test::kFirst;
 using memory_test::makeRegion;
 using sampled::errorOutputOf;
 using sampled::outputOf;
 
-constexpr uint64_t kFirst = 0x100000000;
-constexpr char kBinary[] = "/tmp/CORE";
-
-struct Freed {
-  void operator()(void *memory) const { std::free(memory); }
-};
-
-class CoreDumpTest : public memory_test::MemoryTest {
- private:
-  const test::OwnTmp tmp_;
-
+class CoreDumpTest : public memory_test::DumpTest {
  protected:
-  CoreDumpTest() {
-    machine.pid = static_cast<pid_t>(getpid());
-    path = "/tmp/core." + std::to_string(machine.pid);
-    fs::remove(path);
-  }
-  ~CoreDumpTest() override { fs::remove(path); }
-
-  int dump(int mode = kFullCore) {
-    int result = 0;
-    errors = errorOutputOf([&] { result = dumpCore(machine.pid, 0, mode); });
-    return result;
-  }
-
   std::string core() const { return contentsOf(path); }
-
-  static std::string contentsOf(const std::string &name) {
-    std::ostringstream contents;
-    contents << std::ifstream(name, std::ios::binary).rdbuf();
-    return contents.str();
-  }
 
   template <typename T>
   static T at(const std::string &bytes, size_t offset) {
@@ -68,12 +40,6 @@ class CoreDumpTest : public memory_test::MemoryTest {
     EXPECT_LE(offset + sizeof value, bytes.size());
     if (offset + sizeof value <= bytes.size()) memcpy(&value, bytes.data() + offset, sizeof value);
     return value;
-  }
-
-  static std::string memoryOf(uint64_t address, size_t size) {
-    std::string bytes;
-    for (size_t i = 0; i < size; i++) bytes += static_cast<char>(byteAt(address + i));
-    return bytes;
   }
 
   static darwin::arm_thread_state64_t registers64(uint64_t from) {
@@ -96,9 +62,6 @@ class CoreDumpTest : public memory_test::MemoryTest {
     state.__cpsr = 0x10;
     return state;
   }
-
-  std::string path;
-  std::string errors;
 };
 
 std::string le32(uint32_t value) {

@@ -8,9 +8,9 @@
 #include <limits>
 #include <string>
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using host::DictionaryEntry;
 using host::liveObjects;
 using host::makeArray;
@@ -264,3 +264,4 @@ TEST_F(CoreFoundation, PropertyListOfAnythingElseIsNone) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -18,10 +18,9 @@ namespace {
 
 using namespace sondex;
 using sampled::errorOutputOf;
+using sampled::kPid;
 using sampled::outputOf;
 using sampled::Variable;
-
-constexpr int32_t kPid = 123;
 
 // A machine of one process, which answers with the details put down here.
 class DescriptorMachine : public fake_machine::FakeMachine {

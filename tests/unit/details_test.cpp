@@ -39,7 +39,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr int32_t kPid = 40;
+constexpr int32_t kHello = 40;
 constexpr char kDashes[] = "-----------------\n";
 constexpr char kWarning[] = "Warning: Unable to get task port - Statistics will be limited\n";
 constexpr char kIdentity[] =
@@ -76,12 +76,12 @@ class InspectedMachine : public sampled::SampledMachine {
 class Details : public fake_machine::MachineTest<InspectedMachine> {
  protected:
   Details() {
-    darwin::proc_bsdinfo &process = machine.add(kPid, "Hello").info.pbsd;
+    darwin::proc_bsdinfo &process = machine.add(kHello, "Hello").info.pbsd;
     process.pbi_ppid = 1;
     process.pbi_status = darwin::SSLEEP;
     process.pbi_flags = darwin::PROC_FLAG_LP64;
     record_ = static_cast<ProcessRecord *>(std::calloc(1, sizeof(ProcessRecord)));
-    record_->taskAllInfo = machine.processes[kPid].info;
+    record_->taskAllInfo = machine.processes[kHello].info;
   }
   ~Details() override {
     releaseRecord(record_);
@@ -107,7 +107,7 @@ class Details : public fake_machine::MachineTest<InspectedMachine> {
   }
 
   void setTraffic(uint64_t received, uint64_t sent) {
-    store(process_pid_info[3], kPid);
+    store(process_pid_info[3], kHello);
     store(process_ntstat_info[3].received, received);
     store(process_ntstat_info[3].sent, sent);
   }
@@ -143,7 +143,7 @@ TEST_F(Details, PrintEverySection) {
   setTraffic(25'000'000, 900);
   ProcessRecord *table = allocateProcessTable(3);
   table[0].taskAllInfo.pbsd.pbi_pid = 41;
-  table[0].taskAllInfo.pbsd.pbi_ppid = kPid;
+  table[0].taskAllInfo.pbsd.pbi_ppid = kHello;
   std::strcpy(table[0].taskAllInfo.pbsd.pbi_comm, "child");
 
   EXPECT_EQ(plain({table, 1}),
@@ -368,7 +368,7 @@ TEST_F(Details, OfTheKernelHaveNoHierarchy) {
   EXPECT_EQ(errorOutputOf([&] { text = plain(); }), "sysctl:PROCARGS: Invalid argument\n");
   EXPECT_THAT(text, Not(HasSubstr("Hierarchy")));
   // Nor has it one where the kernel does tell what it was started with.
-  record_->taskAllInfo.pbsd.pbi_pid = kPid;
+  record_->taskAllInfo.pbsd.pbi_pid = kHello;
   machine.whenAskedForArguments = [this] { record_->taskAllInfo.pbsd.pbi_pid = 0; };
   EXPECT_THAT(plain(), HasSubstr("\nThread Info:\n\n\n0 File descriptors: "));
 }
@@ -376,7 +376,7 @@ TEST_F(Details, OfTheKernelHaveNoHierarchy) {
 TEST_F(Details, HaveTheRelativesOfTheLastRefreshWithoutATable) {
   ProcessRecord *shown = allocateProcessTable(2);
   shown[0].taskAllInfo.pbsd.pbi_pid = 90;
-  shown[0].taskAllInfo.pbsd.pbi_ppid = kPid;
+  shown[0].taskAllInfo.pbsd.pbi_ppid = kHello;
   store(g_previous_process_information, shown);
   store(previous_num_procs, 1);
   EXPECT_THAT(plain(), HasSubstr("Hierarchy:\n 40    Hello \n +- 90    \n"));
@@ -532,7 +532,7 @@ TEST_F(DetailsScreen, HasNoHierarchyToShowOfTheKernel) {
 }
 
 TEST_F(DetailsScreen, BeginsTheDescriptorsOnALineOfTheirOwn) {
-  sampled::SampledMachine::addDescriptor(machine.processes[kPid], darwin::PROX_FDTYPE_PIPE);
+  sampled::SampledMachine::addDescriptor(machine.processes[kHello], darwin::PROX_FDTYPE_PIPE);
   EXPECT_THAT(afterKeys("f"), ContainsRegex("\n1 File descriptors:\n +0. +pipe"));
 }
 
@@ -644,7 +644,7 @@ TEST_F(DetailsScreen, FitsAnyTerminal) {
 }
 
 TEST_F(DetailsScreen, AsksAnewAfterEachKey) {
-  sampled::Process &process = machine.processes[kPid];
+  sampled::Process &process = machine.processes[kHello];
   process.info.ptinfo.pti_threadnum = 12;
   process.queue = {2, 1, 0, 0};
   process.sandboxed = 1;
@@ -721,14 +721,14 @@ class DetailsFromTheList : public DetailsScreen {
     ProcessRecord *retired = load(g_previous_process_information);
     ProcessRecord *table = allocateProcessTable(2);
     ASSERT_NE(table, nullptr);
-    table[0].taskAllInfo.pbsd.pbi_pid = kPid;
+    table[0].taskAllInfo.pbsd.pbi_pid = kHello;
     table[0].taskAllInfo.pbsd.pbi_status = darwin::SSLEEP;
     std::strcpy(table[0].taskAllInfo.pbsd.pbi_comm, "Hello");
     table[0].numFDs = 1;
     table[0].fds[0] = {0, darwin::PROX_FDTYPE_VNODE};
     table[0].fdDetails = static_cast<uint8_t *>(std::calloc(1, kFDDetailSize));
     table[1].taskAllInfo.pbsd.pbi_pid = 41;
-    table[1].taskAllInfo.pbsd.pbi_ppid = kPid;
+    table[1].taskAllInfo.pbsd.pbi_ppid = kHello;
     std::strcpy(table[1].taskAllInfo.pbsd.pbi_comm, "child");
     setCurrentTable({table, 2});
     setPreviousTable({table, 2});

@@ -14,17 +14,17 @@ using namespace host::simulator;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct Row {
+struct MistakeCase {
   const char *name;
   const char *text;
   const char *mistake;  // after the file's name
 };
 
-std::string nameOf(const testing::TestParamInfo<Row> &info) {
+std::string nameOf(const testing::TestParamInfo<MistakeCase> &info) {
   return info.param.name;
 }
 
-class DeviceFileMistake : public testing::TestWithParam<Row> {};
+class DeviceFileMistake : public testing::TestWithParam<MistakeCase> {};
 
 TEST_P(DeviceFileMistake, IsToldInFull) {
   EXPECT_EQ(mistakeIn(GetParam().text), std::string(kFile) + GetParam().mistake);
@@ -38,7 +38,7 @@ TEST_P(DeviceFileMistake, IsToldInFull) {
 
 #define A_ZONE "a time zone such as \"UTC\" or \"CET-1CEST,M3.5.0,M10.5.0/3\""
 
-const Row kTables[] = {
+const MistakeCase kTables[] = {
     {"NotToml", "name = \"a\"\n\nname = 3\n",
      ":3: Error while parsing key-value pair: cannot redefine existing string 'name'"},
     {"NoProcess", "name = \"a\"\n", ": process: is missing; expected an array of tables"},
@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(Tables, DeviceFileMistake, testing::ValuesIn(kTables), 
 
 #define A_PROCESS "[[process]]\nname = \"a\"\n"
 
-const Row kProcesses[] = {
+const MistakeCase kProcesses[] = {
     {"NoName", "[[process]]\npid = 1\n",
      ":1: process[0]: has neither `name` nor `names`; expected one of them"},
     {"NameBesideNames", "[[process]]\nname = \"a\"\nnames = [\"b\"]\n",
@@ -336,7 +336,7 @@ TEST(DeviceFileMistakes, UnknownKeysMuchLikeSeveralNameThose) {
 
 #define AN_EVENT A_PROCESS "[[event]]\n"
 
-const Row kEvents[] = {
+const MistakeCase kEvents[] = {
     {"WithoutDo", AN_EVENT "at = 3\n", ":3: event[0].do: is missing; expected what happens"},
     {"Do", AN_EVENT "do = \"jump\"\n",
      ":4: event[0].do: found \"jump\"; expected one of \"start\", \"exit\", \"fork\", \"exec\", "
@@ -379,7 +379,7 @@ const Row kEvents[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Events, DeviceFileMistake, testing::ValuesIn(kEvents), nameOf);
 
-const Row kKinds[] = {
+const MistakeCase kKinds[] = {
     {"NoKey", "= 3\n",
      ":1: Error while parsing root table: expected keys, tables, whitespace or comments, saw '='"},
     {"HeadNotClosed", "\n[[process]\n",

@@ -15,10 +15,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
-const std::string kProcess = "\n[[process]]\nname = \"launchd\"\n";
-
 Device withTable(const std::string &text) {
-  return deviceOf(text + kProcess);
+  return deviceOf(text + "\n[[process]]\nname = \"launchd\"\n");
 }
 
 TEST(DeviceFile, HasDefaultsForEverythingButProcesses) {

@@ -14,9 +14,9 @@
 #include "host/darwin/ntstat.h"
 #include "tests/unit/network_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::makeSource;
 using entry_test::NetworkTest;
 
@@ -238,3 +238,4 @@ TEST_F(ControlSocket, OtherSocketsAreThisSystems) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -7,9 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+namespace darwin {
 namespace {
-
-using namespace darwin;
 
 TEST(Errno, DarwinsNumbersAreNamedByTheirMeaning) {
   host::setErrno(DARWIN_ENOTSUP);
@@ -46,3 +45,4 @@ TEST(Errno, NumbersThatAgreeStay) {
 }
 
 }  // namespace
+}  // namespace darwin

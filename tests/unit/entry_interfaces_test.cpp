@@ -11,9 +11,9 @@
 #include "host/darwin/interfaces.h"
 #include "tests/unit/network_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::NetworkTest;
 
 class InterfaceList : public NetworkTest {
@@ -229,3 +229,4 @@ TEST_F(WirelessRequest, Failures) {
 }
 
 }  // namespace
+}  // namespace darwin

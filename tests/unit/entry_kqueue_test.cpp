@@ -16,9 +16,9 @@
 #include "host/darwin/kqueue.h"
 #include "tests/unit/fake_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -398,3 +398,4 @@ TEST_F(Kqueue, ExceptionsAreLackOfMemory) {
 }
 
 }  // namespace
+}  // namespace darwin

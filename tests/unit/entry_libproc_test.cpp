@@ -9,9 +9,9 @@
 #include "host/darwin/syscalls.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::EntryTest;
 
 constexpr int kPid = 77;
@@ -724,3 +724,4 @@ TEST_F(Rusage, RefusalsExceptionsAndNullBuffers) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -6,13 +6,13 @@
 #include "host/entry/ports.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::EntryTest;
+using fake_machine::kNoPort;
 
 constexpr int32_t kFill = 0x5a5a5a5a;
-constexpr mach_port_t kNoPort = 0xdead;
 
 struct Words {
   Words() {
@@ -62,16 +62,17 @@ TEST_F(MachHost, RootGetsAnotherPortThanOthers) {
   EXPECT_EQ(mach_host_self(), host::kHostPort);
 }
 
-struct Room {
+struct CountCase {
   mach_msg_type_number_t asked;
   kern_return_t result;
   mach_msg_type_number_t given;
 };
 
 TEST_F(MachHost, BasicInfoComesInTwoLengths) {
-  constexpr Room kRooms[] = {{0, KERN_FAILURE, 0},  {4, KERN_FAILURE, 4},   {5, KERN_SUCCESS, 5},
-                             {11, KERN_SUCCESS, 5}, {12, KERN_SUCCESS, 12}, {48, KERN_SUCCESS, 12}};
-  for (const Room &row : kRooms) {
+  constexpr CountCase kCases[] = {{0, KERN_FAILURE, 0},   {4, KERN_FAILURE, 4},
+                                  {5, KERN_SUCCESS, 5},   {11, KERN_SUCCESS, 5},
+                                  {12, KERN_SUCCESS, 12}, {48, KERN_SUCCESS, 12}};
+  for (const CountCase &row : kCases) {
     SCOPED_TRACE(row.asked);
     out = Words();
     mach_msg_type_number_t count = row.asked;
@@ -84,10 +85,10 @@ TEST_F(MachHost, BasicInfoComesInTwoLengths) {
 }
 
 TEST_F(MachHost, MemoryStatisticsComeInTwoLengths) {
-  constexpr Room kRooms[] = {{0, KERN_FAILURE, 0},   {23, KERN_FAILURE, 23},
-                             {24, KERN_SUCCESS, 24}, {37, KERN_SUCCESS, 24},
-                             {38, KERN_SUCCESS, 38}, {152, KERN_SUCCESS, 38}};
-  for (const Room &row : kRooms) {
+  constexpr CountCase kCases[] = {{0, KERN_FAILURE, 0},   {23, KERN_FAILURE, 23},
+                                  {24, KERN_SUCCESS, 24}, {37, KERN_SUCCESS, 24},
+                                  {38, KERN_SUCCESS, 38}, {152, KERN_SUCCESS, 38}};
+  for (const CountCase &row : kCases) {
     SCOPED_TRACE(row.asked);
     out = Words();
     mach_msg_type_number_t count = row.asked;
@@ -231,3 +232,4 @@ TEST_F(MachHost, NoProcessorsOrAbsurdlyManyIsAFailure) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -6,25 +6,24 @@
 #include "host/entry/core_foundation.h"
 #include "tests/unit/memory_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
-using memory_test::kPid;
+using fake_machine::kNoPort;
+using memory_test::kMappedPid;
 using memory_test::makeRegion;
-
-constexpr mach_port_t kNoPort = 0x77;
 
 class MachTaskTest : public memory_test::MemoryTest {
  protected:
   // Given back at the end of the test.
   mach_port_t openTask() {
     mach_port_t task = 0;
-    EXPECT_EQ(task_for_pid(mach_task_self_, kPid, &task), KERN_SUCCESS);
+    EXPECT_EQ(task_for_pid(mach_task_self_, kMappedPid, &task), KERN_SUCCESS);
     opened_.push_back(task);
     return task;
   }
   mach_port_t openThread(uint64_t id) {
-    opened_.push_back(host::openPort({host::PortKind::kThread, kPid, id}));
+    opened_.push_back(host::openPort({host::PortKind::kThread, kMappedPid, id}));
     return opened_.back();
   }
   void TearDown() override {
@@ -42,13 +41,13 @@ TEST_F(MachTaskTest, TaskPortsAreForThoseWhoMay) {
   machine.pid = 0;
   EXPECT_EQ(task_for_pid(mach_task_self_, 0, &port), KERN_FAILURE);
   EXPECT_EQ(port, 0u);
-  machine.pid = kPid;
+  machine.pid = kMappedPid;
   port = kNoPort;
-  EXPECT_EQ(task_for_pid(mach_task_self_, kPid + 1, &port), KERN_FAILURE);
+  EXPECT_EQ(task_for_pid(mach_task_self_, kMappedPid + 1, &port), KERN_FAILURE);
   EXPECT_EQ(port, 0u);
   machine.givesTask = false;
-  EXPECT_EQ(task_for_pid(mach_task_self_, kPid, &port), KERN_FAILURE);
-  EXPECT_EQ(task_name_for_pid(mach_task_self_, kPid, &port), KERN_SUCCESS);
+  EXPECT_EQ(task_for_pid(mach_task_self_, kMappedPid, &port), KERN_FAILURE);
+  EXPECT_EQ(task_name_for_pid(mach_task_self_, kMappedPid, &port), KERN_SUCCESS);
   EXPECT_EQ(mach_port_deallocate(mach_task_self_, port), KERN_SUCCESS);
   EXPECT_EQ(mach_port_deallocate(mach_task_self_, port), 15);
 }
@@ -59,7 +58,7 @@ TEST_F(MachTaskTest, APortHasOneNameAndCountsItsReferences) {
   EXPECT_EQ(openTask(), task);
   EXPECT_EQ(host::openPorts(), before + 1);
   mach_port_t name = 0;
-  EXPECT_EQ(task_name_for_pid(mach_task_self_, kPid, &name), KERN_SUCCESS);
+  EXPECT_EQ(task_name_for_pid(mach_task_self_, kMappedPid, &name), KERN_SUCCESS);
   EXPECT_NE(name, task);
   mach_port_deallocate(mach_task_self_, name);
 }
@@ -195,7 +194,7 @@ TEST_F(MachTaskTest, RegionsHaveAsManyWordsAsKernelAndCallerKnow) {
 TEST_F(MachTaskTest, NothingIsKnownOfWhatOthersDid) {
   machine.threads[5] = arm_thread_state64_t{};
   mach_port_t name = 0;
-  ASSERT_EQ(task_name_for_pid(mach_task_self_, kPid, &name), KERN_SUCCESS);
+  ASSERT_EQ(task_name_for_pid(mach_task_self_, kMappedPid, &name), KERN_SUCCESS);
   integer_t info[16] = {};
   for (mach_msg_type_number_t count : {16u, 64u}) {
     EXPECT_EQ(task_info(openTask(), TASK_EXTMOD_INFO, info, &count), KERN_FAILURE);
@@ -228,7 +227,7 @@ TEST_F(MachTaskTest, OfAProcessThatIsGoneNothingIsWritten) {
   machine.regions = {makeRegion(0x4000, 0x1000)};
   const mach_port_t task = openTask();
   const mach_port_t thread = openThread(5);
-  machine.pid = kPid + 1;
+  machine.pid = kMappedPid + 1;
   machine.threads.clear();
 
   auto *const untouched = reinterpret_cast<thread_act_t *>(8);
@@ -280,3 +279,4 @@ TEST_F(MachTaskTest, KernelExtensionsByIdentifier) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -10,9 +10,9 @@
 #include "host/entry/kernel.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::EntryTest;
 
 using Entries = std::vector<memorystatus_priority_entry>;
@@ -200,3 +200,4 @@ TEST_F(MemoryStatus, LevelFailures) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -6,9 +6,9 @@
 #include "host/darwin/errors.h"
 #include "tests/unit/network_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::makeSource;
 using entry_test::NetworkTest;
 using host::NetworkStatistics;
@@ -287,3 +287,4 @@ TEST_F(SubscribedService, ARepeatedSourceIsOne) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -17,9 +17,9 @@
 #include "host/posix.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::EntryTest;
 
 static_assert(sizeof(utsname) == 1280 && offsetof(utsname, version) == 768);
@@ -372,3 +372,4 @@ TEST(LiveCaller, IsTheOneOfThisSystem) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -7,9 +7,8 @@
 #include "host/darwin/errors.h"
 #include "tests/unit/fake_machine.h"
 
+namespace darwin {
 namespace {
-
-using namespace darwin;
 
 class PressedMachine : public fake_machine::FakeMachine {
  public:
@@ -78,3 +77,4 @@ TEST_F(PressureMonitor, Failures) {
 }
 
 }  // namespace
+}  // namespace darwin

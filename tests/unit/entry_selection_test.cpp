@@ -11,9 +11,9 @@
 #include "host/selection.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
 
@@ -150,3 +150,4 @@ TEST_F(NothingSupported, EveryQuestionIsRefused) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -6,9 +6,9 @@
 #include "host/darwin/errors.h"
 #include "tests/unit/entry_machine.h"
 
+namespace darwin {
 namespace {
 
-using namespace darwin;
 using entry_test::EntryTest;
 
 struct Variable {
@@ -267,3 +267,4 @@ TEST_F(ProcessArguments, AMachineThatWasNotTaughtThemHasNoSuchVariable) {
 }
 
 }  // namespace
+}  // namespace darwin

@@ -18,6 +18,9 @@ namespace fake_machine {
 // What the machine's own system calls leave in errno: it must never reach a caller.
 inline constexpr int kForeignErrno = 4711;
 
+// No port has this name.
+inline constexpr darwin::mach_port_t kNoPort = 0xdead;
+
 class FakeMachine : public host::Machine {
  public:
   // Answer of every question that can be refused; the fields count only while it is kAnswered.

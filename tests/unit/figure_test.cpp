@@ -13,9 +13,9 @@ using host::simulator::addSaturating;
 using host::simulator::Figure;
 using host::simulator::Nanoseconds;
 
-constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
-constexpr int64_t kLargest = std::numeric_limits<int64_t>::max();
-constexpr int64_t kSmallest = std::numeric_limits<int64_t>::min();
+constexpr uint64_t kMostCount = std::numeric_limits<uint64_t>::max();
+constexpr int64_t kLargestNumber = std::numeric_limits<int64_t>::max();
+constexpr int64_t kSmallestNumber = std::numeric_limits<int64_t>::min();
 
 Figure swinging(uint64_t start, uint64_t swing, Nanoseconds period) {
   Figure figure(start);
@@ -93,11 +93,11 @@ TEST(FigureTest, ALaterFigureIsTheSameLater) {
 }
 
 TEST(FigureTest, WhatDoesNotFitIsCutOff) {
-  EXPECT_EQ(Figure::growing(kMost - 5, 10).at(1s), kMost);
-  EXPECT_EQ(swinging(kMost, kMost, 4s).at(1s), kMost);
-  EXPECT_EQ(swinging(kMost, kMost, 4s).at(3s), 0U);
-  EXPECT_EQ(Figure::growing(0, kLargest).growth, kLargest);
-  EXPECT_EQ(Figure::growing(0, kSmallest).growth, kSmallest);
+  EXPECT_EQ(Figure::growing(kMostCount - 5, 10).at(1s), kMostCount);
+  EXPECT_EQ(swinging(kMostCount, kMostCount, 4s).at(1s), kMostCount);
+  EXPECT_EQ(swinging(kMostCount, kMostCount, 4s).at(3s), 0U);
+  EXPECT_EQ(Figure::growing(0, kLargestNumber).growth, kLargestNumber);
+  EXPECT_EQ(Figure::growing(0, kSmallestNumber).growth, kSmallestNumber);
   EXPECT_EQ(addSaturating(Nanoseconds::max(), 1ns), Nanoseconds::max());
   EXPECT_EQ(addSaturating(Nanoseconds::min(), -1ns), Nanoseconds::min());
   EXPECT_EQ(Figure(1).later(Nanoseconds::max()).later(1ns).from, Nanoseconds::max());
@@ -106,9 +106,9 @@ TEST(FigureTest, WhatDoesNotFitIsCutOff) {
 // A growth of 2^63 millionths over 2^64 - 1 nanoseconds is 170141183460 and a bit times 10^12.
 TEST(FigureTest, TheLargestProductsAreExact) {
   Figure figure;
-  figure.growth = kSmallest;
+  figure.growth = kSmallestNumber;
   figure.from = Nanoseconds::max();
-  EXPECT_EQ(figure.at(Nanoseconds::min()), kMost);
+  EXPECT_EQ(figure.at(Nanoseconds::min()), kMostCount);
   figure.growth = 1'000'000;
   figure.from = Nanoseconds::min();
   EXPECT_EQ(figure.at(Nanoseconds::max()), 18'446'744'073U);
@@ -118,8 +118,9 @@ TEST(FigureTest, TheLargestProductsAreExact) {
 }
 
 TEST(FigureTest, EveryValueOfEveryFieldIsDefined) {
-  const std::vector<uint64_t> counts = {0, 1, kMost / 2, kMost};
-  const std::vector<int64_t> numbers = {kSmallest, kSmallest + 1, -1, 0, 1, kLargest - 1, kLargest};
+  const std::vector<uint64_t> counts = {0, 1, kMostCount / 2, kMostCount};
+  const std::vector<int64_t> numbers = {kSmallestNumber,    kSmallestNumber + 1, -1, 0, 1,
+                                        kLargestNumber - 1, kLargestNumber};
   size_t figures = 0;
   for (const uint64_t start : counts) {
     for (const uint64_t swing : counts) {

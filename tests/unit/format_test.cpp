@@ -8,21 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/freed.h"
+#include "tests/unit/size_units.h"
+
 namespace {
 
 using namespace sondex;
 
-constexpr uint64_t kKilo = 1024;
-constexpr uint64_t kMega = 1024 * kKilo;
-constexpr uint64_t kGiga = 1024 * kMega;
-
-struct SizeCase {
-  uint64_t bytes;
+struct ShownNumber {
+  uint64_t number;
   const char *text;
 };
 
 TEST(PrintSize, TextsOfSingleCounts) {
-  const SizeCase cases[] = {
+  const ShownNumber cases[] = {
       // Bytes up to 9999.
       {0, "    0B"},
       {1, "    1B"},
@@ -68,7 +67,7 @@ TEST(PrintSize, TextsOfSingleCounts) {
       {uint64_t{1} << 63, "8589934592G"},
       {UINT64_MAX, "17179869184G"},
   };
-  for (const SizeCase &row : cases) EXPECT_STREQ(printSize(row.bytes), row.text) << row.bytes;
+  for (const ShownNumber &row : cases) EXPECT_STREQ(printSize(row.number), row.text) << row.number;
 }
 
 // The same rules in whole numbers, which is exact below 2^53.
@@ -169,14 +168,14 @@ TEST(SecsToTimeString, TextsOfSingleTimes) {
 }
 
 TEST(SecsToTimeString, HundredthsComeFromUnitsOfHundredNanoseconds) {
-  const SizeCase cases[] = {
+  const ShownNumber cases[] = {
       {0, "   07.00"},        {99999, "   07.00"},      {100000, "   07.01"},
       {199999, "   07.01"},   {1000000, "   07.10"},    {9900000, "   07.99"},
       {9999999, "   07.99"},  {10000000, "   07.00"},  // a whole second is not carried over
       {10100000, "   07.01"}, {UINT64_MAX, "   07.95"},
   };
-  for (const SizeCase &row : cases) {
-    EXPECT_STREQ(secsToTimeString(7, row.bytes, 0), row.text) << row.bytes;
+  for (const ShownNumber &row : cases) {
+    EXPECT_STREQ(secsToTimeString(7, row.number, 0), row.text) << row.number;
   }
 }
 
@@ -237,13 +236,10 @@ TEST(SecsToTimeString, NextCallOverwritesTheTextButNotThatOfASize) {
   EXPECT_STREQ(size, "  512B");
 }
 
-struct Freed {
-  void operator()(char *text) const { std::free(text); }
-};
 using HeapText = std::unique_ptr<char, Freed>;
 
 TEST(NsecsToTimeString, TextsOfSingleTimes) {
-  const SizeCase cases[] = {
+  const ShownNumber cases[] = {
       {0, "   00.00"},
       {1, "   00.00"},
       {9999999, "   00.00"},
@@ -259,10 +255,10 @@ TEST(NsecsToTimeString, TextsOfSingleTimes) {
       {86400000000000, " >1 day "},
       {UINT64_MAX, " >1 day "},
   };
-  for (const SizeCase &row : cases) {
-    const HeapText text(nsecsToTimeString(row.bytes));
+  for (const ShownNumber &row : cases) {
+    const HeapText text(nsecsToTimeString(row.number));
     ASSERT_NE(text, nullptr);
-    EXPECT_STREQ(text.get(), row.text) << row.bytes;
+    EXPECT_STREQ(text.get(), row.text) << row.number;
   }
 }
 

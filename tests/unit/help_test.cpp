@@ -18,7 +18,7 @@ namespace {
 
 using namespace sondex;
 
-const std::string kHeader =
+const std::string kTitle =
     "\nThis is Z's Sondex v2 (TLV)\n\n"
     "inverse indicates currently selected configuration options\n\n"
     "   Key       \tFunction\n";
@@ -70,23 +70,23 @@ std::string plainHelp(int mode) {
 
 TEST(PlainHelp, OfTheList) {
   const DisplayStateGuard state;
-  EXPECT_EQ(plainHelp(1), kHeader + kListKeys + kOtherViews);
+  EXPECT_EQ(plainHelp(1), kTitle + kListKeys + kOtherViews);
 }
 
 TEST(PlainHelp, OfTheListWithGestalt) {
   const DisplayStateGuard state;
   g_gotGestalt = 1;
-  EXPECT_EQ(plainHelp(1), kHeader + kListKeys + kGestaltKey + kOtherViews);
+  EXPECT_EQ(plainHelp(1), kTitle + kListKeys + kGestaltKey + kOtherViews);
 }
 
 TEST(PlainHelp, OfTheDetails) {
   const DisplayStateGuard state;
-  EXPECT_EQ(plainHelp(2), kHeader + kDetailsKeys);
+  EXPECT_EQ(plainHelp(2), kTitle + kDetailsKeys);
 }
 
 TEST(PlainHelp, OfAnyOtherMode) {
   const DisplayStateGuard state;
-  for (const int mode : {0, 3, -1}) EXPECT_EQ(plainHelp(mode), kHeader);
+  for (const int mode : {0, 3, -1}) EXPECT_EQ(plainHelp(mode), kTitle);
 }
 
 std::vector<std::string> rowsOf(const std::string &text) {
@@ -165,7 +165,7 @@ TEST_F(HelpScreen, ShowsTheSameText) {
   g_gotGestalt = 1;
   mvwaddstr(stdscr, CursesScreen::rows() - 1, 7, "what was there before");
   showAndLeave(1);
-  const std::vector<std::string> rows = rowsOf(kHeader + kListKeys + kGestaltKey + kOtherViews);
+  const std::vector<std::string> rows = rowsOf(kTitle + kListKeys + kGestaltKey + kOtherViews);
   for (size_t i = 0; i < rows.size(); i++) {
     EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(static_cast<int>(i))), rows[i]) << "row " << i;
   }
@@ -174,7 +174,7 @@ TEST_F(HelpScreen, ShowsTheSameText) {
 
 TEST_F(HelpScreen, OfTheDetails) {
   showAndLeave(2);
-  const std::vector<std::string> rows = rowsOf(kHeader + kDetailsKeys);
+  const std::vector<std::string> rows = rowsOf(kTitle + kDetailsKeys);
   for (size_t i = 0; i < rows.size(); i++) {
     EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(static_cast<int>(i))), rows[i]) << "row " << i;
   }
@@ -226,7 +226,7 @@ TEST_F(HelpScreen, LongHelpScrolls) {
   showAndLeave(1);
   EXPECT_TRUE(is_scrollok(stdscr));
   EXPECT_TRUE(is_idlok(stdscr));
-  const int last = static_cast<int>(rowsOf(kHeader + kListKeys + kOtherViews).size());
+  const int last = static_cast<int>(rowsOf(kTitle + kListKeys + kOtherViews).size());
   ASSERT_EQ(wresize(stdscr, last - 5, CursesScreen::columns()), OK);
   showAndLeave(1);
   EXPECT_EQ(rowOf("CLI usage: sondex [all|_pid_]"), CursesScreen::rows() - 2);

@@ -19,7 +19,7 @@ namespace {
 using namespace sondex;
 using sampled::outputOf;
 
-struct Process {
+struct FamilyMember {
   int32_t pid;
   int32_t parent;
   const char *name = "p";
@@ -29,7 +29,7 @@ class Hierarchy : public testing::Test {
  protected:
   ~Hierarchy() override { releaseProcessTable(table_); }
 
-  void setTable(const std::vector<Process> &processes) {
+  void setTable(const std::vector<FamilyMember> &processes) {
     releaseProcessTable(table_);
     table_ = allocateProcessTable(processes.size() + 1);
     count_ = static_cast<int32_t>(processes.size());
@@ -52,7 +52,7 @@ class Hierarchy : public testing::Test {
     showProcessHierarchy(&root, {table_, count_}, 0, 0);
   }
 
-  static ProcessRecord recordOf(const Process &process) {
+  static ProcessRecord recordOf(const FamilyMember &process) {
     ProcessRecord record = {};
     setPIDs(&record, process.pid, process.parent);
     std::strncpy(record.taskAllInfo.pbsd.pbi_comm, process.name,
@@ -104,7 +104,7 @@ TEST_F(Hierarchy, HasSiblingsInTheOrderOfTheTable) {
 }
 
 // The families of a device, the parents before their children and after them.
-const std::vector<Process> kFamilies = {
+const std::vector<FamilyMember> kFamilies = {
     {1, 0, "launchd"}, {100001, 10, "wide"}, {10, 1, "sshd"},    {11, 10, "sh"},    {12, 11, "vi"},
     {13, 11, "make"},  {20, 1, "daemon"},    {21, 20, "worker"}, {22, 21, "helper"}};
 

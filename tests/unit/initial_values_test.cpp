@@ -17,7 +17,7 @@ struct Word {
 };
 
 // Taken before any test runs: others change them.
-const Word kWords[] = {
+const Word kSharedWords[] = {
     {"wantCurses", load(wantCurses), 0},
     {"cursesFailed", load(cursesFailed), 1},
     {"g_Delay", load(g_Delay), 10},
@@ -55,7 +55,7 @@ const Word kWords[] = {
 };
 
 TEST(InitialValues, OfTheSharedWords) {
-  for (const Word &word : kWords) EXPECT_EQ(word.atStart, word.expected) << word.name;
+  for (const Word &word : kSharedWords) EXPECT_EQ(word.atStart, word.expected) << word.name;
 }
 
 TEST(InitialValues, OfTheIdentification) {

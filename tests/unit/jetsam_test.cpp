@@ -6,6 +6,7 @@
 #include <random>
 
 #include "darwin/errors.h"
+#include "tests/unit/freed.h"
 #include "tests/unit/sampled_machine.h"
 
 namespace {
@@ -15,9 +16,6 @@ using sampled::errorOutputOf;
 using sampled::SampledTest;
 using Entry = darwin::memorystatus_priority_entry;
 
-struct Freed {
-  void operator()(JetsamList *list) const { std::free(list); }
-};
 using List = std::unique_ptr<JetsamList, Freed>;
 
 class JetsamTest : public SampledTest {

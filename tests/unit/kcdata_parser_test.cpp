@@ -1,12 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 
 #include "kcdata/parser.h"
 #include "tests/unit/kcdata_bytes.h"
+#include "tests/unit/sampled_machine.h"
 #include "text/safe_text.h"
 
 namespace {
@@ -15,16 +15,9 @@ using namespace sondex;
 using kcdata_test::Bytes;
 using kcdata_test::Exact;
 using kcdata_test::opened;
+using sampled::outputOf;
 using testing::EndsWith;
 using testing::StartsWith;
-
-template <typename Procedure>
-std::string outputOf(Procedure &&procedure) {
-  testing::internal::CaptureStdout();
-  procedure();
-  std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
 
 std::string parsed(const Bytes &bytes, uint32_t flags = 0, uint32_t threadsOnly = 0) {
   const Exact buffer(bytes);
@@ -54,15 +47,15 @@ Printed element(uint32_t type, const Bytes &bytes) {
   return printed;
 }
 
-Bytes task(int32_t pid, std::string_view name, uint64_t size) {
+Bytes taskPayload(int32_t pid, std::string_view name, uint64_t size) {
   return Bytes().upTo(40).u64(size).upTo(84).word(pid).text(name).upTo(120);
 }
 
-Bytes thread(uint64_t id, uint64_t continuation) {
+Bytes threadPayload(uint64_t id, uint64_t continuation) {
   return Bytes().u64(id).u64(0xEEEE).u64(continuation).upTo(128);
 }
 
-Bytes group(uint64_t id, std::string_view name, uint64_t flags) {
+Bytes groupPayload(uint64_t id, std::string_view name, uint64_t flags) {
   return Bytes().u64(id).text(name).upTo(24).u64(flags).text("more of a name").upTo(48);
 }
 
@@ -76,9 +69,9 @@ TEST(KcdataElement, LoadedImage) {
 }
 
 TEST(KcdataElement, Task) {
-  EXPECT_EQ(element(2309, task(321, "backboardd", 5000000000)),
+  EXPECT_EQ(element(2309, taskPayload(321, "backboardd", 5000000000)),
             (Printed{"\tCOMM: backboardd\tPID: 321, Task Size: 5000000000\n", 8}));
-  EXPECT_EQ(element(2309, task(-1, std::string(32, 'n'), ~uint64_t{0})).text,
+  EXPECT_EQ(element(2309, taskPayload(-1, std::string(32, 'n'), ~uint64_t{0})).text,
             "\tCOMM: " + std::string(32, 'n') + "\tPID: -1, Task Size: -1\n");
 }
 
@@ -115,10 +108,10 @@ TEST(KcdataElement, Times) {
 }
 
 TEST(KcdataElement, ThreadGroup) {
-  EXPECT_EQ(element(2334, group(0x1F, "com.apple.x", 0x8000000000000001)),
+  EXPECT_EQ(element(2334, groupPayload(0x1F, "com.apple.x", 0x8000000000000001)),
             (Printed{"ID: 0x1f, Name: com.apple.x, Flags: 0x8000000000000001\n", 48}));
   // A name of full length ends before the flags.
-  EXPECT_EQ(element(2334, group(1, "0123456789abcdef", 0x41)).text,
+  EXPECT_EQ(element(2334, groupPayload(1, "0123456789abcdef", 0x41)).text,
             "ID: 0x1, Name: 0123456789abcdef, Flags: 0x41\n");
 }
 
@@ -173,11 +166,11 @@ TEST(KcdataElement, WordsThatAreMissingAreZero) {
 }
 
 TEST(KcdataElement, NamesCannotDriveTheTerminal) {
-  EXPECT_EQ(element(2309, task(1, "a\x1B[2Jb\n", 0)).text,
+  EXPECT_EQ(element(2309, taskPayload(1, "a\x1B[2Jb\n", 0)).text,
             "\tCOMM: a?[2Jb?\tPID: 1, Task Size: 0\n");
   EXPECT_EQ(element(2313, Bytes().text("\x1B]0;x\x07").upTo(16)).text, "\t?]0;x?");
   EXPECT_EQ(element(2318, Bytes().text("a\tb\xFF")), (Printed{"a?b?\n", 4}));
-  EXPECT_EQ(element(2334, group(0, "\x7F\x80", 0)).text, "ID: 0x0, Name: ??, Flags: 0x0\n");
+  EXPECT_EQ(element(2334, groupPayload(0, "\x7F\x80", 0)).text, "ID: 0x0, Name: ??, Flags: 0x0\n");
 }
 
 // Payloads
@@ -204,7 +197,7 @@ TEST(KcdataPayload, ArrayOfImages) {
 TEST(KcdataPayload, ArrayOfAnUnknownKindEndsAtOnce) {
   EXPECT_EQ(payloadText(Bytes().array(2311, 4, Bytes().upTo(16))),
             "of 4 Elements of type _DONATING_PIDS \nNOT YET!");
-  EXPECT_EQ(payloadText(Bytes().array(2310, 1, thread(1, 2))),
+  EXPECT_EQ(payloadText(Bytes().array(2310, 1, threadPayload(1, 2))),
             "of 1 Elements of type _THREAD_SNAPSHOT \nNOT YET!");
 }
 
@@ -259,25 +252,25 @@ TEST(KcdataPayload, EndOfAContainer) {
 }
 
 TEST(KcdataPayload, Thread) {
-  EXPECT_EQ(payloadText(Bytes().item(2310, thread(0x1A2B, 0))),
+  EXPECT_EQ(payloadText(Bytes().item(2310, threadPayload(0x1A2B, 0))),
             "Thread 128 bytes (128)\n\t\tTID: 0x1a2b");
-  EXPECT_EQ(payloadText(Bytes().item(2310, thread(0x1A2B, 0xFFFFFFF007001234))),
+  EXPECT_EQ(payloadText(Bytes().item(2310, threadPayload(0x1A2B, 0xFFFFFFF007001234))),
             "Thread 128 bytes (128)\n\t\tTID: 0x1a2b\tContinuation: 0xfffffff007001234");
 }
 
 TEST(KcdataPayload, ThreadOfOtherKernels) {
   for (const uint32_t size : {104u, 112u}) {
-    EXPECT_EQ(payloadText(Bytes().item(2310, thread(1, 2).upTo(size))),
+    EXPECT_EQ(payloadText(Bytes().item(2310, threadPayload(1, 2).upTo(size))),
               "Thread " + std::to_string(size) + " bytes (128)\n");
   }
   for (const uint32_t size : {0u, 103u, 105u, 120u, 127u, 129u, 144u}) {
-    EXPECT_EQ(payloadText(Bytes().item(2310, thread(1, 2).upTo(size))),
+    EXPECT_EQ(payloadText(Bytes().item(2310, threadPayload(1, 2).upTo(size))),
               "Thread " + std::to_string(size) + " bytes (128)\nWhat version is this?!\n");
   }
 }
 
 TEST(KcdataPayload, ThreadGroup) {
-  EXPECT_EQ(payloadText(Bytes().item(2334, group(0x21, "group", 3))),
+  EXPECT_EQ(payloadText(Bytes().item(2334, groupPayload(0x21, "group", 3))),
             "ID: 0x21, Name: group, Flags: 0x3\n");
   EXPECT_EQ(payloadText(Bytes().item(2334, Bytes().u64(0x21)).u64(~0ull)),
             "ID: 0x21, Name: , Flags: 0x0\n");
@@ -305,13 +298,13 @@ TEST(Kcdata, OpeningHeaderAlonePrintsNothing) {
   EXPECT_EQ(outputOf([] { parse_stackshot(nullptr, 0, 3, 0); }), "");
 }
 
-Bytes snapshot() {
+Bytes wholeSnapshot() {
   return opened()
       .item(2319, Bytes().text("Darwin 18.0").upTo(16))
       .begin(2307)
-      .item(2309, task(40, "launchd", 4096))
+      .item(2309, taskPayload(40, "launchd", 4096))
       .begin(2308)
-      .item(2310, thread(0x99, 0))
+      .item(2310, threadPayload(0x99, 0))
       .item(2313, Bytes().text("main").upTo(64))
       .array(2326, 1, Bytes().u64(0x7000).upTo(16), 0x28)
       .end()
@@ -321,7 +314,7 @@ Bytes snapshot() {
 }
 
 TEST(Kcdata, IndentsByContainers) {
-  EXPECT_EQ(parsed(snapshot()),
+  EXPECT_EQ(parsed(wholeSnapshot()),
             "_OSVERSION Darwin 18.0\n\n"
             "CONTAINER_BEGIN  Task container\n"
             "\t_TASK_SNAPSHOT  \tCOMM: launchd\tPID: 40, Task Size: 4096\n\n"
@@ -335,7 +328,7 @@ TEST(Kcdata, IndentsByContainers) {
 }
 
 TEST(Kcdata, CompactThreadsOnly) {
-  EXPECT_EQ(parsed(snapshot(), 1, 1),
+  EXPECT_EQ(parsed(wholeSnapshot(), 1, 1),
             "\t  Thread container\n"
             "\t\t_THREAD_SNAPSHOT  Thread 128 bytes (128)\n\t\tTID: 0x99\n"
             "\t\tName:  \tmain\n"
@@ -371,7 +364,7 @@ TEST(Kcdata, ThreadsOnlyPrintsEveryThread) {
   const Bytes bytes = opened()
                           .item(54)
                           .begin(2307)
-                          .item(2309, task(1, "a", 2))
+                          .item(2309, taskPayload(1, "a", 2))
                           .begin(2308)
                           .item(2313, Bytes().text("one").upTo(16))
                           .end()
@@ -381,7 +374,7 @@ TEST(Kcdata, ThreadsOnlyPrintsEveryThread) {
                           .end()
                           .end()
                           .begin(2307)
-                          .item(2309, task(3, "b", 4))
+                          .item(2309, taskPayload(3, "b", 4))
                           .end();
   EXPECT_EQ(parsed(bytes, 0, 1),
             "\tCONTAINER_BEGIN  Thread container\n\t\t_THREAD_NAME \tone\n"
@@ -447,7 +440,7 @@ TEST(Kcdata, NestsDeeplyWithoutEnds) {
 
 // No byte of a buffer is trusted: each cut short, and each with one byte changed.
 TEST(Kcdata, SurvivesBrokenBuffers) {
-  const Bytes whole = snapshot();
+  const Bytes whole = wholeSnapshot();
   for (size_t size = 0; size < whole.size(); size++) {
     EXPECT_LE(parsed(Bytes(whole).upTo(size)).size(), parsed(whole).size()) << size;
   }

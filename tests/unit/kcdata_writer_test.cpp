@@ -11,14 +11,14 @@
 namespace {
 
 using host::KcdataWriter;
-using Bytes = std::vector<uint8_t>;
 
-const Bytes kOpening = {0x07, 0x58, 0xA2, 0x59, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0};
-const Bytes kEnd = {0xED, 0x58, 0x91, 0xF1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const std::vector<uint8_t> kOpening = {0x07, 0x58, 0xA2, 0x59, 0, 0, 0, 0,
+                                       0x80, 0,    0,    0,    0, 0, 0, 0};
+const std::vector<uint8_t> kEnd = {0xED, 0x58, 0x91, 0xF1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 
 // Between the opening and the end.
-Bytes framed(const Bytes &items) {
-  Bytes all = kOpening;
+std::vector<uint8_t> framed(const std::vector<uint8_t> &items) {
+  std::vector<uint8_t> all = kOpening;
   all.insert(all.end(), items.begin(), items.end());
   all.insert(all.end(), kEnd.begin(), kEnd.end());
   return all;
@@ -45,10 +45,10 @@ TEST(KcdataWriter, ItemThatFitsHasNoFiller) {
 // One byte beyond that takes 15 of filler.
 TEST(KcdataWriter, FillerCountsUpTo15) {
   for (size_t size = 0; size <= 48; size++) {
-    const Bytes payload(size, 0xAB);
+    const std::vector<uint8_t> payload(size, 0xAB);
     KcdataWriter writer(0x59A25807);
     writer.item(7, payload.data(), payload.size());
-    const Bytes written = writer.finish();
+    const std::vector<uint8_t> written = writer.finish();
     const size_t filled = (size + 15) / 16 * 16;
     ASSERT_EQ(written.size(), 48 + filled) << size;
     EXPECT_EQ(written[20], filled) << size;
@@ -112,7 +112,7 @@ TEST(KcdataWriter, CanBeWalked) {
   writer.beginContainer(2308, 7);
   writer.array(2324, std::vector<uint64_t>{9});
   writer.endContainer();
-  const Bytes bytes = writer.finish();
+  const std::vector<uint8_t> bytes = writer.finish();
 
   sondex::kcdata_iter_t iter = sondex::kcdata_iter(bytes.data(), bytes.data() + bytes.size());
   iter = sondex::kcdata_iter_next(iter);

@@ -51,7 +51,7 @@ constexpr int kRight = 261;
 constexpr int kShiftedLeft = 393;
 constexpr int kShiftedRight = 402;
 
-struct Process {
+struct ListedProcess {
   int32_t pid;
   bool shown;
   uint32_t status = darwin::SRUN;
@@ -62,7 +62,7 @@ class Keys : public SampledTest {
   ~Keys() override { applyFilter(nullptr); }
 
   // The table that the last refresh left.
-  ProcessRecord *shown(const std::vector<Process> &processes) {
+  ProcessRecord *shown(const std::vector<ListedProcess> &processes) {
     releaseProcessTable(load(g_previous_process_information));
     ProcessRecord *table = allocateProcessTable(processes.size() + 1);
     for (size_t i = 0; i < processes.size(); i++) {

@@ -851,10 +851,11 @@ TEST_F(DescriptorsTest, WatchesAreFileSystemEvents) {
 }
 
 // Every question, with whether it left its answer alone.
-using Question = std::function<std::pair<Errno, bool>(Descriptors &, int directory, int fd)>;
+using DescriptorQuestion =
+    std::function<std::pair<Errno, bool>(Descriptors &, int directory, int fd)>;
 
 template <typename Info>
-Question ask(Errno (Descriptors::*question)(int, int, Info &)) {
+DescriptorQuestion ask(Errno (Descriptors::*question)(int, int, Info &)) {
   return [question](Descriptors &descriptors, int directory, int fd) {
     Info info;
     memset(&info, 0xa5, sizeof(info));
@@ -871,7 +872,7 @@ std::pair<Errno, bool> askEvents(Descriptors &descriptors, int directory, int fd
   return {error, events.size() == 3};
 }
 
-std::vector<Question> allQuestions() {
+std::vector<DescriptorQuestion> allQuestions() {
   return {ask(&Descriptors::vnode),        ask(&Descriptors::socket),
           ask(&Descriptors::semaphore),    ask(&Descriptors::pipe),
           ask(&Descriptors::sharedMemory), ask(&Descriptors::kqueue),
@@ -902,7 +903,7 @@ TEST_F(DescriptorsTest, ClosedDescriptorIsBad) {
   ASSERT_TRUE(std::any_of(list.begin(), list.end(),
                           [&](const auto &entry) { return entry.proc_fd == number; }));
   file.reset();
-  for (const Question &question : allQuestions()) {
+  for (const DescriptorQuestion &question : allQuestions()) {
     for (const int fd : {number, -1, INT32_MIN, INT32_MAX}) {
       EXPECT_EQ(question(descriptors_, self_.get(), fd), std::pair(darwin::DARWIN_EBADF, true));
     }
@@ -915,7 +916,7 @@ TEST_F(DescriptorsTest, ProcessThatIsGoneOrAZombie) {
   if (child == 0) _exit(0);
   const Owned process(open(("/proc/" + std::to_string(child)).c_str(), O_RDONLY | O_DIRECTORY));
   const auto refuses = [&](const char *when) {
-    for (const Question &question : allQuestions()) {
+    for (const DescriptorQuestion &question : allQuestions()) {
       EXPECT_EQ(question(descriptors_, process.get(), 0), std::pair(darwin::DARWIN_ESRCH, true))
           << when;
     }
@@ -941,7 +942,7 @@ TEST_F(DescriptorsTest, OtherUsersProcessIsRefused) {
     Descriptors descriptors;
     std::vector<darwin::proc_fdinfo> list;
     if (descriptors.list(parent, 10, list) != darwin::DARWIN_EPERM) _exit(101);
-    for (const Question &question : allQuestions()) {
+    for (const DescriptorQuestion &question : allQuestions()) {
       if (question(descriptors, parent, 0) != std::pair(darwin::DARWIN_EPERM, true)) _exit(102);
     }
     _exit(0);
@@ -990,7 +991,7 @@ TEST_F(DescriptorsTest, LeavesNothingOpen) {
       descriptors.beginPass();
       std::vector<darwin::proc_fdinfo> list;
       ASSERT_EQ(descriptors.list(self_.get(), SIZE_MAX, list), kAnswered);
-      for (const Question &question : allQuestions()) {
+      for (const DescriptorQuestion &question : allQuestions()) {
         for (const darwin::proc_fdinfo &entry : list) {
           question(descriptors, self_.get(), entry.proc_fd);
         }

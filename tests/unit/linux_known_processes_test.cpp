@@ -94,11 +94,11 @@ int waitForEnd(void *) {
 }
 
 // A child that is ended with the test; `flags` go to clone().
-class Child {
+class ClonedChild {
  public:
-  explicit Child(int flags)
+  explicit ClonedChild(int flags)
       : pid_(clone(waitForEnd, stack_ + sizeof stack_, flags | SIGCHLD, nullptr)) {}
-  ~Child() {
+  ~ClonedChild() {
     if (pid_ <= 0) return;
     __real_kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
@@ -111,8 +111,8 @@ class Child {
 };
 
 TEST(LinuxKnownProcesses, DescriptorsOfASharedTableAreNotOwn) {
-  Child separate(0);
-  Child sharing(CLONE_FILES);
+  ClonedChild separate(0);
+  ClonedChild sharing(CLONE_FILES);
   ASSERT_GT(separate.pid(), 0);
   ASSERT_GT(sharing.pid(), 0);
   if (compareDescriptorTables(getpid(), getpid()) == TableSharing::unknown) {

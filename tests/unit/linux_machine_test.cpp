@@ -31,6 +31,7 @@
 #include "host/linux/clock.h"
 #include "host/posix.h"
 #include "host/units.h"
+#include "tests/unit/waiting.h"
 
 namespace host::linux_machine {
 namespace {
@@ -96,17 +97,6 @@ void busy(const std::function<void()> &ready) {
   }
 }
 
-bool within(std::chrono::seconds limit, const std::function<bool()> &condition) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
-
-constexpr std::chrono::seconds kPatience(60);
-
 // The value of a line of /proc/PID/status, read apart from what is tested.
 std::string statusLine(pid_t pid, const std::string &key) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/status");
@@ -134,7 +124,7 @@ class LinuxMachineTest : public testing::Test {
  protected:
   // The state that two looks agree on, once the child has come to rest.
   bool reaches(pid_t pid, uint32_t state) {
-    return within(kPatience, [&] {
+    return waitUntil([&] {
       darwin::proc_bsdinfo info{};
       return machine_->bsdInfo(pid, true, info) == kAnswered && info.pbi_status == state;
     });
@@ -187,7 +177,7 @@ TEST_F(LinuxMachineTest, ASleepingChild) {
   ASSERT_TRUE(reaches(child.pid(), darwin::SSLEEP));
   darwin::proc_taskallinfo info;
   // A sanitizer may have a thread of its own in there, which wakes now and then.
-  ASSERT_TRUE(within(kPatience, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     std::memset(&info, 0xAA, sizeof info);
     return machine_->taskAllInfo(child.pid(), info) == kAnswered && info.ptinfo.pti_numrunning == 0;
   }));
@@ -249,7 +239,7 @@ TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
   darwin::proc_threadinfo thread{};
   // The other processor time of this machine is not ours to say: it need only be clearly above
   // nothing.
-  ASSERT_TRUE(within(kPatience, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     return machine_->threadInfo(child.pid(), id, thread) == kAnswered &&
            thread.pth_user_time > 200'000'000 && thread.pth_cpu_usage > 100;
   }));
@@ -257,7 +247,7 @@ TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
   EXPECT_TRUE(reaches(child.pid(), darwin::SRUN));
   darwin::proc_taskallinfo info{};
   // A sanitizer's own thread may be awake too, for a moment.
-  EXPECT_TRUE(within(kPatience, [&] {
+  EXPECT_TRUE(waitUntil([&] {
     return machine_->taskAllInfo(child.pid(), info) == kAnswered && info.ptinfo.pti_numrunning == 1;
   }));
 
@@ -268,13 +258,13 @@ TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
   ASSERT_EQ(machine_->threadInfo(child.pid(), id, thread), kAnswered);
   EXPECT_EQ(thread.pth_run_state, darwin::TH_STATE_STOPPED);
   const uint64_t used = thread.pth_user_time + thread.pth_system_time;
-  EXPECT_TRUE(within(kPatience, [&] {
+  EXPECT_TRUE(waitUntil([&] {
     return machine_->threadInfo(child.pid(), id, thread) == kAnswered && thread.pth_cpu_usage == 0;
   })) << "the estimate fades";
   EXPECT_EQ(thread.pth_user_time + thread.pth_system_time, used);
 
   ASSERT_EQ(__real_kill(child.pid(), SIGCONT), 0);
-  EXPECT_TRUE(within(kPatience, [&] {
+  EXPECT_TRUE(waitUntil([&] {
     return machine_->threadInfo(child.pid(), id, thread) == kAnswered && thread.pth_cpu_usage > 0;
   }));
 }
@@ -383,7 +373,7 @@ TEST_F(LinuxMachineTest, AllThreadsOfAChild) {
     }
     sleeping(ready);
   });
-  ASSERT_TRUE(within(kPatience, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     darwin::proc_taskallinfo info{};
     return machine_->taskAllInfo(child.pid(), info) == kAnswered &&
            info.ptinfo.pti_threadnum >= kThreads && info.ptinfo.pti_numrunning == 0;
@@ -402,7 +392,7 @@ TEST_F(LinuxMachineTest, AllThreadsOfAChild) {
   EXPECT_THAT(handles, testing::UnorderedElementsAreArray(expected));
   // Each has gone to sleep by now or soon will: none of them has anything to do.
   for (uint64_t handle : handles) {
-    EXPECT_TRUE(within(kPatience, [&] {
+    EXPECT_TRUE(waitUntil([&] {
       darwin::proc_threadinfo info{};
       return machine_->threadInfo(child.pid(), handle, info) == kAnswered &&
              info.pth_run_state == darwin::TH_STATE_WAITING;
@@ -469,7 +459,7 @@ TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
     ready();
     __real_syscall(SYS_exit, 0);  // ends this thread alone
   });
-  ASSERT_TRUE(within(kPatience, [&] { return statusLine(child.pid(), "State") == "Z"; }));
+  ASSERT_TRUE(waitUntil([&] { return statusLine(child.pid(), "State") == "Z"; }));
   darwin::proc_taskallinfo info{};
   ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
   EXPECT_EQ(info.pbsd.pbi_status, darwin::SSLEEP);
@@ -560,7 +550,7 @@ TEST_F(LinuxMachineTest, AnExecIsNoticed) {
     _exit(1);
   });
   darwin::proc_bsdinfo info{};
-  ASSERT_TRUE(within(kPatience, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     return machine_->bsdInfo(child.pid(), false, info) == kAnswered &&
            std::string(info.pbi_comm) == "sleep";
   }));
@@ -634,7 +624,7 @@ TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
     _exit(1);
   });
   ProcessArguments process;
-  EXPECT_TRUE(within(kPatience, [&] {
+  EXPECT_TRUE(waitUntil([&] {
     return machine_->arguments(child.pid(), process) == kAnswered &&
            process.arguments == std::vector<std::string>{"gone", "1000"};
   }));
@@ -706,7 +696,7 @@ TEST_F(LinuxMachineTest, ThereAreNoApplications) {
 
 TEST_F(LinuxMachineTest, UsageAgreesWithTheTasksTimes) {
   Child child(busy);
-  ASSERT_TRUE(within(kPatience, [&] {
+  ASSERT_TRUE(waitUntil([&] {
     darwin::rusage_info_v4 usage{};
     return machine_->resourceUsage(child.pid(), usage) == kAnswered &&
            usage.ri_user_time >= 100'000'000;
@@ -739,9 +729,8 @@ TEST_F(LinuxMachineTest, MemoryThatIsTakenFromARestingChildIsMissed) {
     EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
     return info.ptinfo.pti_resident_size;
   };
-  ASSERT_TRUE(within(kPatience, [&] {
-    return std::to_string(resident() / 1024) == statusLine(child.pid(), "VmRSS");
-  }));
+  ASSERT_TRUE(waitUntil(
+      [&] { return std::to_string(resident() / 1024) == statusLine(child.pid(), "VmRSS"); }));
   const uint64_t before = resident();
   ASSERT_GT(before, kSize);
   ASSERT_EQ(ftruncate(memory.get(), 0), 0);

@@ -19,6 +19,7 @@
 #include "host/darwin/errors.h"
 #include "host/darwin/kqueue.h"
 #include "host/linux/linux_machine.h"
+#include "tests/unit/waiting.h"
 
 namespace host::linux_machine {
 namespace {
@@ -29,7 +30,6 @@ using darwin::NOTE_FORK;
 using std::chrono::seconds;
 
 constexpr uint32_t kExit = 0x80000000;
-constexpr seconds kPatience{60};
 
 // A message as the kernel sends it: three headers, then these words.
 std::vector<uint8_t> message(uint32_t kind, const std::vector<uint32_t> &data, uint32_t index = 1,
@@ -119,9 +119,9 @@ TEST(ConnectorAnswer, IsTheRequests) {
 
 // A child that does what it is told by letters: "f" forks, "t" makes a thread, "e" becomes cat. It
 // exits when nobody can tell it any more.
-class Child {
+class ToldChild {
  public:
-  Child() {
+  ToldChild() {
     int orders[2];
     int answers[2];
     if (pipe(orders) != 0 || pipe(answers) != 0) std::abort();
@@ -137,13 +137,13 @@ class Child {
     orders_ = orders[1];
     answers_ = answers[0];
   }
-  ~Child() {
+  ~ToldChild() {
     dismiss();
     reap();
     close(answers_);
   }
-  Child(const Child &) = delete;
-  Child &operator=(const Child &) = delete;
+  ToldChild(const ToldChild &) = delete;
+  ToldChild &operator=(const ToldChild &) = delete;
 
   pid_t pid() const { return pid_; }
   // Returns once it is done.
@@ -204,7 +204,7 @@ class LinuxProcessEventsTest : public testing::Test {
     return static_cast<const LinuxProcessEvents &>(*events_).hasConnector();
   }
   // The notes of the child until all these have come, which may be a moment after they happened.
-  uint32_t notesUntil(const Child &child, uint32_t wanted) {
+  uint32_t notesUntil(const ToldChild &child, uint32_t wanted) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     uint32_t notes = 0;
     while ((notes & wanted) != wanted && std::chrono::steady_clock::now() < deadline) {
@@ -224,7 +224,7 @@ class LinuxProcessEventsTest : public testing::Test {
   }
 
   std::unique_ptr<ProcessEvents> events_;
-  Child child_;
+  ToldChild child_;
 };
 
 TEST_F(LinuxProcessEventsTest, ForkExecAndExit) {
@@ -244,7 +244,7 @@ TEST_F(LinuxProcessEventsTest, OthersAreNotTold) {
   open();
   if (!hasConnector()) GTEST_SKIP() << "the process connector is not permitted";
   ASSERT_EQ(events_->watch(child_.pid()), kAnswered);
-  const Child other;
+  const ToldChild other;
   other.tell('f');
   child_.tell('f');
   EXPECT_EQ(notesUntil(child_, NOTE_FORK), NOTE_FORK);

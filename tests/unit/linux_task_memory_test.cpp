@@ -32,6 +32,7 @@
 #include "host/linux/registers.h"
 #include "host/linux/task_memory.h"
 #include "host/posix.h"
+#include "tests/unit/waiting.h"
 
 namespace host::linux_machine {
 namespace {
@@ -41,16 +42,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr size_t kPage = 4096;
 constexpr size_t kStack = 4 << 20;  // a sanitizer has much of it for itself
-constexpr std::chrono::seconds kPatience(60);
-
-bool waitUntil(const std::function<bool()> &condition) {
-  const Clock::time_point deadline = Clock::now() + kPatience;
-  while (!condition()) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 // The letter of its state, '?' for one that is gone.
 char stateOf(pid_t process, pid_t thread) {

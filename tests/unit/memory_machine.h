@@ -20,7 +20,7 @@
 
 namespace memory_test {
 
-inline constexpr pid_t kPid = 4242;
+inline constexpr pid_t kMappedPid = 4242;
 
 inline darwin::proc_regionwithpathinfo makeRegion(uint64_t address, uint64_t size,
                                                   uint32_t protection = 3, uint32_t tag = 2,
@@ -44,7 +44,7 @@ inline uint8_t byteAt(uint64_t address) {
 
 class MemoryMachine : public fake_machine::FakeMachine {
  public:
-  pid_t pid = kPid;
+  pid_t pid = kMappedPid;
   std::vector<darwin::proc_regionwithpathinfo> regions;  // ascending
   std::set<uint64_t> unreadable;                         // an address in a page that can't be read
   std::map<uint64_t, std::string> contents;              // instead of byteAt(), from an address on

@@ -26,7 +26,12 @@
 namespace {
 
 using namespace sondex;
-using namespace darwin;
+using darwin::DARWIN_EINTR;
+using darwin::DARWIN_ENOTSUP;
+using darwin::DARWIN_ESRCH;
+using darwin::NOTE_EXEC;
+using darwin::NOTE_EXIT;
+using darwin::NOTE_FORK;
 
 constexpr int kScriptEnded = 42;
 constexpr char kFirstLine[] = "Running in Monitor mode; Press CTRL-C to exit\n";

@@ -545,7 +545,7 @@ class WholeClient : public testing::Test {
 
   // One datagram, or nothing after a while.
   static std::vector<uint8_t> datagramFrom(int socket) {
-    const timeval patience = {60, 0};
+    const ::timeval patience = {60, 0};
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     std::vector<uint8_t> datagram(4096);
     const ssize_t length = read(socket, datagram.data(), datagram.size());
@@ -588,14 +588,14 @@ class WholeClient : public testing::Test {
 
   // The service hesitates for longer than the reader waits.
   [[noreturn]] static void runWithASlowService() {
-    struct SlowMachine : NetworkMachine {
+    struct SlowService : NetworkMachine {
       std::atomic<bool> isSlow{true};
       host::Errno networkStatistics() override {
         while (isSlow.load()) usleep(1000);
         return NetworkMachine::networkStatistics();
       }
     };
-    auto *machine = new SlowMachine;
+    auto *machine = new SlowService;
     host::useMachine(machine);
     if (doNStat(nullptr) != nullptr || nstat_ok() != 0 || load(nstat_socket) != -1) _exit(3);
     machine->isSlow = false;

@@ -17,7 +17,7 @@ class ClockedMachine : public NetworkMachine {
   void wallClock(darwin::timeval &time) override { time = now; }
 };
 
-host::NetworkInterface link(uint8_t type, uint64_t received, uint64_t sent) {
+host::NetworkInterface makeLink(uint8_t type, uint64_t received, uint64_t sent) {
   host::NetworkInterface made;
   made.name = "if" + std::to_string(type);
   made.type = type;
@@ -34,8 +34,8 @@ TEST_F(NetworkSummary, AddsUpAllInterfacesButLocalOnes) {
   expectGood(
       [] {
         unsetenv("INCLUDE_LOOPBACK");
-        machine().links = {link(6, 1000, 2000), link(24, 50000, 50000), link(23, 70000, 70000),
-                           link(255, 10, 20)};
+        machine().links = {makeLink(6, 1000, 2000), makeLink(24, 50000, 50000),
+                           makeLink(23, 70000, 70000), makeLink(255, 10, 20)};
         const NetworkSample *sample = sample_networks();
         REQUIRE(sample != nullptr);
         REQUIRE(sample->receivedBytes == 1010 && sample->receivedPackets == 101);
@@ -52,7 +52,8 @@ TEST_F(NetworkSummary, LocalInterfacesCountWhenToldSo) {
   expectGood(
       [] {
         setenv("INCLUDE_LOOPBACK", "", 1);
-        machine().links = {link(6, 1000, 2000), link(24, 50000, 50000), link(23, 70000, 70000)};
+        machine().links = {makeLink(6, 1000, 2000), makeLink(24, 50000, 50000),
+                           makeLink(23, 70000, 70000)};
         REQUIRE(sample_networks()->receivedBytes == 121000);
         unsetenv("INCLUDE_LOOPBACK");
         REQUIRE(sample_networks()->sentBytes == 122000);
@@ -64,10 +65,10 @@ TEST_F(NetworkSummary, TheFirstCallSettlesWhetherLocalInterfacesCount) {
   expectGood(
       [] {
         unsetenv("INCLUDE_LOOPBACK");
-        machine().links = {link(6, 1000, 2000)};
+        machine().links = {makeLink(6, 1000, 2000)};
         sample_networks();
         setenv("INCLUDE_LOOPBACK", "1", 1);
-        machine().links = {link(6, 1000, 2000), link(24, 50000, 50000)};
+        machine().links = {makeLink(6, 1000, 2000), makeLink(24, 50000, 50000)};
         REQUIRE(sample_networks()->receivedBytes == 1000);
       },
       "^$");
@@ -76,15 +77,15 @@ TEST_F(NetworkSummary, TheFirstCallSettlesWhetherLocalInterfacesCount) {
 TEST_F(NetworkSummary, RatesAreOfTheTimeSinceTheLastCall) {
   expectGood(
       [] {
-        machine().links = {link(6, 3000000000, 5000000000)};
+        machine().links = {makeLink(6, 3000000000, 5000000000)};
         const NetworkSample *sample = sample_networks();
         // The first: since the epoch.
         REQUIRE(sample->receivedBytesPerSecond == 3 && sample->sentBytesPerSecond == 5);
-        machine().links = {link(6, 3000001000, 5000000500)};
+        machine().links = {makeLink(6, 3000001000, 5000000500)};
         machine().now = {1000000000, 500000};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == 2000 && sample->sentBytesPerSecond == 1000);
-        machine().links = {link(6, 3000003000, 5000000501)};
+        machine().links = {makeLink(6, 3000003000, 5000000501)};
         machine().now = {1000000003, 0};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == 800 && sample->sentBytesPerSecond == 0);
@@ -95,25 +96,25 @@ TEST_F(NetworkSummary, RatesAreOfTheTimeSinceTheLastCall) {
 TEST_F(NetworkSummary, RatesThatCanNotBe) {
   expectGood(
       [] {
-        machine().links = {link(6, 1000, 1000)};
+        machine().links = {makeLink(6, 1000, 1000)};
         const NetworkSample *sample = sample_networks();
         // No time has passed.
-        machine().links = {link(6, 2000, 2000)};
+        machine().links = {makeLink(6, 2000, 2000)};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == 0 && sample->sentBytesPerSecond == 0);
         // Totals fall.
         machine().now.tv_sec++;
-        machine().links = {link(6, 1500, 2000)};
+        machine().links = {makeLink(6, 1500, 2000)};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == 0 && sample->sentBytesPerSecond == 0);
         // The clock is set back.
         machine().now.tv_sec -= 100;
-        machine().links = {link(6, 9000, 9000)};
+        machine().links = {makeLink(6, 9000, 9000)};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == 0 && sample->sentBytesPerSecond == 0);
         // More than a product of 64 bits holds.
         machine().now.tv_sec += 2;
-        machine().links = {link(6, UINT64_MAX, UINT64_MAX)};
+        machine().links = {makeLink(6, UINT64_MAX, UINT64_MAX)};
         sample_networks();
         REQUIRE(sample->receivedBytesPerSecond == (UINT64_MAX - 9000) / 2);
       },

@@ -34,7 +34,7 @@ struct FieldCase {
 };
 
 // One blank after a text shorter than the width; width - 1 bytes are the most.
-const FieldCase kFields[] = {
+const FieldCase kFieldCases[] = {
     {"", 0, ""},
     {"abc", 0, "abc"},
     {std::string(3000, 'x'), 0, std::string(3000, 'x')},
@@ -87,7 +87,7 @@ class PlainOutput : public testing::Test {
 };
 
 TEST_F(PlainOutput, FieldsOfEveryWidth) {
-  for (const FieldCase &row : kFields) expectField(row);
+  for (const FieldCase &row : kFieldCases) expectField(row);
 }
 
 TEST_F(PlainOutput, WideFields) {
@@ -136,7 +136,7 @@ class CursesOutput : public testing::Test {
 
 TEST_F(CursesOutput, FieldsOfEveryWidth) {
   const CursesScreen screen(2, 4000);
-  for (const FieldCase &row : kFields) expectField(row);
+  for (const FieldCase &row : kFieldCases) expectField(row);
 }
 
 TEST_F(CursesOutput, WideFields) {

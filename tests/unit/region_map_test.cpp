@@ -8,13 +8,13 @@
 namespace {
 
 using namespace sondex;
-using memory_test::kPid;
+using memory_test::kMappedPid;
 using memory_test::makeRegion;
 using sampled::outputOf;
 
 class RegionMapTest : public memory_test::MemoryTest {
  protected:
-  std::string map() { return showProcRegions(kPid, darwin::mach_port_t{1}); }
+  std::string map() { return showProcRegions(kMappedPid, darwin::mach_port_t{1}); }
 };
 
 TEST_F(RegionMapTest, OneLinePerRegion) {
@@ -130,7 +130,7 @@ TEST_F(RegionMapTest, APathWithoutAnEndIsCut) {
 }
 
 TEST_F(RegionMapTest, AProcessThatCantBeLookedAtHasNoMap) {
-  EXPECT_EQ(outputOf([&] { EXPECT_STREQ(showProcRegions(kPid + 1, 0), ""); }), "");
+  EXPECT_EQ(outputOf([&] { EXPECT_STREQ(showProcRegions(kMappedPid + 1, 0), ""); }), "");
   EXPECT_STREQ(showProcRegions(-1, 0), "");
 }
 
@@ -152,7 +152,7 @@ TEST_F(RegionMapTest, EndsAtTheTopOfTheAddressSpace) {
 TEST_F(RegionMapTest, DebugLineTellsOfThePort) {
   machine.regions = {makeRegion(0x4000, 0x4000)};
   setenv("ZDEBUG", "1", 1);
-  const std::string found = outputOf([&] { showProcRegions(kPid, 0); });
+  const std::string found = outputOf([&] { showProcRegions(kMappedPid, 0); });
   unsigned int port = 0;
   char rest = '?';
   ASSERT_EQ(sscanf(found.c_str(), " KR : 0 GOT TASK %x%c", &port, &rest), 2) << found;
@@ -160,8 +160,8 @@ TEST_F(RegionMapTest, DebugLineTellsOfThePort) {
   EXPECT_EQ(rest, '\n');
 
   machine.givesTaskName = false;
-  EXPECT_EQ(outputOf([&] { showProcRegions(kPid, 0); }), " KR : 5 GOT TASK 0\n");
-  EXPECT_EQ(outputOf([&] { showProcRegions(kPid, 77); }), "");
+  EXPECT_EQ(outputOf([&] { showProcRegions(kMappedPid, 0); }), " KR : 5 GOT TASK 0\n");
+  EXPECT_EQ(outputOf([&] { showProcRegions(kMappedPid, 77); }), "");
 }
 
 TEST_F(RegionMapTest, ALongMapComesInPieces) {

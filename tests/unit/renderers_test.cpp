@@ -18,26 +18,24 @@
 #include "terminal/screen.h"
 #include "tests/unit/curses_screen.h"
 #include "tests/unit/display_state.h"
+#include "tests/unit/size_units.h"
 #include "text/safe_text.h"
 
 namespace {
 
 using namespace sondex;
 
-constexpr uint64_t kKilo = 1024;
-constexpr uint64_t kMega = 1024 * kKilo;
-constexpr uint64_t kGiga = 1024 * kMega;
-constexpr int32_t kPid = 321;
+constexpr int32_t kRecordPid = 321;
 
 class Renderers : public testing::Test {
  protected:
   Renderers() {
-    current->taskAllInfo.pbsd.pbi_pid = kPid;
-    previous->taskAllInfo.pbsd.pbi_pid = kPid;
+    current->taskAllInfo.pbsd.pbi_pid = kRecordPid;
+    previous->taskAllInfo.pbsd.pbi_pid = kRecordPid;
   }
 
   static void file(int source, uint64_t received, uint64_t sent) {
-    store(process_pid_info[source], kPid);
+    store(process_pid_info[source], kRecordPid);
     store(process_ntstat_info[source].received, received);
     store(process_ntstat_info[source].sent, sent);
   }

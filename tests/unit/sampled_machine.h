@@ -19,6 +19,9 @@
 
 namespace sampled {
 
+// Of the process in tests that need but one.
+inline constexpr int32_t kPid = 123;
+
 struct Process {
   darwin::proc_taskallinfo info{};
   // Without one there is no work queue.

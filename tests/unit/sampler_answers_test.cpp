@@ -59,9 +59,8 @@ namespace {
 
 using namespace sondex;
 using sampled::errorOutputOf;
+using sampled::kPid;
 using sampled::SampledTest;
-
-constexpr int32_t kPid = 123;
 
 class Answers : public SampledTest {
  protected:

@@ -16,12 +16,12 @@ namespace {
 using namespace sondex;
 using sampled::Asked;
 using sampled::errorOutputOf;
+using sampled::kPid;
 using sampled::Process;
 using sampled::SampledMachine;
 using sampled::SampledTest;
 using sampled::Variable;
 
-constexpr int32_t kPid = 123;
 constexpr char kGone[] = "proc_pidinfo: No such process\n";
 
 // What the last call of the usage function below was asked, and its result.

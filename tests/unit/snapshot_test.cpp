@@ -31,8 +31,6 @@ using testing::ElementsAreArray;
 
 constexpr uint64_t kAll = 0x09092006;
 
-using Bytes = std::vector<uint8_t>;
-
 SnapshotThread thread() {
   SnapshotThread made;
   made.id = 0x1A2;
@@ -320,7 +318,7 @@ TEST(SnapshotItems, TimesNeverOverflow) {
 }
 
 std::string printed(const Snapshot &from, uint32_t threadsOnly) {
-  const Bytes bytes = writeSnapshot(from, kAll);
+  const std::vector<uint8_t> bytes = writeSnapshot(from, kAll);
   return sampled::outputOf(
       [&] { sondex::parse_stackshot(bytes.data(), bytes.size(), 0, threadsOnly); });
 }

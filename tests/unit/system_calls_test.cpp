@@ -9,11 +9,10 @@
 namespace {
 
 using namespace sondex;
+using sampled::kPid;
 using sampled::Process;
 using sampled::SampledMachine;
 using sampled::SampledTest;
-
-constexpr int32_t kPid = 123;
 
 using SystemCalls = SampledTest;
 

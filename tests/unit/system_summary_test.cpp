@@ -18,7 +18,7 @@ using sampled::outputOf;
 using testing::ExitedWithCode;
 using testing::StartsWith;
 
-constexpr char kUp[] = " Up  1 days, 01:01";
+constexpr char kUptime[] = " Up  1 days, 01:01";
 constexpr char kLoad[] = " Load Avg:  0.50 1.00 2.25\t3 processes\n";
 
 // What the stand-in for memorystatus_get_level answers.
@@ -43,7 +43,7 @@ class SystemSummary : public ListScreenTest {
   // The sections after the load line.
   std::string sections(ProcessRecord *previous = nullptr) {
     const std::string rest = afterIdentity(show(previous));
-    const std::string front = std::string(kUp) + kLoad;
+    const std::string front = std::string(kUptime) + kLoad;
     EXPECT_EQ(rest.substr(0, front.size()), front);
     return rest.substr(std::min(rest.size(), front.size()));
   }
@@ -52,25 +52,25 @@ class SystemSummary : public ListScreenTest {
 };
 
 TEST_F(SystemSummary, AtLeastSaysWhoHowLongAndHowBusy) {
-  EXPECT_EQ(afterIdentity(show()), std::string(kUp) + kLoad + "\n");
+  EXPECT_EQ(afterIdentity(show()), std::string(kUptime) + kLoad + "\n");
 }
 
 TEST_F(SystemSummary, HostNameIsCutToEightyCharacters) {
   std::free(g_hostName);
   g_hostName = strdup((std::string(80, 'n') + "more").c_str());
-  EXPECT_EQ(afterIdentity(show(), std::string(80, 'n')), std::string(kUp) + kLoad + "\n");
+  EXPECT_EQ(afterIdentity(show(), std::string(80, 'n')), std::string(kUptime) + kLoad + "\n");
 }
 
 TEST_F(SystemSummary, HostNameCannotDriveTheTerminal) {
   std::free(g_hostName);
   g_hostName = strdup("a\x1b[2J\nb");
-  EXPECT_EQ(afterIdentity(show(), "a?[2J?b"), std::string(kUp) + kLoad + "\n");
+  EXPECT_EQ(afterIdentity(show(), "a?[2J?b"), std::string(kUptime) + kLoad + "\n");
 }
 
 TEST_F(SystemSummary, UnknownHostNameIsEmpty) {
   std::free(g_hostName);
   g_hostName = nullptr;
-  EXPECT_EQ(afterIdentity(show(), ""), std::string(kUp) + kLoad + "\n");
+  EXPECT_EQ(afterIdentity(show(), ""), std::string(kUptime) + kLoad + "\n");
 }
 
 TEST_F(SystemSummary, UptimeIsUnknownWithoutABootTime) {
@@ -93,16 +93,16 @@ TEST_F(SystemSummary, UptimeSinceNoPossibleTimeIsNone) {
 
 TEST_F(SystemSummary, LoadThatIsRefusedShowsTheReason) {
   machine.refusals["loadAverage"] = darwin::DARWIN_EPERM;
-  EXPECT_EQ(afterIdentity(show()), std::string(kUp) + "Load Avg: Operation not permitted\n\n");
+  EXPECT_EQ(afterIdentity(show()), std::string(kUptime) + "Load Avg: Operation not permitted\n\n");
 }
 
 TEST_F(SystemSummary, LoadIsDividedByItsScale) {
   machine.load = {{150, 275, 99999}, 100};
   EXPECT_EQ(afterIdentity(show()),
-            std::string(kUp) + " Load Avg:  1.50 2.75 999.99\t3 processes\n\n");
+            std::string(kUptime) + " Load Avg:  1.50 2.75 999.99\t3 processes\n\n");
   machine.load.fscale = 0;
   EXPECT_EQ(afterIdentity(show()),
-            std::string(kUp) + " Load Avg:  150.00 275.00 99999.00\t3 processes\n\n");
+            std::string(kUptime) + " Load Avg:  150.00 275.00 99999.00\t3 processes\n\n");
 }
 
 TEST_F(SystemSummary, ProcessorsStandAfterTheLoad) {
