@@ -39,7 +39,7 @@ std::string readLine(int fd) {
 
 }  // namespace
 
-Helper::Helper(const std::vector<std::string> &steps) : Helper(makeProcessPath(), steps) {}
+Helper::Helper(const Steps &steps) : Helper(makeProcessPath(), steps) {}
 
 Helper::Helper(const std::string &program, const std::vector<std::string> &arguments)
     : Helper(program, arguments, makePipe(), makePipe()) {}

@@ -12,6 +12,9 @@
 
 namespace test {
 
+// What make_process is to do: its arguments.
+using Steps = std::vector<std::string>;
+
 // The system does not let this test make such a process.
 struct Refused : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -19,9 +22,9 @@ struct Refused : std::runtime_error {
 
 class Helper {
  public:
-  // `steps` are make_process's arguments. Returns when it says that all is made; otherwise throws
-  // Refused, or another std::runtime_error with what it said.
-  explicit Helper(const std::vector<std::string> &steps);
+  // Returns when make_process says that all is made; otherwise throws Refused, or another
+  // std::runtime_error with what it said.
+  explicit Helper(const Steps &steps);
   // Of another program that speaks the same way.
   Helper(const std::string &program, const std::vector<std::string> &arguments);
   // Ends what was made.

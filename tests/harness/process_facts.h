@@ -11,6 +11,9 @@
 
 namespace test {
 
+// Bytes of a page of memory.
+inline constexpr uint64_t kPage = 4096;
+
 struct ThreadFacts {
   uint64_t runNanoseconds = 0;  // on a processor, since its start
   uint64_t startTicks = 0;      // since boot

@@ -16,8 +16,6 @@ namespace test {
 namespace {
 
 constexpr int kColours = 8;  // and as many bright ones
-constexpr int kBlack = 0;
-constexpr int kWhite = 7;
 constexpr char kPlain = '.';
 
 constexpr const char *kColourNames[kColours] = {"black", "red",     "green", "yellow",

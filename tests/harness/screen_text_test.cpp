@@ -7,12 +7,6 @@
 namespace test {
 namespace {
 
-constexpr int kRed = 1;
-constexpr int kCyan = 6;
-constexpr int kBlack = 0;
-constexpr int kWhite = 7;
-constexpr int kBrightRed = 9;
-
 Screen blank(int columns, int rows) {
   Screen screen{columns, rows, {}};
   screen.cells.resize(static_cast<size_t>(columns) * static_cast<size_t>(rows), Cell{.text = " "});

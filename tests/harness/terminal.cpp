@@ -238,6 +238,20 @@ bool Terminal::waitForWork(const std::function<bool()> &condition, Duration pati
   return holds;
 }
 
+bool Terminal::drawUntil(const std::function<bool()> &condition, Duration patience) {
+  constexpr Duration kPeriod{100};
+  Clock::time_point next = Clock::now();
+  return waitFor(
+      [&] {
+        if (Clock::now() >= next) {
+          signal(SIGWINCH);
+          next = Clock::now() + kPeriod;
+        }
+        return hasEnded() || condition();
+      },
+      patience);
+}
+
 std::string Terminal::await(const std::function<std::string()> &complaint, Duration patience) {
   std::string last;
   bool ended = false;

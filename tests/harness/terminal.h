@@ -19,6 +19,19 @@ namespace test {
 
 // A colour by its number, or the terminal's own.
 inline constexpr int kDefaultColour = -1;
+inline constexpr int kBlack = 0;
+inline constexpr int kRed = 1;
+inline constexpr int kYellow = 3;
+inline constexpr int kCyan = 6;
+inline constexpr int kWhite = 7;
+inline constexpr int kBrightRed = 9;
+
+// What keys send.
+inline constexpr std::string_view kUpKey = "\x1b[A";
+inline constexpr std::string_view kDownKey = "\x1b[B";
+inline constexpr std::string_view kRightKey = "\x1b[C";
+inline constexpr std::string_view kLeftKey = "\x1b[D";
+inline constexpr std::string_view kCtrlC = "\x03";
 
 struct Cell {
   std::string text;  // UTF-8; a blank for a cell that nothing was written to
@@ -78,6 +91,9 @@ class Terminal {
   // The same for what the program does as soon as it can: false also once it rests. Where it would
   // go on to draw frames by itself before the deadline, it is told to draw two of them first.
   bool waitForWork(const std::function<bool()> &condition, Duration patience = kPatience);
+  // Has the program draw ten times a second for as long as `condition` does not hold and it runs.
+  // False at the deadline.
+  bool drawUntil(const std::function<bool()> &condition, Duration patience = kPatience);
   // Nothing when the program still runs at the deadline. Afterwards all that it wrote is taken in.
   std::optional<Ending> waitForEnd(Duration patience = kPatience);
   bool hasEnded() { return child_.poll().has_value(); }

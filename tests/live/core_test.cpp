@@ -35,10 +35,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 
-using Steps = std::vector<std::string>;
-
 constexpr uint64_t kMiB = 1 << 20;
-constexpr uint64_t kPage = 4096;
 constexpr size_t kMostRegions = 4096;
 // What the program holds in memory at most, above what it holds for a small process.
 constexpr uint64_t kBound = 64 * kMiB;

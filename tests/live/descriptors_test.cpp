@@ -7,7 +7,6 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -18,6 +17,7 @@
 #include "harness/helper.h"
 #include "harness/process_facts.h"
 #include "harness/run.h"
+#include "live/format.h"
 #include "live/open_files.h"
 
 namespace test {
@@ -25,17 +25,6 @@ namespace {
 
 using testing::Contains;
 using testing::IsSupersetOf;
-
-using Steps = std::vector<std::string>;
-
-__attribute__((format(printf, 1, 2))) std::string format(const char *pattern, ...) {
-  char text[2048];
-  va_list arguments;
-  va_start(arguments, pattern);
-  vsnprintf(text, sizeof text, pattern, arguments);
-  va_end(arguments);
-  return text;
-}
 
 // A directory that is gone after the test, with all in it.
 class Folder {

@@ -20,20 +20,12 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-using Steps = std::vector<std::string>;
-
-// The columns of ps, one word each.
-std::map<std::string, std::string> askPS(pid_t pid, const Steps &columns) {
-  Launch launch;
-  launch.program = "/usr/bin/ps";
-  launch.arguments = {"-p", std::to_string(pid)};
-  for (const std::string &column : columns) {
-    launch.arguments.insert(launch.arguments.end(), {"-o", column + "="});
-  }
-  const Outcome outcome = run(launch);
-  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+// By column, each of which is one word.
+std::map<std::string, std::string> wordsOfPS(pid_t pid, const std::vector<std::string> &columns) {
+  std::string wanted;
+  for (const std::string &column : columns) wanted += (wanted.empty() ? "" : ",") + column + "=";
   std::map<std::string, std::string> values;
-  std::istringstream words(outcome.output);
+  std::istringstream words(askPS(pid, wanted));
   for (const std::string &column : columns) words >> values[column];
   return values;
 }
@@ -70,13 +62,13 @@ long hundredths(uint64_t ticks) {
 }
 
 // A process at rest: all its figures stay as they are.
-void expectAgreement(const Helper &helper, const std::string &name) {
+void expectReportToAgree(const Helper &helper, const std::string &name) {
   const pid_t pid = helper.pid();
   ASSERT_TRUE(comesToRest(pid));
   // Before the report, whose stackshot wakes the process for a moment, and has stack pages loaded
   // that it did not use itself.
-  auto ps = askPS(pid, {"ppid", "s", "uid", "ruid", "svuid", "gid", "rgid", "svgid", "vsz", "rss",
-                        "cputimes", "nlwp"});
+  auto ps = wordsOfPS(pid, {"ppid", "s", "uid", "ruid", "svuid", "gid", "rgid", "svgid", "vsz",
+                            "rss", "cputimes", "nlwp"});
   const std::optional<ProcessFacts> facts = readFacts(pid);
   ASSERT_TRUE(facts);
   const std::string report = reportOn(pid);
@@ -113,7 +105,7 @@ void expectAgreement(const Helper &helper, const std::string &name) {
 }
 
 TEST(Details, OfASleepingProcess) {
-  expectAgreement(Helper(Steps{}), "make_process");
+  expectReportToAgree(Helper(Steps{}), "make_process");
 }
 
 TEST(Details, OfAStoppedProcess) {
@@ -123,17 +115,17 @@ TEST(Details, OfAStoppedProcess) {
     return facts && facts->state == 'T';
   };
   ASSERT_TRUE(waitUntil(isStopped));
-  expectAgreement(helper, "make_process");
+  expectReportToAgree(helper, "make_process");
 }
 
 TEST(Details, OfOneThatHasComputedAndHasThreads) {
-  expectAgreement(Helper({"memory", "300", "threads", "12", "name", "a b) R (c"}), "a b) R (c");
+  expectReportToAgree(Helper({"memory", "300", "threads", "12", "name", "a b) R (c"}), "a b) R (c");
 }
 
 TEST(Details, OfManyIdentities) {
   if (!isRoot()) GTEST_SKIP() << "needs root to be several users";
-  expectAgreement(Helper({"identities", "1001", "1002", "1003", "2001", "2002", "2003"}),
-                  "make_process");
+  expectReportToAgree(Helper({"identities", "1001", "1002", "1003", "2001", "2002", "2003"}),
+                      "make_process");
 }
 
 TEST(Details, OfOneInAContainer) {

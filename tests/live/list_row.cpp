@@ -1,16 +1,17 @@
 #include "live/list_row.h"
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <regex>
 
 #include "harness/run.h"
+#include "live/format.h"
 
 namespace test {
 
@@ -22,15 +23,6 @@ constexpr int kCellsToCommand = placeOf(Column::command) + 1;
 
 // A process list shows at most so many descriptors: the list is asked for with 1024 bytes.
 constexpr size_t kMostDescriptors = 128;
-
-__attribute__((format(printf, 1, 2))) std::string format(const char *pattern, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, pattern);
-  vsnprintf(text, sizeof text, pattern, arguments);
-  va_end(arguments);
-  return text;
-}
 
 // A text in a field: cut to a character less than the width, or followed by one blank where there
 // is room for it.
@@ -250,6 +242,15 @@ std::optional<int> tenthsOf(const std::string &processorCell) {
   std::smatch part;
   if (!std::regex_match(processorCell, part, share)) return std::nullopt;
   return std::stoi(part[1]) * 10 + std::stoi(part[2]);
+}
+
+std::string askPS(pid_t pid, const std::string &columns) {
+  Launch launch;
+  launch.program = "/usr/bin/ps";
+  launch.arguments = {"-o", columns, "-p", std::to_string(pid)};
+  const Outcome outcome = run(launch);
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  return outcome.output;
 }
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// The process list in plain text, taken apart, and what its cells should say.
+// The process list in plain text, taken apart, what its cells should say, and what ps says.
 #pragma once
 
 #include <map>
@@ -50,5 +50,9 @@ std::vector<std::string> startTimeCells(uint64_t startTicks);
 std::optional<long> hundredthsOf(const std::string &timeCell);
 // Tenths of a percent of a CPU cell; nothing when it is not one.
 std::optional<int> tenthsOf(const std::string &processorCell);
+
+// What ps writes of a process: `columns` are as its option -o takes them. A command may hold
+// blanks, so it is best asked for alone. Fails the test that calls it when ps can't be run.
+std::string askPS(pid_t pid, const std::string &columns);
 
 }  // namespace test

@@ -80,16 +80,6 @@ void addOrdinaryKinds(std::vector<Watched> &watched) {
   watched.push_back(watch("system-call filter", {"seccomp"}));
 }
 
-// The command may hold blanks, so it is asked for alone.
-std::string askPS(pid_t pid, const std::string &columns) {
-  Launch launch;
-  launch.program = "/usr/bin/ps";
-  launch.arguments = {"-o", columns, "-p", std::to_string(pid)};
-  const Outcome outcome = run(launch);
-  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
-  return outcome.output;
-}
-
 std::string trimmed(const std::string &text) {
   const size_t start = text.find_first_not_of(" \n");
   return start == std::string::npos ? ""

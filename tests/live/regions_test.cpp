@@ -22,12 +22,9 @@
 namespace test {
 namespace {
 
-using Steps = std::vector<std::string>;
-
 // Where nothing stands on its own.
 constexpr uint64_t kArea = 0x200000000000;
 constexpr uint64_t kApart = 0x10000000;  // from one chosen mapping to the next
-constexpr uint64_t kPage = 4096;
 constexpr uint64_t kMany = 60'000;
 
 struct Line {
@@ -132,7 +129,7 @@ Line expectedOf(const std::string &text) {
   return line;
 }
 
-void expectAgreement(pid_t pid, const std::vector<Line> &lines) {
+void expectMapToAgree(pid_t pid, const std::vector<Line> &lines) {
   const std::vector<std::string> maps =
       splitLines(readFile("/proc/" + std::to_string(pid) + "/maps"));
   ASSERT_EQ(lines.size(), maps.size());
@@ -212,7 +209,7 @@ TEST_F(RegionMap, OfKnownMappings) {
   // A stack is known by the thread that waits on it.
   ASSERT_TRUE(comesToRest(helper.pid()));
   const std::vector<Line> lines = regionsOf(helper.pid());
-  expectAgreement(helper.pid(), lines);
+  expectMapToAgree(helper.pid(), lines);
   EXPECT_EQ(unlink(shared.c_str()), 0);
 
   expectRegion(atPlace(lines, 1), "", "  16K", "rw-/rwx PRV ");
@@ -242,7 +239,7 @@ TEST_F(RegionMap, OfKnownMappings) {
 TEST_F(RegionMap, OfWhatEveryProcessHas) {
   const Helper helper(Steps{});
   const std::vector<Line> lines = regionsOf(helper.pid());
-  expectAgreement(helper.pid(), lines);
+  expectMapToAgree(helper.pid(), lines);
   std::map<std::string, size_t> tags;
   for (const Line &line : lines) {
     tags[line.tag]++;
@@ -271,7 +268,7 @@ TEST_F(RegionMap, OfManyMappings) {
   if (!mayHaveMany()) GTEST_SKIP() << "a process may not have so many mappings";
   const Helper helper(manyMappings());
   const std::vector<Line> lines = regionsOf(helper.pid());
-  expectAgreement(helper.pid(), lines);
+  expectMapToAgree(helper.pid(), lines);
   uint64_t next = kArea;
   for (const Line &line : lines) {
     if (line.start != next || next == kArea + kMany * kPage) continue;
@@ -334,7 +331,7 @@ TEST_F(RegionMap, OfTheUsersOwnProcess) {
   if (!mayLookInto(helper.pid())) GTEST_SKIP() << kMayNotLook;
   const Outcome outcome = runSondex({std::to_string(helper.pid()), "regions"}, {}, kNobody);
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
-  expectAgreement(helper.pid(), parseReport(outcome.output));
+  expectMapToAgree(helper.pid(), parseReport(outcome.output));
 }
 
 TEST_F(RegionMap, OfAZombieThereIsNone) {

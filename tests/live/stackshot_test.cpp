@@ -30,8 +30,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-using Steps = std::vector<std::string>;
-
 struct ShownThread {
   unsigned long id = 0;
   std::string name;

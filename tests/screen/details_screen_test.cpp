@@ -23,9 +23,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::Optional;
 
-constexpr pid_t kHello = 40;
-constexpr int kBrightRed = 9;
-
 constexpr char kWarning[] = "Warning: Unable to get task port - Statistics will be limited";
 constexpr char kIdentity[] =
     "Process: 40     Name: Hello             Parent:     1   Status: runnable";

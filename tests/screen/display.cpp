@@ -11,10 +11,6 @@ namespace test {
 
 namespace {
 
-constexpr int kBlack = 0;
-constexpr int kBrightRed = 9;
-constexpr size_t kPidCell = placeOf(Column::pid);
-
 std::optional<SteppedDevice> deviceOf(const Place &place) {
   if (place.device.empty() || !place.deviceText.empty()) return std::nullopt;
   return std::optional<SteppedDevice>(std::in_place, place.device, place.background);

@@ -17,13 +17,11 @@
 
 namespace test {
 
-inline constexpr std::string_view kUpKey = "\x1b[A";
-inline constexpr std::string_view kDownKey = "\x1b[B";
-inline constexpr std::string_view kRightKey = "\x1b[C";
-inline constexpr std::string_view kLeftKey = "\x1b[D";
 // Draws another frame and does nothing else.
 inline constexpr std::string_view kIdleKey = "\x04";
-inline constexpr std::string_view kCtrlC = "\x03";
+
+// On the device "minimal", besides what every system runs.
+inline constexpr pid_t kHello = 40;
 
 struct Place {
   std::string device = "minimal";  // "" is the machine that the test runs on

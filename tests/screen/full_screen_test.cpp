@@ -21,16 +21,11 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr std::string_view kCtrlC = "\x03";
 constexpr char kFarewell[] = "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.";
-constexpr char kNotice[] =
+constexpr char kNoScreenNotice[] =
     "If you are reading this, curses full screen initialization failed. This is either because "
     "$TERM is not set properly,\r\nor because you are missing the terminfo files (which aren't "
     "present on iOS).\r\nYou can fix either easily if you read the README.\r\n";
-
-constexpr int kBlack = 0;
-constexpr int kRed = 1;
-constexpr int kBrightRed = 9;
 
 // Of the columns that root sees at 132.
 constexpr size_t kTimeCell = placeOf(Column::time);
@@ -449,7 +444,7 @@ TEST(UnknownTerminal, IsExplainedOnStandardOutput) {
   ASSERT_TRUE(ending.has_value());
   EXPECT_EQ(ending->signal, 0);
   EXPECT_NE(ending->status, 0);
-  EXPECT_EQ(terminal.written(), kNotice);
+  EXPECT_EQ(terminal.written(), kNoScreenNotice);
   expectLeftWell(terminal);
 }
 
@@ -461,7 +456,7 @@ TEST(UnknownTerminal, IsExplainedOnTheOneTerminal) {
   ASSERT_TRUE(ending.has_value());
   EXPECT_EQ(ending->signal, 0);
   EXPECT_NE(ending->status, 0);
-  EXPECT_THAT(terminal.written(), HasSubstr(kNotice));
+  EXPECT_THAT(terminal.written(), HasSubstr(kNoScreenNotice));
   // What curses says itself is not lost either.
   EXPECT_THAT(terminal.written(), HasSubstr("dumb-unknown"));
   expectLeftWell(terminal);

@@ -13,9 +13,9 @@ using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr char kFirstLine[] = "Gestalt Details for this OS:";
+constexpr char kTitle[] = "Gestalt Details for this OS:";
 constexpr char kLastLabel[] = "BlueTooth MAC:";
-const KeptFile kKept("screen/kinds-gestalt-132x50.txt");
+const KeptFile kKeptGestalt("screen/kinds-gestalt-132x50.txt");
 
 std::string openGestalt(Display &display) {
   display.terminal().press("G");
@@ -32,14 +32,14 @@ TEST(GestaltScreen, ShowsEveryAnswer) {
   ASSERT_EQ(display.begin(), "");
   ASSERT_EQ(openGestalt(display), "");
   const Terminal &terminal = display.terminal();
-  EXPECT_EQ(terminal.rowText(0), kFirstLine);
+  EXPECT_EQ(terminal.rowText(0), kTitle);
   EXPECT_GE(terminal.findRow("        Device Type:    Kinds(D321AP)"), 0) << terminal.text();
   EXPECT_GE(terminal.findRow("        OS version:     iPhone OS 12.4.1(16G102)"), 0);
   EXPECT_GE(terminal.findRow("        Serial Number:  ?!"), 0) << "a number is no text";
   EXPECT_GE(terminal.findRow("        UDID:           ?"), 0) << "refused";
   EXPECT_GE(terminal.findRow("        Chipset:        t8020(arm64e)"), 0);
   EXPECT_GE(terminal.findRow("        Wi-Fi MAC:      02:00:5e:10:00:31"), 0);
-  EXPECT_EQ(kKept.complaintAbout(asText(screenOf(terminal))), "");
+  EXPECT_EQ(kKeptGestalt.complaintAbout(asText(screenOf(terminal))), "");
 }
 
 class LeavingGestalt : public testing::TestWithParam<const char *> {};
@@ -50,7 +50,7 @@ TEST_P(LeavingGestalt, ShowsTheListAgain) {
   ASSERT_EQ(openGestalt(display), "");
   ASSERT_EQ(display.press(GetParam()), "");
   EXPECT_EQ(complaintAboutHeader(display.terminal(), true), "");
-  EXPECT_EQ(display.terminal().findRow(kFirstLine), -1);
+  EXPECT_EQ(display.terminal().findRow(kTitle), -1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Key, LeavingGestalt, testing::Values("\n", "q", "Q"), [](const auto &row) {

@@ -31,8 +31,8 @@ KeptFile keptOf(const std::string &device, const Marks &marks) {
 constexpr Marks kAtStart{"", "at-start"};
 constexpr Marks kAllOn{"1nspr", "all-on"};
 constexpr Marks kAllOff{"cm", "all-off"};
-const KeptFile kKept[] = {keptOf("minimal", kAtStart), keptOf("minimal", kAllOn),
-                          keptOf("minimal", kAllOff), keptOf("kinds", kAtStart)};
+const KeptFile kKeptHelp[] = {keptOf("minimal", kAtStart), keptOf("minimal", kAllOn),
+                              keptOf("minimal", kAllOff), keptOf("kinds", kAtStart)};
 
 std::string complaintAboutHelp(const std::string &device, const Marks &marks) {
   Display display({device, 132, 50, false});

@@ -25,9 +25,6 @@ using testing::Not;
 using testing::Optional;
 using testing::StartsWith;
 
-constexpr pid_t kHello = 40;
-constexpr int kCyan = 6;
-
 // The name of the column at a place, as it is when it is the selected one.
 std::string nameAt(int place) {
   const std::string drawn = kListColumns[place].drawn;

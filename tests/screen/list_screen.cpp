@@ -10,11 +10,7 @@ namespace test {
 
 namespace {
 
-constexpr int kCyan = 6;
-constexpr int kBlack = 0;
-constexpr int kWhite = 7;
 constexpr char kSeparator[] = "\u2502";
-constexpr size_t kPidCell = placeOf(Column::pid);
 
 // Lines above the list that the number of rows is reckoned with: seven, one each for the
 // compressor, the processors' line and the swap, and one for the processors themselves.

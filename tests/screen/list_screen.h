@@ -44,6 +44,8 @@ struct CellRange {
 };
 // What stands between the separators of a row.
 std::vector<CellRange> cellsOfRow(const Terminal &terminal, int row);
+// The place of the PID among them.
+inline constexpr size_t kPidCell = placeOf(Column::pid);
 std::string textOf(const Terminal &terminal, int row, CellRange range);
 
 std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abilities abilities = {});

@@ -14,7 +14,6 @@ namespace {
 using testing::ElementsAre;
 using testing::Optional;
 
-constexpr pid_t kHello = 40;
 constexpr char kSure[] = "Are you sure?";
 constexpr char kWhich[] = "Which PID do you want to kill today?";
 

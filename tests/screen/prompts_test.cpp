@@ -17,9 +17,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-constexpr pid_t kHello = 40;
-constexpr int kBlack = 0;
-constexpr int kYellow = 3;
 constexpr char kFilter[] = "Enter a filter expression:";
 constexpr char kDelay[] = "Enter value for update delay in deciseconds (10 = 1 second):";
 

@@ -50,12 +50,12 @@ std::vector<View> allViews() {
   return views;
 }
 
-// The program on a device of its own.
-struct Display {
+// With a device of its own.
+struct ProgramOnDevice {
   SteppedDevice device;
   Terminal terminal;
 
-  explicit Display(const View &view)
+  explicit ProgramOnDevice(const View &view)
       : device(view.device, SteppedDevice::Background::silent), terminal(optionsOf(view)) {}
 
  private:
@@ -72,8 +72,8 @@ struct Display {
 class KeptListScreen : public testing::TestWithParam<View> {};
 
 TEST_P(KeptListScreen, IsDrawn) {
-  Display display(GetParam());
-  EXPECT_EQ(complaintAboutScreen(display.terminal, GetParam().kept()), "");
+  ProgramOnDevice program(GetParam());
+  EXPECT_EQ(complaintAboutScreen(program.terminal, GetParam().kept()), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Device, KeptListScreen, testing::ValuesIn(allViews()),
@@ -84,14 +84,14 @@ INSTANTIATE_TEST_SUITE_P(Device, KeptListScreen, testing::ValuesIn(allViews()),
                          });
 
 // With room for all processes and columns.
-const View kKinds{"kinds", kColours, 140, 90};
-const KeptFile kSecondFrame = kKinds.kept("-second");
+const View kKindsView{"kinds", kColours, 140, 90};
+const KeptFile kSecondFrame = kKindsView.kept("-second");
 
 TEST(KeptListScreenLater, ShowsWhatChanged) {
-  Display display(kKinds);
-  ASSERT_EQ(awaitWholeFrame(display.terminal), "");
-  ASSERT_TRUE(display.terminal.drawAgain()) << display.terminal.text();
-  EXPECT_EQ(complaintAboutScreen(display.terminal, kSecondFrame), "");
+  ProgramOnDevice program(kKindsView);
+  ASSERT_EQ(awaitWholeFrame(program.terminal), "");
+  ASSERT_TRUE(program.terminal.drawAgain()) << program.terminal.text();
+  EXPECT_EQ(complaintAboutScreen(program.terminal, kSecondFrame), "");
 }
 
 TEST(KeptScreens, AllHaveATest) {

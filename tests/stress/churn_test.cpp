@@ -24,8 +24,6 @@ constexpr int kProcessesPerSecond = 200;
 // More than there are at any time of so many a second, also on a machine that is slow to end them.
 constexpr int kProcessesAtATime = 400;
 constexpr int kManyProcesses = 2000;
-constexpr Duration kRefreshPeriod{100};
-constexpr std::string_view kCtrlC = "\x03";
 
 // What an allocator may keep back of memory that it once had.
 constexpr uint64_t kSlack = uint64_t{2} << 20;
@@ -65,17 +63,9 @@ void waitForFrames(Terminal &terminal, size_t count) {
   }
 }
 
-// Asks for a frame every so often for as long as `condition` does not hold.
+// Has frames drawn for as long as `condition` does not hold.
 void refreshUntil(Terminal &terminal, const std::function<bool()> &condition, Duration patience) {
-  Clock::time_point next = Clock::now();
-  const auto drawAndAsk = [&] {
-    if (Clock::now() >= next) {
-      terminal.signal(SIGWINCH);
-      next = Clock::now() + kRefreshPeriod;
-    }
-    return terminal.hasEnded() || condition();
-  };
-  ASSERT_TRUE(terminal.waitFor(drawAndAsk, patience));
+  ASSERT_TRUE(terminal.drawUntil(condition, patience));
   ASSERT_FALSE(terminal.hasEnded()) << terminal.text();
 }
 
@@ -87,12 +77,12 @@ void expectEndByCtrlC(Terminal &terminal) {
   EXPECT_TRUE(sameModes(terminal.modes(), terminal.modesBefore()));
 }
 
-std::vector<std::string> churn(int seconds) {
+Steps churn(int seconds) {
   return {"churn", std::to_string(kProcessesPerSecond), std::to_string(seconds)};
 }
 
 // The same steps as that user's, if there is one.
-std::vector<std::string> stepsOf(std::optional<uid_t> user, std::vector<std::string> steps) {
+Steps stepsOf(std::optional<uid_t> user, Steps steps) {
   if (user) steps.insert(steps.begin(), {"user", std::to_string(*user)});
   return steps;
 }

@@ -20,18 +20,6 @@
 namespace test {
 namespace {
 
-constexpr std::string_view kLeftKey = "\x1b[D";
-constexpr std::string_view kDownKey = "\x1b[B";
-constexpr std::string_view kUpKey = "\x1b[A";
-
-TerminalOptions largeTerminal(Environment environment = {}) {
-  TerminalOptions options;
-  options.columns = 160;
-  options.rows = 50;
-  options.environment = std::move(environment);
-  return options;
-}
-
 std::string identityOf(pid_t pid) {
   return "Process: " + std::to_string(pid) + " ";
 }
@@ -97,8 +85,12 @@ class OpenDetails {
  public:
   OpenDetails(pid_t pid, const std::string &name, const Environment &environment = {}) {
     constexpr int kTries = 10;
+    TerminalOptions options;
+    options.columns = 160;
+    options.rows = 50;
+    options.environment = environment;
     for (int i = 0; i < kTries && !isOpen_; i++) {
-      terminal_.emplace(largeTerminal(environment));
+      terminal_.emplace(options);
       EXPECT_EQ(terminal_->awaitText("COMMAND"), "");
       sortByPid(*terminal_);
       isOpen_ = opensDetailsOf(*terminal_, pid, name);
@@ -112,19 +104,6 @@ class OpenDetails {
   bool isOpen_ = false;
 };
 
-// Has the program refresh its list every so often for as long as `condition` does not hold.
-bool refreshUntil(Terminal &terminal, const std::function<bool()> &condition) {
-  constexpr Duration kPeriod{100};
-  Clock::time_point next = Clock::now();
-  return terminal.waitFor([&] {
-    if (Clock::now() >= next) {
-      terminal.signal(SIGWINCH);
-      next = Clock::now() + kPeriod;
-    }
-    return terminal.hasEnded() || condition();
-  });
-}
-
 void expectReturnAndQuit(Terminal &terminal) {
   terminal.press("q");
   ASSERT_TRUE(terminal.waitFor([&] { return showsList(terminal); })) << terminal.text();
@@ -137,8 +116,7 @@ void expectReturnAndQuit(Terminal &terminal) {
 
 TEST(DetailsScreen, ReturnsToTheListOnceItsProcessHasEnded) {
   const std::string name = uniqueName("ends");
-  std::optional<Helper> helper(std::in_place,
-                               std::vector<std::string>{"name", name, "threads", "5"});
+  std::optional<Helper> helper(std::in_place, Steps{"name", name, "threads", "5"});
   OpenDetails details(helper->pid(), name);
   ASSERT_TRUE(details.isOpen());
   Terminal &terminal = details.terminal();
@@ -165,7 +143,7 @@ TEST(DetailsScreen, KeepsUpWithOneThatOpensAndClosesDescriptors) {
     const size_t before = terminal.frames();
     // With and without the list of descriptors.
     terminal.press("f");
-    ASSERT_TRUE(refreshUntil(terminal, [&] { return terminal.frames() > before; }));
+    ASSERT_TRUE(terminal.drawUntil([&] { return terminal.frames() > before; }));
     ASSERT_FALSE(terminal.hasEnded()) << "after " << i << " frames\n" << terminal.written();
   }
   ASSERT_TRUE(terminal.waitFor([&] { return showsText(terminal, identityOf(helper.pid())); }))
@@ -214,7 +192,7 @@ TEST(DetailsScreen, StaysOpenWhileTheListIsRefreshed) {
   Terminal &terminal = details.terminal();
   ASSERT_TRUE(terminal.waitFor([&] { return residentBytes(terminal).has_value(); }));
   const std::optional<long long> first = residentBytes(terminal);
-  ASSERT_TRUE(refreshUntil(terminal, [&] {
+  ASSERT_TRUE(terminal.drawUntil([&] {
     const std::optional<long long> now = residentBytes(terminal);
     return now && *now - *first >= kRefreshes * kBytesPerRefresh;
   })) << terminal.text();

@@ -84,7 +84,7 @@ class RandomKeys {
   Signals signals_;
 };
 
-TerminalOptions largeTerminal(Environment environment) {
+TerminalOptions usualTerminal(Environment environment = {}) {
   TerminalOptions options;
   options.columns = 132;
   options.rows = 40;
@@ -124,7 +124,7 @@ void expectQuit(Terminal &terminal) {
 TEST(RandomKeys, OnASimulatedDevice) {
   const ConfigurationFile file;
   const SteppedDevice device("iphone");
-  Terminal terminal(largeTerminal(device.environment()));
+  Terminal terminal(usualTerminal(device.environment()));
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
   RandomKeys keys(20240305, Signals::sent);
   ASSERT_NO_FATAL_FAILURE(pressThem(terminal, keys));
@@ -135,7 +135,7 @@ TEST(RandomKeys, OnASimulatedDevice) {
 TEST(RandomKeys, OnThisMachineWhileProcessesComeAndGo) {
   const ConfigurationFile file;
   const Helper churn({"churn", "100", "600"});
-  Terminal terminal(largeTerminal({}));
+  Terminal terminal(usualTerminal());
   ASSERT_EQ(terminal.awaitText("COMMAND"), "");
   RandomKeys keys(20240306, Signals::left);
   ASSERT_NO_FATAL_FAILURE(pressThem(terminal, keys));
