@@ -26,6 +26,9 @@ std::ostream &operator<<(std::ostream &out, const Outcome &outcome);
 // Standard input is empty. The descriptors of `launch` are not looked at.
 Outcome run(Launch launch, Duration patience = kPatience);
 
+// A PID beyond what any kernel gives.
+inline constexpr char kNoPid[] = "2147483646";
+
 // The program that was built, or the one that the variable SONDEX_PROGRAM names in its place.
 std::string sondexPath();
 // Whether that program has a sanitizer in it: its memory is not what it would be otherwise.

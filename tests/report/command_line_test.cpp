@@ -19,8 +19,6 @@ using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr char kNoPid[] = "2147483646";  // beyond what any kernel gives
-
 void expectSilentFailure(const Outcome &outcome, int status, const std::string &said) {
   EXPECT_TRUE(outcome.exitedWith(status)) << outcome;
   EXPECT_EQ(outcome.output, "");

@@ -189,7 +189,7 @@ TEST_F(Core, TakesATaskPort) {
 
 TEST_F(Core, OfNoProcess) {
   const OwnTmp tmp;
-  const std::string none = "2147483646";  // beyond what any kernel gives
+  const std::string none = kNoPid;
   const std::string before = whatIsAt("/tmp/core." + none);
   const WrittenDevice device(kSteppedClock + processText(core.pid(), kRegions));
   for (const char *word : {"core", "binary"}) {

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kProcesses[] = R"(
+constexpr char kDetailedProcesses[] = R"(
 [[process]]
 pid = 0
 name = "kernel_task"
@@ -110,7 +110,7 @@ class DetailsReport : public testing::Test {
   // On the device above with something more at its top and at its end.
   static Outcome run(const std::vector<std::string> &arguments, const std::string &top = "",
                      const std::string &end = "") {
-    const WrittenDevice device(top + kSteppedClock + kProcesses + end);
+    const WrittenDevice device(top + kSteppedClock + kDetailedProcesses + end);
     return runSondex(arguments, device.environment());
   }
 };

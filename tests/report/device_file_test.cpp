@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 constexpr int kUsageStatus = 64;
 constexpr int kDataStatus = 65;
 
-constexpr char kDevice[] =
+constexpr char kTwoProcesses[] =
     "[[process]]\nname = \"launchd\"\npid = 1\n[[process]]\nname = \"thedaemon\"\npid = 42\n";
 
 class DeviceFolder : public testing::Test {
@@ -45,7 +45,7 @@ class DeviceFolder : public testing::Test {
 };
 
 TEST_F(DeviceFolder, IsWhereANameIsLookedFor) {
-  write("mine.toml", kDevice);
+  write("mine.toml", kTwoProcesses);
   const Outcome outcome = runWith("mine");
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_THAT(outcome.output, testing::HasSubstr("thedaemon"));
@@ -57,20 +57,20 @@ TEST_F(DeviceFolder, IsWhereANameIsLookedFor) {
 }
 
 TEST_F(DeviceFolder, IsNotWhereAPathIsLookedFor) {
-  const std::string path = write("mine", kDevice);
+  const std::string path = write("mine", kTwoProcesses);
   const Outcome outcome = runWith(path);
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_THAT(outcome.output, testing::HasSubstr("thedaemon"));
 
-  write("other.toml", kDevice);
+  write("other.toml", kTwoProcesses);
   const Outcome ending = runWith("other.toml");
   EXPECT_TRUE(ending.exitedWith(kDataStatus)) << ending;
   EXPECT_EQ(ending.error, "other.toml: can't be read: No such file or directory\n");
 }
 
 TEST_F(DeviceFolder, IsListedForAnUnknownName) {
-  write("zebra.toml", kDevice);
-  write("ant.toml", kDevice);
+  write("zebra.toml", kTwoProcesses);
+  write("ant.toml", kTwoProcesses);
   write("readme.txt", "");
   const Outcome outcome = runWith("bee");
   EXPECT_TRUE(outcome.exitedWith(kUsageStatus)) << outcome;

@@ -17,7 +17,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kProcesses[] = R"(
+constexpr char kMappedProcesses[] = R"(
 [[process]]
 pid = 0
 name = "kernel_task"
@@ -53,8 +53,6 @@ regions = [{ address = 0x1000, size = "4K" }]
 pid = 40
 name = "bare"
 )";
-
-constexpr char kNoPid[] = "2147483646";  // beyond what any kernel gives
 
 struct Line {
   const char *colour;
@@ -113,7 +111,7 @@ class Regions : public testing::Test {
   // On the device above with something more at its top and at its end.
   static Outcome run(const std::vector<std::string> &arguments, const Environment &environment = {},
                      const std::string &top = "", const std::string &end = "") {
-    const WrittenDevice device(top + kSteppedClock + kProcesses + end);
+    const WrittenDevice device(top + kSteppedClock + kMappedProcesses + end);
     return runSondex(arguments, device.environment(environment));
   }
 

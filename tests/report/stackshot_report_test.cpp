@@ -15,7 +15,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char kDevice[] = R"(
+constexpr char kProcessesWithStacks[] = R"(
 [[process]]
 pid = 1
 name = "launchd"
@@ -67,7 +67,7 @@ class StackshotReport : public testing::Test {
   // On the device above with something more at its top and at its end.
   static Outcome run(const std::vector<std::string> &arguments, const std::string &top = "",
                      const std::string &end = "") {
-    const WrittenDevice device(top + kSteppedClock + kDevice + end);
+    const WrittenDevice device(top + kSteppedClock + kProcessesWithStacks + end);
     const Outcome outcome = runSondex(arguments, device.environment());
     EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
     return outcome;
@@ -168,7 +168,7 @@ TEST_F(StackshotReport, OfAProcessThatEnded) {
 }
 
 TEST_F(StackshotReport, DebuggingDumpsTheBytesFirst) {
-  const WrittenDevice device(std::string(kSteppedClock) + kDevice);
+  const WrittenDevice device(std::string(kSteppedClock) + kProcessesWithStacks);
   Launch launch;
   launch.program = "/bin/sh";
   launch.arguments = {"-c", "exec \"$0\" \"$@\" 2>&1", sondexPath(), "1", "threads"};

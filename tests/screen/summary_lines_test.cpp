@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "harness/screen_text.h"
@@ -109,6 +110,10 @@ struct BatteryText {
   const char *device;
   const char *text;
 };
+
+std::ostream &operator<<(std::ostream &out, const BatteryText &row) {
+  return out << row.device;
+}
 
 class BatteryOf : public testing::TestWithParam<BatteryText> {};
 
