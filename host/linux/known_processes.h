@@ -81,8 +81,8 @@ class KnownProcesses {
   void keepOnly(const std::vector<int32_t> &pids);
   size_t size() const { return processes_.size(); }
 
-  // Whether `pid` was alive at the last look. A look tells so once: who asks again without having
-  // looked at the process must find out.
+  // Whether `pid` was alive at the last look. True once for each look: a caller that asks again
+  // without having looked must find out by itself.
   bool takeLife(int32_t pid);
 
   // The process that holds each socket, by inode; of several the newest.

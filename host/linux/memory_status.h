@@ -21,8 +21,8 @@ int32_t jetsamLimit(uint64_t limit);
 class MemoryStatus {
  public:
   // Entries of all processes among `pids` that are alive, lowest band first. `procDirectory` is an
-  // open handle of /proc. One that was alive at the last look is taken to be so once more: ended
-  // since, it is in one list yet until it is reaped.
+  // open handle of /proc. One that was alive at the last look is taken to be alive without being
+  // asked, but only once: one that has ended since then may still be in this list.
   void list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
             std::vector<darwin::memorystatus_priority_entry> &entries);
 

@@ -59,7 +59,7 @@ class LiveDevice {
   // The machine goes: all waits end.
   void leave();
 
-  // Of what never changes.
+  // Only for those of its parts that never change.
   const Device &description() const { return state_.device(); }
   Nanoseconds now() const;
   void advance(Nanoseconds by);
