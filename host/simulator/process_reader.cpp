@@ -14,8 +14,6 @@ namespace host::simulator {
 
 namespace {
 
-constexpr int64_t kMostCopiesOfProcess = 20'000;
-
 // What says which processes an entry is about. The fields are of its own table.
 struct Numbering {
   Field pid;
@@ -28,7 +26,7 @@ Numbering readNumbering(TableReader &reader) {
   numbering.pid = reader.findOwn("pid");
   const Field names = reader.findOwn("names");
   const Field copies = reader.findOwn("copies");
-  if (copies) numbering.count = static_cast<size_t>(copies.number(1, kMostCopiesOfProcess));
+  if (copies) numbering.count = static_cast<size_t>(copies.number(1, int64_t{kMostProcesses}));
   if (!names) return numbering;
   if (copies) copies.fail("found `copies` beside `names`", "one of them");
   if (const Field name = reader.findOwn("name")) {
