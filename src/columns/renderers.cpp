@@ -13,8 +13,11 @@
 #include "terminal/screen.h"
 #include "text/format.h"
 #include "text/safe_text.h"
+#include "text/utf8.h"
 
 namespace sondex {
+
+constexpr int32_t kNameCells = 15;
 
 static bool wantsDelta(const ProcessRecord *previous) {
   return load(g_Delta) != 0 && previous != nullptr;
@@ -38,18 +41,30 @@ static uint32_t changeAttribute(uint64_t before, uint64_t now) {
   return changeAttribute(now > before ? kPairGrown : kPairShrunk);
 }
 
+// A number that is too wide moves the rest of its row: cut, it would be another process's.
+static int outputIdentifier(const char *text) {
+  constexpr int kWidth = 6;
+  return output(text, strlen(text) < kWidth ? kWidth : 0);
+}
+
+static int outputPid(int32_t pid) {
+  char text[16];
+  snprintf(text, sizeof text, "%-5d", pid);
+  return outputIdentifier(text);
+}
+
 int print_pid(ProcessRecord *current, ProcessRecord *) {
-  return outputFormatted(6, "%-5d", pidOf(current));
+  return outputPid(pidOf(current));
 }
 
 int print_ppid(ProcessRecord *current, ProcessRecord *) {
-  return outputFormatted(6, "%-5d", static_cast<int>(current->taskAllInfo.pbsd.pbi_ppid));
+  return outputPid(static_cast<int32_t>(current->taskAllInfo.pbsd.pbi_ppid));
 }
 
 int print_uid(ProcessRecord *current, ProcessRecord *) {
-  char text[9];
+  char text[16];
   snprintf(text, sizeof text, "%5d", static_cast<int>(current->taskAllInfo.pbsd.pbi_uid));
-  return output(text, 6);
+  return outputIdentifier(text);
 }
 
 int print_coalition(ProcessRecord *current, ProcessRecord *) {
@@ -62,8 +77,11 @@ int print_name(ProcessRecord *current, ProcessRecord *) {
   const bool underlined = load(wantCurses) != 0 && !is64Bit(current);
   char name[sizeof process.pbi_comm];
   makeSafe(name, sizeof name, process.pbi_comm, sizeof process.pbi_comm);
+  int32_t cells = 0;
+  fitCells(name, strlen(name), kNameCells, &cells);
   if (underlined) switchOn(static_cast<uint32_t>(A_UNDERLINE));
-  const int result = outputFormatted(16, "%-16s", name);
+  const int result = output(name, 0);
+  outputBlanks(kNameCells - cells);
   if (underlined) switchOff(static_cast<uint32_t>(A_UNDERLINE));
   return result;
 }

@@ -16,7 +16,7 @@
 
 namespace sondex {
 
-constexpr int32_t kBeforeNextLook = 100;  // milliseconds, while the screen isn't open yet
+constexpr int32_t kBeforeNextLook = 100;  // milliseconds, while there is nothing to read yet
 
 // Of the letters A to D that end the sequence of a cursor key.
 static const int kCursorKeys[] = {kUp, kDown, kRight, kLeft};
@@ -47,11 +47,21 @@ static bool takeByte(KeyState *state, uint8_t byte) {
   return !state->escape && !state->bracket;
 }
 
+// A program in the background may not read the terminal; it may come back to the foreground.
+static bool isInBackground() {
+  const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+  return foreground >= 0 && foreground != getpgrp();
+}
+
+static bool mayReadLater(int error) {
+  return error == EINTR || (error == EIO && isInBackground() && pauseUnlessEnding(kBeforeNextLook));
+}
+
 static bool readByte(uint8_t *byte) {
   ssize_t length = 0;
   do {
     length = read(STDIN_FILENO, byte, 1);
-  } while (length < 0 && errno == EINTR);
+  } while (length < 0 && mayReadLater(errno));
   return length == 1;
 }
 

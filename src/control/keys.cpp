@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include <algorithm>
 
@@ -21,6 +22,7 @@
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
 #include "terminal/prompt.h"
+#include "terminal/screen.h"
 #include "terminal/status_bar.h"
 #include "text/typed_number.h"
 
@@ -36,9 +38,13 @@ static TableView enterPreviousTable() {
   return previousTable();
 }
 
+// The record that is highlighted on the screen; null where none is. Once the keys before this one
+// are seen there.
 static ProcessRecord *selectedRecord(TableView table) {
   const int32_t selected = load(g_selectedProcess);
-  return selected >= 0 && selected < table.count ? &table.records[selected] : nullptr;
+  if (selected < 0 || selected >= table.count) return nullptr;
+  ProcessRecord *record = &table.records[selected];
+  return record->displayed != 0 ? record : nullptr;
 }
 
 int32_t findNextVisibleProcess(TableView table, int32_t from, int32_t direction) {
@@ -312,7 +318,8 @@ static void quit() {
 
 enum Need : uint8_t {
   kNothing,
-  kScreen,  // draws, changes the filter, or looks into a table
+  kScreen,   // draws, changes the filter, or looks into a table
+  kPicture,  // acts on what the screen shows
 };
 
 struct KeyRow {
@@ -322,7 +329,8 @@ struct KeyRow {
 };
 
 static const KeyRow kKeys[] = {
-    {kEnter, kScreen, openDetails},
+    {kEnter, kPicture, openDetails},
+    {kRepaint, kScreen, repaintScreen},
     {' ', kNothing, pageDown},
     {'b', kNothing, pageUp},
     {'!', kNothing, saveConfiguration},
@@ -336,9 +344,9 @@ static const KeyRow kKeys[] = {
     {'f', kNothing, toggleUpdates},
     {'G', kScreen, openGestalt},
     {'I', kNothing, toggleIrix},
-    {'K', kScreen, killProcess},
-    {'T', kScreen, stopOrContinue},
-    {'t', kScreen, stopOrContinue},
+    {'K', kPicture, killProcess},
+    {'T', kPicture, stopOrContinue},
+    {'t', kPicture, stopOrContinue},
     {'M', kNothing, toggleMemory},
     {'m', kNothing, toggleMemory},
     {'N', kNothing, toggleNetworks},
@@ -361,25 +369,53 @@ static const KeyRow kKeys[] = {
     {kShiftedRight, kNothing, moveColumnRight},
 };
 
-static void actOnScreen(void (*act)()) {
+// Whether a key has done something that no frame shows yet.
+static SharedInt keysAreUnseen{0};
+
+void noteKeysAreSeen() {
+  keysAreUnseen.exchange(0, std::memory_order_acq_rel);
+}
+
+static void dropKey() {
+  setStatusBar("The screen is busy: the last key was dropped", 3);
+}
+
+// Typed ahead, a key may come before the frame that shows what the one before it did.
+static bool waitForPicture() {
+  constexpr timespec kNap = {0, 1'000'000};
+  wakeLoop();
+  for (int32_t waited = 0; load(keysAreUnseen) != 0; waited++) {
+    if (waited == kScreenPatience || reasonToEnd() != 0) return false;
+    nanosleep(&kNap, nullptr);
+  }
+  return true;
+}
+
+static void actOnScreen(const KeyRow *row) {
   const bool drewAlready = holdsDrawingLock();
+  if (row->need == kPicture && !drewAlready && load(keysAreUnseen) != 0 && !waitForPicture()) {
+    dropKey();
+    return;
+  }
   if (!lockDrawing(kScreenPatience)) {
-    setStatusBar("The screen is busy: the last key was dropped", 3);
+    dropKey();
     return;
   }
   // Who ends the program gives the screen up for good.
-  if (reasonToEnd() == 0) act();
+  if (reasonToEnd() == 0) row->act();
   if (!drewAlready) unlockDrawing();
 }
 
 void handleKey(int key) {
   for (const KeyRow &row : kKeys) {
     if (row.key != key) continue;
-    if (row.need == kScreen) {
-      actOnScreen(row.act);
-    } else {
+    if (row.need == kNothing) {
       row.act();
+    } else {
+      actOnScreen(&row);
     }
+    // Behind what it did.
+    keysAreUnseen.store(1, std::memory_order_release);
     return;
   }
 }

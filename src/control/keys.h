@@ -10,8 +10,12 @@ namespace sondex {
 
 // Applies one key: a byte (0 to 255) or a curses key code. Returns when what the key opened has
 // been left. A key that needs the screen or a process is dropped, with a message in the status bar,
-// when the screen isn't to be had for two seconds.
+// when the screen isn't to be had for two seconds. One that acts on the highlighted process waits
+// for as long for a frame that shows what the keys before it did.
 void handleKey(int key);
+
+// Called by the thread that draws, before it looks at what keys change: the frame shows it.
+void noteKeysAreSeen();
 
 // Asks for the refresh delay and sets g_Delay. What is no number leaves it as it is; numbers beyond
 // its range saturate. The calling thread is the one that draws.

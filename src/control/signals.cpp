@@ -6,8 +6,16 @@
 
 #include "state/display.h"
 #include "terminal/ending.h"
+#include "terminal/screen.h"
+#include "terminal/stopping.h"
 
 namespace sondex {
+
+// What ends a program by default, but for faults of its own.
+static const int kEndingSignals[] = {
+    SIGHUP,  SIGQUIT, SIGABRT, SIGPIPE, SIGALRM,   SIGTERM,
+    SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF,
+};
 
 // Neither curses nor the exit handlers may be entered from a signal handler: it leaves a note and
 // wakes the loop.
@@ -15,17 +23,42 @@ void sighandler(int signal) {
   if (load(wantCurses) != 0) askForEnd(signal);
 }
 
-void resizehandler(int) {
+static void resizehandler(int) {
+  loseScreen(kLostSize);
   wakeLoop();
+}
+
+static void stophandler(int) {
+  askForStop();
+}
+
+static void continuehandler(int) {
+  loseScreen(kLostToOthers);
+  wakeLoop();
+}
+
+// A signal that was ignored when the program started stays so: whoever started it wants that.
+static void handleUnlessIgnored(int number, void (*handler)(int)) {
+  if (signal(number, handler) == SIG_IGN) signal(number, SIG_IGN);
+}
+
+void handleSignals() {
+  signal(SIGINT, sighandler);
+  for (const int number : kEndingSignals) handleUnlessIgnored(number, sighandler);
+  // Those of curses would draw.
+  signal(SIGWINCH, resizehandler);
+  signal(SIGCONT, continuehandler);
+  handleUnlessIgnored(SIGTSTP, stophandler);
 }
 
 void endIfInterrupted() {
   const int32_t reason = reasonToEnd();
   if (reason == 0) return;
-  endProgram(0, stderr, "%s",
-             reason == SIGINT
-                 ? "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n"
-                 : "");
+  if (reason == SIGINT) {
+    endProgram(0, stderr, "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n");
+  }
+  if (reason > 0) endBySignal(reason);
+  endProgram(0, stderr, "%s", "");
 }
 
 }  // namespace sondex

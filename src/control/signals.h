@@ -4,15 +4,17 @@
 
 namespace sondex {
 
-// Handler of SIGINT: in full-screen mode the refresh loop is told to end the program; in plain mode
-// nothing happens.
+// Handler of the signals that end the program: in full-screen mode the refresh loop is told to do
+// so; in plain mode nothing happens.
 void sighandler(int signal);
 
-// Handler of SIGWINCH: wakes the refresh loop, which then fits the screen to its new size.
-void resizehandler(int signal);
+// Has signals steer the full screen: those that end the program leave it first, the terminal's size
+// is followed, and so are stops (Ctrl-Z). Called before it is
+// opened.
+void handleSignals();
 
 // Called by the refresh loop. When a key or a signal asked for the end: leaves the screen, says so
-// for Ctrl-C, and exits with status 0.
+// for Ctrl-C, and exits with status 0 for a key and for Ctrl-C, else as the signal has it.
 void endIfInterrupted();
 
 }  // namespace sondex

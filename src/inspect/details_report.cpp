@@ -35,7 +35,7 @@ constexpr size_t kContainerPath = 1024;
 constexpr darwin::mach_port_t kDeadPorts = 0xFFFFF0;  // the bits that names of dead ports share
 
 DetailsReport openDetailsReport(ProcessRecord *record, TableView table) {
-  return {record, table, darwin::DARWIN_MACH_PORT_NULL, "", 0, 0, 0, 0};
+  return {record, table, darwin::DARWIN_MACH_PORT_NULL, "", 0, 0, 0, 0, openPage(true)};
 }
 
 static bool isPlain() {
@@ -52,12 +52,11 @@ static void outputSafe(const char *text) {
   output(makeSafe(safe, sizeof safe, text, sizeof safe), 0);
 }
 
-static void beginReport() {
+static void beginReport(const DetailsReport *report) {
   if (isPlain()) {
     printf("-----------------\n");
   } else {
-    fitScreen();
-    beginPage();
+    beginPage(&report->page);
   }
 }
 
@@ -303,7 +302,7 @@ static void printDescriptors(const DetailsReport *report) {
 int printDetails(const DetailsReport *report) {
   ProcessRecord *record = report->record;
   char line[kLineSize];
-  beginReport();
+  beginReport(report);
   printTaskPort(report);
   printIdentity(record, line);
 

@@ -7,6 +7,7 @@
 #include "darwin/mach_host.h"
 #include "darwin/mach_task.h"
 #include "proc/process_table.h"
+#include "terminal/page.h"
 
 namespace sondex {
 
@@ -21,14 +22,16 @@ struct DetailsReport {
   int32_t showsThreads;
   int32_t showsRegions;
   int32_t showsHierarchy;
+
+  Page page;  // on the screen
 };
 
 // A report as it is when it is opened.
 DetailsReport openDetailsReport(ProcessRecord *record, TableView table);
 
-// Writes the report to the screen, which it clears first, or to standard output, and keeps the
-// process's path in the record. Returns 0; -1, after a message, when the arguments of the process
-// are not to be had: the report then ends behind its first line.
+// Writes the report to standard output, or as a page, which it begins and its caller ends, and
+// keeps the process's path in the record. Returns 0; -1, after a message, when the arguments of the
+// process are not to be had: the report then ends behind its first line.
 int printDetails(const DetailsReport *report);
 
 // Writes into `to` what the kernel's counts say about tampering with a task.

@@ -30,6 +30,7 @@
 #include "terminal/output.h"
 #include "terminal/screen.h"
 #include "terminal/status_bar.h"
+#include "terminal/stopping.h"
 
 namespace sondex {
 
@@ -56,13 +57,13 @@ static void leaveScreenForGood() {
 static void startDisplay() {
   atexit(cursesMessage);
   atexit(leaveScreenForGood);
+  // Curses leaves alone what somebody handles already.
+  handleSignals();
   // As soon as the screen is there, the input thread may ask for it.
   tryLockDrawing();
   openScreen();
   unlockDrawing();
-  signal(SIGINT, sighandler);
-  // In place of curses' own: a size that changes just before the wait must not go unnoticed.
-  signal(SIGWINCH, resizehandler);
+  setStatusBar("Press ? for the keys", 3);
   pthread_t watcher;
   const int failure = pthread_create(&watcher, nullptr, watchPressure, nullptr);
   if (failure == 0) {
@@ -176,12 +177,11 @@ static int showPlainList() {
 }
 
 static void drawFrame(bool sampled, bool frozen) {
+  noteKeysAreSeen();
   fitScreen();
-  // Whoever closed the screen to say something let go of standard error too.
-  if (isendwin()) holdStandardError();
   // A key that switches colours in the middle of a frame may leave an attribute on.
   setAttributes(A_NORMAL);
-  wclear(stdscr);
+  beginList();
   if (!sampled) sortAgain();
   showList();
   if (frozen) setStatusBar(kFrozen, 3);
@@ -206,10 +206,12 @@ static void refreshScreen() {
   endIfAsked();
   const bool drawing = tryLockDrawing();
   if (drawing) {
+    stopIfAsked();
     drawFrame(updating, frozen);
-    unlockDrawing();
   }
   if (updating) keepAsPrevious();
+  // Only now: the table that a key looks into is the one that was drawn.
+  if (drawing) unlockDrawing();
   collectStandardError();
   waitForRefresh(drawing ? refreshWait() : waitAfterMissedFrame());
   endIfAsked();

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -115,6 +116,7 @@ static int32_t targetOf(const char *argument) {
 }
 
 int runProgram(int argc, char **argv) {
+  setlocale(LC_CTYPE, "");  // says how wide characters are
   probeSystem();
   struct stat standardOutput = {};
   const bool outputIsDevice = fstat(STDOUT_FILENO, &standardOutput) == 0 &&

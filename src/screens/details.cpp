@@ -1,7 +1,10 @@
 #include "screens/details.h"
 
 #include <curses.h>
+#include <errno.h>
 #include <stdint.h>
+#include <stdio.h>
+#include <string.h>
 
 #include "inspect/details_report.h"
 #include "proc/sampler.h"
@@ -11,6 +14,7 @@
 #include "terminal/page.h"
 #include "terminal/status_bar.h"
 #include "vm/core_dump.h"
+#include "vm/task_memory.h"
 
 namespace sondex {
 
@@ -25,16 +29,29 @@ static void toggleArguments() {
   store(g_showArgs, load(g_showArgs) == 0 ? 1 : 0);
 }
 
+static void tellOutcome(int32_t pid, int result, int error) {
+  char text[160];
+  if (result == 0) {
+    snprintf(text, sizeof text, "Core dumped to /tmp/core.%d", pid);
+  } else {
+    snprintf(text, sizeof text, "No core of process %d: %s", pid,
+             result == kNoTaskPort ? "no task port" : strerror(error));
+  }
+  setStatusBar(text, 3);
+}
+
 static void dumpProcess(int32_t pid) {
   setStatusBar("Dumping core... Please wait...\n", 3);
   printStatusBar();
   wrefresh(stdscr);
-  dumpCore(pid, 0, kFullCore);
+  const int result = dumpCore(pid, 0, kFullCore);
+  tellOutcome(pid, result, errno);
 }
 
-// Applies a key. When there is none, or one without a meaning here, waits a while. False when the
-// screen is to be left.
+// Applies a key. When there is none, or one without a meaning here, waits for the next one a while.
+// False when the screen is to be left.
 static bool applyKey(DetailsReport *report, int key) {
+  if (movePage(&report->page, key)) return true;
   switch (key) {
     case '?':
       showHelp(kDetailsHelp);
@@ -67,13 +84,21 @@ static bool applyKey(DetailsReport *report, int key) {
       toggle(&report->showsThreads);
       return true;
     default:
-      return pauseUnlessEnding(kBetweenKeys);
+      return waitForKey(kBetweenKeys);
   }
+}
+
+static int drawReport(DetailsReport *report) {
+  int result = 0;
+  do {
+    result = printDetails(report);
+  } while (result == 0 && !endPage(&report->page));
+  return result;
 }
 
 static int runScreen(DetailsReport *report) {
   for (;;) {
-    const int result = printDetails(report);
+    const int result = drawReport(report);
     if (result != 0 || stdscr == nullptr || isKeyboardGone()) return result;
     if (!applyKey(report, readKey())) return 0;
     refreshProcInfo(report->record);

@@ -46,16 +46,18 @@ static const Row kRows[] = {
   endProgram(1, stdout, "Gestalt is only supported on *OS (Blame AAPL for this, not Z)\n");
 }
 
-void showGestalt() {
-  beginPage();
-  if (g_gotGestalt == 0) endUnsupported();
+static void writeAnswers(int32_t) {
   output("Gestalt Details for this OS:\n", 0);
   for (const Row &row : kRows) {
     output(row.label, 0);
     outputGestaltAnswer(row.key);
   }
   output("\n", 0);
-  waitToLeavePage();
+}
+
+void showGestalt() {
+  if (g_gotGestalt == 0) endUnsupported();
+  showPage(writeAnswers, 0);
 }
 
 }  // namespace sondex

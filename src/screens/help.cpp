@@ -97,12 +97,14 @@ static void showDetailsKeys() {
   output("   T        \tShow all threads in process\n", 0);
 }
 
-void showHelp(int mode) {
-  beginPage();
+static void writeHelp(int32_t mode) {
   showHeader();
   if (mode == 1) showListKeys();
   if (mode == 2) showDetailsKeys();
-  waitToLeavePage();
+}
+
+void showHelp(int mode) {
+  showPage(writeHelp, mode);
 }
 
 }  // namespace sondex

@@ -33,8 +33,6 @@ static void measureScreen() {
   if (onScreen()) {
     store(y, getmaxy(stdscr));
     store(x, getmaxx(stdscr));
-    idlok(stdscr, TRUE);
-    scrollok(stdscr, TRUE);
   } else {
     store(y, kPlainRows);
   }
@@ -51,7 +49,6 @@ static void showColumnHeaders(const Perspective *perspective) {
   const uint32_t plain = colorPair(kPairHeader);
   const uint32_t marked = colorPair(kPairSelected) | static_cast<uint32_t>(A_BOLD);
   switchOn(plain | static_cast<uint32_t>(A_UNDERLINE));
-  confineToLine();
   int32_t width = 0;
   for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
     if (!isColumnVisible(column) || width + column->width > load(x)) continue;
@@ -69,7 +66,7 @@ static void showColumnHeaders(const Perspective *perspective) {
       switchOn(plain);
     }
   }
-  endLine();
+  output("\n", 0);
   switchOff(plain | static_cast<uint32_t>(A_UNDERLINE));
 }
 
@@ -91,7 +88,6 @@ static void showSeparator() {
 
 static void showRow(const Perspective *perspective, ProcessRecord *record, ProcessRecord *previous,
                     bool highlighted) {
-  confineToLine();  // a value too wide for its column must not cost the list a line
   const int32_t selected = load(perspective->selectedColumn);
   int32_t width = 0;
   for (int32_t i = 0; const ColumnDescriptor *column = columnAt(perspective, i); i++) {
@@ -105,18 +101,13 @@ static void showRow(const Perspective *perspective, ProcessRecord *record, Proce
     column->print(record, previous);
     if (marked) switchOff(static_cast<uint32_t>(A_BOLD) | pair);
   }
-  endLine();
+  output("\n", 0);
 }
 
 struct Rows {
   int32_t matched;
   int32_t drawn;
 };
-
-// For the keys that go from row to row.
-static void noteDrawn(ProcessRecord *record) {
-  record->displayed = 1;
-}
 
 static Rows showRows(TableView current, TableView previous, const char *filter) {
   const Perspective *perspective = getCurrentPerspective();
@@ -127,10 +118,12 @@ static Rows showRows(TableView current, TableView previous, const char *filter) 
   Rows rows = {0, 0};
   for (int32_t i = 0; i < current.count; i++) {
     ProcessRecord *record = &current.records[i];
+    // For the keys, which act on what is seen. A display that stands still draws a table again.
+    record->displayed = 0;
     if (!passes(record, filter)) continue;
     rows.matched++;
     if (rows.drawn > room || i < first) continue;
-    noteDrawn(record);
+    record->displayed = 1;
     rows.drawn++;
     const bool highlighted = onScreen() && i == selected;
     if (highlighted)
@@ -195,7 +188,8 @@ void showProcesses(TableView current, TableView previous, const char *filter) {
   reportScrolling(rows.matched, current.count);
   reportFilter(filter);
   store(g_procs_viewable, rows.matched);
-  if (rows.drawn == 0) reportNoMatch(filter);
+  const bool hasRoom = load(y) >= load(banners);
+  if (rows.matched == 0 || (rows.drawn == 0 && hasRoom)) reportNoMatch(filter);
   printStatusBar();
 }
 

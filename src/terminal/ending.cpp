@@ -1,6 +1,8 @@
 #include "terminal/ending.h"
 
 #include <errno.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <time.h>
@@ -17,6 +19,7 @@ namespace sondex {
 
 constexpr int32_t kLongestNap = 100;  // milliseconds
 constexpr int32_t kBeforeExit = 100;  // milliseconds, for a thread that just leaves the screen
+constexpr int kSignalStatus = 128;    // as shells tell a signal, were it not to end the program
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
 
 static SharedInt endReason{0};
@@ -48,6 +51,19 @@ bool pauseUnlessEnding(int32_t milliseconds) {
     milliseconds -= nap;
   }
   return reasonToEnd() == 0;
+}
+
+void endBySignal(int number) {
+  closeScreen();
+  lockDrawing(kBeforeExit);
+  fflush(nullptr);
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, number);
+  signal(number, SIG_DFL);
+  pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
+  pthread_kill(pthread_self(), number);
+  _exit(kSignalStatus + number);
 }
 
 void endProgram(int status, FILE *stream, const char *format, ...) {

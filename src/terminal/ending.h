@@ -25,6 +25,10 @@ int32_t reasonToEnd();
 // tenth of a second afterwards, when the program is to end and the screen has to be left.
 bool pauseUnlessEnding(int32_t milliseconds);
 
+// Ends the program as signal `number` would by default, once the full screen is left. Never in a
+// signal handler.
+[[noreturn]] void endBySignal(int number);
+
 // Ends the program: leaves the full screen, writes a printf format with its arguments to `stream`,
 // and exits with `status`. The drawing lock is kept, so that no other thread opens the screen
 // again; when another thread does not give it up in time, the exit handlers are passed over. Never

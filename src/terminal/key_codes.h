@@ -5,6 +5,7 @@
 namespace sondex {
 
 constexpr int kEnter = 10;
+constexpr int kRepaint = 12;  // Ctrl-L
 constexpr int kCarriageReturn = 13;
 constexpr int kEscape = 27;
 
@@ -12,6 +13,10 @@ constexpr int kDown = 258;
 constexpr int kUp = 259;
 constexpr int kLeft = 260;
 constexpr int kRight = 261;
+constexpr int kHome = 262;
+constexpr int kPageDown = 338;
+constexpr int kPageUp = 339;
+constexpr int kEnd = 360;
 constexpr int kShiftedLeft = 393;
 constexpr int kShiftedRight = 402;
 

@@ -3,7 +3,10 @@
 #include <curses.h>
 #include <poll.h>
 #include <stdint.h>
+#include <string.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "state/display.h"
 #include "terminal/ending.h"
@@ -12,17 +15,56 @@
 #include "terminal/page.h"
 #include "terminal/screen.h"
 #include "terminal/status_bar.h"
+#include "terminal/stopping.h"
+#include "text/append.h"
+#include "text/utf8.h"
 
 namespace sondex {
 
-// How long one look at the keyboard waits, in milliseconds: so soon a wish to end is seen.
+// How long one look at the keyboard waits, in milliseconds: so soon other wishes are seen.
 constexpr int kOneLook = 100;
 constexpr int kNoMoreKeys = -2;
 static_assert(kNoMoreKeys != ERR);
 
+constexpr size_t kShownSize = 320;  // for a question and an answer
+
 // Seventy-four blanks.
 static const char kBlankStatus[] =
     "                                                                          ";
+
+// Draws the question and the answer so far in the bottom row. Once there is an answer, the end is
+// shown of what is too long: there the next key goes.
+static void drawPrompt(const char *prompt, const char *answer) {
+  setStatusBar(kBlankStatus, 1);
+  printStatusBar();
+
+  char line[kShownSize] = "";
+  append(line, sizeof line, "%s", prompt);
+  appendSafe(line, sizeof line, answer, kPromptSize);
+  const size_t length = strlen(line);
+  int32_t cells = 0;
+  fitCells(line, length, kShownSize, &cells);
+  int32_t dropped = 0;
+  const int32_t tooMany = answer[0] != '\0' ? std::max(cells - (getmaxx(stdscr) - 1), 0) : 0;
+  const size_t start = fitCells(line, length, tooMany, &dropped);
+
+  const uint32_t attribute = load(g_Color) != 0
+                                 ? static_cast<uint32_t>(COLOR_PAIR(kPairPrompt) | A_BOLD)
+                                 : static_cast<uint32_t>(A_REVERSE);
+  moveTo(getmaxy(stdscr) - 1, 0);
+  switchOn(attribute);
+  output(line + start, 0);
+  switchOff(attribute);
+  wrefresh(stdscr);
+}
+
+// Follows a change of size: the row of the question may be another one now.
+static void drawPromptAnew(const char *prompt, const char *answer) {
+  wmove(stdscr, getmaxy(stdscr) - 1, 0);
+  wclrtoeol(stdscr);
+  fitScreen();
+  drawPrompt(prompt, answer);
+}
 
 static bool keyboardHasSomething() {
   pollfd keyboard = {STDIN_FILENO, POLLIN, 0};
@@ -30,26 +72,35 @@ static bool keyboardHasSomething() {
 }
 
 // The next key, or kNoMoreKeys. Curses itself never waits here: it could not be told to end.
-static int waitForKey() {
+static int waitForKey(const char *prompt, const char *answer) {
   bool readable = false;
   while (reasonToEnd() == 0) {
+    stopIfAsked();
+    if (hasLostScreen()) drawPromptAnew(prompt, answer);
     const int key = readKey();
-    if (key != ERR) return key;
-    // Something to read and yet no key: that is the end of the input.
-    if (readable) return kNoMoreKeys;
+    if (key == kRepaint) {
+      repaintScreen();
+    } else if (key != ERR) {
+      return key;
+    } else if (readable) {
+      // Something to read and yet no key: that is the end of the input.
+      return kNoMoreKeys;
+    }
     readable = keyboardHasSomething();
   }
   return kNoMoreKeys;
 }
 
 // False when the answer was not brought to its end.
-static bool readAnswer(char *answer) {
+static bool readAnswer(const char *prompt, char *answer) {
   for (int length = 0; length < kPromptSize; length++) {
-    const int key = waitForKey();
+    answer[length] = '\0';
+    drawPrompt(prompt, answer);
+    const int key = waitForKey(prompt, answer);
     if (key == kNoMoreKeys) return false;
-    // Kept: there is no line editing, a backspace is a character like any other.
-    answer[length] = static_cast<char>(key == kEnter ? '\0' : key);
     if (key == kEnter) return true;
+    // Kept: there is no line editing, a backspace is a character like any other.
+    answer[length] = static_cast<char>(key);
   }
   answer[kPromptSize - 1] = '\0';
   return true;
@@ -59,21 +110,13 @@ char *promptForInput(const char *prompt) {
   static char answer[kPromptSize];
   answer[0] = '\0';
   if (load(wantCurses) == 0 || stdscr == nullptr) return answer;
-  setStatusBar(kBlankStatus, 1);
-  printStatusBar();
-  wrefresh(stdscr);
-
-  wmove(stdscr, getmaxy(stdscr) - 1, 0);
-  const uint32_t attribute = load(g_Color) != 0
-                                 ? static_cast<uint32_t>(COLOR_PAIR(kPairPrompt) | A_BOLD)
-                                 : static_cast<uint32_t>(A_REVERSE);
-  switchOn(attribute);
-  output(prompt, 0);
   nodelay(stdscr, TRUE);
-  echo();
-  if (!readAnswer(answer)) answer[0] = '\0';
-  noecho();
-  switchOff(attribute);
+  // Keys that send several bytes are those bytes: each is stored, and shown, as a character.
+  keypad(stdscr, FALSE);
+  curs_set(1);
+  if (!readAnswer(prompt, answer)) answer[0] = '\0';
+  curs_set(0);
+  keypad(stdscr, TRUE);
   return answer;
 }
 

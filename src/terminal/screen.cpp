@@ -2,9 +2,10 @@
 
 #include <curses.h>
 #include <errno.h>
-#include <locale.h>
+#include <langinfo.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -16,6 +17,9 @@
 namespace sondex {
 
 constexpr short kBrightRed = 9;
+// The terminal's own colours as a pair like others: from one of them to none at all, curses
+// switches off attributes too that aren't on.
+constexpr short kPairPlain = 15;
 // Milliseconds that closing waits for a thread that draws. One that takes longer is busy with
 // something else, and the screen is closed all the same.
 constexpr int32_t kClosePatience = 2000;
@@ -36,6 +40,12 @@ static const ColorPair kColorPairs[] = {
 
 static bool onTerminal = false;  // whether the screen was opened on one, rather than on a pipe
 
+static bool utf8Taken = false;
+
+// What may have become of the screen without the program's doing.
+static SharedInt lost{0};
+static_assert(SharedInt::is_always_lock_free, "written by signal handlers");
+
 bool isScreenOpen() {
   return load(cursesFailed) == 0 && stdscr != nullptr;
 }
@@ -44,14 +54,24 @@ uint32_t colorPair(int pair) {
   return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
 }
 
+bool takesUTF8() {
+  return utf8Taken;
+}
+
+// Not every curses knows characters of several bytes, whatever the locale says.
+static bool hasWideCharacters() {
+  wmove(stdscr, 0, 0);
+  waddnstr(stdscr, "\u2502", -1);
+  const bool isOneCell = getcurx(stdscr) == 1;
+  werase(stdscr);
+  return isOneCell;
+}
+
 static bool getTerminalSize(winsize *size) {
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, size) == 0;
 }
 
 void openScreen() {
-  // Names in UTF-8 are shown as such only where the terminal's locale takes them.
-  setlocale(LC_CTYPE, "");
-  allowUTF8(MB_CUR_MAX > 1);
   holdStandardError();
   initscr();
   store(cursesFailed, 0);
@@ -62,7 +82,10 @@ void openScreen() {
   // Else the terminal driver throws away what of a frame is still under way when Ctrl-C is typed,
   // and the terminal keeps an attribute or a character set that curses has switched off.
   intrflush(stdscr, FALSE);
+  // Else curses looks for keys between lines, and sends what it has before each look.
+  typeahead(-1);
   start_color();
+  use_default_colors();
   nodelay(stdscr, TRUE);
   keypad(stdscr, TRUE);
   for (const ColorPair &pair : kColorPairs) {
@@ -71,6 +94,17 @@ void openScreen() {
     const short background = pair.background < COLORS ? pair.background : short{COLOR_RED};
     init_pair(pair.pair, foreground, background);
   }
+  // Names in UTF-8 are shown as such only where the terminal's locale takes them.
+  utf8Taken = strcmp(nl_langinfo(CODESET), "UTF-8") == 0 && hasWideCharacters();
+  allowUTF8(utf8Taken);
+  if (has_colors()) {
+    init_pair(kPairPlain, -1, -1);
+    wbkgdset(stdscr, static_cast<chtype>(COLOR_PAIR(kPairPlain)) | ' ');
+  }
+  curs_set(0);
+  // Until it has once come back from there, ncurses 6.4 sends every move of the cursor by itself.
+  endwin();
+  wrefresh(stdscr);
 }
 
 void closeScreen() {
@@ -85,7 +119,27 @@ void closeScreen() {
   errno = error;
 }
 
+void loseScreen(Loss loss) {
+  int32_t known = load(lost);
+  while (known < loss && !lost.compare_exchange_weak(known, loss, std::memory_order_relaxed)) {
+  }
+}
+
+bool hasLostScreen() {
+  return load(lost) != 0;
+}
+
+void repaintScreen() {
+  clearok(stdscr, TRUE);
+}
+
 void fitScreen() {
+  const int32_t loss = lost.exchange(0, std::memory_order_relaxed);
+  // A shell that had the terminal may have changed its modes. The next refresh sets them again.
+  if (loss == kLostToOthers && !isendwin()) endwin();
+  // Whoever left the screen let go of standard error too.
+  if (isendwin()) holdStandardError();
+  if (loss != 0) repaintScreen();
   winsize size = {};
   if (!getTerminalSize(&size) || size.ws_row == 0 || size.ws_col == 0) return;
   if (is_term_resized(size.ws_row, size.ws_col)) resizeterm(size.ws_row, size.ws_col);
@@ -96,6 +150,28 @@ bool isTerminalGone() {
   return onTerminal && !getTerminalSize(&size);
 }
 
+static void tellSafely(const char *before, const char *text, const char *after) {
+  char safe[256];
+  printf("%s%s%s", before, makeSafe(safe, sizeof safe, text, strlen(text)), after);
+}
+
+static void tellWhereDescriptionsAre() {
+  const char *kind = getenv("TERM");
+  const char *own = getenv("TERMINFO");
+  const char *home = getenv("HOME");
+  const char *folders = getenv("TERMINFO_DIRS");
+  if (kind == nullptr || kind[0] == '\0') {
+    fputs("TERM is not set: it names the kind of the terminal.\n", stdout);
+    return;
+  }
+  tellSafely("TERM is \"", kind, "\".\n");
+  fputs("Its description was looked for in", stdout);
+  if (own != nullptr) tellSafely(" ", own, " (TERMINFO),");
+  if (home != nullptr) tellSafely(" ", home, "/.terminfo,");
+  if (folders != nullptr) tellSafely(" ", folders, " (TERMINFO_DIRS),");
+  fputs(" and where this system keeps them, as a rule /usr/share/terminfo.\n", stdout);
+}
+
 void cursesMessage() {
   if (load(cursesFailed) == 0) return;
   fputs(
@@ -103,6 +179,7 @@ void cursesMessage() {
       "$TERM is not set properly,\nor because you are missing the terminfo files (which aren't "
       "present on iOS).\nYou can fix either easily if you read the README.\n",
       stdout);
+  tellWhereDescriptionsAre();
 }
 
 }  // namespace sondex

@@ -30,14 +30,34 @@ void openScreen();
 // seconds.
 void closeScreen();
 
-// Follows a terminal whose size has changed. Called before a frame is drawn.
+// Whether characters beyond ASCII reach the terminal as such.
+bool takesUTF8();
+
+// What may happen to the screen from outside; more of it includes less.
+enum Loss : int32_t {
+  kLostSize = 1,      // another size: what is on the terminal may have moved
+  kLostToOthers = 2,  // the program was stopped: others may have written there, and set modes
+};
+
+// Notes what happened; the next fitScreen sees to it. Safe in a signal handler.
+void loseScreen(Loss loss);
+
+// Whether something was noted and not yet seen to.
+bool hasLostScreen();
+
+// Follows a terminal whose size has changed, takes it back after a stop or once somebody has left
+// the screen, and has everything sent anew where it was lost. Called before a frame is drawn.
 void fitScreen();
+
+// Has the next refresh send the whole screen, not only what differs from the one before.
+void repaintScreen();
 
 // Whether the terminal that the screen was opened on is gone. False when it was opened on something
 // else.
 bool isTerminalGone();
 
-// Registered with atexit: explains a full screen that could not be started.
+// Registered with atexit: explains a full screen that could not be started, and tells what kind of
+// terminal was asked for and where its description would have been.
 void cursesMessage();
 
 }  // namespace sondex

@@ -6,6 +6,7 @@
 #include "state/display.h"
 #include "terminal/output.h"
 #include "terminal/screen.h"
+#include "text/utf8.h"
 
 namespace sondex {
 
@@ -42,6 +43,10 @@ void setMessage(const char *text) {
   store(message, text);
 }
 
+bool isStatusPassing() {
+  return load(statusBar[0]) != '\0' && load(sbTimeout) > 0;
+}
+
 void printStatusBar() {
   if (load(wantCurses) == 0 || stdscr == nullptr) return;
   const char *text = getStatusBar();
@@ -58,14 +63,17 @@ void printStatusBar() {
                                                 : static_cast<uint32_t>(A_REVERSE);
   switchOn(attribute);
   const int width = getmaxx(stdscr);
-  const int end = width - 1;  // the last cell stays free: writing it would scroll
-  const int length = static_cast<int>(strlen(text));
+  const int end = width - 1;  // the last cell stays free
+  int32_t length = 0;
+  fitCells(text, strlen(text), kStatusSize, &length);
   const int start = length < width ? width / 2 - length / 2 : end;
-  const int line = static_cast<int>(strcspn(text, "\n"));  // a line feed would scroll the list
-  const int shown = line < end - start ? line : end - start;
-  wmove(stdscr, getmaxy(stdscr) - 1, 0);
+  int32_t shown = 0;
+  const size_t bytes = fitCells(text, strcspn(text, "\n"), end - start, &shown);
+  char line[kStatusSize] = "";
+  memcpy(line, text, bytes);
+  moveTo(getmaxy(stdscr) - 1, 0);
   outputBlanks(start);
-  if (shown > 0) output(text, shown + 1);
+  output(line, 0);
   outputBlanks(end - start - shown);
   switchOff(attribute);
 }

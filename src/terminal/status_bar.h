@@ -16,6 +16,9 @@ const char *getStatusBar();
 
 void clearStatusBar();
 
+// Whether there is a text, and it will run out.
+bool isStatusPassing();
+
 // Draws the bar if there is a text, and counts the redraw. Full-screen mode only; called once per
 // redraw.
 void printStatusBar();

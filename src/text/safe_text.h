@@ -6,9 +6,10 @@
 namespace sondex {
 
 // Copies the text in `from` (up to a NUL or `fromSize` bytes) to `to` and terminates it. Control
-// characters, DEL and every byte of broken UTF-8 become "?"; so does each byte above 127 where
-// UTF-8 is not allowed. A text longer than `toSize` - 1 bytes is cut between characters. `toSize`
-// is at least 1. Returns `to`.
+// characters, DEL, characters that have no width of their own or turn the direction of text, and
+// every byte of broken UTF-8 become "?"; so does each byte above 127 where UTF-8 is not allowed. A
+// text longer than `toSize` - 1 bytes is cut between characters. `toSize` is at least 1. Returns
+// `to`.
 char *makeSafe(char *to, size_t toSize, const char *from, size_t fromSize);
 
 // The same for a whole text of any length. Returns a heap copy that the caller frees; null when

@@ -1,5 +1,6 @@
 #include "vm/core_dump.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,6 +11,7 @@
 #include "darwin/macho.h"
 #include "darwin/sysctl.h"
 #include "state/tracing.h"
+#include "terminal/ending.h"
 #include "text/safe_text.h"
 #include "vm/core_file.h"
 #include "vm/core_regions.h"
@@ -53,6 +55,11 @@ static bool copyRegion(Core *core, uint64_t address, uint32_t size, uint64_t off
   bool hasSignature = false;
   *read = 0;
   while (*read < size) {
+    // Whoever ends the program waits for the file to go.
+    if (reasonToEnd() != 0) {
+      errno = EINTR;
+      return false;
+    }
     const uint32_t rest = size - *read;
     const uint32_t wanted = rest < kPieceSize ? rest : kPieceSize;
     uint32_t got = 0;
@@ -209,6 +216,7 @@ static int writeCore(int32_t pid, darwin::mach_port_t task, const RegionTable *t
   const int result = writeFile(&core);
   free(core.threads);
   free(core.segments);
+  errno = core.file.failure;
   return result;
 }
 
@@ -276,8 +284,10 @@ int dumpCore(int32_t pid, darwin::mach_port_t task, int mode) {
   } else {
     result = mode == kBinaryCore ? writeBinary(task, &table, path) : writeCore(pid, task, &table);
   }
+  const int error = errno;
   free(table.regions);
   if (obtained) darwin::mach_port_deallocate(darwin::mach_task_self_, task);
+  errno = error;
   return result;
 }
 

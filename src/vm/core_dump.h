@@ -16,8 +16,9 @@ constexpr int kBinaryCore = 255;
 // first region to /tmp/CORE (the third). `task` is a task port, which stays the caller's, or 0 to
 // obtain one. Messages go to standard error. A file that could not be written whole is removed;
 // what belongs to somebody else under its name is left alone. Returns 0; -5 without a task port; -1
-// when there is no memory for the work, or the file can't be made or written, or (binary mode) the
-// region can't be read; 1 when the binary mode can't open the executable.
+// with errno when there is no memory for the work, or the file can't be made or written, or the
+// program is to end, or (binary mode) the region can't be read; 1 when the binary mode can't open
+// the executable.
 int dumpCore(int32_t pid, darwin::mach_port_t task, int mode);
 
 }  // namespace sondex

@@ -22,10 +22,16 @@ static int64_t milliseconds() {
   return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
+static void fail(CoreFile *file, const char *what) {
+  file->failure = errno;
+  perror(what);
+}
+
 bool openCoreFile(CoreFile *file) {
+  file->failure = 0;
   file->piece = static_cast<char *>(malloc(kPieceSize));
   if (file->piece == nullptr) {
-    perror("malloc");
+    fail(file, "malloc");
     return false;
   }
   file->descriptor = openToRewrite(file->path, kOwnerOnly);
@@ -36,7 +42,7 @@ bool openCoreFile(CoreFile *file) {
     file->progressShown = false;
     return true;
   }
-  perror(file->path);
+  fail(file, file->path);
   if (file->descriptor >= 0) close(file->descriptor);
   free(file->piece);
   return false;
@@ -81,7 +87,7 @@ void clearProgress(CoreFile *file) {
 
 void reportUnwritten(CoreFile *file) {
   clearProgress(file);
-  perror(file->path);
+  fail(file, file->path);
 }
 
 // Takes away a file that is not whole, unless something else has its name by now.
@@ -99,7 +105,7 @@ bool closeCoreFile(CoreFile *file, bool isWhole) {
   clearProgress(file);
   if (!isWhole) discard(file);
   if (close(file->descriptor) != 0 && isWhole) {
-    perror(file->path);
+    fail(file, file->path);
     unlink(file->path);
     isWhole = false;
   }

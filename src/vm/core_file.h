@@ -16,13 +16,14 @@ struct CoreFile {
   uint64_t done;         // bytes, for the progress line
   uint64_t total;        // what `done` comes to in the end
   int64_t nextProgress;  // when that line is due, in milliseconds
+  int failure;           // the error number of what failed, 0 while nothing has
   bool showsProgress;
   bool progressShown;
 };
 
-// Opens the file; path and total are the caller's, all else is set here. What belongs to somebody
-// else under its name is left alone. False with a message on standard error, and nothing to be
-// closed.
+// Opens the file; path and total are the caller's, all else is set here, `failure` too. What
+// belongs to somebody else under its name is left alone. False with a message on standard error,
+// and nothing to be closed.
 bool openCoreFile(CoreFile *file);
 
 // Writes all bytes at a place in the file. False with errno set.
@@ -38,7 +39,7 @@ void addProgress(CoreFile *file, uint64_t bytes);
 // Takes that line away, for what is written next on standard error.
 void clearProgress(CoreFile *file);
 
-// Says on standard error, by errno, that the file can't be written.
+// Notes errno as the file's failure, and says on standard error that it can't be written.
 void reportUnwritten(CoreFile *file);
 
 // Closes the file, and removes it unless it is whole. False when it wasn't, or when closing it

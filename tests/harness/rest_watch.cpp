@@ -1,5 +1,8 @@
 #include "harness/rest_watch.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <time.h>
@@ -105,6 +108,36 @@ bool RestWatch::isAtRest() {
   if (isReadOfKeys(now->input)) return Clock::now() - lastSince_ >= kStillness;
   if (!firstNap_) firstNap_ = now->input.naps;
   return now->input.naps - *firstNap_ >= kNapsToRest;
+}
+
+bool RestWatch::isSettled() {
+  if (inputThread_ < 0) findInputThread();
+  // In this order: what the one thread has asked for by now, the other has taken up, and it is
+  // done.
+  const std::optional<BlockedCall> input = blockedCall(program_, inputThread_);
+  if (!input || !isReadOfKeys(*input)) return false;
+  const std::optional<int> pipe = waitedPipe();
+  int wakes = 0;
+  if (!pipe || ioctl(openedPipe(*pipe).get(), FIONREAD, &wakes) != 0 || wakes != 0) return false;
+  const std::optional<BlockedCall> main = blockedCall(program_, program_);
+  return main && isPoll(*main);
+}
+
+FileHandle RestWatch::openedPipe(int descriptor) const {
+  const std::string path =
+      "/proc/" + std::to_string(program_) + "/fd/" + std::to_string(descriptor);
+  return FileHandle(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
+// What wakes the main thread: the first that it polls.
+std::optional<int> RestWatch::waitedPipe() const {
+  const std::optional<BlockedCall> main = blockedCall(program_, program_);
+  if (!main || !isPoll(*main)) return std::nullopt;
+  pollfd first{};
+  const iovec here{&first, sizeof first};
+  const iovec there{reinterpret_cast<void *>(main->arguments[0]), sizeof first};
+  if (process_vm_readv(program_, &here, 1, &there, 1, 0) != sizeof first) return std::nullopt;
+  return first.fd;
 }
 
 std::optional<Duration> RestWatch::wait() const {

@@ -8,6 +8,7 @@
 #include <array>
 #include <optional>
 
+#include "harness/file_handle.h"
 #include "harness/wait.h"
 
 namespace test {
@@ -36,6 +37,10 @@ class RestWatch {
   // Whether neither thread has run for two seconds but to look for keys. For somebody who has seen
   // since the question before that no key is left to be read, and no output.
   bool isAtRest();
+  // Whether every key that was read has been seen to: the input thread waits for another one, and
+  // the main thread has drawn a frame since it was woken last. Not on a screen that reads keys
+  // itself.
+  bool isSettled();
   // How long the main thread of a program at rest waits at most; negative: without end. Nothing
   // where the kernel does not say.
   std::optional<Duration> wait() const;
@@ -48,6 +53,8 @@ class RestWatch {
   };
   std::optional<Look> look();
   void findInputThread();
+  std::optional<int> waitedPipe() const;
+  FileHandle openedPipe(int descriptor) const;
 
   pid_t program_;
   pid_t inputThread_ = -1;

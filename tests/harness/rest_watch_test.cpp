@@ -31,7 +31,7 @@ std::string complaintAboutNothing(Terminal &terminal) {
 TEST(Await, GivesUpAfterTwoFramesMore) {
   Terminal terminal;
   EXPECT_THAT(complaintAboutNothing(terminal), HasSubstr("COMMAND"));
-  EXPECT_EQ(terminal.frames(), 3u);
+  EXPECT_EQ(terminal.repaints(), 3u);
 }
 
 class AwaitWithoutFrames : public testing::Test {
@@ -57,9 +57,9 @@ class AwaitWithoutFrames : public testing::Test {
 };
 
 TEST_F(AwaitWithoutFrames, GivesUpAtOnce) {
-  const size_t frames = terminal().frames();
+  const size_t frames = terminal().repaints();
   EXPECT_THAT(complaintAboutNothing(terminal()), HasSubstr("COMMAND"));
-  EXPECT_EQ(terminal().frames(), frames);
+  EXPECT_EQ(terminal().repaints(), frames);
 }
 
 TEST_F(AwaitWithoutFrames, GivesUpInAPrompt) {

@@ -77,12 +77,12 @@ TEST(ScreenText, DrawsLooksOfEqualRowsOnce) {
 TEST(WholeFrame, IsThereOnceTheProgramWaits) {
   Terminal terminal;
   ASSERT_EQ(awaitWholeFrame(terminal), "");
-  EXPECT_EQ(terminal.frames(), 1u);
+  EXPECT_EQ(terminal.repaints(), 1u);
   EXPECT_GE(terminal.findRow("|COMMAND        |"), 0) << terminal.text();
   const std::string before = terminal.written();
   ASSERT_TRUE(terminal.drawAgain());
   ASSERT_EQ(awaitWholeFrame(terminal), "");
-  EXPECT_GE(terminal.frames(), 2u);
+  EXPECT_GE(terminal.repaints(), 2u);
   EXPECT_GT(terminal.written().size(), before.size());
 }
 

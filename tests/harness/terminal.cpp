@@ -155,11 +155,11 @@ void Terminal::resize(int columns, int rows) {
 }
 
 bool Terminal::drawAgain(Duration patience) {
-  const size_t before = frames_;
+  const size_t before = repaints_;
   child_.signal(SIGWINCH);
-  const auto isDrawn = [&] { return frames_ > before || hasEnded(); };
+  const auto isDrawn = [&] { return repaints_ > before || hasEnded(); };
   waitFor(isDrawn, patience);
-  return frames_ > before;
+  return repaints_ > before;
 }
 
 void Terminal::hangUp() {
@@ -176,7 +176,7 @@ bool Terminal::takeInScreen() {
   size_t at = written_.size() - std::min(written_.size(), kClearScreen.size() - 1);
   written_.append(buffer, size);
   while ((at = written_.find(kClearScreen, at)) != std::string::npos) {
-    frames_++;
+    repaints_++;
     at += kClearScreen.size();
   }
   if (written_.size() > 2 * kKept) written_.erase(0, written_.size() - kKept);
@@ -236,6 +236,16 @@ bool Terminal::waitForWork(const std::function<bool()> &condition, Duration pati
   watch_.restart();
   waitFor(isOver, patience);
   return holds;
+}
+
+bool Terminal::settle(Duration patience) {
+  const auto isOver = [&] {
+    if (hasEnded()) return true;
+    pollfd keys{line_.get(), POLLIN, 0};
+    return ::poll(&keys, 1, 0) == 0 && unreadKeys() == 0 && watch_.isSettled() &&
+           !takeIn(Duration{0});
+  };
+  return waitFor(isOver, patience) && !hasEnded();
 }
 
 bool Terminal::drawUntil(const std::function<bool()> &condition, Duration patience) {

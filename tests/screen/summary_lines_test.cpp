@@ -148,7 +148,7 @@ TEST_F(Lines, OnWiFi) {
 const KeptFile kAllLines("screen/kinds-all-lines-132x50.txt");
 const KeptFile kAllLinesDelta("screen/kinds-all-lines-delta-132x50.txt");
 
-TEST_F(Lines, OfAllKindsAtOnce) {
+TEST_F(Lines, OfAllKindsAtOnceAreAsKept) {
   ASSERT_EQ(display.answer("/", "Enter a filter expression:", "disk-grows"), "");
   for (const char *key : {"1", "n", "p"}) ASSERT_EQ(display.press(key), "");
   ASSERT_EQ(display.press("I"), "");

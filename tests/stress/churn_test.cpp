@@ -120,14 +120,14 @@ void expectToStayAsItWas(int seconds, std::optional<uid_t> user) {
   waitForFrames(terminal, kQuietFrames);
   const Footprint before = footprintOf(terminal.pid());
   ASSERT_GT(before.descriptors, 0u);
-  const size_t framesBefore = terminal.frames();
+  const size_t framesBefore = terminal.repaints();
 
   // At least one frame a second; a slow build on a busy machine is given more of them.
   const size_t wantedFrames = framesBefore + static_cast<size_t>(seconds);
-  for (int i = 0; i < kMostChurns && terminal.frames() < wantedFrames; i++) {
+  for (int i = 0; i < kMostChurns && terminal.repaints() < wantedFrames; i++) {
     ASSERT_NO_FATAL_FAILURE(churnFor(terminal, seconds, user));
   }
-  EXPECT_GE(terminal.frames(), wantedFrames);
+  EXPECT_GE(terminal.repaints(), wantedFrames);
   waitForFrames(terminal, kQuietFrames);
   // A frame may be under way, with descriptors that it closes again.
   EXPECT_TRUE(terminal.waitFor([&] {
@@ -146,7 +146,7 @@ void expectToStayAsItWas(int seconds, std::optional<uid_t> user) {
     }
     EXPECT_LE(residentAfter, residentBefore + kSlack);
   }
-  testing::Test::RecordProperty("frames", static_cast<int>(terminal.frames()));
+  testing::Test::RecordProperty("frames", static_cast<int>(terminal.repaints()));
   testing::Test::RecordProperty("residentKiBBefore", static_cast<int>(before.residentBytes >> 10));
   testing::Test::RecordProperty("residentKiBAfter",
                                 static_cast<int>(footprintOf(terminal.pid()).residentBytes >> 10));

@@ -140,10 +140,10 @@ TEST(DetailsScreen, KeepsUpWithOneThatOpensAndClosesDescriptors) {
   ASSERT_TRUE(details.isOpen());
   Terminal &terminal = details.terminal();
   for (size_t i = 0; i < kFrames; i++) {
-    const size_t before = terminal.frames();
+    const size_t before = terminal.repaints();
     // With and without the list of descriptors.
     terminal.press("f");
-    ASSERT_TRUE(terminal.drawUntil([&] { return terminal.frames() > before; }));
+    ASSERT_TRUE(terminal.drawUntil([&] { return terminal.repaints() > before; }));
     ASSERT_FALSE(terminal.hasEnded()) << "after " << i << " frames\n" << terminal.written();
   }
   ASSERT_TRUE(terminal.waitFor([&] { return showsText(terminal, identityOf(helper.pid())); }))

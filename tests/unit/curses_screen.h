@@ -20,6 +20,7 @@
 #include <system_error>
 
 #include "state/display.h"
+#include "terminal/output.h"
 #include "terminal/screen.h"
 #include "tests/unit/pseudo_terminal.h"
 
@@ -51,6 +52,7 @@ class CursesScreen {
     startColors();
     store(wantCurses, 1);
     store(cursesFailed, 0);
+    empty();
   }
   ~CursesScreen() {
     store(wantCurses, m_wantCurses);
@@ -104,11 +106,8 @@ class CursesScreen {
     if (poll(&program, 1, kPatience) != 1) throw std::runtime_error("nothing to read was typed");
   }
 
-  // Empties the screen and puts the cursor into its first cell.
-  static void empty() {
-    werase(stdscr);
-    wmove(stdscr, 0, 0);
-  }
+  // Begins a list: what is written next stands in the first cell of an empty screen.
+  static void empty() { beginList(); }
 
  private:
   FILE *openStream(const char *mode) const {

@@ -612,11 +612,11 @@ TEST_F(DetailsScreen, MarksAProcessThatIsNotSigned) {
   }
 }
 
-TEST_F(DetailsScreen, SaysThatACoreIsDumped) {
+TEST_F(DetailsScreen, SaysThatThereIsNoCore) {
   for (const char *key : {"c", "C"}) {
     clearStatusBar();
     errorOutputOf([&] { afterKeys(key); });
-    EXPECT_STREQ(getStatusBar(), "Dumping core... Please wait...\n");
+    EXPECT_STREQ(getStatusBar(), "No core of process 40: no task port");
     // Once on the details.
     printStatusBar();
     printStatusBar();
@@ -725,6 +725,7 @@ class DetailsFromTheList : public DetailsScreen {
     table[0].taskAllInfo.pbsd.pbi_status = darwin::SSLEEP;
     std::strcpy(table[0].taskAllInfo.pbsd.pbi_comm, "Hello");
     table[0].numFDs = 1;
+    table[0].displayed = 1;
     table[0].fds[0] = {0, darwin::PROX_FDTYPE_VNODE};
     table[0].fdDetails = static_cast<uint8_t *>(std::calloc(1, kFDDetailSize));
     table[1].taskAllInfo.pbsd.pbi_pid = 41;
@@ -737,6 +738,7 @@ class DetailsFromTheList : public DetailsScreen {
 
   void openWith(const std::string &keys) {
     typeKeys(keysOf(keys));
+    noteKeysAreSeen();
     handleKey('\n');
   }
 };
@@ -756,6 +758,7 @@ TEST_F(DetailsFromTheList, OpenNothingWithoutASelection) {
   store(g_Row, 0);
   for (const int32_t selected : {-1, 2, 1000}) {
     store(g_selectedProcess, selected);
+    noteKeysAreSeen();
     handleKey('\n');
   }
   EXPECT_EQ(machine.timesAsked("arguments"), 0u);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "columns/perspective.h"
+#include "control/keys.h"
 #include "device/gestalt.h"
 #include "nstat/accounting.h"
 #include "proc/process_table.h"
@@ -33,6 +34,7 @@ class DisplayStateGuard {
     resetAccounting();
     setDefaultPerspective(nullptr);
     clearStatusBar();
+    noteKeysAreSeen();
     allowUTF8(true);
   }
 

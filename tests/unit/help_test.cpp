@@ -250,6 +250,60 @@ TEST_F(HelpScreen, LosesOtherKeysAndPauses) {
   EXPECT_EQ(wgetch(stdscr), ERR);
 }
 
+TEST_F(HelpScreen, PausesNoLongerThanUntilTheNextKey) {
+  std::vector<int> keys(10, 'x');
+  keys.push_back('q');
+  typeKeys(keys);
+  keyboard_->type("k\n");
+  const auto start = std::chrono::steady_clock::now();
+  showHelp(2);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+}
+
+// Below are 27 lines: 26 of the text and a blank first one.
+class ScrolledHelp : public HelpScreen {
+ protected:
+  ScrolledHelp() { EXPECT_EQ(wresize(stdscr, 11, CursesScreen::columns()), OK); }
+
+  // What stands in the first row, and in the last one, once the keys were typed.
+  void expect(const std::vector<int> &keys, const std::string &first, const std::string &last) {
+    std::vector<int> all = keys;
+    all.push_back('q');
+    typeKeys(all);
+    showHelp(1);
+    EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(0)), first);
+    EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(10)), last);
+  }
+
+  const std::vector<std::string> rows_ = rowsOf(kTitle + kListKeys + kOtherViews);
+  const size_t end_ = rows_.size() - 10;  // the first row of the last page
+  std::string hint(const char *where, size_t first) const {
+    return std::string(" more ") + where + ": lines " + std::to_string(first + 1) + "-" +
+           std::to_string(first + 10) + " of " + std::to_string(rows_.size()) +
+           " (Up, Down, Space, b, Home, End)";
+  }
+};
+
+TEST_F(ScrolledHelp, MovesByLinesAndPages) {
+  expect({}, rows_[end_], hint("above", end_));
+  expect({KEY_UP}, rows_[end_ - 1], hint("above and below", end_ - 1));
+  expect({KEY_UP, KEY_UP, KEY_DOWN}, rows_[end_ - 1], hint("above and below", end_ - 1));
+  expect({KEY_UP, KEY_DOWN, KEY_DOWN}, rows_[end_], hint("above", end_));
+  expect({'b'}, rows_[end_ - 10], hint("above and below", end_ - 10));
+  expect({KEY_PPAGE, ' '}, rows_[end_], hint("above", end_));
+  expect({KEY_HOME}, rows_[0], hint("below", 0));
+  expect({KEY_HOME, KEY_UP, KEY_NPAGE}, rows_[10], hint("above and below", 10));
+  expect({KEY_HOME, 'b', KEY_DOWN}, rows_[1], hint("above and below", 1));
+  expect({KEY_HOME, KEY_END}, rows_[end_], hint("above", end_));
+}
+
+TEST_F(ScrolledHelp, OfOneRowHasNoHint) {
+  ASSERT_EQ(wresize(stdscr, 1, CursesScreen::columns()), OK);
+  typeKeys({KEY_HOME, KEY_DOWN, 'q'});
+  showHelp(1);
+  EXPECT_EQ(withoutBlanksAtEnd(CursesScreen::text(0)), rows_[1]);
+}
+
 // Each would cost a pause of a second otherwise.
 TEST_F(HelpScreen, NotesOfNewSizesAreNoKeys) {
   std::vector<int> keys(10, KEY_RESIZE);

@@ -12,6 +12,7 @@
 #include "control/keys.h"
 #include "terminal/drawing_lock.h"
 #include "terminal/ending.h"
+#include "terminal/screen.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/wake_pipe.h"
@@ -138,11 +139,13 @@ TEST_F(InputThread, CarriageReturnIsEnter) {
   store(wantCurses, 0);  // so that the details are a report
   ProcessRecord *table = allocateProcessTable(1);
   table->taskAllInfo.pbsd.pbi_pid = INT32_MAX;
+  table->displayed = 1;
   store(g_previous_process_information, table);
   store(previous_num_procs, 1);
   for (const char *key : {"\r", "\n"}) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
+    noteKeysAreSeen();
     EXPECT_EQ(wakesFor(key), "x");
     testing::internal::GetCapturedStderr();
     EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Process: 2147483647\t"));
@@ -230,7 +233,7 @@ TEST_F(InputThread, CtrlCSaysGoodbyeAndExits) {
 
 TEST_F(InputThread, OtherReasonsExitWithoutAWord) {
   store(cursesFailed, 1);
-  for (const int32_t reason : {kEndByKey, kEndByExit, int32_t{SIGHUP}}) {
+  for (const int32_t reason : {kEndByKey, kEndByExit}) {
     EXPECT_EXIT(
         {
           askForEnd(reason);
@@ -249,9 +252,50 @@ TEST_F(InputThread, CtrlCInPlainModeIsNobodysBusiness) {
   endIfInterrupted();
 }
 
-TEST_F(InputThread, ResizeWakes) {
-  resizehandler(SIGWINCH);
-  EXPECT_EQ(pipe.taken(), "x");
+class EndingSignal : public InputThread, public testing::WithParamInterface<int> {};
+
+TEST_P(EndingSignal, EndsTheProgramOnceTheLoopSeesIt) {
+  store(cursesFailed, 1);
+  EXPECT_EXIT(
+      {
+        handleSignals();
+        raise(GetParam());
+        if (reasonToEnd() != GetParam() || pipe.taken() != "x") _exit(1);
+        endIfInterrupted();
+        _exit(1);
+      },
+      testing::KilledBySignal(GetParam()), "^$");
 }
+
+TEST_P(EndingSignal, ThatWasIgnoredStaysSo) {
+  EXPECT_EXIT(
+      {
+        signal(GetParam(), SIG_IGN);
+        handleSignals();
+        raise(GetParam());
+        _exit(reasonToEnd() == 0 ? 7 : 1);
+      },
+      ExitedWithCode(7), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Signal, EndingSignal,
+                         testing::Values(SIGHUP, SIGQUIT, SIGABRT, SIGPIPE, SIGALRM, SIGTERM,
+                                         SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF),
+                         [](const auto &row) { return std::string(sigabbrev_np(row.param)); });
+
+class ScreenSignal : public InputThread, public testing::WithParamInterface<int> {};
+
+TEST_P(ScreenSignal, WakesTheLoopToTakeTheScreenBack) {
+  EXPECT_EXIT(
+      {
+        handleSignals();
+        raise(GetParam());
+        _exit(hasLostScreen() && pipe.taken() == "x" ? 7 : 1);
+      },
+      ExitedWithCode(7), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Signal, ScreenSignal, testing::Values(SIGWINCH, SIGCONT),
+                         [](const auto &row) { return std::string(sigabbrev_np(row.param)); });
 
 }  // namespace

@@ -502,6 +502,7 @@ class Asking : public Keys {
   // Presses a key whose prompts get these answers; what nobody asked for is the test's failure.
   void press(int key, const std::string &answers = "") {
     typeKeys(keysOf(answers));
+    noteKeysAreSeen();
     handleKey(key);
     EXPECT_EQ(wgetch(stdscr), ERR) << "an answer too many";
   }
@@ -582,9 +583,58 @@ TEST_F(Asking, KillNamesItsQuestions) {
   handleKey('K');
   EXPECT_EQ(CursesScreen::text(23, 0, 36), "Which PID do you want to kill today?");
   shown({{77, true}});
+  noteKeysAreSeen();
   typeKeys(keysOf("x"));
   handleKey('K');
   EXPECT_EQ(CursesScreen::text(23, 0, 14), "Are you sure? ");
+}
+
+// Hidden by a filter, or on another page.
+TEST_F(Asking, ASelectedOneThatIsNotShownIsNone) {
+  shown({{76, true}, {77, false}});
+  store(g_selectedProcess, 1);
+  press('t', "4711\n");
+  EXPECT_THAT(machine.sent, ElementsAre(std::pair{4711, darwin::DARWIN_SIGSTOP}));
+  press('K', "4712\ny\n");
+  EXPECT_THAT(machine.sent, testing::Contains(std::pair{4712, darwin::DARWIN_SIGKILL}));
+  noteKeysAreSeen();
+  handleKey(kEnter);
+  EXPECT_EQ(machine.timesAsked("arguments"), 0u);
+}
+
+// What a key did that was typed just before is on the screen first.
+TEST_F(Asking, WaitsForTheFrameThatShowsTheSelection) {
+  shown({{76, true}, {77, true}});
+  const WakePipe pipe;
+  handleKey(kDown);
+  std::atomic<bool> drawn{false};
+  std::thread loop([&] {
+    while (pipe.taken().empty()) std::this_thread::yield();
+    ASSERT_TRUE(tryLockDrawing());
+    noteKeysAreSeen();
+    drawn.store(true);
+    unlockDrawing();
+  });
+  handleKey('t');
+  EXPECT_TRUE(drawn.load());
+  loop.join();
+  EXPECT_THAT(machine.sent, ElementsAre(std::pair{77, darwin::DARWIN_SIGSTOP}));
+}
+
+TEST_F(Asking, IsDroppedWhereNoFrameShowsTheSelection) {
+  shown({{76, true}, {77, true}});
+  handleKey(kDown);
+  handleKey('t');
+  EXPECT_THAT(machine.sent, IsEmpty());
+  EXPECT_STREQ(getStatusBar(), "The screen is busy: the last key was dropped");
+}
+
+TEST_F(Asking, CtrlLHasEverythingSentAgain) {
+  wrefresh(stdscr);
+  screen.dropSent();
+  handleKey(12);
+  EXPECT_TRUE(is_cleared(stdscr));
+  EXPECT_STREQ(getStatusBar(), "");
 }
 
 TEST_F(Asking, WithoutASelectionTheTargetIsNamed) {

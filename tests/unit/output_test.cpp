@@ -144,9 +144,9 @@ TEST_F(CursesOutput, WideFields) {
   for (const FieldCase &row : kWideFields) expectField(row);
 }
 
-TEST_F(CursesOutput, GoesOnAtTheCursor) {
+TEST_F(CursesOutput, GoesOnWhereItWasMovedTo) {
   const CursesScreen screen(5, 20);
-  wmove(stdscr, 2, 3);
+  moveTo(2, 3);
   output("PID", 6);
   output("123456", 5);
   EXPECT_EQ(screen.text(2), "   PID 1234         ");
@@ -158,9 +158,83 @@ TEST_F(CursesOutput, GoesOnAtTheCursor) {
 
 TEST_F(CursesOutput, LongTextsGoOnInTheNextRow) {
   const CursesScreen screen(3, 5);
+  beginText(kEndOfText);
   EXPECT_GE(output("abcdefgh", 0), 0);
   EXPECT_EQ(screen.text(0), "abcde");
   EXPECT_EQ(screen.text(1), "fgh  ");
+  EXPECT_EQ(linesWritten(), 2);
+}
+
+TEST_F(CursesOutput, LinesOfAListAreCut) {
+  const CursesScreen screen(4, 5);
+  output("abcdefgh", 0);
+  output("ij", 0);
+  output("\n", 0);
+  output("ab\u4e2d\u4e2d\n", 0);  // two cells each: the second has but one
+  output("ab\tcd", 0);
+  EXPECT_EQ(screen.text(0), "abcde");
+  EXPECT_EQ(screen.text(1, 0, 3), "ab\u4e2d");
+  EXPECT_EQ(screen.text(1, 4), " ");
+  EXPECT_EQ(screen.text(2), "ab   ");
+}
+
+TEST_F(CursesOutput, LinesThatFillTheirLastCellTakeOneRow) {
+  const CursesScreen screen(4, 5);
+  for (void (*begin)() : {beginList, +[] { beginText(kEndOfText); }}) {
+    begin();
+    output("abcde\nfghij", 0);
+    output("\nk\n", 0);
+    EXPECT_EQ(screen.text(0), "abcde");
+    EXPECT_EQ(screen.text(1), "fghij");
+    EXPECT_EQ(screen.text(2), "k    ");
+    EXPECT_EQ(linesWritten(), 3);
+  }
+}
+
+TEST_F(CursesOutput, TextGoesOnBetweenCharactersAndTabs) {
+  const CursesScreen screen(9, 9);
+  beginText(kEndOfText);
+  output("abcdefgh\u4e2d!\n", 0);
+  output("a\tb\tc\n", 0);
+  output("e\u0301e\u0301\n", 0);
+  EXPECT_EQ(screen.text(0), "abcdefgh ");
+  EXPECT_EQ(screen.text(1, 0, 1), "\u4e2d");
+  EXPECT_EQ(screen.text(1, 2), "!      ");
+  EXPECT_EQ(screen.text(2), "a       b");
+  EXPECT_EQ(screen.text(3), "c        ");
+  EXPECT_EQ(screen.text(4), "e\u0301e\u0301       ");
+}
+
+TEST_F(CursesOutput, TextIsShownFromItsEndOrFromALineOn) {
+  const CursesScreen screen(4, 5);
+  const auto write = [] {
+    for (const char *line : {"one\n", "two\n", "three is long\n", "four\n"}) output(line, 0);
+  };
+  const struct {
+    int64_t first;
+    const char *rows[4];
+  } kViews[] = {
+      {kEndOfText, {" is l", "ong  ", "four ", "     "}},
+      {0, {"one  ", "two  ", "three", "     "}},
+      {2, {"three", " is l", "ong  ", "     "}},
+      {5, {"four ", "     ", "     ", "     "}},
+      {int64_t{1} << 40, {"     ", "     ", "     ", "     "}},
+  };
+  for (const auto &view : kViews) {
+    beginText(view.first);
+    write();
+    EXPECT_EQ(linesWritten(), 6) << view.first;
+    for (int row = 0; row < 4; row++) EXPECT_EQ(screen.text(row), view.rows[row]) << view.first;
+  }
+}
+
+TEST_F(CursesOutput, TheLastCellOfAllDoesNotScroll) {
+  const CursesScreen screen(2, 5);
+  output("first\n", 0);
+  moveTo(1, 0);
+  output("abcdefgh", 0);
+  EXPECT_EQ(screen.text(0), "first");
+  EXPECT_EQ(screen.text(1), "abcde");
 }
 
 TEST_F(CursesOutput, ScreensOfOneAndTwoColumns) {
@@ -171,7 +245,8 @@ TEST_F(CursesOutput, ScreensOfOneAndTwoColumns) {
     output("much more than fits", 0);
     EXPECT_EQ(screen.text(0).size(), 1u);
   }
-  const CursesScreen screen(2, 2);
+  const CursesScreen screen(3, 2);
+  beginText(kEndOfText);
   output("abc", 0);
   EXPECT_EQ(screen.text(0), "ab");
   EXPECT_EQ(screen.text(1), "c ");
@@ -476,11 +551,35 @@ const char kCursesNotice[] =
     "$TERM is not set properly,\nor because you are missing the terminfo files (which aren't "
     "present on iOS).\nYou can fix either easily if you read the README.\n";
 
-TEST(CursesMessage, ExplainsAScreenThatFailed) {
-  const DisplayStateGuard guard;
+// Sets and clears variables of the environment, in a child of the test's.
+std::string noticeWith(std::initializer_list<std::pair<const char *, const char *>> environment) {
   testing::internal::CaptureStdout();
-  cursesMessage();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), kCursesNotice);
+  const pid_t child = fork();
+  if (child == 0) {
+    for (const char *name : {"TERM", "TERMINFO", "TERMINFO_DIRS", "HOME"}) unsetenv(name);
+    for (const auto &[name, value] : environment) setenv(name, value, 1);
+    cursesMessage();
+    fflush(nullptr);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(CursesMessage, ExplainsAScreenThatFailedAndWhatIsMissing) {
+  const DisplayStateGuard guard;
+  EXPECT_EQ(noticeWith({{"TERM", "odd\x1b[31m"}, {"HOME", "/home/me"}}),
+            std::string(kCursesNotice) +
+                "TERM is \"odd?[31m\".\n"
+                "Its description was looked for in /home/me/.terminfo, and where this system keeps "
+                "them, as a rule /usr/share/terminfo.\n");
+  EXPECT_EQ(noticeWith({{"TERM", "odd"}, {"TERMINFO", "/mine"}, {"TERMINFO_DIRS", "/a:/b"}}),
+            std::string(kCursesNotice) +
+                "TERM is \"odd\".\n"
+                "Its description was looked for in /mine (TERMINFO), /a:/b (TERMINFO_DIRS), and "
+                "where this system keeps them, as a rule /usr/share/terminfo.\n");
+  EXPECT_EQ(noticeWith({}),
+            std::string(kCursesNotice) + "TERM is not set: it names the kind of the terminal.\n");
 }
 
 TEST(CursesMessage, IsSilentOnceTheScreenWasStarted) {
@@ -636,6 +735,7 @@ TEST_F(OpenScreen, WorksWithoutColours) {
     useTerminal("vt100");
     openScreen();
     store(wantCurses, 1);
+    beginList();
     output("abc", 0);
     fprintf(report, "%s", CursesScreen::textBeforeCursor().c_str());
     closeScreen();
@@ -683,7 +783,7 @@ TEST_F(OpenScreen, LocaleDecidesOnUTF8) {
     PseudoTerminal own(24, 80);
     const ChildResult child = runOnTerminal(own, [name = locale](FILE *report) {
       useTerminal("xterm-256color");
-      setenv("LC_ALL", name, 1);
+      setlocale(LC_CTYPE, name);
       openScreen();
       char text[16];
       fputs(makeSafe(text, sizeof text, "caf\xC3\xA9", 5), report);

@@ -460,7 +460,7 @@ int printTooWide(ProcessRecord *, ProcessRecord *) {
 }
 
 int printTooWideText(ProcessRecord *, ProcessRecord *) {
-  // Up to the last cell but one, then a character of three bytes.
+  // Up to the last cell but one, then a character of three bytes and one cell.
   return output((std::string(117, 'w') + "\u20ac" + "end").c_str(), 0);
 }
 
@@ -474,8 +474,20 @@ TEST_F(ListOnScreen, AValueTooWideForTheScreenIsCutAtItsEdge) {
   EXPECT_EQ(trimmed(kFirstRow + 2), "");
 }
 
-TEST_F(ListOnScreen, AValueIsNotCutInsideACharacter) {
+TEST_F(ListOnScreen, AValueIsCutByCells) {
   addColumn("X", 5, printTooWideText);
+  current({"a"});
+  frame();
+  EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(117, 'w') + "\u20ac");
+  EXPECT_EQ(trimmed(kFirstRow + 1), "");
+}
+
+int printTooWideCharacter(ProcessRecord *, ProcessRecord *) {
+  return output((std::string(117, 'w') + "\u4e2d" + "end").c_str(), 0);
+}
+
+TEST_F(ListOnScreen, ACharacterOfTwoCellsIsNotHalved) {
+  addColumn("X", 5, printTooWideCharacter);
   current({"a"});
   frame();
   EXPECT_EQ(trimmed(kFirstRow), "a\u2502" + std::string(117, 'w'));
@@ -532,17 +544,13 @@ TEST_F(ListOnNarrowScreen, ACharacterWithoutACellFillsNoLine) {
   EXPECT_THAT(trimmed(header + 2), testing::StartsWith("\u2502x"));
 }
 
-TEST_F(ListOnNarrowScreen, TheLineBelowAFullLastRowIsScrolledIn) {
-  store(load(perspective.columns[0])->hidden, 1);
-  addColumn("ABCDEFGHIJK", 12, printEleven);
-  addColumn("LAST...", 8, printSeven);
+TEST_F(ListOnNarrowScreen, LosesItsFirstLinesWhereThereIsNoRoom) {
   current({"a"});
-  CursesScreen::empty();
-  wmove(stdscr, 8, 0);
-  showProcesses(currentTable(), {}, nullptr);
-  EXPECT_EQ(trimmed(9), "|ABCDEFGHIJK|LAST...");
-  EXPECT_EQ(trimmed(10), "\u250212345678901\u25021234567");
-  EXPECT_EQ(trimmed(11), "");
+  ASSERT_EQ(wresize(stdscr, 5, 20), OK);
+  frame();
+  EXPECT_EQ(rowOf("NAME"), 2);
+  EXPECT_EQ(trimmed(3), "a");
+  EXPECT_EQ(trimmed(4), "");
 }
 
 TEST_F(ListOnScreen, HeaderIsUnderlinedAndTheSelectedColumnBold) {

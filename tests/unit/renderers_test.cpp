@@ -70,9 +70,14 @@ class RendererTexts : public Renderers {
 };
 
 TEST_F(RendererTexts, Pid) {
-  const std::pair<uint32_t, const char *> cases[] = {
-      {0, "0    "},      {1, "1    "},       {4321, "4321 "},      {99999, "99999"},
-      {123456, "12345"}, {INT_MAX, "21474"}, {UINT32_MAX, "-1   "}};
+  const std::pair<uint32_t, const char *> cases[] = {{0, "0    "},
+                                                     {1, "1    "},
+                                                     {4321, "4321 "},
+                                                     {99999, "99999"},
+                                                     // Never another number, however wide.
+                                                     {123456, "123456"},
+                                                     {INT_MAX, "2147483647"},
+                                                     {UINT32_MAX, "-1   "}};
   for (const auto &[pid, expected] : cases) {
     bsd.pbi_pid = pid;
     EXPECT_EQ(text(print_pid), expected);
@@ -89,9 +94,10 @@ TEST_F(RendererTexts, PpidIsNotThePid) {
 
 TEST_F(RendererTexts, Uid) {
   const std::pair<uint32_t, const char *> cases[] = {
-      {0, "    0"},         {501, "  501"},    {99999, "99999"},
-      {100000, "10000"},    {165537, "16553"},  // not what is left of 65536
-      {4294967294, "   -2"}};
+      {0, "    0"},          {501, "  501"},
+      {99999, "99999"},      {100000, "100000"},
+      {165537, "165537"},  // not what is left of 65536
+      {4294967294, "   -2"}, {2147483648, "-2147483648"}};
   for (const auto &[uid, expected] : cases) {
     bsd.pbi_uid = uid;
     EXPECT_EQ(text(print_uid), expected) << uid;
