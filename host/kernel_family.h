@@ -2,6 +2,7 @@
 // years, from one build family to another.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace host {
@@ -14,5 +15,11 @@ inline constexpr KernelFamily kUsualFamily = 4903;
 
 // kUsualFamily for a version without a number that can be told.
 KernelFamily kernelFamilyOf(std::string_view version) noexcept;
+
+// By what a kernel multiplies jetsam bands: darwin/memorystatus.h has those of kernels with 1.
+constexpr int32_t bandScale(KernelFamily family) {
+  constexpr KernelFamily kFirstWithWideBands = 8792;
+  return family >= kFirstWithWideBands ? 10 : 1;
+}
 
 }  // namespace host

@@ -6,7 +6,6 @@
 namespace darwin {
 
 constexpr int DARWIN_ENOENT = 2;
-constexpr int DARWIN_ESRCH = 3;
 constexpr int DARWIN_EINTR = 4;
 constexpr int DARWIN_EIO = 5;
 constexpr int DARWIN_ENXIO = 6;
@@ -18,6 +17,7 @@ constexpr int DARWIN_EFAULT = 14;
 constexpr int DARWIN_EEXIST = 17;
 constexpr int DARWIN_ENOTTY = 25;
 constexpr int DARWIN_ENOSPC = 28;
+constexpr int DARWIN_EROFS = 30;
 constexpr int DARWIN_ERANGE = 34;
 constexpr int DARWIN_EAGAIN = 35;
 constexpr int DARWIN_EINPROGRESS = 36;

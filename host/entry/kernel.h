@@ -14,7 +14,7 @@ namespace host {
 Errno procInfo(int32_t call, int32_t pid, uint32_t flavor, uint64_t arg, void *buffer, int32_t size,
                int &result) noexcept;
 
-// System call 440. `result` is in bytes.
+// System call 440. `result` is in bytes, and stays for commands that give no list.
 Errno memorystatusControl(uint32_t command, int32_t pid, uint32_t flags, void *buffer, size_t size,
                           int &result) noexcept;
 

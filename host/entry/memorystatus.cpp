@@ -1,7 +1,8 @@
-// Jetsam: the priority list and the memory level.
-#include "darwin/memorystatus.h"
+// Jetsam: the priority list, places in it and limits, and the memory level.
+#include "host/darwin/memorystatus.h"
 
 #include <chrono>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -52,15 +53,73 @@ Errno fetchList(void *buffer, size_t size, int &result) {
   return error;
 }
 
+constexpr int32_t kDefaultBand = -1;
+
+// What the commands about one process have in common.
+template <typename Properties>
+bool areAsAsked(int32_t pid, const void *buffer, size_t size) {
+  return pid != 0 && buffer != nullptr && size == sizeof(Properties);
+}
+
+// False for a band that the kernel does not have.
+bool findPlace(const darwin::memorystatus_priority_properties &asked, MemoryStatusPlace &place) {
+  const int32_t scale = bandScale(kernel().kernelFamily());
+  const int32_t band = asked.priority;
+  place.userData = asked.user_data;
+  if (band == kDefaultBand) return true;
+  place.isFirst = band == darwin::JETSAM_PRIORITY_IDLE_HEAD;
+  const bool isAgeing = band == darwin::JETSAM_PRIORITY_AGING_BAND1 * scale ||
+                        band == darwin::JETSAM_PRIORITY_AGING_BAND2 * scale;
+  place.band = place.isFirst || isAgeing ? darwin::JETSAM_PRIORITY_IDLE : band;
+  return *place.band >= darwin::JETSAM_PRIORITY_IDLE &&
+         *place.band <= darwin::JETSAM_PRIORITY_MAX * scale;
+}
+
+Errno setPlace(int32_t pid, uint32_t flags, const void *buffer, size_t size) {
+  using Properties = darwin::memorystatus_priority_properties;
+  if (!areAsAsked<Properties>(pid, buffer, size) || flags != 0) return darwin::DARWIN_EINVAL;
+  Properties asked{};
+  std::memcpy(&asked, buffer, sizeof asked);
+  MemoryStatusPlace place;
+  if (!findPlace(asked, place)) return darwin::DARWIN_EINVAL;
+  return memoryStatus().setMemoryStatusPlace(pid, place);
+}
+
+Errno getLimits(int32_t pid, void *buffer, size_t size) {
+  using Properties = darwin::memorystatus_memlimit_properties;
+  if (!areAsAsked<Properties>(pid, buffer, size)) return darwin::DARWIN_EINVAL;
+  Properties limits{};
+  const Errno error = memoryStatus().memoryLimits(pid, limits);
+  return error == kAnswered ? copyOut(&limits, sizeof limits, buffer) : error;
+}
+
+Errno setLimits(int32_t pid, const void *buffer, size_t size) {
+  using Properties = darwin::memorystatus_memlimit_properties;
+  if (!areAsAsked<Properties>(pid, buffer, size)) return darwin::DARWIN_EINVAL;
+  Properties limits{};
+  std::memcpy(&limits, buffer, sizeof limits);
+  return memoryStatus().setMemoryLimits(pid, limits);
+}
+
 }  // namespace
 
-// The kernel presented looks neither at pid nor at flags for this command.
-Errno memorystatusControl(uint32_t command, int32_t, uint32_t, void *buffer, size_t size,
+Errno memorystatusControl(uint32_t command, int32_t pid, uint32_t flags, void *buffer, size_t size,
                           int &result) noexcept {
   if (!callerIsPrivileged()) return darwin::DARWIN_EPERM;
-  if (command != darwin::MEMORYSTATUS_CMD_GET_PRIORITY_LIST) return darwin::DARWIN_EINVAL;
   return guarded([&]() -> Errno {
-    return buffer == nullptr ? listSize(result) : fetchList(buffer, size, result);
+    switch (command) {
+      case darwin::MEMORYSTATUS_CMD_GET_PRIORITY_LIST:
+        // The kernel presented looks neither at pid nor at flags for it.
+        return buffer == nullptr ? listSize(result) : fetchList(buffer, size, result);
+      case darwin::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES:
+        return setPlace(pid, flags, buffer, size);
+      case darwin::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES:
+        return getLimits(pid, buffer, size);
+      case darwin::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES:
+        return setLimits(pid, buffer, size);
+      default:
+        return darwin::DARWIN_EINVAL;
+    }
   });
 }
 

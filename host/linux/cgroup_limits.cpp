@@ -8,9 +8,6 @@
 
 namespace host::linux_machine {
 
-// A tree deeper than this has no reason to be: what is below has the limit of what is above.
-static constexpr int kDeepest = 64;
-
 // Without a limit, version 1 shows the largest number of bytes that is whole pages; no page is
 // larger than this.
 static constexpr uint64_t kLargestPage = uint64_t{1} << 20;
@@ -53,33 +50,48 @@ uint64_t parseMemoryLimit(std::string_view text) {
   return limit;
 }
 
-void CgroupLimits::read() {
+std::vector<CgroupMount> readCgroupMounts() {
+  FileReader reader;
   std::string_view table;
-  if (reader_.readList(AT_FDCWD, "/proc/self/mountinfo", table) != kAnswered) table = {};
-  read(parseCgroupMounts(table));
+  if (reader.readList(AT_FDCWD, "/proc/self/mountinfo", table) != kAnswered) table = {};
+  return parseCgroupMounts(table);
+}
+
+FileHandle openHierarchy(const CgroupMount &mount) {
+  FileHandle root = openDirectory(AT_FDCWD, mount.path.c_str());
+  FileReader reader;
+  std::string_view controllers;
+  // Version 2 without the memory controller has no limits anywhere.
+  const bool hasLimits = mount.isVersion1 || (reader.readRecord(root.get(), "cgroup.controllers",
+                                                                controllers) == kAnswered &&
+                                              controllers.find("memory") != std::string_view::npos);
+  if (!hasLimits) root.close();
+  return root;
+}
+
+const char *memoryLimitFile(bool isVersion1) {
+  return isVersion1 ? "memory.limit_in_bytes" : "memory.max";
+}
+
+void CgroupLimits::read() {
+  read(readCgroupMounts());
 }
 
 void CgroupLimits::read(const std::vector<CgroupMount> &mounts) {
   limits_.clear();
   for (const CgroupMount &mount : mounts) {
-    FileHandle root = openDirectory(AT_FDCWD, mount.path.c_str());
-    std::string_view controllers;
-    // Version 2 without the memory controller has no limits anywhere.
-    bool hasLimits = mount.isVersion1 || (reader_.readRecord(root.get(), "cgroup.controllers",
-                                                             controllers) == kAnswered &&
-                                          controllers.find("memory") != std::string_view::npos);
-    if (root.isOpen() && hasLimits) walk(root.get(), mount.isVersion1, kNoMemoryLimit, 0);
+    const FileHandle root = openHierarchy(mount);
+    if (root.isOpen()) walk(root.get(), mount.isVersion1, kNoMemoryLimit, 0);
   }
 }
 
 void CgroupLimits::walk(int group, bool isVersion1, uint64_t limit, int depth) {
   std::string_view text;
-  const char *file = isVersion1 ? "memory.limit_in_bytes" : "memory.max";
-  if (reader_.readRecord(group, file, text) == kAnswered) {
+  if (reader_.readRecord(group, memoryLimitFile(isVersion1), text) == kAnswered) {
     limit = std::min(limit, parseMemoryLimit(text));
   }
   if (limit != kNoMemoryLimit) addProcesses(group, limit);
-  if (depth >= kDeepest) return;
+  if (depth >= kDeepestCgroup) return;
 
   std::vector<std::string> below;
   DirectoryReader lister;

@@ -23,6 +23,18 @@ struct CgroupMount {
 // The hierarchies in a mount table (/proc/self/mountinfo) that may limit memory, in its order.
 std::vector<CgroupMount> parseCgroupMounts(std::string_view mountTable);
 
+// Those of this system; none when its mount table can't be read.
+std::vector<CgroupMount> readCgroupMounts();
+
+// The directory of a hierarchy; not open for one that limits no memory.
+FileHandle openHierarchy(const CgroupMount &mount);
+
+// The file in a group's directory that holds its limit.
+const char *memoryLimitFile(bool isVersion1);
+
+// A tree deeper than this has no reason to be: what is below has the limit of what is above.
+inline constexpr int kDeepestCgroup = 64;
+
 inline constexpr uint64_t kNoMemoryLimit = UINT64_MAX;
 
 // The text of memory.max or memory.limit_in_bytes; kNoMemoryLimit for "max", for version 1's

@@ -1,9 +1,15 @@
 #include "host/linux/linux_host.h"
 
+#include <string>
+
+#include "host/darwin/errors.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {
+
+// The oom_score_adj of who has set none.
+static constexpr int32_t kUsualScore = 0;
 
 Errno LinuxHost::hostBasicInfo(darwin::host_basic_info &info) {
   const std::lock_guard lock(shared_.mutex);
@@ -59,6 +65,43 @@ Errno LinuxHost::memoryStatusList(std::vector<darwin::memorystatus_priority_entr
   Errno error = shared_.list(pids);
   if (error == kAnswered) memoryStatus_.list(shared_.proc.get(), pids, shared_.known, entries);
   return error;
+}
+
+// There is no order among those of one band, and nothing that keeps user data.
+Errno LinuxHost::setMemoryStatusPlace(pid_t pid, const MemoryStatusPlace &place) {
+  const std::lock_guard lock(shared_.mutex);
+  const Errno error = shared_.present.read(pid);
+  if (error != kAnswered) return error;
+  if (shared_.present.stat().isKernelThread()) return darwin::DARWIN_EPERM;
+  if (shared_.present.stat().isZombie()) return darwin::DARWIN_EBUSY;
+  const int32_t score = place.band ? scoreAdjustment(*place.band) : kUsualScore;
+  const Errno written =
+      writeFile(shared_.present.directory(), "oom_score_adj", std::to_string(score) + "\n");
+  return written == darwin::DARWIN_ENOENT ? darwin::DARWIN_ESRCH : written;
+}
+
+Errno LinuxHost::openLimited(pid_t pid, FileHandle &process) {
+  const std::lock_guard lock(shared_.mutex);
+  const Errno error = shared_.readLive(pid);
+  if (error != kAnswered) return error;
+  process = openStartingPoint(shared_.present.directory(), ".");
+  return process.isOpen() ? kAnswered : darwin::DARWIN_ESRCH;
+}
+
+// Both without the lock: other questions need not wait until a limit is set.
+Errno LinuxHost::memoryLimits(pid_t pid, darwin::memorystatus_memlimit_properties &limits) {
+  FileHandle process;
+  const Errno error = openLimited(pid, process);
+  if (error != kAnswered) return error;
+  return readOwnLimits(process.get(), pid, readCgroupMounts(), limits);
+}
+
+Errno LinuxHost::setMemoryLimits(pid_t pid,
+                                 const darwin::memorystatus_memlimit_properties &limits) {
+  FileHandle process;
+  const Errno error = openLimited(pid, process);
+  if (error != kAnswered) return error;
+  return writeOwnLimits(process.get(), pid, readCgroupMounts(), limits);
 }
 
 Errno LinuxHost::memoryStatusLevel(unsigned int &level) {

@@ -28,11 +28,17 @@ class LinuxHost : public virtual HostQuestions, public virtual MemoryStatusQuest
   Errno swapUsage(darwin::xsw_usage &usage) override;
 
   Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &entries) override;
+  Errno setMemoryStatusPlace(pid_t pid, const MemoryStatusPlace &place) override;
+  Errno memoryLimits(pid_t pid, darwin::memorystatus_memlimit_properties &limits) override;
+  Errno setMemoryLimits(pid_t pid, const darwin::memorystatus_memlimit_properties &limits) override;
   Errno memoryStatusLevel(unsigned int &level) override;
   Errno memoryPressure(bool waits, uint32_t seconds, uint32_t &wanted,
                        uint32_t &reclaimed) override;
 
  private:
+  // A handle of a process that may be limited.
+  Errno openLimited(pid_t pid, FileHandle &process);
+
   SharedProcesses &shared_;
   // Under the lock of the processes.
   HostFigures figures_;

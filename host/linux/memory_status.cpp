@@ -4,20 +4,61 @@
 #include <cstdio>
 #include <string>
 
+#include "host/darwin/errors.h"
 #include "host/darwin/memorystatus.h"
 #include "host/linux/liveness.h"
+#include "host/linux/own_cgroup.h"
 
 namespace host::linux_machine {
 
 static constexpr int32_t kScoreMost = 1000;
+static constexpr uint32_t kFatal = darwin::MEMORYSTATUS_MEMLIMIT_ATTR_FATAL;
 
 int32_t jetsamBand(int32_t scoreAdjustment) {
   int32_t score = std::clamp(scoreAdjustment, -kScoreMost, kScoreMost);
   return (kScoreMost - score) * darwin::JETSAM_PRIORITY_MAX / (2 * kScoreMost);
 }
 
+int32_t scoreAdjustment(int32_t band) {
+  const int32_t score = kScoreMost - (2 * band + 1) * kScoreMost / darwin::JETSAM_PRIORITY_MAX;
+  return std::max(score, -kScoreMost);
+}
+
 int32_t jetsamLimit(uint64_t limit) {
   return limit == kNoMemoryLimit ? -1 : saturate<int32_t>(limit >> 20);
+}
+
+// As long as the process lives, the pid is its own: what was found by the pid is about it.
+static Errno errorUnlessGone(int processDirectory, Errno error) {
+  return isAlive(processDirectory) ? error : darwin::DARWIN_ESRCH;
+}
+
+Errno readOwnLimits(int processDirectory, int32_t pid, const std::vector<CgroupMount> &mounts,
+                    darwin::memorystatus_memlimit_properties &limits) {
+  OwnCgroup group;
+  uint64_t bytes = 0;
+  Errno error = group.find(mounts, pid);
+  if (error == kAnswered) error = group.readLimit(bytes);
+  error = errorUnlessGone(processDirectory, error);
+  if (error != kAnswered) return error;
+  const int32_t limit = jetsamLimit(bytes);
+  limits = {limit, kFatal, limit, kFatal};
+  return kAnswered;
+}
+
+Errno writeOwnLimits(int processDirectory, int32_t pid, const std::vector<CgroupMount> &mounts,
+                     const darwin::memorystatus_memlimit_properties &limits) {
+  const int32_t limit = limits.memlimit_active;
+  if (limits.memlimit_inactive != limit || limits.memlimit_active_attr != kFatal ||
+      limits.memlimit_inactive_attr != kFatal) {
+    return darwin::DARWIN_ENOTSUP;
+  }
+  OwnCgroup group;
+  const Errno error = errorUnlessGone(processDirectory, group.find(mounts, pid));
+  if (error != kAnswered) return error;
+  const Errno written =
+      group.writeLimit(limit > 0 ? static_cast<uint64_t>(limit) << 20 : kNoMemoryLimit);
+  return written == kAnswered ? kAnswered : errorUnlessGone(processDirectory, written);
 }
 
 static bool isProcessAlive(int procDirectory, int32_t pid) {

@@ -15,8 +15,20 @@ namespace host::linux_machine {
 // usual 0.
 int32_t jetsamBand(int32_t scoreAdjustment);
 
+// An oom_score_adj, the middle one, for which jetsamBand gives `band` (0 to 21).
+int32_t scoreAdjustment(int32_t band);
+
 // A limit in bytes as an entry has it, in megabytes; -1 for kNoMemoryLimit.
 int32_t jetsamLimit(uint64_t limit);
+
+// The limits of the control group of its own (own_cgroup.h) that the process of `processDirectory`,
+// an open handle of /proc/PID, has in one of the hierarchies mounted there. A group has but one
+// limit, and who exceeds it is ended: other limits are refused. DARWIN_ENOTSUP for that, and for a
+// process that has no such group; DARWIN_ESRCH for one that is gone. Setting a limit may take time.
+Errno readOwnLimits(int processDirectory, int32_t pid, const std::vector<CgroupMount> &mounts,
+                    darwin::memorystatus_memlimit_properties &limits);
+Errno writeOwnLimits(int processDirectory, int32_t pid, const std::vector<CgroupMount> &mounts,
+                     const darwin::memorystatus_memlimit_properties &limits);
 
 class MemoryStatus {
  public:

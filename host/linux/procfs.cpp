@@ -26,8 +26,12 @@ Errno darwinError(int linuxErrno) {
       return darwin::DARWIN_EBADF;
     case ENOMEM:
       return darwin::DARWIN_ENOMEM;
+    case EBUSY:
+      return darwin::DARWIN_EBUSY;
     case EINVAL:
       return darwin::DARWIN_EINVAL;
+    case EROFS:
+      return darwin::DARWIN_EROFS;
     case ENOSYS:
     case EOPNOTSUPP:
       return darwin::DARWIN_ENOTSUP;
@@ -55,6 +59,17 @@ FileHandle openDirectory(int directory, const char *name) {
 
 FileHandle openStartingPoint(int directory, const char *name) {
   return FileHandle(openat(directory, name, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+Errno writeFile(int directory, const char *name, std::string_view text) {
+  const FileHandle file(openat(directory, name, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
+  if (!file.isOpen()) return darwinError(errno);
+  ssize_t written = -1;
+  do {
+    written = ::write(file.get(), text.data(), text.size());
+  } while (written < 0 && errno == EINTR);
+  if (written < 0) return darwinError(errno);
+  return static_cast<size_t>(written) == text.size() ? kAnswered : darwin::DARWIN_EIO;
 }
 
 Errno FileReader::readRecord(int directory, const char *name, std::string_view &text) {

@@ -1,6 +1,6 @@
 // Reading /proc and /sys: small files relative to an open directory handle, into one buffer that is
 // kept from file to file; directories of numbers; and the few words of text scanning that their
-// formats need. What a file's text means is not here.
+// formats need. The few files that are written, too. What a file's text means is not here.
 #pragma once
 
 #include <charconv>
@@ -38,6 +38,10 @@ class FileHandle {
 // be a starting point. On failure the handle is not open and errno says why.
 FileHandle openDirectory(int directory, const char *name);
 FileHandle openStartingPoint(int directory, const char *name);
+
+// Writes the whole of `text`, in one piece, in place of what is in the file `name`. A link is not
+// followed.
+Errno writeFile(int directory, const char *name, std::string_view text);
 
 // Reads files. The text of a read holds until the next one.
 class FileReader {

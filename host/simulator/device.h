@@ -332,9 +332,13 @@ struct WorkQueue {
 
 struct Jetsam {
   int32_t band = 0;
-  int32_t limit = -1;  // MB
+  int32_t limit = -1;  // MB, while it is active: the one that the list has
   uint32_t state = 0;
   uint64_t userData = 0;
+  int32_t inactiveLimit = -1;  // MB, while it is not
+  uint32_t limitAttributes = 0;
+  uint32_t inactiveLimitAttributes = 0;
+  int64_t place = 0;  // in its band, ascending; those with the same as they started
 };
 
 // What proc_pid_rusage says beyond times and sizes.

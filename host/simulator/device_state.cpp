@@ -236,6 +236,7 @@ void DeviceState::happen(const ChangeProcess &change, Nanoseconds now, Lasting) 
   if (description.jetsam) {
     setIfGiven(change.band, description.jetsam->band);
     setIfGiven(change.limit, description.jetsam->limit);
+    setIfGiven(change.limit, description.jetsam->inactiveLimit);
     setIfGiven(change.jetsamState, description.jetsam->state);
   }
   setIfGiven(change.sandboxed, description.sandboxed);

@@ -61,6 +61,7 @@ void readJetsam(TableReader &reader, std::optional<Jetsam> &jetsam) {
   reader.flag("jetsam", isInList);
   reader.number("band", read.band);
   reader.number("limit", read.limit, -1);
+  read.inactiveLimit = read.limit;
   reader.number("jetsam-state", read.state);
   if (isInList) jetsam = read;
 }

@@ -10,6 +10,7 @@
 
 #include "columns/configuration.h"
 #include "columns/perspective.h"
+#include "control/jetsam_control.h"
 #include "darwin/proc_info.h"
 #include "darwin/signals.h"
 #include "proc/process_table.h"
@@ -30,6 +31,7 @@ namespace sondex {
 
 constexpr int kListHelp = 1;
 constexpr int32_t kScreenPatience = 2000;  // milliseconds
+constexpr char kWhichToKill[] = "Which PID do you want to kill today? ";
 
 static char *active_filter = nullptr;
 
@@ -281,9 +283,9 @@ void toggleUpdateDelay() {
   setStatusBar(answer, 2);
 }
 
-// The pid to signal: the selected process's, else one that the user names; 0 when there is none.
-// `isStopped` tells about the selected process.
-static int32_t chooseTarget(bool *isStopped) {
+// The pid to act on: the selected process's, else one that the user names in answer to `question`;
+// 0 when there is none. `isStopped` tells about the selected process.
+static int32_t chooseTarget(const char *question, bool *isStopped) {
   const TableView table = enterPreviousTable();
   const ProcessRecord *record = selectedRecord(table);
   int32_t pid = 0;
@@ -293,23 +295,29 @@ static int32_t chooseTarget(bool *isStopped) {
     *isStopped = record->taskAllInfo.pbsd.pbi_status == darwin::SSTOP;
   }
   leaveProcessTables();
-  if (pid == 0) parseNumber(promptForInput("Which PID do you want to kill today? "), &pid);
+  if (pid == 0) parseNumber(promptForInput(question), &pid);
   if (pid == 0) setStatusBar("Not a valid PID.. Try again?", 2);
   return pid;
 }
 
 static void killProcess() {
   bool isStopped = false;
-  const int32_t pid = chooseTarget(&isStopped);
+  const int32_t pid = chooseTarget(kWhichToKill, &isStopped);
   if (pid == 0) return;
   if (promptForInput("Are you sure? ")[0] == 'y') kill(pid, darwin::DARWIN_SIGKILL);
 }
 
 static void stopOrContinue() {
   bool isStopped = false;
-  const int32_t pid = chooseTarget(&isStopped);
+  const int32_t pid = chooseTarget(kWhichToKill, &isStopped);
   if (pid == 0) return;
   kill(pid, isStopped ? darwin::DARWIN_SIGCONT : darwin::DARWIN_SIGSTOP);
+}
+
+static void controlSelectedJetsam() {
+  bool isStopped = false;
+  const int32_t pid = chooseTarget("Which PID do you want to set band and limit of? ", &isStopped);
+  if (pid != 0) controlJetsam(pid);
 }
 
 static void quit() {
@@ -344,6 +352,7 @@ static const KeyRow kKeys[] = {
     {'f', kNothing, toggleUpdates},
     {'G', kScreen, openGestalt},
     {'I', kNothing, toggleIrix},
+    {'J', kPicture, controlSelectedJetsam},
     {'K', kPicture, killProcess},
     {'T', kPicture, stopOrContinue},
     {'t', kPicture, stopOrContinue},

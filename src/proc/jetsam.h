@@ -36,6 +36,18 @@ const darwin::memorystatus_priority_entry *getJetsamPropertiesOfPID(int32_t pid,
 // calls it yet.
 int32_t getMemoryStatusPriorityOfPID(int32_t pid, const JetsamList *list);
 
+// Asks the kernel for the entry of `pid` and writes it to `entry`. Returns 0, or the number of the
+// error, without a message: DARWIN_ESRCH for a process that is not in the list.
+int getMemoryStatusEntry(int32_t pid, darwin::memorystatus_priority_entry *entry);
+
+// Puts `pid` into a band (numbers below 0 as memorystatus_priority_properties has them); its user
+// data stays. Returns as getMemoryStatusEntry.
+int setMemoryStatusPriority(int32_t pid, int32_t band);
+
+// Makes `limit` (MB; 0 and below: none of its own) both limits of `pid`; whether exceeding them is
+// fatal stays. Returns 0, or the number of the error.
+int setMemoryStatusLimit(int32_t pid, int32_t limit);
+
 // Orders of two entries for qsort. By process ID: 1 or -1, never 0. By band: 1, 0 or -1; nothing
 // calls it yet.
 int compare_jetsam_pids(const void *a, const void *b);

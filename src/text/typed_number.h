@@ -9,4 +9,8 @@ namespace sondex {
 // when there is none: *number stays.
 bool parseNumber(const char *text, int32_t *number);
 
+// The decimal number that `text`, but for blanks before it, is as a whole. False when it is
+// anything else or does not fit: *number stays.
+bool parseWholeNumber(const char *text, int32_t *number);
+
 }  // namespace sondex

@@ -24,12 +24,16 @@ TEST(UnpublishedLayout, HasNoPadding) {
   EXPECT_NO_PADDING(kevent_qos_s);
   EXPECT_NO_PADDING(kevent_extinfo);
   EXPECT_NO_PADDING(memorystatus_priority_entry);
+  EXPECT_NO_PADDING(memorystatus_memlimit_properties);
 }
 
 TEST(UnpublishedLayout, SignedFields) {
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::filter)>);
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::kevent_qos_s::data)>);
   EXPECT_TRUE(std::is_signed_v<decltype(darwin::memorystatus_priority_entry::limit)>);
+  EXPECT_TRUE(std::is_signed_v<decltype(darwin::memorystatus_priority_properties::priority)>);
+  EXPECT_TRUE(
+      std::is_signed_v<decltype(darwin::memorystatus_memlimit_properties::memlimit_active)>);
 }
 
 TEST(UnpublishedNumbers, ProcessInformation) {
@@ -84,7 +88,14 @@ TEST(UnpublishedNumbers, Host) {
 }
 
 TEST(UnpublishedNumbers, Jetsam) {
-  expectNumbers({NUMBER(MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 1), NUMBER(JETSAM_PRIORITY_MAX, 21)});
+  expectNumbers({NUMBER(MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 1),
+                 NUMBER(MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES, 2),
+                 NUMBER(MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, 7),
+                 NUMBER(MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, 8),
+                 NUMBER(MEMORYSTATUS_MEMLIMIT_ATTR_FATAL, 1), NUMBER(JETSAM_PRIORITY_IDLE_HEAD, -2),
+                 NUMBER(JETSAM_PRIORITY_IDLE, 0), NUMBER(JETSAM_PRIORITY_AGING_BAND1, 1),
+                 NUMBER(JETSAM_PRIORITY_AGING_BAND2, 2), NUMBER(JETSAM_PRIORITY_DEFAULT, 18),
+                 NUMBER(JETSAM_PRIORITY_MAX, 21)});
 }
 
 TEST(UnpublishedNumbers, CodeSigning) {

@@ -230,6 +230,7 @@ TEST(DeviceFileProcess, Accounts) {
   EXPECT_THAT(process.coalitions, Optional(ElementsAre(9, 10)));
   EXPECT_EQ(process.jetsam->band, 10);
   EXPECT_EQ(process.jetsam->limit, 1400);
+  EXPECT_EQ(process.jetsam->inactiveLimit, 1400);
   EXPECT_EQ(process.jetsam->state, 3u);
   EXPECT_THAT(processOf("coalition = 4").coalitions, Optional(ElementsAre(4, 4)));
   EXPECT_FALSE(processOf("jetsam = false").jetsam.has_value());

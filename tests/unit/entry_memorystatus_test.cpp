@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <thread>
+#include <vector>
 
 #include "darwin/memorystatus.h"
 #include "host/darwin/errors.h"
@@ -153,9 +155,137 @@ TEST_F(MemoryStatus, OthersThanRootAreRefusedFirst) {
 }
 
 TEST_F(MemoryStatus, UnknownCommands) {
-  for (const uint32_t command : {0u, 2u, 999u}) {
+  for (const uint32_t command : {0u, 3u, 6u, 999u}) {
     EXPECT_EQ(control(buffer, sizeof buffer, command), -1);
     EXPECT_EQ(errno, DARWIN_EINVAL);
+  }
+}
+
+long setPriority(int32_t pid, memorystatus_priority_properties properties, uint32_t flags = 0) {
+  errno = 0;
+  return syscall(DARWIN_SYS_memorystatus_control, MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES, pid,
+                 flags, &properties, sizeof properties);
+}
+
+// Of the commands that take a process and the 16 bytes of a structure.
+long about(uint32_t command, int32_t pid, void *properties, size_t size = 16) {
+  errno = 0;
+  return syscall(DARWIN_SYS_memorystatus_control, command, pid, 0u, properties, size);
+}
+
+constexpr uint32_t kAboutOne[] = {MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES,
+                                  MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES,
+                                  MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES};
+
+TEST_F(MemoryStatus, AProcessIsPutIntoABand) {
+  EXPECT_EQ(setPriority(101, {7, uint64_t{1} << 63}), 0);
+  ASSERT_TRUE(machine.lastPlace.has_value());
+  EXPECT_EQ(machine.lastPlace->band, 7);
+  EXPECT_FALSE(machine.lastPlace->isFirst);
+  EXPECT_EQ(machine.lastPlace->userData, uint64_t{1} << 63);
+  EXPECT_EQ(machine.entries[1].priority, 7);
+  EXPECT_EQ(machine.entries[0].priority, 0);
+  EXPECT_EQ(errno, 0);
+}
+
+struct BandRow {
+  int32_t asked;
+  std::optional<int32_t> band;  // nothing: the default one
+  bool isFirst = false;
+};
+
+// The bands that a family has, and the ones below and above.
+void expectBands(entry_test::EntryMachine &machine, int32_t scale) {
+  std::vector<BandRow> rows = {{-1, std::nullopt}, {-2, 0, true}, {scale, 0}, {2 * scale, 0}};
+  for (int32_t band = 0; band <= 21 * scale; ++band) {
+    if (band != scale && band != 2 * scale) rows.push_back({band, band});
+  }
+  for (const BandRow &row : rows) {
+    machine.lastPlace.reset();
+    EXPECT_EQ(setPriority(100, {row.asked, 0}), 0) << row.asked;
+    ASSERT_TRUE(machine.lastPlace.has_value()) << row.asked;
+    EXPECT_EQ(machine.lastPlace->band, row.band) << row.asked;
+    EXPECT_EQ(machine.lastPlace->isFirst, row.isFirst) << row.asked;
+  }
+  machine.lastPlace.reset();
+  for (const int32_t band : {-3, 21 * scale + 1, INT32_MIN, INT32_MAX}) {
+    EXPECT_EQ(setPriority(100, {band, 0}), -1) << band;
+    EXPECT_EQ(errno, DARWIN_EINVAL) << band;
+  }
+  EXPECT_FALSE(machine.lastPlace.has_value());
+}
+
+TEST_F(MemoryStatus, BandsOfOldKernels) {
+  for (const host::KernelFamily family : {2782u, 4903u, 8020u, 8791u}) {
+    machine.family = family;
+    expectBands(machine, 1);
+  }
+}
+
+TEST_F(MemoryStatus, BandsOfNewKernelsAreTenTimesAsMany) {
+  machine.family = 8792;
+  expectBands(machine, 10);
+}
+
+TEST_F(MemoryStatus, SettingAPriorityTakesNoFlags) {
+  EXPECT_EQ(setPriority(101, {7, 0}, 1), -1);
+  EXPECT_EQ(errno, DARWIN_EINVAL);
+  EXPECT_FALSE(machine.lastPlace.has_value());
+}
+
+TEST_F(MemoryStatus, LimitsAreSetAndGiven) {
+  memorystatus_memlimit_properties limits = {50, 1, 40, 0};
+  EXPECT_EQ(about(MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, 102, &limits), 0);
+  const memorystatus_memlimit_properties &set = machine.limits[102];
+  EXPECT_EQ(set.memlimit_active, 50);
+  EXPECT_EQ(set.memlimit_active_attr, 1u);
+  EXPECT_EQ(set.memlimit_inactive, 40);
+  EXPECT_EQ(set.memlimit_inactive_attr, 0u);
+  machine.limits[101] = {-1, 0, 30, 1};
+  EXPECT_EQ(about(MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, 101, &limits), 0);
+  EXPECT_EQ(limits.memlimit_active, -1);
+  EXPECT_EQ(limits.memlimit_active_attr, 0u);
+  EXPECT_EQ(limits.memlimit_inactive, 30);
+  EXPECT_EQ(limits.memlimit_inactive_attr, 1u);
+}
+
+TEST_F(MemoryStatus, CommandsAboutOneProcessWantAllOfTheirArguments) {
+  for (const uint32_t command : kAboutOne) {
+    SCOPED_TRACE(command);
+    std::memset(buffer, 0, sizeof buffer);
+    for (const size_t size : {size_t{0}, size_t{15}, size_t{17}, size_t{24}}) {
+      EXPECT_EQ(about(command, 101, buffer, size), -1) << size;
+      EXPECT_EQ(errno, DARWIN_EINVAL) << size;
+    }
+    EXPECT_EQ(about(command, 0, buffer), -1);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+    EXPECT_EQ(about(command, 101, nullptr), -1);
+    EXPECT_EQ(errno, DARWIN_EINVAL);
+    EXPECT_EQ(machine.asked, 0) << "these are refused before anything is looked up";
+    EXPECT_EQ(about(command, 101, buffer), 0);
+    EXPECT_EQ(machine.asked, 1);
+    machine.asked = 0;
+  }
+}
+
+TEST_F(MemoryStatus, RefusalsOfCommandsAboutOneProcess) {
+  for (const uint32_t command : kAboutOne) {
+    SCOPED_TRACE(command);
+    std::memset(buffer, 0, sizeof buffer);
+    EXPECT_EQ(about(command, 4242, buffer), -1);
+    EXPECT_EQ(errno, DARWIN_ESRCH);
+    for (const host::Errno error : {DARWIN_EPERM, DARWIN_EBUSY, DARWIN_ENOTSUP}) {
+      machine.refusal = error;
+      EXPECT_EQ(about(command, 101, buffer), -1);
+      EXPECT_EQ(errno, error);
+    }
+    machine.refusal = host::kAnswered;
+    machine.privileged = false;
+    EXPECT_EQ(about(command, 0, buffer), -1);
+    EXPECT_EQ(errno, DARWIN_EPERM) << "before its arguments are looked at";
+    machine.privileged = true;
+    const std::vector<unsigned char> zeroes(16);
+    EXPECT_EQ(std::memcmp(buffer, zeroes.data(), zeroes.size()), 0);
   }
 }
 

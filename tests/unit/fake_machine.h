@@ -5,18 +5,24 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <map>
 #include <new>
 #include <optional>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/machine.h"
 
 namespace fake_machine {
 
 // What the machine's own system calls leave in errno: it must never reach a caller.
 inline constexpr int kForeignErrno = 4711;
+
+// The band of who asks for the default one.
+inline constexpr int32_t kDefaultBand = 18;
 
 // No port has this name.
 inline constexpr darwin::mach_port_t kNoPort = 0xdead;
@@ -31,7 +37,10 @@ class FakeMachine : public host::Machine {
   host::KernelFamily family = host::kUsualFamily;
   bool privileged = true;
 
+  // The list of memory status, of which entries are changed when told to: nothing else is there.
   std::vector<darwin::memorystatus_priority_entry> entries;
+  std::optional<host::MemoryStatusPlace> lastPlace;
+  std::map<int32_t, darwin::memorystatus_memlimit_properties> limits;
   unsigned int level = 0;
 
   darwin::host_basic_info basic{};
@@ -46,6 +55,23 @@ class FakeMachine : public host::Machine {
 
   host::Errno memoryStatusList(std::vector<darwin::memorystatus_priority_entry> &out) override {
     return give("memoryStatusList", out, entries);
+  }
+  host::Errno setMemoryStatusPlace(pid_t pid, const host::MemoryStatusPlace &place) override {
+    return change("setMemoryStatusPlace", pid, [&](auto &entry) {
+      lastPlace = place;
+      entry.priority = place.band.value_or(kDefaultBand);
+      entry.user_data = place.userData;
+    });
+  }
+  host::Errno memoryLimits(pid_t pid, darwin::memorystatus_memlimit_properties &out) override {
+    return change("memoryLimits", pid, [&](const auto &) { out = limits[pid]; });
+  }
+  host::Errno setMemoryLimits(pid_t pid,
+                              const darwin::memorystatus_memlimit_properties &set) override {
+    return change("setMemoryLimits", pid, [&](auto &entry) {
+      limits[pid] = set;
+      entry.limit = set.memlimit_active;
+    });
   }
   host::Errno memoryStatusLevel(unsigned int &out) override {
     return give("memoryStatusLevel", out, level);
@@ -71,6 +97,18 @@ class FakeMachine : public host::Machine {
     const host::Errno error = admit(question);
     if (error == host::kAnswered) out = answer;
     return error;
+  }
+
+  // `how(entry)` for the entry of that process.
+  template <typename Change>
+  host::Errno change(const char *question, pid_t pid, Change &&how) {
+    const host::Errno error = admit(question);
+    if (error != host::kAnswered) return error;
+    const auto entry = std::find_if(entries.begin(), entries.end(),
+                                    [pid](const auto &each) { return each.pid == pid; });
+    if (entry == entries.end()) return darwin::DARWIN_ESRCH;
+    how(*entry);
+    return host::kAnswered;
   }
 
   // Nothing to give is "not supported".

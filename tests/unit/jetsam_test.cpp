@@ -135,6 +135,79 @@ TEST_F(JetsamTest, ControlIsTheSystemCall) {
   EXPECT_EQ(memorystatus_control(99, 0, 0, nullptr, 0), -1);
 }
 
+TEST_F(JetsamTest, EntryOfOneProcess) {
+  machine.entries = {{300, 0, 1, 50, 7}, {5, 3, 2, 60, 0}};
+  Entry entry{};
+  EXPECT_EQ(errorOutputOf([&] { EXPECT_EQ(getMemoryStatusEntry(5, &entry), 0); }), "");
+  EXPECT_EQ(entry.pid, 5);
+  EXPECT_EQ(entry.priority, 3);
+  EXPECT_EQ(entry.user_data, 2u);
+  EXPECT_EQ(entry.limit, 60);
+  EXPECT_EQ(getMemoryStatusEntry(6, &entry), darwin::DARWIN_ESRCH);
+  machine.entries.clear();
+  EXPECT_EQ(getMemoryStatusEntry(5, &entry), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(entry.pid, 5) << "left alone";
+}
+
+TEST_F(JetsamTest, EntryOfOneProcessThatCantBeRead) {
+  machine.entries = {{5, 3, 2, 60, 0}};
+  Entry entry{};
+  // The first is the question for the size, the second that for the list.
+  for (const std::vector<bool> &privileges : {std::vector{false}, std::vector{true, false}}) {
+    machine.privileges = privileges;
+    EXPECT_EQ(
+        errorOutputOf([&] { EXPECT_EQ(getMemoryStatusEntry(5, &entry), darwin::DARWIN_EPERM); }),
+        "");
+  }
+  EXPECT_EQ(entry.pid, 0);
+}
+
+TEST_F(JetsamTest, SettingABandKeepsTheUserData) {
+  machine.entries = {{4, 1, 11, 10, 0}, {5, 3, uint64_t{1} << 40, 60, 0}};
+  EXPECT_EQ(setMemoryStatusPriority(5, 7), 0);
+  EXPECT_EQ(machine.entries[1].priority, 7);
+  EXPECT_EQ(machine.entries[1].user_data, uint64_t{1} << 40);
+  EXPECT_EQ(machine.entries[1].limit, 60);
+  EXPECT_EQ(machine.entries[0].priority, 1);
+  EXPECT_EQ(setMemoryStatusPriority(5, -1), 0);
+  EXPECT_EQ(machine.entries[1].priority, fake_machine::kDefaultBand);
+}
+
+TEST_F(JetsamTest, BandsThatAreRefused) {
+  machine.entries = {{5, 3, 2, 60, 0}};
+  EXPECT_EQ(setMemoryStatusPriority(5, 22), darwin::DARWIN_EINVAL);
+  EXPECT_EQ(setMemoryStatusPriority(6, 7), darwin::DARWIN_ESRCH);
+  machine.refusals["setMemoryStatusPlace"] = darwin::DARWIN_EBUSY;
+  EXPECT_EQ(setMemoryStatusPriority(5, 7), darwin::DARWIN_EBUSY);
+  machine.refusals["memoryStatusList"] = darwin::DARWIN_ENOTSUP;
+  EXPECT_EQ(setMemoryStatusPriority(5, 7), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(machine.entries[0].priority, 3);
+}
+
+TEST_F(JetsamTest, SettingALimitKeepsWhetherItIsFatal) {
+  machine.entries = {{4, 1, 0, 10, 0}, {5, 3, 2, 60, 0}};
+  machine.limits[5] = {60, 1, 40, 0};
+  EXPECT_EQ(setMemoryStatusLimit(5, 75), 0);
+  EXPECT_EQ(machine.limits[5].memlimit_active, 75);
+  EXPECT_EQ(machine.limits[5].memlimit_active_attr, 1u);
+  EXPECT_EQ(machine.limits[5].memlimit_inactive, 75);
+  EXPECT_EQ(machine.limits[5].memlimit_inactive_attr, 0u);
+  EXPECT_EQ(machine.entries[1].limit, 75);
+  EXPECT_EQ(machine.entries[1].priority, 3);
+  EXPECT_EQ(machine.entries[0].limit, 10);
+}
+
+TEST_F(JetsamTest, LimitsThatAreRefused) {
+  machine.entries = {{5, 3, 2, 60, 0}};
+  machine.limits[5] = {60, 1, 40, 0};
+  EXPECT_EQ(setMemoryStatusLimit(6, 75), darwin::DARWIN_ESRCH);
+  machine.refusals["setMemoryLimits"] = darwin::DARWIN_EBUSY;
+  EXPECT_EQ(setMemoryStatusLimit(5, 75), darwin::DARWIN_EBUSY);
+  machine.refusals["memoryLimits"] = darwin::DARWIN_ENOTSUP;
+  EXPECT_EQ(setMemoryStatusLimit(5, 75), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(machine.limits[5].memlimit_active, 60);
+}
+
 TEST_F(JetsamTest, ComparingProcessIDsNeverSaysEqual) {
   const Entry one = {1, 9, 0, 0, 0};
   const Entry two = {2, 3, 0, 0, 0};

@@ -151,7 +151,7 @@ TEST_F(Keys, ToggleTheirWord) {
 TEST_F(Keys, OthersDoNothing) {
   shown({{1, true}, {2, true}});
   const std::vector<int32_t> before = allWords();
-  const std::string acting("\n !-/1?DdFfGIKTtMmNnPpQqSsUubcr");
+  const std::string acting("\n !-/1?DdFfGIJKTtMmNnPpQqSsUubcr");
   for (int key = 0; key < 1000; key++) {
     if (key < 256 && acting.find(static_cast<char>(key)) != std::string::npos) continue;
     if ((key >= kDown && key <= kRight) || key == kShiftedLeft || key == kShiftedRight) continue;
@@ -713,7 +713,8 @@ TEST_F(Keys, QuittingLeavesANote) {
 TEST_F(Keys, TheScreenIsGivenBack) {
   shown({{0, true}});  // a PID that no signal goes to
   outputOf([] {
-    for (const int key : {int{'?'}, int{'/'}, int{'U'}, int{'S'}, int{'K'}, int{'T'}, kDown, kUp}) {
+    for (const int key :
+         {int{'?'}, int{'/'}, int{'U'}, int{'S'}, int{'J'}, int{'K'}, int{'T'}, kDown, kUp}) {
       handleKey(key);
       EXPECT_FALSE(holdsDrawingLock()) << key;
       EXPECT_TRUE(tryLockDrawing()) << key;

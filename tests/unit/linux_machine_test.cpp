@@ -490,6 +490,87 @@ TEST_F(LinuxMachineTest, AProcessThatEndedLeavesTheMemoryStatusListAfterTheNextL
   EXPECT_FALSE(isListed());
 }
 
+std::string scoreOf(pid_t pid) {
+  std::string score;
+  std::ifstream("/proc/" + std::to_string(pid) + "/oom_score_adj") >> score;
+  return score;
+}
+
+TEST_F(LinuxMachineTest, ABandThatIsSetIsTheOneThatIsRead) {
+  if (!machine_->isPrivileged()) GTEST_SKIP() << "needs root, to see the list";
+  Child child(sleeping);
+  const auto band = [&] {
+    std::vector<darwin::memorystatus_priority_entry> entries;
+    EXPECT_EQ(machine_->memoryStatusList(entries), kAnswered);
+    for (const auto &entry : entries) {
+      if (entry.pid == child.pid()) return entry.priority;
+    }
+    return -1;
+  };
+  EXPECT_EQ(machine_->setMemoryStatusPlace(child.pid(), {0, true, 0}), kAnswered);
+  EXPECT_EQ(band(), 0);
+  EXPECT_EQ(machine_->setMemoryStatusPlace(child.pid(), {}), kAnswered);
+  EXPECT_EQ(scoreOf(child.pid()), "0");
+  for (int32_t wanted = 0; wanted <= 21; wanted++) {
+    const Errno error = machine_->setMemoryStatusPlace(child.pid(), {wanted, false, 5});
+    // A root that lacks the right to protect a process is refused by the kernel.
+    if (wanted > 10 && error == darwin::DARWIN_EPERM) {
+      EXPECT_EQ(band(), 10);
+      return;
+    }
+    ASSERT_EQ(error, kAnswered) << wanted;
+    EXPECT_EQ(band(), wanted);
+  }
+  EXPECT_EQ(scoreOf(child.pid()), "-1000");
+}
+
+TEST_F(LinuxMachineTest, MemoryStatusOfWhatIsNoProcessCantBeChanged) {
+  Child child([](const std::function<void()> &ready) {
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, waitForever, nullptr) != 0) _exit(1);
+    ready();
+    sleepForever();
+  });
+  darwin::memorystatus_memlimit_properties limits{};
+  std::vector<uint64_t> threads;
+  ASSERT_EQ(machine_->threadIDs(child.pid(), threads), kAnswered);
+  ASSERT_EQ(threads.size(), 2U);
+  for (const pid_t none : {static_cast<pid_t>(threads[1]), INT32_MAX, 0, -1}) {
+    EXPECT_EQ(machine_->setMemoryStatusPlace(none, {3, false, 0}), darwin::DARWIN_ESRCH) << none;
+    EXPECT_EQ(machine_->memoryLimits(none, limits), darwin::DARWIN_ESRCH) << none;
+    EXPECT_EQ(machine_->setMemoryLimits(none, limits), darwin::DARWIN_ESRCH) << none;
+  }
+  EXPECT_EQ(scoreOf(child.pid()), scoreOf(getpid()));
+
+  child.signalAndWait(SIGKILL, WEXITED);
+  EXPECT_EQ(machine_->setMemoryStatusPlace(child.pid(), {3, false, 0}), darwin::DARWIN_EBUSY);
+  EXPECT_EQ(machine_->memoryLimits(child.pid(), limits), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->setMemoryLimits(child.pid(), limits), darwin::DARWIN_ESRCH);
+}
+
+TEST_F(LinuxMachineTest, LimitsOfAProcessWithoutAGroupOfItsOwn) {
+  // It stays in the group of the test.
+  Child child(sleeping);
+  darwin::memorystatus_memlimit_properties limits = {64, 1, 64, 1};
+  EXPECT_EQ(machine_->memoryLimits(child.pid(), limits), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(machine_->setMemoryLimits(child.pid(), limits), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(limits.memlimit_active, 64);
+}
+
+TEST_F(LinuxMachineTest, KernelThreadsStayInTheirBand) {
+  size_t seen = 0;
+  for (const int32_t pid : listed()) {
+    darwin::proc_taskallinfo info{};
+    if (machine_->taskAllInfo(pid, info) != kAnswered) continue;
+    if ((info.pbsd.pbi_flags & darwin::PROC_FLAG_SYSTEM) == 0) continue;
+    const std::string before = scoreOf(pid);
+    EXPECT_EQ(machine_->setMemoryStatusPlace(pid, {3, false, 0}), darwin::DARWIN_EPERM) << pid;
+    EXPECT_EQ(scoreOf(pid), before);
+    if (++seen == 5) break;
+  }
+  if (seen == 0) GTEST_SKIP() << "no kernel thread is to be seen from here";
+}
+
 TEST_F(LinuxMachineTest, KernelThreadsHaveNoDescriptors) {
   size_t seen = 0;
   for (int pass = 0; pass < 2; pass++) {
@@ -765,19 +846,23 @@ TEST_F(LinuxMachineTest, OtherUsersProcessesAreRefusedToUsers) {
     ProcessArguments arguments;
     std::string path;
     int32_t state = 0;
-    bool asExpected = !machine->isPrivileged() &&
-                      machine->taskAllInfo(target.pid(), info) == darwin::DARWIN_EPERM &&
-                      machine->bsdInfo(target.pid(), true, info.pbsd) == darwin::DARWIN_EPERM &&
-                      machine->resourceUsage(target.pid(), usage) == darwin::DARWIN_EPERM &&
-                      machine->threadHandles(target.pid(), threads) == darwin::DARWIN_EPERM &&
-                      machine->descriptors(target.pid(), 9, list) == darwin::DARWIN_EPERM &&
-                      machine->coalition(target.pid(), coalition) == kAnswered &&
-                      machine->memoryStatusList(entries) == darwin::DARWIN_EPERM &&
-                      machine->arguments(target.pid(), arguments) == darwin::DARWIN_EPERM &&
-                      machine->containerPath(target.pid(), path) == darwin::DARWIN_EPERM &&
-                      machine->applicationState(target.pid(), state) == darwin::DARWIN_EPERM &&
-                      machine->taskAllInfo(getpid(), info) == kAnswered &&
-                      info.pbsd.pbi_uid == 65534;
+    darwin::memorystatus_memlimit_properties limits{};
+    bool asExpected =
+        !machine->isPrivileged() &&
+        machine->taskAllInfo(target.pid(), info) == darwin::DARWIN_EPERM &&
+        machine->bsdInfo(target.pid(), true, info.pbsd) == darwin::DARWIN_EPERM &&
+        machine->resourceUsage(target.pid(), usage) == darwin::DARWIN_EPERM &&
+        machine->threadHandles(target.pid(), threads) == darwin::DARWIN_EPERM &&
+        machine->descriptors(target.pid(), 9, list) == darwin::DARWIN_EPERM &&
+        machine->coalition(target.pid(), coalition) == kAnswered &&
+        machine->memoryStatusList(entries) == darwin::DARWIN_EPERM &&
+        machine->setMemoryStatusPlace(target.pid(), {3, false, 0}) == darwin::DARWIN_EPERM &&
+        machine->memoryLimits(target.pid(), limits) == darwin::DARWIN_EPERM &&
+        machine->setMemoryLimits(target.pid(), limits) == darwin::DARWIN_EPERM &&
+        machine->arguments(target.pid(), arguments) == darwin::DARWIN_EPERM &&
+        machine->containerPath(target.pid(), path) == darwin::DARWIN_EPERM &&
+        machine->applicationState(target.pid(), state) == darwin::DARWIN_EPERM &&
+        machine->taskAllInfo(getpid(), info) == kAnswered && info.pbsd.pbi_uid == 65534;
     if (asExpected) ready();
   });
 }

@@ -1,4 +1,5 @@
 // Jetsam bands and limits from Linux's figures, over tables and a made-up tree of control groups.
+#include "host/darwin/errors.h"
 #include "host/linux/memory_status.h"
 #include "host/posix.h"
 
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace host::linux_machine {
@@ -30,6 +32,17 @@ TEST(LinuxMemoryStatus, BandsFallAsTheScoreRises) {
   for (int32_t score = -999; score <= 1000; score++) {
     EXPECT_LE(jetsamBand(score), jetsamBand(score - 1));
   }
+}
+
+TEST(LinuxMemoryStatus, EveryBandHasAScoreThatReadsAsThatBand) {
+  for (int32_t band = 0; band <= 21; band++) {
+    const int32_t score = scoreAdjustment(band);
+    EXPECT_GE(score, -1000) << band;
+    EXPECT_LE(score, 1000) << band;
+    EXPECT_EQ(jetsamBand(score), band);
+  }
+  EXPECT_EQ(scoreAdjustment(10), 0) << "the usual one";
+  EXPECT_EQ(scoreAdjustment(21), -1000) << "never ended";
 }
 
 TEST(LinuxMemoryStatus, LimitsAreMegabytes) {
@@ -145,6 +158,156 @@ TEST_F(CgroupTree, AVeryDeepTreeEnds) {
   limits_.read(mounted(true));
   EXPECT_EQ(limits_.of(2), 4096u);
   EXPECT_EQ(limits_.of(3), kNoMemoryLimit);
+}
+
+// A group that a child has to itself, in a made-up tree.
+class OwnGroup : public CgroupTree {
+ protected:
+  OwnGroup() : pid_(fork()) {
+    if (pid_ == 0) {
+      for (;;) pause();
+    }
+    process_ = openStartingPoint(AT_FDCWD, ("/proc/" + std::to_string(pid_)).c_str());
+    EXPECT_TRUE(process_.isOpen());
+  }
+  ~OwnGroup() override { end(); }
+
+  void end() {
+    if (pid_ <= 0) return;
+    __real_kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+
+  void putVersion2() {
+    put("cgroup.controllers", "memory\n");
+    put("cgroup.procs", "1\n");
+    put("others/memory.max", "1048576\n");
+    put("others/cgroup.procs", "1\n" + member());
+    put("slice/memory.max", "1073741824\n");
+    put("slice/cgroup.procs", "");
+    put("slice/own/memory.max", "104857600\n");
+    put("slice/own/cgroup.procs", member());
+  }
+  std::string member() const { return std::to_string(pid_) + "\n"; }
+  std::string text(const std::string &file) const {
+    std::ifstream in(root_ / file);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  Errno read(darwin::memorystatus_memlimit_properties &limits, bool isVersion1 = false) const {
+    return readOwnLimits(process_.get(), pid_, mounted(isVersion1), limits);
+  }
+  Errno write(const darwin::memorystatus_memlimit_properties &limits,
+              bool isVersion1 = false) const {
+    return writeOwnLimits(process_.get(), pid_, mounted(isVersion1), limits);
+  }
+  Errno write(int32_t limit, bool isVersion1 = false) const {
+    return write({limit, 1, limit, 1}, isVersion1);
+  }
+
+  pid_t pid_;
+  FileHandle process_;
+};
+
+TEST_F(OwnGroup, LimitOfVersion2IsReadAndWritten) {
+  putVersion2();
+  darwin::memorystatus_memlimit_properties limits{};
+  ASSERT_EQ(read(limits), kAnswered);
+  EXPECT_EQ(limits.memlimit_active, 100);
+  EXPECT_EQ(limits.memlimit_inactive, 100);
+  EXPECT_EQ(limits.memlimit_active_attr, 1u);
+  EXPECT_EQ(limits.memlimit_inactive_attr, 1u);
+
+  EXPECT_EQ(write(64), kAnswered);
+  EXPECT_EQ(text("slice/own/memory.max"), "67108864\n");
+  EXPECT_EQ(write(INT32_MAX), kAnswered);
+  EXPECT_EQ(text("slice/own/memory.max"), "2251799812636672\n");
+  for (const int32_t none : {0, -1, INT32_MIN}) {
+    EXPECT_EQ(write(64), kAnswered);
+    EXPECT_EQ(write(none), kAnswered);
+    EXPECT_EQ(text("slice/own/memory.max"), "max\n");
+  }
+  ASSERT_EQ(read(limits), kAnswered);
+  EXPECT_EQ(limits.memlimit_active, -1);
+  EXPECT_EQ(text("others/memory.max"), "1048576\n");
+  EXPECT_EQ(text("slice/memory.max"), "1073741824\n");
+}
+
+TEST_F(OwnGroup, LimitOfVersion1IsReadAndWritten) {
+  put("memory.limit_in_bytes", "9223372036854771712\n");
+  put("cgroup.procs", "1\n");
+  put("own/memory.limit_in_bytes", "9223372036854771712\n");
+  put("own/cgroup.procs", member());
+  darwin::memorystatus_memlimit_properties limits{};
+  ASSERT_EQ(read(limits, true), kAnswered);
+  EXPECT_EQ(limits.memlimit_active, -1);
+  EXPECT_EQ(write(2, true), kAnswered);
+  EXPECT_EQ(text("own/memory.limit_in_bytes"), "2097152\n");
+  EXPECT_EQ(write(-1, true), kAnswered);
+  EXPECT_EQ(text("own/memory.limit_in_bytes"), "-1\n");
+}
+
+TEST_F(OwnGroup, AGroupWithOthersIsNotItsOwn) {
+  put("cgroup.controllers", "memory\n");
+  put("shared/memory.max", "1048576\n");
+  darwin::memorystatus_memlimit_properties limits{};
+  for (const std::string &members :
+       {member() + "1\n", "1\n" + member(), std::string("1\n"), std::string(), "1" + member()}) {
+    put("shared/cgroup.procs", members);
+    EXPECT_EQ(read(limits), darwin::DARWIN_ENOTSUP) << members;
+    EXPECT_EQ(write(64), darwin::DARWIN_ENOTSUP) << members;
+  }
+  // What is set there would hold for the groups below it too.
+  put("shared/cgroup.procs", member());
+  put("shared/below/cgroup.procs", "");
+  EXPECT_EQ(write(64), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(text("shared/memory.max"), "1048576\n");
+}
+
+TEST_F(OwnGroup, HierarchiesWithoutLimitsHaveNone) {
+  put("cgroup.controllers", "cpu\n");
+  put("own/memory.max", "1048576\n");
+  put("own/cgroup.procs", member());
+  EXPECT_EQ(write(64), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(text("own/memory.max"), "1048576\n");
+  EXPECT_EQ(writeOwnLimits(process_.get(), pid_, {}, {64, 1, 64, 1}), darwin::DARWIN_ENOTSUP);
+}
+
+TEST_F(OwnGroup, LimitsThatAGroupCantHaveAreRefused) {
+  putVersion2();
+  EXPECT_EQ(write({64, 1, 32, 1}), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(write({64, 0, 64, 1}), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(write({64, 1, 64, 0}), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(text("slice/own/memory.max"), "104857600\n");
+}
+
+TEST_F(OwnGroup, APidThatHasAnotherOwnerByNowIsLeftAlone) {
+  putVersion2();
+  end();
+  pid_ = getpid();
+  put("slice/own/cgroup.procs", member());
+  darwin::memorystatus_memlimit_properties limits{};
+  EXPECT_EQ(read(limits), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(write(64), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(text("slice/own/memory.max"), "104857600\n");
+  pid_ = -1;
+}
+
+TEST_F(OwnGroup, ALinkInPlaceOfTheLimitIsNotFollowed) {
+  putVersion2();
+  put("elsewhere", "precious\n");
+  std::filesystem::remove(root_ / "slice/own/memory.max");
+  std::filesystem::create_symlink(root_ / "elsewhere", root_ / "slice/own/memory.max");
+  EXPECT_EQ(write(64), darwin::DARWIN_EIO);
+  EXPECT_EQ(text("elsewhere"), "precious\n");
+}
+
+TEST_F(OwnGroup, WithoutTheFileThereIsNoLimit) {
+  putVersion2();
+  std::filesystem::remove(root_ / "slice/own/memory.max");
+  darwin::memorystatus_memlimit_properties limits{};
+  EXPECT_EQ(read(limits), darwin::DARWIN_ENOENT);
+  EXPECT_EQ(write(64), darwin::DARWIN_ENOENT);
 }
 
 pid_t startWaiting(const char *score) {

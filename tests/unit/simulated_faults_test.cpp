@@ -49,6 +49,7 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
   std::vector<uint8_t> blob;
   int32_t state = 0;
   std::vector<darwin::memorystatus_priority_entry> entries;
+  darwin::memorystatus_memlimit_properties limits{};
   unsigned int number = 0;
   darwin::host_basic_info basic{};
   darwin::vm_statistics64 memory{};
@@ -95,6 +96,9 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
           machine.containerPath(pid, path),
           machine.applicationState(pid, state),
           machine.memoryStatusList(entries),
+          machine.setMemoryStatusPlace(pid, {}),
+          machine.memoryLimits(pid, limits),
+          machine.setMemoryLimits(pid, limits),
           machine.memoryStatusLevel(number),
           machine.hostBasicInfo(basic),
           machine.virtualMemory(memory),
@@ -242,7 +246,7 @@ TEST(SimulatedCountsTest, EachQuestionCountsOnceForItsCall) {
   EXPECT_EQ(machine.callsOf("proc_pid_rusage"), 2U);
   EXPECT_EQ(machine.callsOf("csops"), 4U);
   EXPECT_EQ(machine.callsOf("sandbox_check"), 2U);
-  EXPECT_EQ(machine.callsOf("memorystatus_control"), 2U);
+  EXPECT_EQ(machine.callsOf("memorystatus_control"), 8U);
   EXPECT_EQ(machine.callsOf("memorystatus_get_level"), 2U);
   EXPECT_EQ(machine.callsOf("process_policy"), 2U);
   EXPECT_EQ(machine.callsOf("host_info"), 2U);

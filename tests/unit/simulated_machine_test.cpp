@@ -20,6 +20,7 @@ namespace {
 
 using host::KernelName;
 using host::ProcessArguments;
+using host::simulator::ExitProcess;
 using host::simulator::ForkProcess;
 using host::simulator::Jetsam;
 using host::simulator::Processor;
@@ -714,6 +715,99 @@ TEST(SimulatedMachineTest, ListsJetsamByBandAndThenByStart) {
   EXPECT_EQ(entries[2].limit, 50);
   EXPECT_EQ(entries[2].state, 1U);
   EXPECT_EQ(entries[2].user_data, 99U);
+}
+
+Process inBand(int32_t pid, int32_t band) {
+  Process made = process(pid);
+  made.jetsam = Jetsam{band, 50, 0, 99};
+  return made;
+}
+
+std::vector<darwin::memorystatus_priority_entry> jetsamListOf(SimulatedMachine &machine) {
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  EXPECT_EQ(machine.memoryStatusList(entries), kAnswered);
+  return entries;
+}
+
+TEST(SimulatedMachineTest, APlaceInTheMemoryStatusListIsKept) {
+  SimulatedMachine machine(device({inBand(20, 0), inBand(21, 0), inBand(22, 0), inBand(30, 10)}));
+  const auto order = [&] {
+    std::vector<int32_t> pids;
+    for (const auto &entry : jetsamListOf(machine)) pids.push_back(entry.pid);
+    return pids;
+  };
+  ASSERT_EQ(machine.setMemoryStatusPlace(20, {12, false, 7}), kAnswered);
+  EXPECT_THAT(order(), ElementsAre(21, 22, 30, 20));
+  EXPECT_EQ(jetsamListOf(machine)[3].priority, 12);
+  EXPECT_EQ(jetsamListOf(machine)[3].user_data, 7U);
+  EXPECT_EQ(jetsamListOf(machine)[3].limit, 50);
+  // The last of its band, or the first.
+  EXPECT_EQ(machine.setMemoryStatusPlace(21, {0, false, 0}), kAnswered);
+  EXPECT_THAT(order(), ElementsAre(22, 21, 30, 20));
+  EXPECT_EQ(machine.setMemoryStatusPlace(30, {0, true, 0}), kAnswered);
+  EXPECT_THAT(order(), ElementsAre(30, 22, 21, 20));
+  EXPECT_EQ(machine.setMemoryStatusPlace(20, {0, true, 0}), kAnswered);
+  EXPECT_THAT(order(), ElementsAre(20, 30, 22, 21));
+}
+
+TEST(SimulatedMachineTest, TheDefaultBandIsThatOfTheKernel) {
+  Device given = device({inBand(20, 0)});
+  for (const auto &[version, band] :
+       {std::pair{"xnu-4903.1", 18}, std::pair{"xnu-8020.1", 18}, std::pair{"xnu-8792.1", 180}}) {
+    given.kernel.version = version;
+    SimulatedMachine machine(given);
+    EXPECT_EQ(machine.setMemoryStatusPlace(20, {}), kAnswered);
+    EXPECT_EQ(jetsamListOf(machine)[0].priority, band) << version;
+  }
+}
+
+TEST(SimulatedMachineTest, MemoryLimitsAreKept) {
+  Process given = inBand(20, 0);
+  given.jetsam->inactiveLimit = 40;
+  given.jetsam->limitAttributes = 1;
+  SimulatedMachine machine(device({given}));
+  darwin::memorystatus_memlimit_properties limits{};
+  ASSERT_EQ(machine.memoryLimits(20, limits), kAnswered);
+  EXPECT_EQ(limits.memlimit_active, 50);
+  EXPECT_EQ(limits.memlimit_active_attr, 1U);
+  EXPECT_EQ(limits.memlimit_inactive, 40);
+  EXPECT_EQ(limits.memlimit_inactive_attr, 0U);
+
+  ASSERT_EQ(machine.setMemoryLimits(20, {70, 0, 60, 1}), kAnswered);
+  ASSERT_EQ(machine.memoryLimits(20, limits), kAnswered);
+  EXPECT_EQ(limits.memlimit_active, 70);
+  EXPECT_EQ(limits.memlimit_active_attr, 0U);
+  EXPECT_EQ(limits.memlimit_inactive, 60);
+  EXPECT_EQ(limits.memlimit_inactive_attr, 1U);
+  EXPECT_EQ(jetsamListOf(machine)[0].limit, 70);
+  EXPECT_EQ(jetsamListOf(machine)[0].user_data, 99U);
+
+  for (const int32_t none : {0, -1, -5, INT32_MIN}) {
+    ASSERT_EQ(machine.setMemoryLimits(20, {none, 0, none, 0}), kAnswered);
+    ASSERT_EQ(machine.memoryLimits(20, limits), kAnswered);
+    EXPECT_EQ(limits.memlimit_active, -1) << none;
+    EXPECT_EQ(limits.memlimit_inactive, -1) << none;
+    EXPECT_EQ(jetsamListOf(machine)[0].limit, -1) << none;
+  }
+}
+
+TEST(SimulatedMachineTest, RefusesToChangeTheMemoryStatusOfSome) {
+  Process dead = zombie(26);
+  dead.jetsam = Jetsam{};
+  SimulatedMachine machine(device({inBand(20, 0), process(24), dead}));
+  darwin::memorystatus_memlimit_properties limits{};
+  EXPECT_EQ(machine.setMemoryStatusPlace(4242, {}), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine.memoryLimits(4242, limits), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine.setMemoryLimits(4242, limits), darwin::DARWIN_ESRCH);
+  // Those that are not in the list are the kernel's own.
+  EXPECT_EQ(machine.setMemoryStatusPlace(24, {}), darwin::DARWIN_EPERM);
+  EXPECT_EQ(machine.memoryLimits(24, limits), darwin::DARWIN_EPERM);
+  EXPECT_EQ(machine.setMemoryLimits(24, limits), darwin::DARWIN_EPERM);
+  EXPECT_EQ(machine.setMemoryStatusPlace(26, {}), darwin::DARWIN_EBUSY);
+  EXPECT_EQ(machine.memoryLimits(26, limits), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine.setMemoryLimits(26, limits), darwin::DARWIN_ESRCH);
+  machine.happen(ExitProcess{20, 0, false});
+  EXPECT_EQ(machine.setMemoryStatusPlace(20, {}), darwin::DARWIN_ESRCH);
 }
 
 TEST(SimulatedMachineTest, TellsTheLevelOfMemoryWhereItIsKnown) {
