@@ -36,7 +36,7 @@ __attribute__((format(printf, 1, 2))) static void say(const char *format, ...) {
   va_start(arguments, format);
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  setStatusBar(text, kShownFor);
+  insistOnStatus(text, kShownFor);
 }
 
 // "123 (locationd)"; without a name for a process that the list on the screen does not have.

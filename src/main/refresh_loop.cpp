@@ -172,7 +172,7 @@ static int showPlainList() {
   if (updating) sample();
   showList();
   if (updating) keepAsPrevious();
-  if (load(g_updates) == 0) setStatusBar(kFrozen, 3);
+  if (load(g_updates) == 0) offerStatus(kFrozen, 3);
   return 0;
 }
 
@@ -184,7 +184,7 @@ static void drawFrame(bool sampled, bool frozen) {
   beginList();
   if (!sampled) sortAgain();
   showList();
-  if (frozen) setStatusBar(kFrozen, 3);
+  if (frozen) offerStatus(kFrozen, 3);
   wrefresh(stdscr);
 }
 

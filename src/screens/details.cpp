@@ -37,7 +37,7 @@ static void tellOutcome(int32_t pid, int result, int error) {
     snprintf(text, sizeof text, "No core of process %d: %s", pid,
              result == kNoTaskPort ? "no task port" : strerror(error));
   }
-  setStatusBar(text, 3);
+  insistOnStatus(text, 3);
 }
 
 static void dumpProcess(int32_t pid) {

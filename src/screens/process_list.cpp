@@ -151,7 +151,7 @@ static void reportScrolling(int32_t matched, int32_t processes) {
            "---- Showing processes %d-%d of %d%s(scroll up to see previous) ----", first + 1,
            first + (matched < room ? matched : room), matched,
            matched != processes ? " viewable " : "");
-  setStatusBar(text, kUntilReplaced);
+  offerStatus(text, kUntilReplaced);
 }
 
 static void reportFilter(const char *filter) {
@@ -164,7 +164,7 @@ static void reportFilter(const char *filter) {
   char text[320];
   snprintf(text, sizeof text, "---- Filtering processes by : %s %s----", safe,
            load(g_Delta) != 0 ? "(Delta Mode)" : "");
-  setStatusBar(text, kUntilReplaced);
+  offerStatus(text, kUntilReplaced);
 }
 
 static void reportNoMatch(const char *filter) {
@@ -173,7 +173,7 @@ static void reportNoMatch(const char *filter) {
   char text[320];
   snprintf(text, sizeof text,
            "---- No processes match %s(press / again and hit <enter> to remove filter) ----", safe);
-  setStatusBar(text, kUntilReplaced);
+  offerStatus(text, kUntilReplaced);
 }
 
 void showProcesses(TableView current, TableView previous, const char *filter) {

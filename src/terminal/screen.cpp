@@ -9,9 +9,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 #include "state/display.h"
 #include "terminal/drawing_lock.h"
 #include "terminal/held_stderr.h"
+#include "terminal/key_codes.h"
 #include "text/safe_text.h"
 
 namespace sondex {
@@ -71,6 +74,24 @@ static bool getTerminalSize(winsize *size) {
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, size) == 0;
 }
 
+// Terminals send some keys in one of two forms, as they are told to, and curses knows the one that
+// they were told. Some can't be told.
+static void defineBothForms() {
+  struct KeyForm {
+    char last;
+    int key;
+  };
+  static const KeyForm kForms[] = {
+      {'A', kUp}, {'B', kDown}, {'C', kRight}, {'D', kLeft}, {'H', kHome}, {'F', kEnd},
+  };
+  for (const KeyForm &form : kForms) {
+    for (const char middle : {'[', 'O'}) {
+      const char sequence[] = {kEscape, middle, form.last, '\0'};
+      define_key(sequence, form.key);
+    }
+  }
+}
+
 void openScreen() {
   holdStandardError();
   initscr();
@@ -88,6 +109,7 @@ void openScreen() {
   use_default_colors();
   nodelay(stdscr, TRUE);
   keypad(stdscr, TRUE);
+  defineBothForms();
   for (const ColorPair &pair : kColorPairs) {
     // A terminal of eight colours has no bright red: plain red is nearest.
     const short foreground = pair.foreground < COLORS ? pair.foreground : short{COLOR_RED};

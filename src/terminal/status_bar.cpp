@@ -14,6 +14,7 @@ constexpr int kStatusSize = 260;
 
 static std::atomic<char> statusBar[kStatusSize];
 static SharedInt sbTimeout{2};
+static SharedInt isInsisting{0};
 // Forty-two blanks.
 static std::atomic<const char *> message{"                                          "};
 
@@ -22,6 +23,16 @@ void setStatusBar(const char *text, int32_t count) {
   for (; i < kStatusSize - 1 && text[i] != '\0'; i++) store(statusBar[i], text[i]);
   store(statusBar[i], '\0');
   store(sbTimeout, count);
+  store(isInsisting, 0);
+}
+
+void insistOnStatus(const char *text, int32_t count) {
+  setStatusBar(text, count);
+  store(isInsisting, 1);
+}
+
+void offerStatus(const char *text, int32_t count) {
+  if (load(isInsisting) == 0 || !isStatusPassing()) setStatusBar(text, count);
 }
 
 const char *getStatusBar() {

@@ -10,6 +10,13 @@ namespace sondex {
 // runs out.
 void setStatusBar(const char *text, int32_t count);
 
+// The same for a text that has to be seen: what each frame says anew does not replace it, as long
+// as it has not run out. `count` is above 0.
+void insistOnStatus(const char *text, int32_t count);
+
+// The same for what a frame says anew each time.
+void offerStatus(const char *text, int32_t count);
+
 // The present text, empty when there is none. In a buffer that the next call overwrites; drawing
 // thread only.
 const char *getStatusBar();

@@ -34,6 +34,8 @@ void stopIfAsked() {
   if (stopAsked.exchange(0) == 0) return;
   closeScreen();
   stop();
+  // Also where nothing stopped it: a program that nobody could let go on is not stopped.
+  loseScreen(kLostToOthers);
 }
 
 }  // namespace sondex

@@ -154,6 +154,15 @@ void Terminal::resize(int columns, int rows) {
   ioctl(master_.get(), TIOCSWINSZ, &size);  // the kernel sends SIGWINCH
 }
 
+void Terminal::scribble(std::string_view text, const termios &modes) {
+  tcsetattr(line_.get(), TCSANOW, &modes);
+  const ssize_t written = write(line_.get(), text.data(), text.size());
+  waitFor([&] { return !takeIn(Duration{10}); });
+  if (written != static_cast<ssize_t>(text.size())) {
+    throw std::system_error(errno, std::generic_category(), "scribble");
+  }
+}
+
 bool Terminal::drawAgain(Duration patience) {
   const size_t before = repaints_;
   child_.signal(SIGWINCH);

@@ -75,6 +75,8 @@ class Terminal {
   size_t unreadKeys() const;
   void resize(int columns, int rows);
   void signal(int number) const { child_.signal(number); }
+  // Somebody else uses the terminal: writes to it, and sets the line's modes.
+  void scribble(std::string_view text, const termios &modes);
   // Tells the program once that its window has changed, and waits for the frame that it then draws.
   // False when there is none by the deadline.
   bool drawAgain(Duration patience = kBeforeNextRefresh);

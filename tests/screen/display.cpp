@@ -190,6 +190,10 @@ std::string Display::complaintAboutEnd() {
   const std::optional<Ending> ending = terminal_.waitForEnd();
   if (!ending) return withScreen("still running");
   if (!ending->exitedWith(0)) return withScreen("another exit status");
+  return complaintAboutTerminal();
+}
+
+std::string Display::complaintAboutTerminal() const {
   if (!sameModes(terminal_.modes(), terminal_.modesBefore())) return "other line modes";
   if (terminal_.isOnAlternateScreen()) return "the screen was not left";
   return terminal_.isCursorVisible() ? "" : "the cursor is hidden";

@@ -74,6 +74,8 @@ class Display {
 
   // Waits for the end: status 0, and the terminal left as it was.
   std::string complaintAboutEnd();
+  // Whether the terminal is as it was before the program: line modes, screen and cursor.
+  std::string complaintAboutTerminal() const;
 
  private:
   std::string withScreen(const std::string &complaint) const;

@@ -71,6 +71,27 @@ TEST_F(SimulatedControl, AsksForAPidWhenNoneIsSelected) {
   EXPECT_THAT(display.pids(), ElementsAre(0, 1));
 }
 
+TEST_F(SimulatedControl, AsksForAPidWhenTheSelectedOneIsNotOnTheScreen) {
+  ASSERT_EQ(display.answer("/", "Enter a filter expression:", "launchd"), "");
+  ASSERT_THAT(display.pids(), ElementsAre(1));
+  ASSERT_EQ(display.highlightedPid(), std::nullopt);
+  ASSERT_EQ(display.ask("K", kWhich), "");
+  ASSERT_EQ(display.press("\n"), "");
+  EXPECT_EQ(display.terminal().findRow("Process: "), -1);
+  ASSERT_EQ(display.press("\n"), "") << "Enter opens nothing";
+  EXPECT_EQ(display.terminal().findRow("Process: "), -1);
+  ASSERT_EQ(display.answer("/", "Enter a filter expression:", ""), "");
+  EXPECT_THAT(display.pids(), ElementsAre(kHello, 1, 0));
+}
+
+// Typed at once: by the time of the second key the first one is on the screen.
+TEST_F(SimulatedControl, ActsOnWhatTheKeyBeforeItSelected) {
+  display.terminal().press(std::string(kDownKey) + "K");
+  ASSERT_EQ(display.terminal().awaitText(kSure), "");
+  EXPECT_THAT(display.highlightedPid(), Optional(1));
+  ASSERT_EQ(display.press("n\n"), "");
+}
+
 TEST_F(SimulatedControl, RefusesWhatIsNoPid) {
   selectNone();
   for (const char *key : {"K", "t", "T"}) {

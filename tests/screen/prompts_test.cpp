@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "harness/screen_text.h"
 #include "screen/display.h"
 #include "screen/list_screen.h"
 
@@ -42,6 +43,39 @@ TEST(Prompt, IsBoldBlackOnYellowInTheBottomRow) {
   // What is typed is seen.
   terminal.press("Hel");
   EXPECT_EQ(terminal.awaitText(std::string(kFilter) + "Hel"), "");
+}
+
+TEST(Prompt, ShowsWhatItStores) {
+  Display display;
+  ASSERT_EQ(display.begin(), "");
+  ASSERT_EQ(display.ask("/", kFilter), "");
+  Terminal &terminal = display.terminal();
+  // A backspace and the four bytes of an arrow are characters like any other.
+  terminal.press("a\x7f\x1b[Ab\xc3\x9c\xe6\x97\xa5z");
+  EXPECT_EQ(terminal.awaitText(std::string(kFilter) + "a??[Ab\xc3\x9c\xe6\x97\xa5z"), "");
+  EXPECT_EQ(display.press("\n"), "");
+}
+
+TEST(Prompt, ShowsTheEndOfWhatIsTooLong) {
+  Display display({"minimal", 40, 24, false});
+  ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
+  display.terminal().press("u");
+  ASSERT_EQ(display.terminal().awaitText("Enter value for update delay in decisec"), "");
+  display.terminal().press("1234");
+  ASSERT_EQ(display.terminal().awaitText("(10 = 1 second):1234"), "");
+  EXPECT_EQ(display.press("\n"), "");
+}
+
+TEST(Prompt, IsSentAnewByCtrlLWhichIsNoCharacter) {
+  Display display;
+  ASSERT_EQ(display.begin(), "");
+  ASSERT_EQ(display.ask("/", kFilter), "");
+  const size_t repaints = display.terminal().repaints();
+  display.terminal().press("He\x0cllo");
+  ASSERT_EQ(display.terminal().awaitText(std::string(kFilter) + "Hello"), "");
+  EXPECT_EQ(display.terminal().repaints(), repaints + 1);
+  ASSERT_EQ(display.press("\n"), "");
+  EXPECT_THAT(display.pids(), ElementsAre(kHello));
 }
 
 TEST(Prompt, IsReverseWithoutColours) {

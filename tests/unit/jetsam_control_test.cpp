@@ -119,11 +119,11 @@ TEST_F(JetsamControl, SaysWhatTheKernelMadeOfIt) {
 }
 
 TEST_F(JetsamControl, QuestionsShowThePresentValues) {
-  EXPECT_EQ(question("x\n"), "Jetsam band of 123 (locationd), now 10: ");
-  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (locationd), now 1400: ");
+  EXPECT_EQ(question("x\n"), "Jetsam band of 123 (locationd), now 10: x ");
+  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (locationd), now 1400: x ");
   machine.entries[1].limit = -1;
-  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (locationd), now none: ");
-  EXPECT_EQ(question("x\n", 1), "Jetsam band of 1, now 20: ") << "not on the screen";
+  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (locationd), now none: x ");
+  EXPECT_EQ(question("x\n", 1), "Jetsam band of 1, now 20: x ") << "not on the screen";
 }
 
 TEST_F(JetsamControl, TextsAreSafeAndFitIntoARow) {
@@ -132,8 +132,8 @@ TEST_F(JetsamControl, TextsAreSafeAndFitIntoARow) {
       "bcdefghijkl");
   machine.entries[1].priority = 210;
   machine.entries[1].limit = INT32_MAX;
-  EXPECT_EQ(question("x\n"), "Jetsam band of 123 (a?[2J?bcdefghij), now 210: ");
-  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (a?[2J?bcdefghij), now 2147483647: ");
+  EXPECT_EQ(question("x\n"), "Jetsam band of 123 (a?[2J?bcdefghij), now 210: x ");
+  EXPECT_EQ(question("\nx\n"), "Memory limit in MB of 123 (a?[2J?bcdefghij), now 2147483647: x ");
   EXPECT_EQ(outcome("\n\n"), "Nothing changed: band 210, limit 2147483647 MB");
 }
 

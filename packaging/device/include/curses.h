@@ -86,14 +86,21 @@ int idlok(WINDOW *window, bool enable);
 int scrollok(WINDOW *window, bool enable);
 int intrflush(WINDOW *window, bool enable);
 int curs_set(int visibility);
+int typeahead(int descriptor);
+int define_key(const char *sequence, int code);
 int wgetch(WINDOW *window);
 
 bool has_colors(void);
 int start_color(void);
+int use_default_colors(void);
 int init_pair(short pair, short foreground, short background);
 
 int wclear(WINDOW *window);
 int werase(WINDOW *window);
+int wclrtoeol(WINDOW *window);
+int clearok(WINDOW *window, bool enable);
+int wscrl(WINDOW *window, int lines);
+void wbkgdset(WINDOW *window, chtype background);
 int wrefresh(WINDOW *window);
 int wmove(WINDOW *window, int row, int column);
 int waddnstr(WINDOW *window, const char *text, int count);

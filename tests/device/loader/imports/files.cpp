@@ -148,6 +148,7 @@ constexpr int kSetFlags = 4;
 constexpr int kDuplicateForSelf = 67;
 
 constexpr unsigned long kWindowSize = 0x40087468;
+constexpr unsigned long kBytesToRead = 0x4004667F;
 
 }  // namespace
 
@@ -189,6 +190,8 @@ int on_ioctl(int descriptor, unsigned long request, const uint64_t *arguments) {
   switch (request) {
     case kWindowSize:
       return __wrap_ioctl(descriptor, TIOCGWINSZ, argument);
+    case kBytesToRead:
+      return __wrap_ioctl(descriptor, FIONREAD, argument);
     case darwin::CTLIOCGINFO:
     case darwin::SIOCGA80211:
       return __wrap_ioctl(descriptor, request, argument);

@@ -1,4 +1,5 @@
 // What compiled code asks of the run time, and the locale.
+#include <langinfo.h>
 #include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -24,10 +25,6 @@ uint64_t g_stackGuard = 0x00C3'5A96'7B1E'D284;
   abort();
 }
 
-int longestCharacter() {
-  return static_cast<int>(MB_CUR_MAX);
-}
-
 // By their numbers on the device.
 constexpr int kCategories[] = {LC_ALL,     LC_COLLATE, LC_CTYPE,   LC_MONETARY,
                                LC_NUMERIC, LC_TIME,    LC_MESSAGES};
@@ -40,15 +37,22 @@ char *chooseLocale(int category, const char *name) {
   return setlocale(kCategories[category], name);
 }
 
+constexpr int kCodeset = 0;
+
+char *languageInformation(int item) {
+  static char nothing[] = "";
+  return item == kCodeset ? nl_langinfo(CODESET) : nothing;
+}
+
 }  // namespace
 
 namespace loader {
 
 std::span<const Import> runTime() {
   static const Import table[] = {
-      call("___mb_cur_max", &longestCharacter),  call("__stack_chk_fail", &smashedStack),
+      call("__stack_chk_fail", &smashedStack),
       place("__stack_chk_guard", &g_stackGuard), call("dyld_stub_binder", &bindLate),
-      call("setlocale", &chooseLocale),
+      call("nl_langinfo", &languageInformation), call("setlocale", &chooseLocale),
   };
   return table;
 }

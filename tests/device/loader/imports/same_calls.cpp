@@ -45,6 +45,7 @@ std::span<const Import> sameCalls() {
       SAME(free),
       SAME(ftruncate),
       SAME(getenv),
+      SAME(getpgrp),
       SAME(isatty),
       SAME(malloc),
       SAME(memcpy),
@@ -64,7 +65,9 @@ std::span<const Import> sameCalls() {
       SAME(strnlen),
       call("strstr", static_cast<const char *(*)(const char *, const char *)>(&::strstr)),
       SAME(strtol),
+      SAME(tcgetpgrp),
       SAME(unlink),
+      SAME(wcwidth),
       SAME(write),
   };
   return table;

@@ -93,12 +93,18 @@ int setMask(int how, const uint32_t *wanted, uint32_t *before) {
   return 0;
 }
 
+int sendToThread(pthread_t thread, int number) {
+  const int native = number > 0 && number < kSignals ? linuxSignal(number) : 0;
+  return loader::darwinErrno(native == 0 ? EINVAL : pthread_kill(thread, native));
+}
+
 }  // namespace
 
 namespace loader {
 
 std::span<const Import> signals() {
   static const Import table[] = {
+      call("pthread_kill", &sendToThread),
       call("pthread_sigmask", &setMask),
       call("signal", &setHandler),
   };

@@ -1,0 +1,167 @@
+// However the program ends, and from whatever is on its screen: the terminal is as it was before.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <string.h>
+
+#include <functional>
+#include <string>
+#include <tuple>
+
+#include "harness/core_file.h"
+#include "harness/screen_text.h"
+#include "harness/written_device.h"
+#include "screen/display.h"
+
+namespace test {
+namespace {
+
+// Keys to something that the program shows, and a text by which it is known.
+struct View {
+  const char *name;
+  const char *keys;
+  const char *text;
+};
+
+constexpr View kViews[] = {
+    {"List", "", "COMMAND"},
+    {"Help", "?", "Scroll through process list"},
+    {"Details", "\n", "File descriptors:"},
+    {"DetailsHelp", "\n?", "Generate Core Dump"},
+    {"Gestalt", "G", "MAC Addresses:"},
+    {"Prompt", "/abc", "Enter a filter expression:abc"},
+    {"Kill", "K", "Are you sure?"},
+    {"Jetsam", "J", "Jetsam band of"},
+};
+
+std::string nameOf(const View &view) {
+  return view.name;
+}
+
+class LeavingBySignal : public testing::TestWithParam<std::tuple<View, int>> {};
+
+TEST_P(LeavingBySignal, RestoresTheTerminalAndEndsAsTheSignalDoes) {
+  const auto &[view, number] = GetParam();
+  Display display({"kinds", 100, 40, false});
+  ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
+  display.terminal().press(view.keys);
+  ASSERT_EQ(display.terminal().awaitText(view.text), "");
+  ASSERT_TRUE(display.terminal().isOnAlternateScreen());
+  display.terminal().signal(number);
+  const std::optional<Ending> ending = display.terminal().waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
+  EXPECT_EQ(ending->signal, number) << *ending;
+  EXPECT_EQ(display.complaintAboutTerminal(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(At, LeavingBySignal,
+                         testing::Combine(testing::ValuesIn(kViews),
+                                          testing::Values(SIGHUP, SIGQUIT, SIGTERM, SIGPIPE,
+                                                          SIGUSR1, SIGALRM)),
+                         [](const auto &row) {
+                           return nameOf(std::get<0>(row.param)) +
+                                  sigabbrev_np(std::get<1>(row.param));
+                         });
+
+class LeavingByKey : public testing::TestWithParam<View> {};
+
+TEST_P(LeavingByKey, QuitRestoresTheTerminal) {
+  Display display({"kinds", 100, 40, false});
+  ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
+  display.terminal().press(GetParam().keys);
+  ASSERT_EQ(display.terminal().awaitText(GetParam().text), "");
+  // The terminal makes a signal of it.
+  display.terminal().press("\x1c");
+  const std::optional<Ending> ending = display.terminal().waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
+  EXPECT_EQ(ending->signal, SIGQUIT) << *ending;
+  EXPECT_EQ(display.complaintAboutTerminal(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(At, LeavingByKey, testing::ValuesIn(kViews),
+                         [](const auto &row) { return nameOf(row.param); });
+
+TEST(Leaving, WhileFramesAreDrawn) {
+  for (int i = 0; i < 20; i++) {
+    Display display({"iphone", 200, 60, false});
+    ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
+    display.terminal().press(std::string(20, '\x0c'));
+    display.terminal().signal(SIGTERM);
+    const std::optional<Ending> ending = display.terminal().waitForEnd();
+    ASSERT_TRUE(ending.has_value()) << display.terminal().text();
+    EXPECT_EQ(ending->signal, SIGTERM) << *ending;
+    ASSERT_EQ(display.complaintAboutTerminal(), "");
+  }
+}
+
+// A core that takes its time: it is not left behind in part.
+TEST(Leaving, WhileACoreIsDumped) {
+  CoreFile core;
+  Place place;
+  place.deviceText =
+      std::string(kSteppedClock) +
+      "[[process]]\npid = 1\nname = \"launchd\"\n"
+      "[[process]]\nname = \"large\"\npid = " +
+      std::to_string(core.pid()) +
+      "\nregions = [{ address = 0x100000000, size = \"1900M\", contents = \"cffaedfe\" "
+      "}]\n";
+  Display display(place);
+  ASSERT_EQ(display.begin(), "");
+  ASSERT_EQ(display.sortByPid(), "");
+  display.terminal().press("\n");
+  ASSERT_EQ(display.terminal().awaitText("File descriptors"), "");
+  display.terminal().press("c");
+  ASSERT_TRUE(display.terminal().waitFor([&] { return core.exists(); }));
+  display.terminal().signal(SIGTERM);
+  const std::optional<Ending> ending = display.terminal().waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
+  EXPECT_EQ(ending->signal, SIGTERM) << *ending;
+  EXPECT_EQ(display.complaintAboutTerminal(), "");
+  EXPECT_FALSE(core.exists());
+}
+
+// Others may have used the terminal meanwhile.
+TEST(Stopped, ProgramTakesTheScreenBackWhenItGoesOn) {
+  for (const View &view : kViews) {
+    SCOPED_TRACE(view.name);
+    Display display({"kinds", 100, 40, false});
+    Terminal &terminal = display.terminal();
+    ASSERT_EQ(awaitWholeFrame(terminal), "");
+    terminal.press(view.keys);
+    ASSERT_EQ(terminal.awaitText(view.text), "");
+    const termios raw = terminal.modes();
+    ASSERT_FALSE(sameModes(raw, terminal.modesBefore()));
+    terminal.signal(SIGSTOP);
+    terminal.scribble("\x1b[2J\x1b[Hsomething else\x1b[?1049l", terminal.modesBefore());
+    ASSERT_EQ(terminal.findRow(view.text), -1);
+    terminal.signal(SIGCONT);
+    ASSERT_EQ(terminal.awaitText(view.text), "");
+    EXPECT_TRUE(terminal.waitFor([&] { return terminal.isOnAlternateScreen(); }));
+    EXPECT_TRUE(sameModes(terminal.modes(), raw));
+    EXPECT_EQ(terminal.findRow("something else"), -1) << terminal.text();
+  }
+}
+
+// The terminal makes a signal of Ctrl-Z. Here nobody is there to let the program go on, so the
+// kernel does not stop it.
+TEST(Stopped, ByCtrlZLeavesTheScreenAndComesBack) {
+  for (const View &view : kViews) {
+    SCOPED_TRACE(view.name);
+    Display display({"kinds", 100, 40, false});
+    Terminal &terminal = display.terminal();
+    ASSERT_EQ(awaitWholeFrame(terminal), "");
+    terminal.press(view.keys);
+    ASSERT_EQ(terminal.awaitText(view.text), "");
+    const size_t repaints = terminal.repaints();
+    terminal.press("\x1a");
+    ASSERT_TRUE(terminal.waitForWork([&] { return terminal.repaints() > repaints; }));
+    ASSERT_EQ(terminal.awaitText(view.text), "");
+    EXPECT_TRUE(terminal.isOnAlternateScreen());
+    display.terminal().signal(SIGTERM);
+    ASSERT_TRUE(terminal.waitForEnd().has_value());
+    EXPECT_EQ(display.complaintAboutTerminal(), "");
+  }
+}
+
+}  // namespace
+}  // namespace test
