@@ -13,6 +13,8 @@
 #include "state/display.h"
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
+#include "terminal/lost_screen.h"
+#include "terminal/screen.h"
 
 namespace sondex {
 
@@ -47,12 +49,7 @@ static bool takeByte(KeyState *state, uint8_t byte) {
   return !state->escape && !state->bracket;
 }
 
-// A program in the background may not read the terminal; it may come back to the foreground.
-static bool isInBackground() {
-  const pid_t foreground = tcgetpgrp(STDIN_FILENO);
-  return foreground >= 0 && foreground != getpgrp();
-}
-
+// In the background the terminal may not be read, but the program may come back from there.
 static bool mayReadLater(int error) {
   return error == EINTR || (error == EIO && isInBackground() && pauseUnlessEnding(kBeforeNextLook));
 }

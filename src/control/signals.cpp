@@ -6,8 +6,7 @@
 
 #include "state/display.h"
 #include "terminal/ending.h"
-#include "terminal/screen.h"
-#include "terminal/stopping.h"
+#include "terminal/lost_screen.h"
 
 namespace sondex {
 
@@ -25,7 +24,6 @@ void sighandler(int signal) {
 
 static void resizehandler(int) {
   loseScreen(kLostSize);
-  wakeLoop();
 }
 
 static void stophandler(int) {
@@ -34,7 +32,6 @@ static void stophandler(int) {
 
 static void continuehandler(int) {
   loseScreen(kLostToOthers);
-  wakeLoop();
 }
 
 // A signal that was ignored when the program started stays so: whoever started it wants that.

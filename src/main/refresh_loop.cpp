@@ -27,10 +27,10 @@
 #include "terminal/drawing_lock.h"
 #include "terminal/ending.h"
 #include "terminal/held_stderr.h"
+#include "terminal/lost_screen.h"
 #include "terminal/output.h"
 #include "terminal/screen.h"
 #include "terminal/status_bar.h"
-#include "terminal/stopping.h"
 
 namespace sondex {
 
@@ -178,14 +178,14 @@ static int showPlainList() {
 
 static void drawFrame(bool sampled, bool frozen) {
   noteKeysAreSeen();
-  fitScreen();
+  takeScreenBack();
   // A key that switches colours in the middle of a frame may leave an attribute on.
   setAttributes(A_NORMAL);
   beginList();
   if (!sampled) sortAgain();
   showList();
   if (frozen) offerStatus(kFrozen, 3);
-  wrefresh(stdscr);
+  sendFrame();
 }
 
 static void endIfAsked() {

@@ -11,6 +11,7 @@
 #include "screens/help.h"
 #include "state/display.h"
 #include "terminal/ending.h"
+#include "terminal/lost_screen.h"
 #include "terminal/page.h"
 #include "terminal/status_bar.h"
 #include "vm/core_dump.h"
@@ -43,7 +44,7 @@ static void tellOutcome(int32_t pid, int result, int error) {
 static void dumpProcess(int32_t pid) {
   setStatusBar("Dumping core... Please wait...\n", 3);
   printStatusBar();
-  wrefresh(stdscr);
+  sendFrame();
   const int result = dumpCore(pid, 0, kFullCore);
   tellOutcome(pid, result, errno);
 }

@@ -11,10 +11,10 @@
 #include "state/display.h"
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
+#include "terminal/lost_screen.h"
 #include "terminal/output.h"
 #include "terminal/screen.h"
 #include "terminal/status_bar.h"
-#include "terminal/stopping.h"
 
 namespace sondex {
 
@@ -31,7 +31,7 @@ Page openPage(bool showsStatus) {
 
 void beginPage(const Page *page) {
   if (!isOnScreen()) return;
-  fitScreen();
+  takeScreenBack();
   beginText(page->first);
 }
 
@@ -68,7 +68,7 @@ bool endPage(Page *page) {
   }
   showWhatIsMore(page);
   if (page->showsStatus && isStatusPassing()) printStatusBar();
-  wrefresh(stdscr);
+  sendFrame();
   return true;
 }
 

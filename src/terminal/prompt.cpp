@@ -11,11 +11,11 @@
 #include "state/display.h"
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
+#include "terminal/lost_screen.h"
 #include "terminal/output.h"
 #include "terminal/page.h"
 #include "terminal/screen.h"
 #include "terminal/status_bar.h"
-#include "terminal/stopping.h"
 #include "text/append.h"
 #include "text/utf8.h"
 
@@ -55,14 +55,14 @@ static void drawPrompt(const char *prompt, const char *answer) {
   switchOn(attribute);
   output(line + start, 0);
   switchOff(attribute);
-  wrefresh(stdscr);
+  sendFrame();
 }
 
 // Follows a change of size: the row of the question may be another one now.
 static void drawPromptAnew(const char *prompt, const char *answer) {
   wmove(stdscr, getmaxy(stdscr) - 1, 0);
   wclrtoeol(stdscr);
-  fitScreen();
+  takeScreenBack();
   drawPrompt(prompt, answer);
 }
 

@@ -45,10 +45,6 @@ static bool onTerminal = false;  // whether the screen was opened on one, rather
 
 static bool utf8Taken = false;
 
-// What may have become of the screen without the program's doing.
-static SharedInt lost{0};
-static_assert(SharedInt::is_always_lock_free, "written by signal handlers");
-
 bool isScreenOpen() {
   return load(cursesFailed) == 0 && stdscr != nullptr;
 }
@@ -141,27 +137,16 @@ void closeScreen() {
   errno = error;
 }
 
-void loseScreen(Loss loss) {
-  int32_t known = load(lost);
-  while (known < loss && !lost.compare_exchange_weak(known, loss, std::memory_order_relaxed)) {
-  }
-}
-
-bool hasLostScreen() {
-  return load(lost) != 0;
-}
-
 void repaintScreen() {
   clearok(stdscr, TRUE);
 }
 
+void suspendScreen() {
+  if (!isendwin()) endwin();
+}
+
 void fitScreen() {
-  const int32_t loss = lost.exchange(0, std::memory_order_relaxed);
-  // A shell that had the terminal may have changed its modes. The next refresh sets them again.
-  if (loss == kLostToOthers && !isendwin()) endwin();
-  // Whoever left the screen let go of standard error too.
   if (isendwin()) holdStandardError();
-  if (loss != 0) repaintScreen();
   winsize size = {};
   if (!getTerminalSize(&size) || size.ws_row == 0 || size.ws_col == 0) return;
   if (is_term_resized(size.ws_row, size.ws_col)) resizeterm(size.ws_row, size.ws_col);

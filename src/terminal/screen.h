@@ -33,20 +33,12 @@ void closeScreen();
 // Whether characters beyond ASCII reach the terminal as such.
 bool takesUTF8();
 
-// What may happen to the screen from outside; more of it includes less.
-enum Loss : int32_t {
-  kLostSize = 1,      // another size: what is on the terminal may have moved
-  kLostToOthers = 2,  // the program was stopped: others may have written there, and set modes
-};
+// Leaves the screen if it is open, for the next refresh to enter it again and to set its modes
+// anew.
+void suspendScreen();
 
-// Notes what happened; the next fitScreen sees to it. Safe in a signal handler.
-void loseScreen(Loss loss);
-
-// Whether something was noted and not yet seen to.
-bool hasLostScreen();
-
-// Follows a terminal whose size has changed, takes it back after a stop or once somebody has left
-// the screen, and has everything sent anew where it was lost. Called before a frame is drawn.
+// Follows a terminal whose size has changed. Standard error is held again where whoever left the
+// screen let go of it. Called before a frame is drawn.
 void fitScreen();
 
 // Has the next refresh send the whole screen, not only what differs from the one before.

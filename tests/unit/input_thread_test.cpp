@@ -12,7 +12,7 @@
 #include "control/keys.h"
 #include "terminal/drawing_lock.h"
 #include "terminal/ending.h"
-#include "terminal/screen.h"
+#include "terminal/lost_screen.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/pseudo_terminal.h"
 #include "tests/unit/wake_pipe.h"

@@ -50,9 +50,9 @@ namespace loader {
 
 std::span<const Import> runTime() {
   static const Import table[] = {
-      call("__stack_chk_fail", &smashedStack),
-      place("__stack_chk_guard", &g_stackGuard), call("dyld_stub_binder", &bindLate),
-      call("nl_langinfo", &languageInformation), call("setlocale", &chooseLocale),
+      call("__stack_chk_fail", &smashedStack), place("__stack_chk_guard", &g_stackGuard),
+      call("dyld_stub_binder", &bindLate),     call("nl_langinfo", &languageInformation),
+      call("setlocale", &chooseLocale),
   };
   return table;
 }
