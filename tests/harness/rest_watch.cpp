@@ -79,14 +79,15 @@ void RestWatch::restart() {
   firstNap_.reset();
 }
 
-// It reads keys for most of the time.
+// It reads keys for most of the time, and waits for them on a screen of its own.
 void RestWatch::findInputThread() {
   std::error_code gone;
   const std::string threads = "/proc/" + std::to_string(program_) + "/task";
   for (const auto &entry : std::filesystem::directory_iterator(threads, gone)) {
     const pid_t thread = std::stoi(entry.path().filename());
     const std::optional<BlockedCall> call = blockedCall(program_, thread);
-    if (thread != program_ && call && isReadOfKeys(*call)) inputThread_ = thread;
+    if (thread == program_) continue;
+    if ((call && isReadOfKeys(*call)) || polled(thread) == STDIN_FILENO) inputThread_ = thread;
   }
 }
 
@@ -116,7 +117,7 @@ bool RestWatch::isSettled() {
   // done.
   const std::optional<BlockedCall> input = blockedCall(program_, inputThread_);
   if (!input || !isReadOfKeys(*input)) return false;
-  const std::optional<int> pipe = waitedPipe();
+  const std::optional<int> pipe = polled(program_);  // what wakes it comes first
   int wakes = 0;
   if (!pipe || ioctl(openedPipe(*pipe).get(), FIONREAD, &wakes) != 0 || wakes != 0) return false;
   const std::optional<BlockedCall> main = blockedCall(program_, program_);
@@ -129,13 +130,13 @@ FileHandle RestWatch::openedPipe(int descriptor) const {
   return FileHandle(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
 }
 
-// What wakes the main thread: the first that it polls.
-std::optional<int> RestWatch::waitedPipe() const {
-  const std::optional<BlockedCall> main = blockedCall(program_, program_);
-  if (!main || !isPoll(*main)) return std::nullopt;
+// The first that a thread polls.
+std::optional<int> RestWatch::polled(pid_t thread) const {
+  const std::optional<BlockedCall> call = blockedCall(program_, thread);
+  if (!call || !isPoll(*call)) return std::nullopt;
   pollfd first{};
   const iovec here{&first, sizeof first};
-  const iovec there{reinterpret_cast<void *>(main->arguments[0]), sizeof first};
+  const iovec there{reinterpret_cast<void *>(call->arguments[0]), sizeof first};
   if (process_vm_readv(program_, &here, 1, &there, 1, 0) != sizeof first) return std::nullopt;
   return first.fd;
 }

@@ -53,7 +53,7 @@ class RestWatch {
   };
   std::optional<Look> look();
   void findInputThread();
-  std::optional<int> waitedPipe() const;
+  std::optional<int> polled(pid_t thread) const;
   FileHandle openedPipe(int descriptor) const;
 
   pid_t program_;
