@@ -91,13 +91,12 @@ static void probeKernel() {
 
 // Output is plain only when the variable "nc" is set and standard output is no character device.
 static void chooseDisplay(int argc, bool outputIsDevice) {
-  store(wantCurses, getenv("nc") == nullptr ? 1 : 0);
+  store(wantCurses, getenv("nc") == nullptr || outputIsDevice ? 1 : 0);
   if (load(wantCurses) == 0 || argc > 2) {
     sleep(1);
   } else {
     startInteractiveThreads();
   }
-  if (outputIsDevice) store(wantCurses, 1);
 }
 
 static int32_t targetOf(const char *argument) {

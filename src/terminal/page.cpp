@@ -54,7 +54,7 @@ static void showWhatIsMore(const Page *page) {
   moveTo(getmaxy(stdscr) - 1, 0);
   switchOn(static_cast<uint32_t>(A_REVERSE));
   outputFormatted(0, " more %s: lines %lld-%lld of %lld (Up, Down, Space, b, Home, End) ", where,
-                  static_cast<long long>(first + 1), static_cast<long long>(last),
+                  static_cast<long long>(first) + 1, static_cast<long long>(last),
                   static_cast<long long>(page->lines));
   switchOff(static_cast<uint32_t>(A_REVERSE));
 }

@@ -234,11 +234,14 @@ TEST(Row, OfTheSelectedProcessIsHighlightedAsAWhole) {
   expectEndByCtrlC(terminal);
 }
 
-TEST(Screen, IsTakenWhenStandardOutputIsATerminal) {
+TEST(Screen, IsTakenWithItsKeysWhenStandardOutputIsATerminal) {
   TerminalOptions options = optionsOf({132, 50});
   options.environment = {{"nc", "1"}};
   Terminal terminal(options);
   EXPECT_EQ(awaitFrame(terminal), "");
+  ASSERT_GE(terminal.findRow("RAM:"), 0);
+  terminal.press("m");
+  EXPECT_TRUE(terminal.waitForWork([&] { return terminal.findRow("RAM:") < 0; }));
   expectEndByCtrlC(terminal);
 }
 

@@ -4,7 +4,7 @@
 #include <signal.h>
 #include <string.h>
 
-#include <functional>
+#include <optional>
 #include <string>
 #include <tuple>
 
@@ -38,20 +38,34 @@ std::string nameOf(const View &view) {
   return view.name;
 }
 
+// The program with one of them on its screen.
+class Shown {
+ public:
+  explicit Shown(const View &view) {
+    EXPECT_EQ(awaitWholeFrame(terminal()), "");
+    terminal().press(view.keys);
+    EXPECT_EQ(terminal().awaitText(view.text), "");
+    EXPECT_TRUE(terminal().isOnAlternateScreen());
+  }
+  Terminal &terminal() { return display_.terminal(); }
+  void expectEndBy(int number) {
+    const std::optional<Ending> ending = terminal().waitForEnd();
+    ASSERT_TRUE(ending.has_value()) << terminal().text();
+    EXPECT_EQ(ending->signal, number) << *ending;
+    EXPECT_EQ(display_.complaintAboutTerminal(), "");
+  }
+
+ private:
+  Display display_{{"kinds", 100, 40, false}};
+};
+
 class LeavingBySignal : public testing::TestWithParam<std::tuple<View, int>> {};
 
 TEST_P(LeavingBySignal, RestoresTheTerminalAndEndsAsTheSignalDoes) {
   const auto &[view, number] = GetParam();
-  Display display({"kinds", 100, 40, false});
-  ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
-  display.terminal().press(view.keys);
-  ASSERT_EQ(display.terminal().awaitText(view.text), "");
-  ASSERT_TRUE(display.terminal().isOnAlternateScreen());
-  display.terminal().signal(number);
-  const std::optional<Ending> ending = display.terminal().waitForEnd();
-  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
-  EXPECT_EQ(ending->signal, number) << *ending;
-  EXPECT_EQ(display.complaintAboutTerminal(), "");
+  Shown shown(view);
+  shown.terminal().signal(number);
+  shown.expectEndBy(number);
 }
 
 INSTANTIATE_TEST_SUITE_P(At, LeavingBySignal,
@@ -63,23 +77,15 @@ INSTANTIATE_TEST_SUITE_P(At, LeavingBySignal,
                                   sigabbrev_np(std::get<1>(row.param));
                          });
 
-class LeavingByKey : public testing::TestWithParam<View> {};
-
-TEST_P(LeavingByKey, QuitRestoresTheTerminal) {
-  Display display({"kinds", 100, 40, false});
-  ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
-  display.terminal().press(GetParam().keys);
-  ASSERT_EQ(display.terminal().awaitText(GetParam().text), "");
-  // The terminal makes a signal of it.
-  display.terminal().press("\x1c");
-  const std::optional<Ending> ending = display.terminal().waitForEnd();
-  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
-  EXPECT_EQ(ending->signal, SIGQUIT) << *ending;
-  EXPECT_EQ(display.complaintAboutTerminal(), "");
+// The terminal makes a signal of it.
+TEST(Leaving, ByTheKeyForQuit) {
+  for (const View &view : kViews) {
+    SCOPED_TRACE(view.name);
+    Shown shown(view);
+    shown.terminal().press("\x1c");
+    shown.expectEndBy(SIGQUIT);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(At, LeavingByKey, testing::ValuesIn(kViews),
-                         [](const auto &row) { return nameOf(row.param); });
 
 TEST(Leaving, WhileFramesAreDrawn) {
   for (int i = 0; i < 20; i++) {
@@ -124,11 +130,8 @@ TEST(Leaving, WhileACoreIsDumped) {
 TEST(Stopped, ProgramTakesTheScreenBackWhenItGoesOn) {
   for (const View &view : kViews) {
     SCOPED_TRACE(view.name);
-    Display display({"kinds", 100, 40, false});
-    Terminal &terminal = display.terminal();
-    ASSERT_EQ(awaitWholeFrame(terminal), "");
-    terminal.press(view.keys);
-    ASSERT_EQ(terminal.awaitText(view.text), "");
+    Shown shown(view);
+    Terminal &terminal = shown.terminal();
     const termios raw = terminal.modes();
     ASSERT_FALSE(sameModes(raw, terminal.modesBefore()));
     terminal.signal(SIGSTOP);
@@ -147,19 +150,15 @@ TEST(Stopped, ProgramTakesTheScreenBackWhenItGoesOn) {
 TEST(Stopped, ByCtrlZLeavesTheScreenAndComesBack) {
   for (const View &view : kViews) {
     SCOPED_TRACE(view.name);
-    Display display({"kinds", 100, 40, false});
-    Terminal &terminal = display.terminal();
-    ASSERT_EQ(awaitWholeFrame(terminal), "");
-    terminal.press(view.keys);
-    ASSERT_EQ(terminal.awaitText(view.text), "");
+    Shown shown(view);
+    Terminal &terminal = shown.terminal();
     const size_t repaints = terminal.repaints();
     terminal.press("\x1a");
     ASSERT_TRUE(terminal.waitForWork([&] { return terminal.repaints() > repaints; }));
     ASSERT_EQ(terminal.awaitText(view.text), "");
     EXPECT_TRUE(terminal.isOnAlternateScreen());
-    display.terminal().signal(SIGTERM);
-    ASSERT_TRUE(terminal.waitForEnd().has_value());
-    EXPECT_EQ(display.complaintAboutTerminal(), "");
+    terminal.signal(SIGTERM);
+    shown.expectEndBy(SIGTERM);
   }
 }
 
