@@ -32,9 +32,15 @@ constexpr size_t kShownSize = 320;  // for a question and an answer
 static const char kBlankStatus[] =
     "                                                                          ";
 
+static void clearBottomRow() {
+  wmove(stdscr, getmaxy(stdscr) - 1, 0);
+  wclrtoeol(stdscr);
+}
+
 // Draws the question and the answer so far in the bottom row. Once there is an answer, the end is
 // shown of what is too long: there the next key goes.
 static void drawPrompt(const char *prompt, const char *answer) {
+  clearBottomRow();
   setStatusBar(kBlankStatus, 1);
   printStatusBar();
 
@@ -60,8 +66,7 @@ static void drawPrompt(const char *prompt, const char *answer) {
 
 // Follows a change of size: the row of the question may be another one now.
 static void drawPromptAnew(const char *prompt, const char *answer) {
-  wmove(stdscr, getmaxy(stdscr) - 1, 0);
-  wclrtoeol(stdscr);
+  clearBottomRow();
   takeScreenBack();
   drawPrompt(prompt, answer);
 }
@@ -80,6 +85,7 @@ static int waitForKey(const char *prompt, const char *answer) {
     const int key = readKey();
     if (key == kRepaint) {
       repaintScreen();
+      drawPrompt(prompt, answer);
     } else if (key != ERR) {
       return key;
     } else if (readable) {

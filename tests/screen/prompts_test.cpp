@@ -63,6 +63,7 @@ TEST(Prompt, ShowsTheEndOfWhatIsTooLong) {
   ASSERT_EQ(display.terminal().awaitText("Enter value for update delay in decisec"), "");
   display.terminal().press("1234");
   ASSERT_EQ(display.terminal().awaitText("(10 = 1 second):1234"), "");
+  EXPECT_TRUE(display.terminal().rowText(23).ends_with(":1234"));
   EXPECT_EQ(display.press("\n"), "");
 }
 
