@@ -35,14 +35,10 @@ constexpr char kWhichToKill[] = "Which PID do you want to kill today? ";
 
 static char *active_filter = nullptr;
 
-static TableView enterPreviousTable() {
-  enterProcessTables();
-  return previousTable();
-}
-
 // The record that is highlighted on the screen; null where none is. Once the keys before this one
 // are seen there.
-static ProcessRecord *selectedRecord(TableView table) {
+static ProcessRecord *selectedRecord() {
+  const TableView table = drawnTable();
   const int32_t selected = load(g_selectedProcess);
   if (selected < 0 || selected >= table.count) return nullptr;
   ProcessRecord *record = &table.records[selected];
@@ -78,8 +74,7 @@ static void reportMode(const char *mode, const SharedInt *word) {
 // wait for them. Null without a selection.
 static ProcessRecord *copySelected() {
   ProcessRecord *copy = nullptr;
-  const TableView table = enterPreviousTable();
-  const ProcessRecord *record = selectedRecord(table);
+  const ProcessRecord *record = selectedRecord();
   if (record != nullptr) {
     copy = static_cast<ProcessRecord *>(malloc(sizeof *copy));
     if (copy != nullptr) {
@@ -89,7 +84,6 @@ static ProcessRecord *copySelected() {
       setStatusBar("No memory for the details", 3);
     }
   }
-  leaveProcessTables();
   return copy;
 }
 
@@ -115,36 +109,33 @@ static void pageUp() {
   store(g_firstProcToShow, std::max(load(g_firstProcToShow) - pageStep(), 0));
 }
 
-static void select(TableView table, int32_t direction) {
-  store(g_selectedProcess, findNextVisibleProcess(table, load(g_selectedProcess), direction));
+static void select(int32_t direction) {
+  store(g_selectedProcess,
+        findNextVisibleProcess(drawnTable(), load(g_selectedProcess), direction));
 }
 
 static void moveDown() {
-  const TableView table = enterPreviousTable();
   const int32_t row = load(g_Row);
   const int32_t first = load(g_firstProcToShow);
   if (row < load(y) - load(banners)) {
     store(g_Row, row + 1);
-    select(table, 1);
-  } else if (first + row < table.count) {
+    select(1);
+  } else if (first + row < drawnTable().count) {
     store(g_firstProcToShow, first + 1);
-    select(table, 1);
+    select(1);
   }
-  leaveProcessTables();
 }
 
 static void moveUp() {
-  const TableView table = enterPreviousTable();
   const int32_t row = load(g_Row);
   const int32_t first = load(g_firstProcToShow);
   if (row >= 0) {
     store(g_Row, row - 1);
-    select(table, -1);
+    select(-1);
   } else if (first > 0) {
     store(g_firstProcToShow, first - 1);
-    select(table, -1);
+    select(-1);
   }
-  leaveProcessTables();
 }
 
 static void saveConfiguration() {
@@ -286,15 +277,13 @@ void toggleUpdateDelay() {
 // The pid to act on: the selected process's, else one that the user names in answer to `question`;
 // 0 when there is none. `isStopped` tells about the selected process.
 static int32_t chooseTarget(const char *question, bool *isStopped) {
-  const TableView table = enterPreviousTable();
-  const ProcessRecord *record = selectedRecord(table);
+  const ProcessRecord *record = selectedRecord();
   int32_t pid = 0;
   *isStopped = false;
   if (record != nullptr) {
     pid = pidOf(record);
     *isStopped = record->taskAllInfo.pbsd.pbi_status == darwin::SSTOP;
   }
-  leaveProcessTables();
   if (pid == 0) parseNumber(promptForInput(question), &pid);
   if (pid == 0) setStatusBar("Not a valid PID.. Try again?", 2);
   return pid;

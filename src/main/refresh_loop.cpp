@@ -126,7 +126,16 @@ static void keepAsPrevious() {
   const TableView current = currentTable();
   indexProcessTable(current);
   setPreviousTable(current);
-  retireProcessTable(retired);
+  if (retired != drawnTable().records) retireProcessTable(retired);
+}
+
+static void keepAsDrawn() {
+  ProcessRecord *retired = drawnTable().records;
+  const TableView current = currentTable();
+  setDrawnTable(current);
+  if (retired != current.records && retired != previousTable().records) {
+    retireProcessTable(retired);
+  }
 }
 
 // Waits for the next refresh, for `milliseconds` (-1: without end). A byte on the pipe or the
@@ -210,8 +219,10 @@ static void refreshScreen() {
     drawFrame(updating, frozen);
   }
   if (updating) keepAsPrevious();
-  // Only now: the table that a key looks into is the one that was drawn.
-  if (drawing) unlockDrawing();
+  if (drawing) {
+    keepAsDrawn();
+    unlockDrawing();
+  }
   collectStandardError();
   waitForRefresh(drawing ? refreshWait() : waitAfterMissedFrame());
   endIfAsked();

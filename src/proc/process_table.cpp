@@ -36,7 +36,8 @@ struct Table {
   Index *outdated;             // indexes that a reader may still be in
 };
 
-// The current and the previous table, one being filled, and some that wait for a reader to leave.
+// The current, the previous and the drawn table, one being filled, and some that wait for a reader
+// to leave.
 static Table tables[8];
 
 // A released table, cleared: the next one takes its pages, which cost more to get than to fill.
@@ -222,6 +223,16 @@ TableView previousTable() {
     if (again == table.records) return table;
     table.records = again;
   }
+}
+
+static TableView drawn = {};
+
+TableView drawnTable() {
+  return drawn;
+}
+
+void setDrawnTable(TableView table) {
+  drawn = table;
 }
 
 uint64_t versionOf(const ProcessRecord *table) {

@@ -1,5 +1,5 @@
-// The tables of process records: where they come from and go to, the current and the previous one,
-// finding a process in one, and putting one in order.
+// The tables of process records: where they come from and go to, the current, the previous and the
+// drawn one, finding a process in one, and putting one in order.
 //
 // Current and previous are double buffering: the main thread fills and sorts the one while other
 // threads read the other, which stays as it was drawn. What was replaced, table or index, goes by
@@ -36,6 +36,14 @@ TableView previousTable();
 // Makes `table` the previous one, as other threads see it: none of them gets the address of a table
 // with the count of a larger one. The one before it may be retired afterwards. Main thread only.
 void setPreviousTable(TableView table);
+
+// The table of the last frame: what is seen, and what keys act on. Frames that are left out leave
+// it behind the previous one. Guarded by the drawing lock.
+TableView drawnTable();
+
+// Makes `table` the drawn one; the one before it may be retired afterwards. Main thread only, while
+// it has the drawing lock.
+void setDrawnTable(TableView table);
 
 // A table of `count` zeroed records whose pages stay untouched until written; `count` is at
 // least 1. Null when there is no memory or too many tables are still out. The caller owns it until

@@ -733,6 +733,7 @@ class DetailsFromTheList : public DetailsScreen {
     std::strcpy(table[1].taskAllInfo.pbsd.pbi_comm, "child");
     setCurrentTable({table, 2});
     setPreviousTable({table, 2});
+    setDrawnTable({table, 2});
     retireProcessTable(retired);
   }
 

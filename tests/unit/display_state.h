@@ -90,6 +90,7 @@ class DisplayStateGuard {
     ProcessRecord *previous = load(g_previous_process_information);
     store(g_process_information, nullptr);
     store(g_previous_process_information, nullptr);
+    setDrawnTable({});
     store(num_procs, 0);
     store(previous_num_procs, 0);
     releaseProcessTable(current);

@@ -142,6 +142,7 @@ TEST_F(InputThread, CarriageReturnIsEnter) {
   table->displayed = 1;
   store(g_previous_process_information, table);
   store(previous_num_procs, 1);
+  setDrawnTable({table, 1});
   for (const char *key : {"\r", "\n"}) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();

@@ -75,6 +75,7 @@ class Keys : public SampledTest {
     store(num_procs, count);
     store(g_previous_process_information, table);
     store(previous_num_procs, count);
+    setDrawnTable({table, count});
     return table;
   }
 
@@ -600,6 +601,22 @@ TEST_F(Asking, ASelectedOneThatIsNotShownIsNone) {
   noteKeysAreSeen();
   handleKey(kEnter);
   EXPECT_EQ(machine.timesAsked("arguments"), 0u);
+}
+
+// A frame was left out: what is on the screen is the table of the one before.
+TEST_F(Asking, ActsOnWhatWasDrawnThoughSamplingWentOn) {
+  ProcessRecord *drawn = shown({{76, true}, {77, true}});
+  store(g_selectedProcess, 1);
+  ProcessRecord *newer = allocateProcessTable(2);
+  newer[1].taskAllInfo.pbsd.pbi_pid = 99;
+  setCurrentTable({newer, 2});
+  setPreviousTable({newer, 2});
+  press('t');
+  EXPECT_THAT(machine.sent, ElementsAre(std::pair{77, darwin::DARWIN_SIGSTOP}));
+  handleKey(kUp);
+  EXPECT_EQ(load(g_selectedProcess), 0);
+  setDrawnTable({});
+  releaseProcessTable(drawn);
 }
 
 // What a key did that was typed just before is on the screen first.
