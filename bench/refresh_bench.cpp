@@ -103,17 +103,16 @@ void wholeProgram(benchmark::State &state, double (*refresh)()) {
   reportPerProcess(state);
 }
 
-using bench::Pace;
 using bench::secondsPerRefresh;
 
 double refreshOfSondex() {
-  return secondsPerRefresh({SONDEX_PROGRAM}, Pace::kOnResize, kRefreshes);
+  return secondsPerRefresh({SONDEX_PROGRAM}, bench::kSondexRefresh, kRefreshes);
 }
 double refreshOfHtop() {
-  return secondsPerRefresh({"htop", "-d", "5"}, Pace::kOwn, kRefreshes);
+  return secondsPerRefresh({"htop", "-d", "5"}, "", kRefreshes);
 }
 double refreshOfTop() {
-  return secondsPerRefresh({"top", "-d", "0.5"}, Pace::kOwn, kRefreshes);
+  return secondsPerRefresh({"top", "-d", "0.5"}, "", kRefreshes);
 }
 
 }  // namespace

@@ -8,6 +8,10 @@ static bool isContinuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
+static bool isASCII(char byte) {
+  return static_cast<unsigned char>(byte) < 0x80;
+}
+
 size_t decodeUTF8(const char *text, size_t available, uint32_t *code) {
   if (available == 0) return 0;
   const unsigned char *bytes = reinterpret_cast<const unsigned char *>(text);
@@ -41,8 +45,7 @@ size_t decodeUTF8(const char *text, size_t available, uint32_t *code) {
   return *code >= smallest && *code <= 0x10FFFF && !surrogate ? length : 0;
 }
 
-int32_t cellsOfCharacter(uint32_t code) {
-  if (code < 0x80) return 1;
+static int32_t cellsOfCharacter(uint32_t code) {
   const int cells = wcwidth(static_cast<wchar_t>(code));
   return cells < 0 ? 1 : cells;
 }
@@ -51,11 +54,19 @@ size_t fitCells(const char *text, size_t length, int32_t most, int32_t *cells) {
   size_t bytes = 0;
   *cells = 0;
   while (bytes < length) {
-    uint32_t code = 0;
-    const size_t size = decodeUTF8(text + bytes, length - bytes, &code);
-    const int32_t wanted = size == 0 ? 1 : cellsOfCharacter(code);
+    size_t size = 1;
+    int32_t wanted = 1;
+    // Nearly all text is ASCII.
+    if (!isASCII(text[bytes])) {
+      uint32_t code = 0;
+      const size_t whole = decodeUTF8(text + bytes, length - bytes, &code);
+      if (whole > 0) {
+        size = whole;
+        wanted = cellsOfCharacter(code);
+      }
+    }
     if (*cells + wanted > most) break;
-    bytes += size == 0 ? 1 : size;
+    bytes += size;
     *cells += wanted;
   }
   return bytes;

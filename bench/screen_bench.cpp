@@ -1,0 +1,109 @@
+// What full screens send to their terminals: this program's on this machine and on a simulated
+// device, and those of htop and top beside it in the same run.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "whole_program.h"
+
+namespace {
+
+using bench::Frame;
+using bench::kSondexRefresh;
+using bench::TerminalProgram;
+using bench::TerminalSize;
+
+constexpr int kFrames = 15;
+
+struct Program {
+  std::string name;
+  std::vector<std::string> arguments;
+  std::string device;
+  std::string_view refresh;  // keys that have it draw a frame; "" when it does by itself
+  std::string_view freeze;   // keys after which nothing changes any more; "" when there are none
+};
+
+double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+void report(benchmark::State &state, const std::vector<Frame> &frames) {
+  const auto medianOf = [&](const std::function<double(const Frame &)> &figure) {
+    std::vector<double> values;
+    for (const Frame &frame : frames) values.push_back(figure(frame));
+    return median(values);
+  };
+  state.counters["bytes"] = medianOf([](const Frame &f) { return static_cast<double>(f.bytes); });
+  state.counters["most_bytes"] = static_cast<double>(
+      std::max_element(frames.begin(), frames.end(), [](const Frame &a, const Frame &b) {
+        return a.bytes < b.bytes;
+      })->bytes);
+  state.counters["writes"] = medianOf([](const Frame &f) { return static_cast<double>(f.writes); });
+  state.counters["clears"] = medianOf([](const Frame &f) { return static_cast<double>(f.clears); });
+}
+
+// The first frame alone, or those that the keys bring, once `before` was typed.
+void measure(benchmark::State &state, const Program &program, TerminalSize size,
+             std::optional<std::string_view> keys, std::string_view before) {
+  for (auto _ : state) {
+    TerminalProgram running(program.arguments, size, program.device);
+    const std::optional<Frame> first = running.firstFrame();
+    std::vector<Frame> frames;
+    if (first && !keys) frames.push_back(*first);
+    if (first && !before.empty()) {
+      // What the key itself changes is over after a few frames.
+      running.nextFrame(before);
+      for (int i = 0; i < 3; i++) running.nextFrame(program.refresh);
+    }
+    for (int i = 0; first && keys && i < kFrames; i++) {
+      const std::optional<Frame> frame = running.nextFrame(*keys);
+      if (frame) frames.push_back(*frame);
+    }
+    if (frames.empty()) {
+      state.SkipWithError("could not be run");
+      return;
+    }
+    report(state, frames);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+
+  const Program programs[] = {
+      {"sondex", {SONDEX_PROGRAM}, "", kSondexRefresh, "F"},
+      {"sondex-iphone", {SONDEX_PROGRAM}, SONDEX_DEVICES_DIR "/iphone.toml", kSondexRefresh, "F"},
+      {"htop", {"htop", "-d", "10"}, "", "", ""},
+      {"top", {"top", "-d", "1"}, "", "", ""},
+  };
+  for (const TerminalSize size : {TerminalSize{80, 24}, {160, 50}}) {
+    for (const Program &program : programs) {
+      const std::string start =
+          program.name + "/" + std::to_string(size.columns) + "x" + std::to_string(size.rows) + "/";
+      const auto add = [&](const char *what, std::optional<std::string_view> keys,
+                           std::string_view before) {
+        benchmark::RegisterBenchmark(
+            (start + what).c_str(),
+            [=](benchmark::State &state) { measure(state, program, size, keys, before); })
+            ->Iterations(1)
+            ->Unit(benchmark::kMillisecond);
+      };
+      add("first", std::nullopt, "");
+      add("refresh", program.refresh, "");
+      if (!program.freeze.empty()) add("unchanged", program.refresh, program.freeze);
+      add("down", "\x1b[B", "");
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
