@@ -1,9 +1,12 @@
 #include "live/list_row.h"
 
 #include <gtest/gtest.h>
+#include <locale.h>
 #include <sched.h>
+#include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
+#include <wchar.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -17,9 +20,8 @@ namespace test {
 
 namespace {
 
-// The first cells end the line's part that may hold a "|" of a name: they are as wide as their
-// headers, and numbers but for the command.
-constexpr int kCellsToCommand = placeOf(Column::command) + 1;
+// What is before it are numbers at least as wide as their headers; it is just as wide.
+constexpr int kCommand = placeOf(Column::command);
 
 // A process list shows at most so many descriptors: the list is asked for with 1024 bytes.
 constexpr size_t kMostDescriptors = 128;
@@ -30,37 +32,59 @@ std::string field(const std::string &text, size_t width) {
   return text.size() + 1 >= width ? text.substr(0, width - 1) : text + " ";
 }
 
-std::optional<std::string> takeCell(const std::string &line, size_t &at, size_t width) {
-  if (line.size() < at + width + 1 || line[at + width] != '|') return std::nullopt;
-  const std::string cell = line.substr(at, width);
-  at += width + 1;
-  return cell;
+std::vector<std::string> splitAtBars(const std::string &line) {
+  std::vector<std::string> parts{""};
+  for (const char byte : line) {
+    if (byte == '|') {
+      parts.emplace_back();
+    } else {
+      parts.back() += byte;
+    }
+  }
+  return parts;
+}
+
+// The cells that a terminal gives to a text in UTF-8, which the tests run the program with.
+size_t cellsOf(const std::string &text) {
+  const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);
+  std::wstring wide(text.size() + 1, L'\0');
+  const size_t length = mbstowcs(wide.data(), text.c_str(), wide.size());
+  const int cells = length == static_cast<size_t>(-1) ? -1 : wcswidth(wide.data(), length);
+  uselocale(before);
+  freelocale(utf8);
+  return cells < 0 ? text.size() : static_cast<size_t>(cells);
+}
+
+// A number that its field has no room for is written as a whole.
+std::string numberField(const std::string &text, size_t width) {
+  return text.size() < width ? field(text, width) : text;
 }
 
 }  // namespace
 
+// Names may hold bars: the command is what is left between the cells before and after it.
 std::optional<Row> parseRow(const std::string &line, bool forRoot) {
   static const std::regex number(" *-?[0-9]+ *");
-  Row row;
-  size_t at = 0;
-  for (int place = 0; place < kCellsToCommand; place++) {
-    const ListColumn &expected = kListColumns[place];
-    const std::optional<std::string> cell = takeCell(line, at, std::strlen(expected.drawn));
-    if (!cell) return std::nullopt;
-    const bool isNumber = std::regex_match(*cell, number);
-    if (expected.column != Column::command && !isNumber) return std::nullopt;
-    row[expected.column] = *cell;
+  std::vector<Column> behind;
+  for (int place = kCommand + 1; place < kColumnCount; place++) {
+    if (!kListColumns[place].isForRoot || forRoot) behind.push_back(kListColumns[place].column);
   }
+  std::vector<std::string> parts = splitAtBars(line);
+  if (parts.size() < kCommand + 1 + behind.size()) return std::nullopt;
 
-  std::string rest = line.substr(at);
-  for (int place = kCellsToCommand; place < kColumnCount; place++) {
-    if (kListColumns[place].isForRoot && !forRoot) continue;
-    const size_t end = rest.find('|');
-    const bool isLast = place == kLastColumn;
-    if ((end == std::string::npos) != isLast) return std::nullopt;
-    row[kListColumns[place].column] = rest.substr(0, end);
-    if (!isLast) rest.erase(0, end + 1);
+  Row row;
+  for (int place = 0; place < kCommand; place++) {
+    const std::string &cell = parts[static_cast<size_t>(place)];
+    const bool isFilled = cell.size() >= std::strlen(kListColumns[place].drawn);
+    if (!isFilled || !std::regex_match(cell, number)) return std::nullopt;
+    row[kListColumns[place].column] = cell;
   }
+  for (; !behind.empty(); behind.pop_back(), parts.pop_back()) row[behind.back()] = parts.back();
+  std::string &command = row[Column::command];
+  command = parts[kCommand];
+  for (size_t i = kCommand + 1; i < parts.size(); i++) command += "|" + parts[i];
+  if (cellsOf(command) != std::strlen(kListColumns[kCommand].drawn)) return std::nullopt;
   return row;
 }
 
@@ -87,15 +111,17 @@ PlainList parseList(const std::string &output, bool forRoot) {
 }
 
 std::string userCell(uint32_t user) {
-  return field(format("%5d", static_cast<int>(user)).substr(0, 8), 6);
+  return numberField(format("%5d", static_cast<int>(user)), 6);
 }
 
 std::string pidCell(pid_t pid) {
-  return field(format("%-5d", pid), 6);
+  return numberField(format("%-5d", pid), 6);
 }
 
 std::string commandCell(const std::string &shownName) {
-  return field(format("%-16s", shownName.c_str()), 16);
+  constexpr size_t kCells = 15;
+  const size_t cells = cellsOf(shownName);
+  return shownName + std::string(cells < kCells ? kCells - cells : 0, ' ');
 }
 
 std::string threadsCell(int threads, int running) {

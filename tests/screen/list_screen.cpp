@@ -150,7 +150,7 @@ std::string textOf(const Terminal &terminal, int row, CellRange range) {
 
 int rowOfProcess(const Terminal &terminal, pid_t pid) {
   std::string wanted = std::to_string(pid);
-  wanted.resize(5, ' ');
+  wanted.resize(std::max(wanted.size(), size_t{5}), ' ');
   for (int row = headerRow(terminal) + 1; row > 0 && row < terminal.rows(); row++) {
     const std::vector<CellRange> cells = cellsOfRow(terminal, row);
     if (cells.size() > kPidCell + 1 && textOf(terminal, row, cells[kPidCell]) == wanted) return row;
