@@ -102,7 +102,8 @@ void openScreen() {
   // Else curses looks for keys between lines, and sends what it has before each look.
   typeahead(-1);
   start_color();
-  use_default_colors();
+  // Where the terminal can't be told to go back to them, black lies beneath.
+  const bool hasOwnColors = has_colors() && use_default_colors() == OK;
   nodelay(stdscr, TRUE);
   keypad(stdscr, TRUE);
   defineBothForms();
@@ -115,8 +116,7 @@ void openScreen() {
   // Names in UTF-8 are shown as such only where the terminal's locale takes them.
   utf8Taken = strcmp(nl_langinfo(CODESET), "UTF-8") == 0 && hasWideCharacters();
   allowUTF8(utf8Taken);
-  if (has_colors()) {
-    init_pair(kPairPlain, -1, -1);
+  if (hasOwnColors && init_pair(kPairPlain, -1, -1) == OK) {
     wbkgdset(stdscr, static_cast<chtype>(COLOR_PAIR(kPairPlain)) | ' ');
   }
   curs_set(0);
