@@ -23,6 +23,7 @@
   EACH(EINVAL);       \
   EACH(ENOTTY);       \
   EACH(ENOSPC);       \
+  EACH(EROFS);        \
   EACH(ERANGE);       \
   EACH(EAGAIN);       \
   EACH(EINPROGRESS);  \
