@@ -534,8 +534,8 @@ TEST_F(LinuxMachineTest, MemoryStatusOfWhatIsNoProcessCantBeChanged) {
   darwin::memorystatus_memlimit_properties limits{};
   std::vector<uint64_t> threads;
   ASSERT_EQ(machine_->threadIDs(child.pid(), threads), kAnswered);
-  ASSERT_EQ(threads.size(), 2U);
-  for (const pid_t none : {static_cast<pid_t>(threads[1]), INT32_MAX, 0, -1}) {
+  ASSERT_GE(threads.size(), 2U);  // a sanitizer has some of its own
+  for (const pid_t none : {static_cast<pid_t>(threads.back()), INT32_MAX, 0, -1}) {
     EXPECT_EQ(machine_->setMemoryStatusPlace(none, {3, false, 0}), darwin::DARWIN_ESRCH) << none;
     EXPECT_EQ(machine_->memoryLimits(none, limits), darwin::DARWIN_ESRCH) << none;
     EXPECT_EQ(machine_->setMemoryLimits(none, limits), darwin::DARWIN_ESRCH) << none;
