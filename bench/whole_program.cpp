@@ -19,13 +19,20 @@ namespace {
 constexpr int kQuiet = 60;
 constexpr int kPatience = 20000;
 
-constexpr std::string_view kClear = "\x1b[2J";
+// The second is for terminals that only clear from the cursor on.
+constexpr std::string_view kClears[] = {"\x1b[2J", "\x1b[H\x1b[J"};
 
 size_t countIn(const std::string &text, std::string_view wanted) {
   size_t count = 0;
   for (size_t at = 0; (at = text.find(wanted, at)) != std::string::npos; at += wanted.size()) {
     count++;
   }
+  return count;
+}
+
+size_t clearsIn(const std::string &text) {
+  size_t count = 0;
+  for (const std::string_view clear : kClears) count += countIn(text, clear);
   return count;
 }
 
@@ -82,7 +89,7 @@ std::optional<Frame> TerminalProgram::take(int quiet, bool mayBeNothing) {
   }
   if (drawn.empty() && !mayBeNothing) return std::nullopt;
   writesSeen_ = writes();
-  return Frame{drawn.size(), countIn(drawn, kClear), writesSeen_ - before};
+  return Frame{drawn.size(), clearsIn(drawn), writesSeen_ - before};
 }
 
 // Of the thread that draws.
