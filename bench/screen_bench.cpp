@@ -3,10 +3,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "whole_program.h"
@@ -20,12 +22,17 @@ using bench::TerminalSize;
 
 constexpr int kFrames = 15;
 
+// Between two refreshes of the peers. As long is waited before a key has sondex refresh: figures
+// change less in a shorter time.
+constexpr std::chrono::seconds kInterval{1};
+
 struct Program {
   std::string name;
   std::vector<std::string> arguments;
   std::string device;
   std::string_view refresh;  // keys that have it draw a frame; "" when it does by itself
   std::string_view freeze;   // keys after which nothing changes any more; "" when there are none
+  std::string_view down = "\x1b[B";
 };
 
 double median(std::vector<double> values) {
@@ -52,9 +59,10 @@ void report(benchmark::State &state, const std::vector<Frame> &frames) {
   state.counters["clears"] = clears;
 }
 
-// The first frame alone, or those that the keys bring, once `before` was typed.
+// The first frame alone, or those that the keys bring, each after a pause, once `before` was typed.
 void measure(benchmark::State &state, const Program &program, TerminalSize size,
-             std::optional<std::string_view> keys, std::string_view before) {
+             std::optional<std::string_view> keys, std::string_view before,
+             std::chrono::seconds pause) {
   for (auto _ : state) {
     TerminalProgram running(program.arguments, size, program.device);
     const std::optional<Frame> first = running.firstFrame();
@@ -66,6 +74,7 @@ void measure(benchmark::State &state, const Program &program, TerminalSize size,
       for (int i = 0; i < 3; i++) running.nextFrame(program.refresh);
     }
     for (int i = 0; first && keys && i < kFrames; i++) {
+      std::this_thread::sleep_for(pause);
       const std::optional<Frame> frame = running.nextFrame(*keys);
       if (frame) frames.push_back(*frame);
     }
@@ -87,24 +96,26 @@ int main(int argc, char **argv) {
       {"sondex", {SONDEX_PROGRAM}, "", kSondexRefresh, "F"},
       {"sondex-iphone", {SONDEX_PROGRAM}, SONDEX_DEVICES_DIR "/iphone.toml", kSondexRefresh, "F"},
       {"htop", {"htop", "-d", "10"}, "", "", ""},
-      {"top", {"top", "-d", "1"}, "", "", ""},
+      // It only knows the form that it has the terminal send.
+      {"top", {"top", "-d", "1"}, "", "", "", "\x1bOB"},
   };
   for (const TerminalSize size : {TerminalSize{80, 24}, {160, 50}}) {
     for (const Program &program : programs) {
       const std::string start =
           program.name + "/" + std::to_string(size.columns) + "x" + std::to_string(size.rows) + "/";
       const auto add = [&](const char *what, std::optional<std::string_view> keys,
-                           std::string_view before) {
+                           std::string_view before, std::chrono::seconds pause) {
         benchmark::RegisterBenchmark(
             (start + what).c_str(),
-            [=](benchmark::State &state) { measure(state, program, size, keys, before); })
+            [=](benchmark::State &state) { measure(state, program, size, keys, before, pause); })
             ->Iterations(1)
             ->Unit(benchmark::kMillisecond);
       };
-      add("first", std::nullopt, "");
-      add("refresh", program.refresh, "");
-      if (!program.freeze.empty()) add("unchanged", program.refresh, program.freeze);
-      add("down", "\x1b[B", "");
+      constexpr std::chrono::seconds none{0};
+      add("first", std::nullopt, "", none);
+      add("refresh", program.refresh, "", program.refresh.empty() ? none : kInterval);
+      if (!program.freeze.empty()) add("unchanged", program.refresh, program.freeze, none);
+      add("down", program.down, "", none);
     }
   }
   benchmark::RunSpecifiedBenchmarks();
