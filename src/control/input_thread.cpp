@@ -14,7 +14,6 @@
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
 #include "terminal/lost_screen.h"
-#include "terminal/screen.h"
 
 namespace sondex {
 

@@ -20,7 +20,6 @@
 namespace sondex {
 
 constexpr int kDetailsHelp = 2;
-constexpr int32_t kBetweenKeys = 1000;  // milliseconds
 
 static void toggle(int32_t *word) {
   *word = *word == 0 ? 1 : 0;
@@ -85,7 +84,7 @@ static bool applyKey(DetailsReport *report, int key) {
       toggle(&report->showsThreads);
       return true;
     default:
-      return waitForKey(kBetweenKeys);
+      return waitForKey();
   }
 }
 

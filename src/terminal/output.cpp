@@ -28,10 +28,6 @@ struct Layout {
 
 static Layout layout = {};
 
-static bool isOnScreen() {
-  return load(wantCurses) != 0 && stdscr != nullptr;
-}
-
 int32_t textRows() {
   return std::max(getmaxy(stdscr) - 1, 1);
 }

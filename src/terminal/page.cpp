@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "state/display.h"
 #include "terminal/ending.h"
 #include "terminal/key_codes.h"
 #include "terminal/lost_screen.h"
@@ -20,10 +19,6 @@ namespace sondex {
 
 constexpr int32_t kBetweenKeys = 1000;  // milliseconds
 constexpr int32_t kOneLook = 100;       // milliseconds, after which other wishes are seen
-
-static bool isOnScreen() {
-  return load(wantCurses) != 0 && stdscr != nullptr;
-}
 
 Page openPage(bool showsStatus) {
   return {kEndOfText, 0, showsStatus};
@@ -126,7 +121,8 @@ static bool isKeyTyped(int32_t milliseconds) {
   return false;
 }
 
-bool waitForKey(int32_t milliseconds) {
+bool waitForKey() {
+  int32_t milliseconds = kBetweenKeys;
   for (; reasonToEnd() == 0 && !hasLostScreen() && milliseconds > 0; milliseconds -= kOneLook) {
     stopIfAsked();
     if (isKeyTyped(std::min(milliseconds, kOneLook))) break;
@@ -153,7 +149,7 @@ void showPage(void (*write)(int32_t), int32_t argument) {
     if (key == kEnter || key == 'Q' || key == 'q') return;
     const bool isMoved = movePage(&page, key);
     if (isMoved || hasLostScreen()) drawPage(&page, write, argument);
-    if (!isMoved && !waitForKey(kBetweenKeys)) return;
+    if (!isMoved && !waitForKey()) return;
   }
 }
 

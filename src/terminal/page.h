@@ -32,10 +32,10 @@ bool movePage(Page *page, int key);
 // is none. The code by which curses tells of a new screen size is passed over: nobody typed it.
 int readKey();
 
-// Waits until there is a key to be read, at most for that long (0 or more). Earlier, at the latest
+// Waits until there is a key to be read, at most for a second. Earlier, at the latest
 // after a tenth of a second, when the terminal's size has changed, or the program was stopped and
 // goes on. False when it is to end: the screen has to be left.
-bool waitForKey(int32_t milliseconds);
+bool waitForKey();
 
 // In full-screen mode: shows what `write(argument)` writes until Enter or Q is typed, the terminal
 // is gone or the program is to end. Otherwise writes it once.

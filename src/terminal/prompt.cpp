@@ -115,7 +115,7 @@ static bool readAnswer(const char *prompt, char *answer) {
 char *promptForInput(const char *prompt) {
   static char answer[kPromptSize];
   answer[0] = '\0';
-  if (load(wantCurses) == 0 || stdscr == nullptr) return answer;
+  if (!isOnScreen()) return answer;
   nodelay(stdscr, TRUE);
   // Keys that send several bytes are those bytes: each is stored, and shown, as a character.
   keypad(stdscr, FALSE);

@@ -49,6 +49,10 @@ bool isScreenOpen() {
   return load(cursesFailed) == 0 && stdscr != nullptr;
 }
 
+bool isOnScreen() {
+  return load(wantCurses) != 0 && stdscr != nullptr;
+}
+
 uint32_t colorPair(int pair) {
   return load(g_Color) != 0 ? static_cast<uint32_t>(COLOR_PAIR(pair)) : 0;
 }

@@ -21,6 +21,9 @@ uint32_t colorPair(int pair);
 // Whether the full screen was opened. It still counts while it is left for a moment.
 bool isScreenOpen();
 
+// Whether what is written goes to the full screen.
+bool isOnScreen();
+
 // Opens the full screen: modes, colours, colour pairs. Ends the program when the terminal can't do
 // it; what cursesMessage then prints says so.
 void openScreen();

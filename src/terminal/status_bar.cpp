@@ -59,7 +59,7 @@ bool isStatusPassing() {
 }
 
 void printStatusBar() {
-  if (load(wantCurses) == 0 || stdscr == nullptr) return;
+  if (!isOnScreen()) return;
   const char *text = getStatusBar();
   if (text[0] == '\0') return;
   const int32_t left = load(sbTimeout);

@@ -38,6 +38,13 @@ std::string nameOf(const View &view) {
   return view.name;
 }
 
+void expectEndBy(Display &display, int number) {
+  const std::optional<Ending> ending = display.terminal().waitForEnd();
+  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
+  EXPECT_EQ(ending->signal, number) << *ending;
+  EXPECT_EQ(display.complaintAboutTerminal(), "");
+}
+
 // The program with one of them on its screen.
 class Shown {
  public:
@@ -48,12 +55,7 @@ class Shown {
     EXPECT_TRUE(terminal().isOnAlternateScreen());
   }
   Terminal &terminal() { return display_.terminal(); }
-  void expectEndBy(int number) {
-    const std::optional<Ending> ending = terminal().waitForEnd();
-    ASSERT_TRUE(ending.has_value()) << terminal().text();
-    EXPECT_EQ(ending->signal, number) << *ending;
-    EXPECT_EQ(display_.complaintAboutTerminal(), "");
-  }
+  void expectEndBy(int number) { test::expectEndBy(display_, number); }
 
  private:
   Display display_{{"kinds", 100, 40, false}};
@@ -93,10 +95,8 @@ TEST(Leaving, WhileFramesAreDrawn) {
     ASSERT_EQ(awaitWholeFrame(display.terminal()), "");
     display.terminal().press(std::string(20, '\x0c'));
     display.terminal().signal(SIGTERM);
-    const std::optional<Ending> ending = display.terminal().waitForEnd();
-    ASSERT_TRUE(ending.has_value()) << display.terminal().text();
-    EXPECT_EQ(ending->signal, SIGTERM) << *ending;
-    ASSERT_EQ(display.complaintAboutTerminal(), "");
+    expectEndBy(display, SIGTERM);
+    ASSERT_FALSE(testing::Test::HasFailure());
   }
 }
 
@@ -119,10 +119,7 @@ TEST(Leaving, WhileACoreIsDumped) {
   display.terminal().press("c");
   ASSERT_TRUE(display.terminal().waitFor([&] { return core.exists(); }));
   display.terminal().signal(SIGTERM);
-  const std::optional<Ending> ending = display.terminal().waitForEnd();
-  ASSERT_TRUE(ending.has_value()) << display.terminal().text();
-  EXPECT_EQ(ending->signal, SIGTERM) << *ending;
-  EXPECT_EQ(display.complaintAboutTerminal(), "");
+  ASSERT_NO_FATAL_FAILURE(expectEndBy(display, SIGTERM));
   EXPECT_FALSE(core.exists());
 }
 
