@@ -1,5 +1,6 @@
 // How fast stackshots are made and printed: 200 processes with 25 threads each, every thread with a
-// name, times, and stacks of 12 and 30 addresses. What is printed is thrown away.
+// name, times, and stacks of 12 and 30 addresses; and items that never end. What is printed is
+// thrown away.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -8,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "darwin/kcdata.h"
+#include "darwin/stackshot.h"
 #include "host/snapshot.h"
 #include "kcdata/parser.h"
 #include "kcdata/type_names.h"
@@ -58,8 +61,8 @@ void writeStackshot(benchmark::State &state) {
   countBytes(state, bytes);
 }
 
-void printStackshot(benchmark::State &state, uint32_t flags, uint32_t threadsOnly) {
-  const std::vector<uint8_t> written = writeSnapshot(snapshot(), kFlags);
+void print(benchmark::State &state, const std::vector<uint8_t> &written, uint32_t flags,
+           uint32_t threadsOnly) {
   std::FILE *const terminal = stdout;
   stdout = std::fopen("/dev/null", "we");
   if (stdout == nullptr) std::abort();
@@ -71,10 +74,38 @@ void printStackshot(benchmark::State &state, uint32_t flags, uint32_t threadsOnl
   countBytes(state, written.size());
 }
 
+void printStackshot(benchmark::State &state, uint32_t flags, uint32_t threadsOnly) {
+  print(state, writeSnapshot(snapshot(), kFlags), flags, threadsOnly);
+}
+
+// One item of that many bytes, all of them a letter.
+void printBroken(benchmark::State &state, uint32_t type, uint64_t itemFlags) {
+  const uint32_t size = static_cast<uint32_t>(state.range(0));
+  std::vector<uint8_t> bytes(16);
+  const auto append = [&bytes](const auto &word) {
+    const auto *start = reinterpret_cast<const uint8_t *>(&word);
+    bytes.insert(bytes.end(), start, start + sizeof word);
+  };
+  append(darwin::kcdata_item{type, size, itemFlags});
+  bytes.resize(bytes.size() + size, 'n');
+  print(state, bytes, 0, 0);
+}
+
 BENCHMARK(writeStackshot)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(printStackshot, all, 0, 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(printStackshot, numbers, sondex::kPrintNumbers, 0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(printStackshot, threads, sondex::kPrintCompact, 1)->Unit(benchmark::kMillisecond);
+
+// A version of the system, and an array of threads' names whose count says nothing of their length.
+BENCHMARK_CAPTURE(printBroken, text, darwin::STACKSHOT_KCTYPE_OSVERSION, 0)
+    ->Arg(256 << 10)
+    ->Arg(16 << 20)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(printBroken, names, darwin::KCDATA_TYPE_ARRAY_PAD0,
+                  uint64_t{darwin::STACKSHOT_KCTYPE_THREAD_NAME} << 32 | UINT32_MAX)
+    ->Arg(256 << 10)
+    ->Arg(16 << 20)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

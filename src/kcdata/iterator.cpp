@@ -1,7 +1,5 @@
 #include "kcdata/iterator.h"
 
-#include <string.h>
-
 #include <algorithm>
 
 #include "darwin/kcdata.h"
@@ -13,10 +11,7 @@ static size_t bytesLeft(kcdata_iter_t iter) {
 }
 
 static darwin::kcdata_item headerOf(kcdata_iter_t iter) {
-  darwin::kcdata_item header = {};
-  const size_t present = std::min(bytesLeft(iter), sizeof header);
-  if (present != 0) memcpy(&header, iter.item, present);
-  return header;
+  return readRecord<darwin::kcdata_item>(iter.item, bytesLeft(iter));
 }
 
 kcdata_iter_t kcdata_iter(const void *begin, const void *end) {
@@ -63,10 +58,7 @@ uint32_t kcdata_iter_array_filler(kcdata_iter_t iter) {
 uint32_t kcdata_iter_container_type(kcdata_iter_t iter) {
   const uint8_t *payload = kcdata_iter_payload(iter);
   const size_t inBuffer = static_cast<size_t>(iter.end - payload);
-  uint32_t type = 0;
-  const size_t present = std::min({inBuffer, size_t{kcdata_iter_size(iter)}, sizeof type});
-  if (present != 0) memcpy(&type, payload, present);
-  return type;
+  return readRecord<uint32_t>(payload, std::min<size_t>(inBuffer, kcdata_iter_size(iter)));
 }
 
 const uint8_t *kcdata_iter_payload(kcdata_iter_t iter) {

@@ -4,8 +4,21 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 namespace sondex {
+
+// The record at the start of the `size` bytes at `bytes`.
+template <typename Record>
+Record readRecord(const uint8_t *bytes, size_t size) {
+  Record record = {};
+  if (size >= sizeof record) {
+    memcpy(&record, bytes, sizeof record);  // nearly always: no call, as the size is known
+  } else if (size != 0) {
+    memcpy(&record, bytes, size);
+  }
+  return record;
+}
 
 // A place in a buffer, which has to outlive it.
 struct kcdata_iter_t {

@@ -1,5 +1,6 @@
 // Prints a stackshot: a line for each item of its chunked data, indented by the containers that it
-// is in. A few payloads are decoded, the others are only named.
+// is in. A few payloads are decoded, the others are only named. All of it is written to standard
+// output, whose stream knows about errors, when a function returns.
 #pragma once
 
 #include <stddef.h>
@@ -13,6 +14,10 @@ struct KcdataElement {
   const uint8_t *bytes;
   size_t size;
 };
+
+// The most bytes that parse_stackshot() prints for each byte of a buffer, whatever is in it. Tests
+// and fuzzers hold it to that.
+constexpr size_t kMostPrintedPerByte = 32;
 
 // Prints the `size` bytes of `buffer` to standard output; the first item, which opens the buffer,
 // is left out. `print_flags` has the bits of type_names.h. With `threads_only` not 0, only what is

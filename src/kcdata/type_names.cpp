@@ -1,10 +1,12 @@
 #include "kcdata/type_names.h"
 
-#include <stddef.h>
+#include <string.h>
+
+#include <charconv>
+#include <iterator>
 
 #include "darwin/kcdata.h"
 #include "darwin/stackshot.h"
-#include "text/append.h"
 
 namespace sondex {
 
@@ -130,11 +132,18 @@ static const char *compactNameOf(uint32_t type) {
 const char *kcdata_type_to_text(uint32_t type, uint32_t print_flags) {
   static char text[80];
   const char *name = (print_flags & kPrintCompact) != 0 ? compactNameOf(type) : nameOf(type);
-  text[0] = '\0';
-  append(text, sizeof text, isBare(type) ? "%s" : "%s ", name);
-  if ((print_flags & kPrintNumbers) != 0 && !isBare(type)) {
-    append(text, sizeof text, "(0x%x)", type);
+  const size_t length = strlen(name);
+  memcpy(text, name, length);
+  char *end = text + length;
+  if (!isBare(type)) {
+    *end++ = ' ';
+    if ((print_flags & kPrintNumbers) != 0) {
+      memcpy(end, "(0x", 3);
+      end = std::to_chars(end + 3, std::end(text), type, 16).ptr;
+      *end++ = ')';
+    }
   }
+  *end = '\0';
   return text;
 }
 

@@ -31,6 +31,7 @@ static const Range kUnsafe[] = {
 
 // Length in bytes of the printable character that starts at `text`, 0 when there is none.
 static size_t characterLength(const char *text, size_t available) {
+  if (*text >= ' ' && *text <= '~') return 1;  // nearly all text
   uint32_t code = 0;
   const size_t length = decodeUTF8(text, available, &code);
   if (length > 1 && !utf8Allowed) return 0;
@@ -41,17 +42,17 @@ static size_t characterLength(const char *text, size_t available) {
 }
 
 char *makeSafe(char *to, size_t toSize, const char *from, size_t fromSize) {
-  const size_t end = strnlen(from, fromSize);
   size_t written = 0;
   size_t i = 0;
-  while (i < end) {
-    const size_t length = characterLength(from + i, end - i);
+  // No further than what is written, so that a long text can be taken piece by piece.
+  while (i < fromSize && from[i] != '\0') {
+    const size_t length = characterLength(from + i, fromSize - i);
     const size_t needed = length == 0 ? 1 : length;
     if (written + needed >= toSize) break;
-    if (length == 0) {
-      to[written] = '?';
-    } else {
+    if (length > 1) {
       memcpy(to + written, from + i, length);
+    } else {
+      to[written] = length == 0 ? '?' : from[i];
     }
     written += needed;
     i += needed;

@@ -1,5 +1,5 @@
 // What something costs, whatever else the machine is doing: the basic blocks run in the sources
-// that this folder's CMakeLists.txt names.
+// that this folder's CMakeLists.txt names, and the bytes that strnlen() looks at.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -93,6 +94,19 @@ TEST(KcdataElement, LongTextIsWhole) {
   std::string text;
   while (text.size() < 5000) text += "-v x=\xC3\xA9 ";
   EXPECT_EQ(element(2318, Bytes().text(text)), (Printed{text + "\n", text.size()}));
+}
+
+// However it is read, a character is read whole.
+TEST(KcdataElement, VeryLongTextIsWhole) {
+  std::string text = "x";
+  while (text.size() < 1 << 20) text += "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+  for (const char *before : {"", "1", "12", "123"}) {
+    const std::string moved = before + text;
+    // Not compared as arguments: a failure would print them.
+    const Printed printed = element(2319, Bytes().text(moved));
+    EXPECT_TRUE(printed.text == moved + "\n");
+    EXPECT_EQ(printed.used, moved.size());
+  }
 }
 
 TEST(KcdataElement, ReturnAddress) {
@@ -231,6 +245,30 @@ TEST(KcdataPayload, ArrayWithACountThatMakesNoSense) {
             "of 4 Elements of type _USER_STACKLR64 \n\t\t0x1122334455\n\t\t0x66778899aa\n");
   EXPECT_EQ(payloadText(Bytes().array(2339, 2, Bytes().u64(1).u64(2).u64(3).u64(4).upTo(41), 17)),
             "of 2 Elements of type _INSTRS_CYCLES \nI: 1 C:2 PI:3 PC:4I: 0 C:0 PI:0 PC:0");
+}
+
+TEST(KcdataPayload, ArrayOfNames) {
+  const Bytes names = Bytes().text("alpha").upTo(8).text("beta").upTo(16).text("gamma").upTo(24);
+  const std::string text = "of 3 Elements of type _THREAD_NAME\n\talpha\tbeta\tgamma";
+  EXPECT_EQ(payloadText(Bytes().array(2313, 3, names)), text);
+  EXPECT_EQ(payloadText(Bytes().array(2313, 3, Bytes(names).upTo(25))), text);
+}
+
+// A name that goes on behind its word is shown again from each word that it goes through.
+TEST(KcdataPayload, ArrayOfNamesThatRunIntoOneAnother) {
+  EXPECT_EQ(payloadText(Bytes().array(2313, 2, Bytes().text("a longer name").upTo(33))),
+            "of 2 Elements of type _THREAD_NAME\n\ta longer name\t name");
+  EXPECT_EQ(payloadText(Bytes().array(2313, 2, Bytes().text("a longer name").upTo(32))),
+            "of 2 Elements of type _THREAD_NAME\n\ta longer name\t name");
+}
+
+// As long as a kernel's names can be, and no longer: the last ones end with the bytes.
+TEST(KcdataPayload, ArrayOfNamesWithoutEnd) {
+  std::string text = "of 10 Elements of type _THREAD_NAME\n";
+  for (const size_t length : {64, 64, 64, 57, 49, 41, 33, 25, 17, 9}) {
+    text += "\t" + std::string(length, 'n');
+  }
+  EXPECT_EQ(payloadText(Bytes().array(2313, 10, Bytes().text(std::string(81, 'n')))), text);
 }
 
 TEST(KcdataPayload, ArrayOfEmptyTextsEnds) {
@@ -436,6 +474,74 @@ TEST(Kcdata, NestsDeeplyWithoutEnds) {
   // The indentation has a bound, the number has none.
   const std::string tabs(256, '\t');
   EXPECT_THAT(text, EndsWith("0x7d00: " + tabs + "999) CONTAINER_BEGIN (0x13) Task container\n"));
+}
+
+// Whatever the items are, twice as many of them print twice as much.
+
+Bytes repeated(size_t times, const Bytes &bytes) {
+  Bytes all = opened();
+  const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+  for (size_t i = 0; i < times; i++) all.text(text);
+  return all;
+}
+
+void expectBounded(const Bytes &bytes) {
+  const size_t most = kMostPrintedPerByte * bytes.size();
+  EXPECT_LE(parsed(bytes).size(), most);
+  EXPECT_LE(parsed(bytes, 2).size(), most);
+  EXPECT_LE(parsed(bytes, 2, 1).size(), most);
+}
+
+TEST(KcdataGrowth, OfContainersWithoutEnds) {
+  for (const size_t count : {1000, 10000}) {
+    expectBounded(repeated(count, Bytes().item(19)));
+    expectBounded(repeated(count, Bytes().begin(2308)));
+    expectBounded(repeated(count, Bytes().begin(2307).begin(2308).end()));
+  }
+}
+
+TEST(KcdataGrowth, OfItemsAtTheDeepest) {
+  const Bytes begins = repeated(1000, Bytes().item(19));
+  const std::string_view text(reinterpret_cast<const char *>(begins.data()), begins.size());
+  for (const Bytes &item :
+       {Bytes().item(2353), Bytes().item(0xFFFFFFFF), Bytes().item(2310),
+        Bytes().array(2353, 0xFFFFFFFF, {}), Bytes().array(2374, 0x80000000, Bytes().text("\xFF")),
+        Bytes().array(2309, 2, Bytes().text("\xFF")), Bytes().array(2318, 9, {})}) {
+    Bytes bytes = Bytes().text(text);
+    for (int i = 0; i < 10000; i++) {
+      bytes.text({reinterpret_cast<const char *>(item.data()), item.size()});
+    }
+    expectBounded(bytes);
+  }
+}
+
+// Elements of every kind, with counts that divide the bytes, that don't, and that are not theirs.
+TEST(KcdataGrowth, OfElements) {
+  for (const uint32_t type :
+       {0u, 49u, 2309u, 2313u, 2318u, 2319u, 2326u, 2329u, 2334u, 2339u, 2374u}) {
+    for (const char *pattern : {"n", "\xFF", "\xF0\x9F\x98\x80"}) {
+      std::string text;
+      while (text.size() < 16384) text += pattern;
+      for (const uint32_t count : {0u, 1u, 2u, 3u, 341u, 512u, 2048u, 2049u, 16384u, 0xFFFFFFFFu}) {
+        for (const uint32_t kind : {0x20u, 0x21u}) {
+          SCOPED_TRACE(std::to_string(type) + ", " + std::to_string(count));
+          expectBounded(opened().array(type, count, Bytes().text(text), kind));
+        }
+      }
+    }
+  }
+}
+
+// A name is shown from every word of it, but never more than a kernel keeps of one.
+TEST(KcdataGrowth, OfNamesWithoutALength) {
+  for (const size_t words : {1000, 10000, 100000}) {
+    const std::string text(8 * words + 1, 'n');
+    const Bytes bytes = opened().array(2313, static_cast<uint32_t>(words), Bytes().text(text));
+    const std::string shown = parsed(bytes);
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), '\t'), words);
+    EXPECT_LE(shown.size(), 65 * words + 50);
+    EXPECT_GT(shown.size(), 65 * words - 300);
+  }
 }
 
 // No byte of a buffer is trusted: each cut short, and each with one byte changed.
