@@ -2,7 +2,6 @@
 
 #include <strings.h>
 
-#include "nstat/accounting.h"
 #include "state/display.h"
 
 namespace sondex {
@@ -141,17 +140,29 @@ int sort_status(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b)
   return ascending(reverse, statusKey(a), statusKey(b));
 }
 
+static const SourceSums *sortedSums = nullptr;
+
+void sortBySums(const SourceSums *sums) {
+  sortedSums = sums;
+}
+
 // Not by getNTStatInfo: sorting goes on while another thread draws, and would overwrite its answer.
-static int32_t receivedKey(const ProcessRecord *record) {
+static NetworkTotals totalsOf(const ProcessRecord *record) {
   NetworkTotals totals = {};
-  sumSources(pidOf(record), &totals);
-  return static_cast<int32_t>(static_cast<uint32_t>(totals.received));
+  if (sortedSums != nullptr) {
+    sumAtMoment(sortedSums, pidOf(record), &totals);
+  } else {
+    sumSources(pidOf(record), &totals);
+  }
+  return totals;
+}
+
+static int32_t receivedKey(const ProcessRecord *record) {
+  return static_cast<int32_t>(static_cast<uint32_t>(totalsOf(record).received));
 }
 
 static int32_t sentKey(const ProcessRecord *record) {
-  NetworkTotals totals = {};
-  sumSources(pidOf(record), &totals);
-  return static_cast<int32_t>(static_cast<uint32_t>(totals.sent));
+  return static_cast<int32_t>(static_cast<uint32_t>(totalsOf(record).sent));
 }
 
 int sort_netrx(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b) {

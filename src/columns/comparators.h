@@ -4,6 +4,7 @@
 #pragma once
 
 #include "columns/column.h"
+#include "nstat/accounting.h"
 
 namespace sondex {
 
@@ -33,6 +34,10 @@ int sort_name(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
 
 // Running processes first, then zombies, stopped, sleeping, runnable, idle.
 int sort_status(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);
+
+// What the next two go by, until null is set: one moment's sums, or those of each comparison. The
+// sorting thread's only.
+void sortBySums(const SourceSums *sums);
 
 // Smallest first.
 int sort_netrx(int32_t reverse, const ProcessRecord *a, const ProcessRecord *b);

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include "columns/comparators.h"
 #include "proc/process_table.h"
 #include "state/display.h"
 
@@ -32,7 +33,12 @@ void doSort(Comparator comparator) {
   for (size_t i = 0; i < count; i++) order[i] = &table.records[i];
   sortComparator = comparator;
   sortReverse = load(g_reverse);
+  const bool isByNetwork = comparator == sort_netrx || comparator == sort_nettx;
+  SourceSums *sums = isByNetwork ? takeSourceSums() : nullptr;
+  sortBySums(sums);
   qsort(order, count, sizeof order[0], compareAddresses);
+  sortBySums(nullptr);
+  releaseSourceSums(sums);
   reorderProcessTable(table, order);
   free(order);
 }

@@ -33,8 +33,21 @@ struct NetworkTotals {
 // drops out. Any thread.
 bool sumSources(int32_t pid, NetworkTotals *totals);
 
-// The same sums; null where sumSources answers false. In a pair that the next call overwrites;
-// drawing thread only, like the two below.
+// The sums of all processes at one moment, for who asks over and over.
+struct SourceSums;
+
+// Takes them. Null when memory is short. The caller owns them until releaseSourceSums(). Any
+// thread.
+SourceSums *takeSourceSums();
+
+// As sumSources() at the moment when they were taken. Any thread.
+bool sumAtMoment(const SourceSums *sums, int32_t pid, NetworkTotals *totals);
+
+// Null is ignored.
+void releaseSourceSums(SourceSums *sums);
+
+// The same as those of sumSources; null where sumSources answers false. In a pair that the next
+// call overwrites; drawing thread only, like the two below.
 const NetworkTotals *getNTStatInfo(int32_t pid);
 
 // The low 32 bits of a total as a signed number, -1 where getNTStatInfo answers null. Nothing calls

@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "darwin/errors.h"
 #include "darwin/syscalls.h"
 
@@ -51,16 +53,19 @@ JetsamList *getMemoryStatusPriorityList() {
   JetsamList *list = takeList(static_cast<size_t>(size));
   if (list == nullptr) return nullptr;
   qsort(list->entries, countOf(list), sizeof(Entry), compare_jetsam_pids);
+  list->isInOrder = 1;
   return list;
 }
 
-// Kept: a scan, though the list is in order. It holds a few hundred entries.
+// The one that a scan from the start finds.
 static const Entry *findEntry(int32_t pid, const JetsamList *list) {
   const Entry *end = list->entries + countOf(list);
-  for (const Entry *entry = list->entries; entry != end; entry++) {
-    if (entry->pid == pid) return entry;
-  }
-  return nullptr;
+  const Entry *entry =
+      list->isInOrder != 0
+          ? std::lower_bound(list->entries, end, pid,
+                             [](const Entry &each, int32_t wanted) { return each.pid < wanted; })
+          : std::find_if(list->entries, end, [pid](const Entry &each) { return each.pid == pid; });
+  return entry != end && entry->pid == pid ? entry : nullptr;
 }
 
 const Entry *getJetsamPropertiesOfPID(int32_t pid, const JetsamList *list) {

@@ -12,9 +12,10 @@ namespace sondex {
 constexpr int32_t kNoJetsamList = -2;
 
 // A list as taken: the byte count the kernel gave, negative when the second call failed, and that
-// many bytes of entries in ascending order of process ID, aligned as they have to be.
+// many bytes of entries, aligned as they have to be.
 struct JetsamList {
   int32_t byteCount;
+  int32_t isInOrder;  // as getMemoryStatusPriorityList leaves it; 0 where that isn't known
   darwin::memorystatus_priority_entry entries[];
 };
 
@@ -23,8 +24,8 @@ struct JetsamList {
 int memorystatus_control(uint32_t command, int32_t pid, uint32_t flags, void *buffer,
                          size_t bufferSize);
 
-// Takes the list. Returns a heap block that the caller frees; null, after a message when the kernel
-// refused.
+// Takes the list, in ascending order of process ID. Returns a heap block that the caller frees;
+// null, after a message when the kernel refused.
 JetsamList *getMemoryStatusPriorityList();
 
 // The first entry of `pid` inside the list, null when it is not in it, and kNoJetsamList as a

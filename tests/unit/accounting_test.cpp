@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "columns/comparators.h"
 #include "tests/unit/display_state.h"
 
@@ -55,6 +57,35 @@ TEST_F(Accounting, LastPlaceIsNotSummed) {
   EXPECT_EQ(getNTStatInfo(kOwner), nullptr);
   file(0, kOwner, 1, 2);
   EXPECT_EQ(getNTStatInfo(kOwner)->received, 1u);
+}
+
+TEST_F(Accounting, SumsOfAMomentAreThoseOfEveryProcessThen) {
+  std::map<int32_t, NetworkTotals> expected;
+  for (int source = 0; source < kLastSource; source++) {
+    const int32_t pid = source % 5 == 0 ? 0 : source * source % 97 - 1;
+    const uint64_t received = static_cast<uint64_t>(source) << 33;
+    file(source, pid, received, static_cast<uint64_t>(source));
+    if (pid == 0) continue;
+    expected[pid].received += received;
+    expected[pid].sent += static_cast<uint64_t>(source);
+  }
+  file(kLastSource, 500, 1, 1);
+  SourceSums *sums = takeSourceSums();
+  ASSERT_NE(sums, nullptr);
+  // What is filed later is of another moment.
+  for (int source = 0; source < kLastSource; source++) file(source, 500, 9, 9);
+
+  for (int32_t pid = -2; pid < 100; pid++) {
+    NetworkTotals totals = {3, 4};
+    EXPECT_EQ(sumAtMoment(sums, pid, &totals), pid != 0 && expected.contains(pid)) << pid;
+    const NetworkTotals wanted = pid == 0 ? NetworkTotals{3, 4} : expected[pid];
+    EXPECT_EQ(totals.received, wanted.received) << pid;
+    EXPECT_EQ(totals.sent, wanted.sent) << pid;
+  }
+  NetworkTotals totals = {};
+  EXPECT_FALSE(sumAtMoment(sums, 500, &totals));
+  releaseSourceSums(sums);
+  releaseSourceSums(nullptr);
 }
 
 TEST_F(Accounting, PidZeroIsNeverSummed) {

@@ -55,6 +55,22 @@ TEST_F(Sorting, PutsTheComparatorsFirstInFront) {
   EXPECT_EQ(sortedBy(sort_name), (Pids{2, 1, 3}));
 }
 
+TEST_F(Sorting, ByNetworkGoesByTheSumsOfAllSources) {
+  current({{1, 0, "a"}, {2, 0, "b"}, {3, 0, "c"}});
+  const auto file = [](int source, int32_t pid, uint64_t received, uint64_t sent) {
+    store(process_pid_info[source], pid);
+    store(process_ntstat_info[source].received, received);
+    store(process_ntstat_info[source].sent, sent);
+  };
+  file(4, 1, 50, 1);
+  file(900, 1, 50, 1);
+  file(7, 3, 70, 9);
+  EXPECT_EQ(sortedBy(sort_netrx), (Pids{2, 3, 1}));
+  EXPECT_EQ(sortedBy(sort_nettx), (Pids{2, 1, 3}));
+  file(7, 2, 1000, 9);
+  EXPECT_EQ(sortedBy(sort_netrx), (Pids{3, 1, 2})) << "each sort goes by the sums of its time";
+}
+
 TEST_F(Sorting, HandsTheReverseFlagOn) {
   current({{1, 30, "b"}, {2, 10, "c"}, {3, 20, "a"}});
   store(g_reverse, 1);
