@@ -25,9 +25,9 @@ uint64_t nanosecondsPerTick() {
 }
 
 uint64_t ticksToNanoseconds(uint64_t ticks) {
-  uint64_t length = nanosecondsPerTick();
-  uint64_t most = std::numeric_limits<uint64_t>::max();
-  return ticks > most / length ? most : ticks * length;
+  uint64_t nanoseconds = 0;
+  const bool fits = !__builtin_mul_overflow(ticks, nanosecondsPerTick(), &nanoseconds);
+  return fits ? nanoseconds : std::numeric_limits<uint64_t>::max();
 }
 
 uint64_t nanosecondsSinceBoot() {

@@ -374,7 +374,7 @@ void Descriptors::beginPass() {
 }
 
 Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
-                        std::vector<uint64_t> *sockets) {
+                        std::vector<uint64_t> *sockets, const DescriptorBudget *ownFiles) {
   const FileHandle directory = openDirectory(processDirectory, "fd");
   if (!directory.isOpen()) {
     return errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
@@ -383,14 +383,16 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
   inodes_.clear();
   alignas(8) char buffer[16384];
   Link link;
-  while (list_.size() < limit) {
+  bool isWhole = false;
+  while (!isWhole && list_.size() < limit) {
     // The kernel does some work for each entry it hands out: no more than the limit are asked for,
     // and the two of the directory itself.
     const size_t room = sizeof(buffer) / kEntrySize - 2;
     const size_t wanted = std::min(limit - list_.size(), room) + 2;
     const ssize_t size = getdents64(directory.get(), buffer, wanted * kEntrySize);
     if (size < 0) return failure(errno, processDirectory);
-    if (size == 0) break;
+    // The kernel stops for want of room only.
+    isWhole = static_cast<size_t>(size) + kEntrySize <= wanted * kEntrySize;
     for (size_t at = 0; at < static_cast<size_t>(size) && list_.size() < limit;) {
       const char *entry = buffer + at;
       uint16_t length;
@@ -403,7 +405,9 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
       const std::optional<int> number =
           parseEntry({name, strnlen(name, length - offsetof(dirent64, d_name))});
       if (!number.has_value()) continue;
-      if (link.read(directory.get(), EntryName(".", *number).text)) {
+      if (ownFiles != nullptr && ownFiles->has(*number)) {
+        list_.push_back({*number, darwin::PROX_FDTYPE_VNODE});
+      } else if (link.read(directory.get(), EntryName(".", *number).text)) {
         // In a listing of this process: what it is read from.
         if (*number == directory.get() && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});

@@ -11,6 +11,7 @@
 
 #include "darwin/proc_info.h"
 #include "host/errno.h"
+#include "host/linux/kept_files.h"
 #include "host/linux/mapped_files.h"
 #include "host/linux/other_networks.h"
 #include "host/linux/socket_table.h"
@@ -34,9 +35,10 @@ class Descriptors {
   void beginPass();
 
   // The descriptors in ascending order, at most `limit`, and the inodes of the sockets among them
-  // where `sockets` is not null. Work and memory are bounded by the limit.
+  // where `sockets` is not null. Work and memory are bounded by the limit. `ownFiles` are known to
+  // be files where this program itself is listed; null for another.
   Errno list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
-             std::vector<uint64_t> *sockets = nullptr);
+             std::vector<uint64_t> *sockets = nullptr, const DescriptorBudget *ownFiles = nullptr);
 
   // PROX_FDTYPE_*.
   Errno type(int processDirectory, int fd, uint32_t &type);

@@ -16,12 +16,13 @@ void KnownProcess::forgetAnswers() {
   ioResult.reset();
   hasOwnUsers.reset();
   descriptors.reset();
+  details.reset();
   hasThreads = false;
 }
 
 bool hasRunSince(const std::optional<SchedulerRecord> &before,
                  const std::optional<SchedulerRecord> &now, const ProcessStat &stat) {
-  if (stat.threads != 1 || stat.state == 'R' || !before || !now) return true;
+  if (stat.state == 'R' || !before || !now) return true;
   // A kernel that keeps no such records writes zeros.
   return now->turns == 0 || *before != *now;
 }
@@ -34,6 +35,11 @@ KnownProcess &KnownProcesses::find(int32_t pid, uint64_t startTicks) {
     process.startTicks = startTicks;
   }
   return process;
+}
+
+KnownProcess *KnownProcesses::look(int32_t pid) {
+  auto found = processes_.find(pid);
+  return found != processes_.end() ? &found->second : nullptr;
 }
 
 void KnownProcesses::keepOnly(const std::vector<int32_t> &pids) {
@@ -57,8 +63,8 @@ TableSharing compareDescriptorTables(int32_t pid, int32_t other) {
 }
 
 bool KnownProcesses::takeLife(int32_t pid) {
-  auto found = processes_.find(pid);
-  return found != processes_.end() && std::exchange(found->second.isAlive, false);
+  KnownProcess *process = look(pid);
+  return process != nullptr && std::exchange(process->isAlive, false);
 }
 
 std::unordered_map<uint64_t, int32_t> KnownProcesses::socketOwners() const {

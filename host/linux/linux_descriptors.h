@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/darwin/errors.h"
 #include "host/linux/shared_processes.h"
 #include "host/machine/descriptors.h"
 
@@ -27,10 +28,27 @@ class LinuxDescriptors : public virtual DescriptorQuestions {
   Errno channelDescriptor(pid_t pid, int fd, darwin::channel_fdinfo &info) override;
 
  private:
+  // Of the present process.
+  Errno listPresent(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list,
+                    std::vector<uint64_t> &sockets);
   template <typename T>
-  Errno ask(Errno (Descriptors::*question)(int, int, T &), pid_t pid, int fd, T &answer);
+  struct Kind {
+    Errno (Descriptors::*question)(int, int, T &);
+    uint32_t type;
+    Errno otherType = darwin::DARWIN_EBADF;  // the answer for a descriptor of another type
+  };
+  template <typename T>
+  Errno ask(const Kind<T> &kind, pid_t pid, int fd, T &answer);
+  // The same of a kind that samples ask for.
+  template <typename T>
+  Errno askOnce(const Kind<T> &kind, pid_t pid, int fd, T &answer);
+  template <typename T>
+  Errno read(const Kind<T> &kind, int fd, T &answer);
 
   SharedProcesses &shared_;
+  // Under the lock of the processes.
+  uint64_t answeredPass_ = 0;
+  size_t answersOfPass_ = 0;
 };
 
 }  // namespace host::linux_machine

@@ -70,21 +70,24 @@ Errno LinuxHost::memoryStatusList(std::vector<darwin::memorystatus_priority_entr
 // There is no order among those of one band, and nothing that keeps user data.
 Errno LinuxHost::setMemoryStatusPlace(pid_t pid, const MemoryStatusPlace &place) {
   const std::lock_guard lock(shared_.mutex);
-  const Errno error = shared_.present.read(pid);
+  int process = -1;
+  Errno error = shared_.present.read(pid);
+  if (error == kAnswered) error = shared_.present.directory(process);
   if (error != kAnswered) return error;
   if (shared_.present.stat().isKernelThread()) return darwin::DARWIN_EPERM;
   if (shared_.present.stat().isZombie()) return darwin::DARWIN_EBUSY;
   const int32_t score = place.band ? scoreAdjustment(*place.band) : kUsualScore;
-  const Errno written =
-      writeFile(shared_.present.directory(), "oom_score_adj", std::to_string(score) + "\n");
+  const Errno written = writeFile(process, "oom_score_adj", std::to_string(score) + "\n");
   return written == darwin::DARWIN_ENOENT ? darwin::DARWIN_ESRCH : written;
 }
 
 Errno LinuxHost::openLimited(pid_t pid, FileHandle &process) {
   const std::lock_guard lock(shared_.mutex);
-  const Errno error = shared_.readLive(pid);
+  int directory = -1;
+  Errno error = shared_.readLive(pid);
+  if (error == kAnswered) error = shared_.present.directory(directory);
   if (error != kAnswered) return error;
-  process = openStartingPoint(shared_.present.directory(), ".");
+  process = openStartingPoint(directory, ".");
   return process.isOpen() ? kAnswered : darwin::DARWIN_ESRCH;
 }
 

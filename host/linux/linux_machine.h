@@ -19,7 +19,7 @@ namespace host {
 
 namespace linux_machine {
 
-// Holds one directory handle of /proc, and at most one of a process.
+// Holds one directory handle of /proc, at most one of a process, and kept_files.h.
 class LinuxMachine final : public Machine,
                            public LinuxKernel,
                            public LinuxProcesses,
@@ -31,6 +31,8 @@ class LinuxMachine final : public Machine,
  public:
   // `proc` is an open handle of /proc.
   explicit LinuxMachine(FileHandle proc);
+
+  void beginSample() override { processes_->beginSample(); }
 
  private:
   explicit LinuxMachine(std::unique_ptr<SharedProcesses> processes);

@@ -37,8 +37,9 @@ Errno LinuxProcesses::processIDs(std::vector<int32_t> &pids) {
 Errno LinuxProcesses::readTask(pid_t pid, ProcessStatus &status,
                                std::vector<ThreadReading> *&threads) {
   Errno error = shared_.readLive(pid);
-  if (error == kAnswered) error = shared_.present.status(status);
+  // First the threads: that tells of what is known whether it still holds.
   if (error == kAnswered) error = shared_.present.threads(threads);
+  if (error == kAnswered) error = shared_.present.status(status);
   return error;
 }
 
@@ -48,7 +49,7 @@ Errno LinuxProcesses::taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) {
   std::vector<ThreadReading> *threads = nullptr;
   Errno error = readTask(pid, status, threads);
   if (error != kAnswered) return error;
-  fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), bootMoment(), info.pbsd);
+  fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), shared_.boot(), info.pbsd);
   fillTaskInfo(shared_.present.stat(), status, *threads, info.ptinfo);
   return kAnswered;
 }
@@ -61,7 +62,7 @@ Errno LinuxProcesses::bsdInfo(pid_t pid, bool zombies, darwin::proc_bsdinfo &inf
   if (error == kAnswered) error = shared_.present.checkAccess();
   if (error == kAnswered) error = shared_.present.status(status);
   if (error != kAnswered) return error;
-  fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), bootMoment(), info);
+  fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), shared_.boot(), info);
   return kAnswered;
 }
 
@@ -187,7 +188,7 @@ Errno LinuxProcesses::describeForStackshot(pid_t pid, StackshotTask &task) {
   Errno error = readTask(pid, status, threads);
   if (error != kAnswered) return error;
   task = describeTask(shared_.present.stat(), status, *threads, shared_.present.is64Bit(),
-                      bootMoment());
+                      shared_.boot());
   return kAnswered;
 }
 

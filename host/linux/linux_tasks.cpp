@@ -8,8 +8,10 @@ namespace host::linux_machine {
 
 Errno LinuxTasks::taskPort(pid_t pid) {
   const std::lock_guard lock(shared_.mutex);
+  int process = -1;
   Errno error = shared_.holdUserProcess(pid);
-  return error == kAnswered ? checkMemoryAccess(shared_.present.directory()) : error;
+  if (error == kAnswered) error = shared_.present.directory(process);
+  return error == kAnswered ? checkMemoryAccess(process) : error;
 }
 
 Errno LinuxTasks::taskNamePort(pid_t pid) {
@@ -19,19 +21,23 @@ Errno LinuxTasks::taskNamePort(pid_t pid) {
 
 Errno LinuxTasks::region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) {
   const std::lock_guard lock(shared_.mutex);
+  int directory = -1;
   Errno error = shared_.holdLive(pid);
+  if (error == kAnswered) error = shared_.present.directory(directory);
   if (error != kAnswered) return error;
   const ProcessKey process = {pid, shared_.present.stat().startTicks};
-  return regions_.find(shared_.present.directory(), process, address, info);
+  return regions_.find(directory, process, address, info);
 }
 
 Errno LinuxTasks::readMemory(pid_t pid, uint64_t address, size_t size, void *to) {
   FileHandle directory;
   {
     const std::lock_guard lock(shared_.mutex);
+    int process = -1;
     Errno error = shared_.holdUserProcess(pid);
+    if (error == kAnswered) error = shared_.present.directory(process);
     if (error != kAnswered) return error;
-    directory = openStartingPoint(shared_.present.directory(), ".");
+    directory = openStartingPoint(process, ".");
   }
   if (!directory.isOpen()) return darwin::DARWIN_ESRCH;
   // Not with the lock held: the memory may be slow to come from where it was swapped to.
@@ -42,9 +48,10 @@ Errno LinuxTasks::threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &regis
   ThreadPlace place;
   {
     const std::lock_guard lock(shared_.mutex);
+    int process = -1;
     Errno error = shared_.holdUserProcess(pid);
-    if (error != kAnswered) return error;
-    error = findThreadPlace(shared_.present.directory(), id, place);
+    if (error == kAnswered) error = shared_.present.directory(process);
+    if (error == kAnswered) error = findThreadPlace(process, id, place);
     if (error != kAnswered) return error;
     place.process = pid;
     place.is64Bit = shared_.present.is64Bit();

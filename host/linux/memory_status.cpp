@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <string>
 
 #include "host/darwin/errors.h"
 #include "host/darwin/memorystatus.h"
@@ -61,9 +60,19 @@ Errno writeOwnLimits(int processDirectory, int32_t pid, const std::vector<Cgroup
   return written == kAnswered ? kAnswered : errorUnlessGone(processDirectory, written);
 }
 
-static bool isProcessAlive(int procDirectory, int32_t pid) {
-  const FileHandle process = openStartingPoint(procDirectory, std::to_string(pid).c_str());
-  return process.isOpen() && isAlive(process.get());
+// The oom_score_adj of a process, from the file that is kept open for it if it is still the one
+// with this pid.
+static bool readScore(int procDirectory, int32_t pid, KnownProcess *known, FileReader &reader,
+                      int32_t &score) {
+  std::string_view text;
+  bool isRead = known != nullptr && known->files.areOpen() &&
+                reader.readRecord(known->files.score.handle(), text) == kAnswered;
+  if (!isRead) {
+    char name[32];
+    std::snprintf(name, sizeof name, "%d/oom_score_adj", pid);
+    isRead = reader.readRecord(procDirectory, name, text) == kAnswered;
+  }
+  return isRead && TextCursor(text).number(score);
 }
 
 void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
@@ -72,15 +81,9 @@ void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, Kno
   entries.clear();
   entries.reserve(pids.size());
   for (int32_t pid : pids) {
-    char name[32];
-    std::snprintf(name, sizeof name, "%d/oom_score_adj", pid);
-    std::string_view text;
     int32_t score = 0;
-    if (reader_.readRecord(procDirectory, name, text) != kAnswered ||
-        !TextCursor(text).number(score)) {
-      continue;
-    }
-    if (!known.takeLife(pid) && !isProcessAlive(procDirectory, pid)) continue;
+    if (!readScore(procDirectory, pid, known.look(pid), reader_, score)) continue;
+    if (!known.takeLife(pid) && !isAlive(procDirectory, pid)) continue;
     darwin::memorystatus_priority_entry entry{};
     entry.pid = pid;
     entry.priority = jetsamBand(score);

@@ -44,10 +44,17 @@ static Errno processError(Errno error) {
 }
 
 PresentProcess::PresentProcess(int procDirectory, KnownProcesses &known)
-    : procDirectory_(procDirectory), all_(known) {}
+    : procDirectory_(procDirectory), all_(known), caller_(__real_geteuid()) {}
+
+void PresentProcess::beginPass() {
+  release();
+  pass_++;
+  caller_ = __real_geteuid();
+}
 
 void PresentProcess::release() {
   directory_.close();
+  opened_ = {};
   pid_ = 0;
   known_ = nullptr;
 }
@@ -57,24 +64,65 @@ Errno PresentProcess::open(pid_t pid) {
   if (pid <= 0) return darwin::DARWIN_ESRCH;
   directory_ = openStartingPoint(procDirectory_, NumberedName("", pid, "").text());
   if (!directory_.isOpen()) return processError(darwinError(errno));
+  opened_ = openKeptFiles(all_.budget(), directory_.get());
   pid_ = pid;
   return kAnswered;
 }
 
+// Makes a process whose files are still open the present one.
+void PresentProcess::resume(pid_t pid) {
+  release();
+  KnownProcess *known = all_.look(pid);
+  if (known == nullptr || !known->files.areOpen()) return;
+  pid_ = pid;
+  known_ = known;
+}
+
+Errno PresentProcess::ensureDirectory() {
+  if (directory_.isOpen()) return kAnswered;
+  directory_ = openStartingPoint(procDirectory_, NumberedName("", pid_, "").text());
+  if (!directory_.isOpen()) return processError(darwinError(errno));
+  // The pid was its own all the while if it is still there.
+  std::string_view text;
+  const Errno error = processError(reader_.readRecord(files().score.handle(), text));
+  if (error != kAnswered) directory_.close();
+  return error;
+}
+
+Errno PresentProcess::directory(int &handle) {
+  const Errno error = ensureDirectory();
+  if (error == kAnswered) handle = directory_.get();
+  return error;
+}
+
+const KeptFiles &PresentProcess::files() const {
+  return known_ != nullptr && known_->files.areOpen() ? known_->files : opened_;
+}
+
+Errno PresentProcess::readFile(const char *name, std::string_view &text) {
+  const Errno error = ensureDirectory();
+  return error == kAnswered ? reader_.readRecord(directory_.get(), name, text) : error;
+}
+
 Errno PresentProcess::readText(const char *name, std::string_view &text) {
-  return processError(reader_.readRecord(directory_.get(), name, text));
+  return processError(readFile(name, text));
+}
+
+Errno PresentProcess::readText(const KeptFile &kept, const char *name, std::string_view &text) {
+  return kept.isOpen() ? processError(reader_.readRecord(kept.handle(), text))
+                       : readText(name, text);
 }
 
 Errno PresentProcess::readStat() {
   std::string_view text;
-  Errno error = readText("stat", text);
+  Errno error = readText(files().stat, "stat", text);
   if (error != kAnswered) return error;
   return parseProcessStat(text, stat_) ? kAnswered : darwin::DARWIN_EIO;
 }
 
 Errno PresentProcess::read(pid_t pid) {
-  Errno error = darwin::DARWIN_ESRCH;
-  if (directory_.isOpen() && pid_ == pid) error = readStat();
+  if (pid_ != pid) resume(pid);
+  Errno error = pid_ == pid ? readStat() : darwin::DARWIN_ESRCH;
   if (error == darwin::DARWIN_ESRCH) {
     error = open(pid);
     if (error == kAnswered) error = readStat();
@@ -87,21 +135,16 @@ Errno PresentProcess::read(pid_t pid) {
 // Joins a fresh stat with what is known of the process, and drops what may have changed.
 Errno PresentProcess::findOut(pid_t pid) {
   readAt_ = coarseNanoseconds();
+  reading_++;
   answered_ = 0;
   access_.reset();
+  threads_.clear();
   threadsRead_ = false;
   known_ = &all_.find(pid, stat_.startTicks);
+  if (!known_->files.areOpen()) known_->files = std::move(opened_);
   known_->isAlive = !stat_.isZombie();
-
-  std::optional<SchedulerRecord> record;
-  std::string_view text;
-  SchedulerRecord read{};
-  if (stat_.threads == 1 && readText("schedstat", text) == kAnswered &&
-      parseSchedulerRecord(text, read)) {
-    record = read;
-  }
-  if (hasRunSince(known_->record, record, stat_)) known_->forgetAnswers();
-  known_->record = record;
+  const bool hasRested = stat_.threads == 1 ? hasOnlyThreadRested() : haveKnownThreadsRested();
+  if (!hasRested) known_->forgetAnswers();
 
   if (!known_->isProcess) {
     ProcessStatus first{};
@@ -112,17 +155,50 @@ Errno PresentProcess::findOut(pid_t pid) {
   return *known_->isProcess ? kAnswered : darwin::DARWIN_ESRCH;
 }
 
+bool PresentProcess::hasOnlyThreadRested() {
+  std::string_view text;
+  SchedulerRecord read{};
+  const bool isRead = readText(files().schedule, "schedstat", text) == kAnswered &&
+                      parseSchedulerRecord(text, read);
+  const std::optional<SchedulerRecord> record = isRead ? std::optional(read) : std::nullopt;
+  const bool hasRested = !hasRunSince(known_->record, record, stat_);
+  known_->record = record;
+  known_->tellsRest = isRead;
+  return hasRested;
+}
+
+// The answer is no, and no thread is read, where not all are known.
+bool PresentProcess::haveKnownThreadsRested() {
+  known_->record.reset();
+  known_->tellsRest = false;
+  if (known_->threads.size() != stat_.threads) return false;
+  bool hasRested = true;
+  for (KnownThread &thread : known_->threads) {
+    const std::optional<SchedulerRecord> before = thread.record;
+    ProcessStat stat{};
+    if (!thread.files.areOpen() || !readKnownThread(thread, stat)) {
+      threads_.clear();
+      return false;
+    }
+    if (hasRunSince(before, thread.record, stat)) hasRested = false;
+    addThread(thread, stat, stat.userTicks, stat.systemTicks);
+  }
+  // Each of as many as there are is one that was there before.
+  threadsRead_ = true;
+  known_->tellsRest = true;
+  return hasRested;
+}
+
 bool PresentProcess::isFresh(pid_t pid) const {
   return known_ != nullptr && pid_ == pid && coarseNanoseconds() - readAt_ < kFreshFor;
 }
 
 Errno PresentProcess::readFor(pid_t pid, Question question) {
-  uint32_t bit = static_cast<uint32_t>(question);
-  if (!isFresh(pid) || (answered_ & bit) != 0) {
+  if (!isFresh(pid) || hasAnswered(question)) {
     Errno error = read(pid);
     if (error != kAnswered) return error;
   }
-  answered_ |= bit;
+  answered_ |= static_cast<uint32_t>(question);
   return kAnswered;
 }
 
@@ -132,24 +208,17 @@ Errno PresentProcess::hold(pid_t pid) {
 
 Errno PresentProcess::checkAccess() {
   if (!access_) {
-    uid_t caller = __real_geteuid();
     ProcessStatus owner{};
-    Errno error = caller == 0 ? kAnswered : status(owner);
+    Errno error = caller_ == 0 ? kAnswered : status(owner);
     if (error != kAnswered) return error;
-    access_ = caller == 0 || owner.user.effective == caller ? kAnswered : darwin::DARWIN_EPERM;
+    access_ = caller_ == 0 || owner.user.effective == caller_ ? kAnswered : darwin::DARWIN_EPERM;
   }
   return *access_;
 }
 
-// Memory is taken from a process, and shared with it, while it rests.
-static uint64_t movedBy(int64_t pages, uint64_t residentKiB) {
-  static const int64_t kPageKiB = sysconf(_SC_PAGESIZE) / 1024;
-  const int64_t moved = saturate<int64_t>(residentKiB) + pages * kPageKiB;
-  return static_cast<uint64_t>(std::max<int64_t>(moved, 0));
-}
-
 Errno PresentProcess::status(ProcessStatus &status) {
-  if (!known_->status) {
+  // Memory is taken from a process, and shared with it, while it rests.
+  if (!known_->status || known_->residentPages != stat_.residentPages) {
     std::string_view text;
     ProcessStatus parsed{};
     Errno error = readText("status", text);
@@ -159,14 +228,13 @@ Errno PresentProcess::status(ProcessStatus &status) {
     known_->residentPages = stat_.residentPages;
   }
   status = *known_->status;
-  status.residentKiB = movedBy(stat_.residentPages - known_->residentPages, status.residentKiB);
   return kAnswered;
 }
 
 Errno PresentProcess::io(ProcessIO &io) {
   if (!known_->ioResult) {
     std::string_view text;
-    Errno error = reader_.readRecord(directory_.get(), "io", text);
+    Errno error = readFile("io", text);
     if (error == darwin::DARWIN_ENOENT) {
       bool isGone = faccessat(directory_.get(), "stat", F_OK, 0) != 0;
       error = isGone ? darwin::DARWIN_ESRCH : darwin::DARWIN_ENOTSUP;
@@ -183,6 +251,8 @@ Errno PresentProcess::io(ProcessIO &io) {
 
 bool PresentProcess::is64Bit() {
   if (stat_.isKernelThread()) return sizeof(void *) == 8;
+  // No 32-bit program has its stack up there.
+  if (stat_.startStack > UINT32_MAX) return true;
   ExecutableImage image{stat_.startCode, stat_.startStack};
   std::string_view bytes;
   if (known_->image != image && readText("auxv", bytes) == kAnswered) {
@@ -210,6 +280,7 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
       error = readUserNamespace(procDirectory_, "self/ns/user", text);
       if (error == kAnswered) ownUsers_ = text;
     }
+    if (error == kAnswered) error = ensureDirectory();
     if (error == kAnswered) error = readUserNamespace(directory_.get(), "ns/user", text);
     if (error != kAnswered) return error;
     // Only a process that is gone has none where others have one.
@@ -221,6 +292,8 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
 }
 
 Errno PresentProcess::readLink(const char *name, std::string &path) {
+  const Errno error = ensureDirectory();
+  if (error != kAnswered) return error;
   char text[4096];
   ssize_t length = readlinkat(directory_.get(), name, text, sizeof text);
   if (length < 0) return processError(darwinError(errno));
@@ -270,56 +343,87 @@ Errno PresentProcess::threads(std::vector<ThreadReading> *&threads) {
   return kAnswered;
 }
 
-bool PresentProcess::hasThread(uint64_t id) const {
+bool PresentProcess::hasThread(uint64_t id) {
   const std::string name = std::string("task/").append(std::to_string(id));
-  return faccessat(directory_.get(), name.c_str(), F_OK, 0) == 0;
+  return ensureDirectory() == kAnswered && faccessat(directory_.get(), name.c_str(), F_OK, 0) == 0;
 }
 
-// Files a thread's reading, and returns what is to be known of it next time. `unchanged` are its
-// times if it has not run.
-KnownThread PresentProcess::addThread(const ProcessStat &stat, const ThreadFigures *unchanged) {
-  const std::vector<KnownThread> &before = known_->threads;
-  auto old = std::lower_bound(before.begin(), before.end(), stat.id,
-                              [](const KnownThread &thread, int32_t id) { return thread.id < id; });
-  KnownThread thread{};
-  if (old != before.end() && old->id == stat.id && old->startTicks == stat.startTicks) {
-    thread = *old;
-  }
+// Files a thread's reading. Its times may be had from elsewhere than its stat.
+void PresentProcess::addThread(KnownThread &thread, const ProcessStat &stat, uint64_t userTicks,
+                               uint64_t systemTicks) {
+  if (thread.id != stat.id || thread.startTicks != stat.startTicks) thread.estimate = {};
   thread.id = stat.id;
   thread.startTicks = stat.startTicks;
-  thread.figures.userTicks = unchanged != nullptr ? unchanged->userTicks : stat.userTicks;
-  thread.figures.systemTicks = unchanged != nullptr ? unchanged->systemTicks : stat.systemTicks;
-  uint64_t used = ticksToNanoseconds(thread.figures.userTicks + thread.figures.systemTicks);
+  thread.figures.userTicks = userTicks;
+  thread.figures.systemTicks = systemTicks;
+  const uint64_t used = ticksToNanoseconds(userTicks + systemTicks);
   thread.figures.usage =
       thread.estimate.look(used, ticksToNanoseconds(stat.startTicks), nanosecondsSinceBoot());
   threads_.push_back({stat, thread.figures, false});
-  return thread;
+}
+
+// What is known of a thread, to be filed again if it is still there.
+KnownThread PresentProcess::takeKnownThread(int32_t id) {
+  std::vector<KnownThread> &known = known_->threads;
+  auto found = std::lower_bound(
+      known.begin(), known.end(), id,
+      [](const KnownThread &thread, int32_t wanted) { return thread.id < wanted; });
+  return found != known.end() && found->id == id ? std::move(*found) : KnownThread{};
+}
+
+// By the files that are kept open for it.
+bool PresentProcess::readKnownThread(KnownThread &thread, ProcessStat &stat) {
+  std::string_view text;
+  if (reader_.readRecord(thread.files.stat.handle(), text) != kAnswered ||
+      !parseProcessStat(text, stat)) {
+    return false;
+  }
+  SchedulerRecord record{};
+  const bool hasRecord = reader_.readRecord(thread.files.schedule.handle(), text) == kAnswered &&
+                         parseSchedulerRecord(text, record);
+  thread.record = hasRecord ? std::optional(record) : std::nullopt;
+  return true;
+}
+
+bool PresentProcess::readThread(int tasks, int32_t id, KnownThread &thread, ProcessStat &stat) {
+  if (thread.files.areOpen() && readKnownThread(thread, stat)) return true;
+  thread.files = openKeptThreadFiles(all_.budget(), tasks, id);
+  if (thread.files.areOpen()) return readKnownThread(thread, stat);
+  thread.record.reset();
+  std::string_view text;
+  return reader_.readRecord(tasks, NumberedName("", id, "/stat").text(), text) == kAnswered &&
+         parseProcessStat(text, stat);
 }
 
 Errno PresentProcess::readOnlyThread() {
-  KnownThread thread{};
+  KnownThread thread;
   if (known_->hasThreads) {
     // The process's own stat tells the rest; its times are also those of threads that ended.
-    ThreadFigures unchanged = known_->threads.front().figures;
-    thread = addThread(stat_, &unchanged);
+    thread = std::move(known_->threads.front());
+    addThread(thread, stat_, thread.figures.userTicks, thread.figures.systemTicks);
   } else {
     std::string_view text;
     ProcessStat stat{};
     Errno error = readText(NumberedName("task/", pid_, "/stat").text(), text);
     if (error != kAnswered) return error;
     if (!parseProcessStat(text, stat)) return darwin::DARWIN_EIO;
-    thread = addThread(stat, nullptr);
+    thread = takeKnownThread(stat.id);
+    thread.files = {};
+    addThread(thread, stat, stat.userTicks, stat.systemTicks);
   }
-  known_->threads.assign(1, thread);
+  known_->threads.clear();
+  known_->threads.push_back(std::move(thread));
   known_->hasThreads = known_->record.has_value();
   return kAnswered;
 }
 
 Errno PresentProcess::readAllThreads() {
+  Errno error = ensureDirectory();
+  if (error != kAnswered) return error;
   FileHandle task = openDirectory(directory_.get(), "task");
   if (!task.isOpen()) return processError(darwinError(errno));
   std::vector<int32_t> ids;
-  Errno error = lister_.readNumbers(task.get(), ids);
+  error = lister_.readNumbers(task.get(), ids);
   if (error != kAnswered) return processError(error);
   std::sort(ids.begin(), ids.end());
 
@@ -327,15 +431,17 @@ Errno PresentProcess::readAllThreads() {
   seen.reserve(ids.size());
   threads_.reserve(ids.size());
   for (int32_t id : ids) {
-    std::string_view text;
+    KnownThread thread = takeKnownThread(id);
     ProcessStat stat{};
-    error = reader_.readRecord(task.get(), NumberedName("", id, "/stat").text(), text);
     // Threads end while the others are read.
-    if (error != kAnswered) continue;
-    if (parseProcessStat(text, stat)) seen.push_back(addThread(stat, nullptr));
+    if (!readThread(task.get(), id, thread, stat)) continue;
+    addThread(thread, stat, stat.userTicks, stat.systemTicks);
+    seen.push_back(std::move(thread));
   }
   known_->threads = std::move(seen);
-  known_->hasThreads = false;
+  // The next look compares with the records that were taken now: what was read before them may be
+  // of an earlier time.
+  known_->forgetAnswers();
   return kAnswered;
 }
 

@@ -1,7 +1,7 @@
-// The process that was asked about last: a handle of its directory, which stays with this process
-// even if its pid gets a new owner, and one reading of its files. A reading is made of few files,
-// each read when it is first needed, and never again for a process that has not run since the last
-// look.
+// The process that was asked about last: handles of its files and directory, which stay with this
+// process even if its pid gets a new owner, and one reading of them. A reading is made of few
+// files, each read when it is first needed, and never again for a process that has not run since
+// the last look.
 #pragma once
 
 #include <sys/types.h>
@@ -45,14 +45,24 @@ class PresentProcess {
   Errno read(pid_t pid);
   // Keeps a reading of a moment ago that has not answered `question` yet, else takes a new one.
   Errno readFor(pid_t pid, Question question);
-  // Keeps a reading of a moment ago, for what is read from directory() anyway.
+  // Whether the reading has answered it.
+  bool hasAnswered(Question question) const {
+    return (answered_ & static_cast<uint32_t>(question)) != 0;
+  }
+  // Keeps a reading of a moment ago, for what is read from its directory anyway.
   Errno hold(pid_t pid);
   // Lets go of it. To be called before `known` forgets processes.
   void release();
+  // The same, when another pass over all processes begins.
+  void beginPass();
 
   // Of the present process.
-  int directory() const { return directory_.get(); }
+  // An open handle of its directory, for as long as it is the present one.
+  Errno directory(int &handle);
   const ProcessStat &stat() const { return stat_; }
+  // Numbers of the pass and of the present reading, which no other has.
+  uint64_t pass() const { return pass_; }
+  uint64_t reading() const { return reading_; }
   KnownProcess &known() { return *known_; }
   // DARWIN_EPERM for another user's process unless the caller is root.
   Errno checkAccess();
@@ -71,18 +81,32 @@ class PresentProcess {
   // Ascending by ID.
   Errno threads(std::vector<ThreadReading> *&threads);
   // Whether it has the thread now, whatever threads() says.
-  bool hasThread(uint64_t id) const;
+  bool hasThread(uint64_t id);
 
  private:
   Errno open(pid_t pid);
+  void resume(pid_t pid);
+  // Of a process whose files were open anyway it is opened when it is first needed.
+  Errno ensureDirectory();
+  const KeptFiles &files() const;
   Errno readStat();
   Errno findOut(pid_t pid);
   bool isFresh(pid_t pid) const;
+  Errno readFile(const char *name, std::string_view &text);
+  // A file that is missing, or can't be read, is one of a process that is gone.
   Errno readText(const char *name, std::string_view &text);
+  Errno readText(const KeptFile &kept, const char *name, std::string_view &text);
   Errno readLink(const char *name, std::string &path);
   Errno readOnlyThread();
   Errno readAllThreads();
-  KnownThread addThread(const ProcessStat &stat, const ThreadFigures *unchanged);
+  bool hasOnlyThreadRested();
+  bool haveKnownThreadsRested();
+  KnownThread takeKnownThread(int32_t id);
+  bool readKnownThread(KnownThread &thread, ProcessStat &stat);
+  // The same, or else by its name below `tasks`.
+  bool readThread(int tasks, int32_t id, KnownThread &thread, ProcessStat &stat);
+  void addThread(KnownThread &thread, const ProcessStat &stat, uint64_t userTicks,
+                 uint64_t systemTicks);
 
   int procDirectory_;
   KnownProcesses &all_;
@@ -90,12 +114,16 @@ class PresentProcess {
   DirectoryReader lister_;
 
   FileHandle directory_;
+  KeptFiles opened_;  // until it is known whose they are
   pid_t pid_ = 0;
   KnownProcess *known_ = nullptr;
   ProcessStat stat_{};
   uint64_t readAt_ = 0;
+  uint64_t pass_ = 0;
+  uint64_t reading_ = 0;
   uint32_t answered_ = 0;
   std::optional<Errno> access_;
+  uid_t caller_;                         // as of the beginning of the pass
   std::optional<std::string> ownUsers_;  // our own user namespace, which stays
   std::vector<ThreadReading> threads_;
   bool threadsRead_ = false;

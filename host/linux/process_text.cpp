@@ -1,12 +1,40 @@
 #include "host/linux/process_text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <iterator>
 
 #include "host/linux/procfs.h"
 
 namespace host::linux_machine {
+
+// The numbers of a stat, each after one blank. It is the longest text of a sample, and read for
+// every process.
+class StatFields {
+ public:
+  explicit StatFields(std::string_view text) : at_(text.data()), end_(at_ + text.size()) {}
+
+  template <typename Number>
+  bool number(Number &value) {
+    if (at_ == end_ || *at_ != ' ') return false;
+    const auto [stop, error] = std::from_chars(at_ + 1, end_, value);
+    if (error != std::errc() || (stop != end_ && *stop != ' ')) return false;
+    at_ = stop;
+    return true;
+  }
+  bool skip(int count) {
+    for (; count > 0; count--) {
+      if (at_ == end_) return false;
+      at_ = std::find(at_ + 1, end_, ' ');
+    }
+    return true;
+  }
+
+ private:
+  const char *at_;
+  const char *const end_;
+};
 
 bool parseProcessStat(std::string_view text, ProcessStat &stat) {
   // The name may hold blanks and parentheses, the numbers after it can't: its end is the last ")".
@@ -22,26 +50,25 @@ bool parseProcessStat(std::string_view text, ProcessStat &stat) {
   }
   std::copy(name.begin(), name.end(), parsed.name);
 
-  std::string_view numbers = text.substr(close + 1);
-  if (numbers.find('\n') != numbers.size() - 1) return false;
-  TextCursor fields(numbers);
-  std::string_view state;
-  bool whole = fields.word(state) && fields.number(parsed.parent) && fields.number(parsed.group) &&
-               fields.number(parsed.session) && fields.number(parsed.terminal) &&
-               fields.number(parsed.terminalGroup) && fields.number(parsed.flags) &&
-               fields.number(parsed.minorFaults) && fields.skipWords(1) &&
-               fields.number(parsed.majorFaults) && fields.skipWords(1) &&
-               fields.number(parsed.userTicks) && fields.number(parsed.systemTicks) &&
-               fields.skipWords(3) && fields.number(parsed.nice) && fields.number(parsed.threads) &&
-               fields.skipWords(1) && fields.number(parsed.startTicks) &&
-               fields.number(parsed.virtualSize) && fields.number(parsed.residentPages) &&
-               fields.skipWords(1) && fields.number(parsed.startCode) && fields.skipWords(1) &&
-               fields.number(parsed.startStack) && fields.skipWords(11) &&
-               fields.number(parsed.realTimePriority) && fields.number(parsed.policy);
-  if (!whole || state.size() != 1) return false;
-  parsed.state = state[0];
-  stat = parsed;
-  return true;
+  std::string_view line = text.substr(close + 1);
+  if (line.find('\n') != line.size() - 1) return false;
+  line.remove_suffix(1);
+  if (line.size() < 2 || line[0] != ' ') return false;
+  parsed.state = line[1];
+  StatFields fields(line.substr(2));
+  bool whole =
+      fields.number(parsed.parent) && fields.number(parsed.group) &&
+      fields.number(parsed.session) && fields.number(parsed.terminal) &&
+      fields.number(parsed.terminalGroup) && fields.number(parsed.flags) &&
+      fields.number(parsed.minorFaults) && fields.skip(1) && fields.number(parsed.majorFaults) &&
+      fields.skip(1) && fields.number(parsed.userTicks) && fields.number(parsed.systemTicks) &&
+      fields.skip(3) && fields.number(parsed.nice) && fields.number(parsed.threads) &&
+      fields.skip(1) && fields.number(parsed.startTicks) && fields.number(parsed.virtualSize) &&
+      fields.number(parsed.residentPages) && fields.skip(1) && fields.number(parsed.startCode) &&
+      fields.skip(1) && fields.number(parsed.startStack) && fields.skip(11) &&
+      fields.number(parsed.realTimePriority) && fields.number(parsed.policy);
+  if (whole) stat = parsed;
+  return whole;
 }
 
 static bool parseIdentities(std::string_view text, ProcessStatus::Identities &identities) {

@@ -76,6 +76,19 @@ Errno FileReader::readRecord(int directory, const char *name, std::string_view &
   return read(directory, name, false, text);
 }
 
+Errno FileReader::readRecord(const FileHandle &file, std::string_view &text) {
+  if (buffer_.empty()) buffer_.resize(kFirstBuffer);
+  for (;;) {
+    const ssize_t taken = pread(file.get(), buffer_.data(), buffer_.size(), 0);
+    if (taken < 0 && errno == EINTR) continue;
+    if (taken < 0) return darwinError(errno);
+    text = std::string_view(buffer_.data(), static_cast<size_t>(taken));
+    if (text.size() < buffer_.size()) return kAnswered;
+    if (buffer_.size() >= kLargest) return darwin::DARWIN_EOVERFLOW;
+    buffer_.resize(buffer_.size() * 2);
+  }
+}
+
 Errno FileReader::readList(int directory, const char *name, std::string_view &text) {
   return read(directory, name, true, text);
 }

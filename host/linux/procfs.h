@@ -21,7 +21,8 @@ Errno darwinError(int linuxErrno);
 // An open descriptor, closed with its owner.
 class FileHandle {
  public:
-  explicit FileHandle(int descriptor = -1) : descriptor_(descriptor) {}
+  FileHandle() = default;
+  explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
   FileHandle(FileHandle &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   FileHandle &operator=(FileHandle &&other) noexcept;
   ~FileHandle() { close(); }
@@ -31,7 +32,7 @@ class FileHandle {
   void close();
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 // Opens the directory `name` below `directory` (AT_FDCWD for a full path), to be listed or only to
@@ -52,6 +53,8 @@ class FileReader {
   // A file that the kernel makes in one piece, as nearly all are: a read that leaves room has
   // reached its end.
   Errno readRecord(int directory, const char *name, std::string_view &text);
+  // The same of one that stays open: its text is made anew for each read from the start.
+  Errno readRecord(const FileHandle &file, std::string_view &text);
   // A file that may come in pieces.
   Errno readList(int directory, const char *name, std::string_view &text);
   // The first `most` bytes of a file, or all of one that is shorter.
@@ -160,16 +163,17 @@ bool readNumberRows(std::string_view text, const NumberRow<Record> (&rows)[count
   seen = 0;
   size_t likely = 0;
   while (lines.line(line)) {
-    size_t keyEnd = line.find_first_of(": ");
-    if (keyEnd == std::string_view::npos) continue;
-    std::string_view key = line.substr(0, keyEnd);
     for (size_t tried = 0; tried < count; tried++) {
       // Files have a fixed order and tables follow it: the next row is nearly always the one.
       size_t row = (likely + tried) % count;
-      if (rows[row].key != key) continue;
+      const std::string_view key = rows[row].key;
+      const bool hasKey = line.size() > key.size() &&
+                          (line[key.size()] == ':' || line[key.size()] == ' ') &&
+                          line.starts_with(key);
+      if (!hasKey) continue;
       likely = row + 1;
       if ((seen >> row & 1) != 0) break;
-      if (!TextCursor(line.substr(keyEnd + 1)).number(record.*rows[row].value)) return false;
+      if (!TextCursor(line.substr(key.size() + 1)).number(record.*rows[row].value)) return false;
       seen |= uint64_t{1} << row;
       break;
     }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "host/linux/clock.h"
 #include "host/linux/descriptors.h"
 #include "host/linux/known_processes.h"
 #include "host/linux/present_process.h"
@@ -28,11 +29,16 @@ struct SharedProcesses {
   PresentProcess present;
   Descriptors descriptors;
 
+  // A sample of all processes begins: one listing answers all its questions for the list.
+  void beginSample();
   // Newest first, as far as numbers tell: they start again from low ones after the highest.
   Errno list(std::vector<int32_t> &pids);
   // What may be remembered for one pass only is dropped, and so are processes that are not among
   // `pids`.
   void beginPass(const std::vector<int32_t> &pids);
+
+  // bootMoment() as of a moment ago: one reading serves a sample.
+  const WallTime &boot();
 
   // Whether the present process is one that the caller may ask about.
   Errno checkLive();
@@ -42,6 +48,15 @@ struct SharedProcesses {
   Errno holdLive(pid_t pid);
   // A kernel thread has no task of its own.
   Errno holdUserProcess(pid_t pid);
+
+ private:
+  Errno readList(std::vector<int32_t> &pids);
+
+  std::vector<int32_t> listed_;
+  uint64_t listedAt_ = 0;
+  int listAnswers_ = 0;  // how often it may still be given
+  WallTime boot_{};
+  uint64_t bootReadAt_ = 0;
 };
 
 }  // namespace host::linux_machine

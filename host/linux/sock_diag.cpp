@@ -19,6 +19,12 @@ namespace {
 constexpr size_t kMaximumSockets = 1000000;
 constexpr size_t kLongestSocketName = 108;
 
+constexpr uint8_t kMemoryFigures = 1 << (INET_DIAG_SKMEMINFO - 1);
+
+// But for what is no socket any more, or not yet.
+constexpr uint32_t kStatesWithInode =
+    ~(1U << kTcpTimeWait | 1U << kTcpSynReceived | 1U << kTcpNewSynReceived);
+
 struct Source {
   uint8_t family;
   int protocol;  // of the Internet families
@@ -51,6 +57,7 @@ void readLimits(Span attribute, DiagSocket &socket) {
 bool parseInternet(Span payload, SocketSource source, DiagSocket &socket) {
   inet_diag_msg message;
   if (!payload.read(0, message) || message.idiag_family != sourceOf(source).family) return false;
+  socket.source = source;
   socket.inode = message.idiag_inode;
   socket.state = message.idiag_state;
   socket.type = sourceOf(source).type;
@@ -147,12 +154,12 @@ bool parseSocket(Span payload, SocketSource source, DiagSocket &socket, std::str
 }
 
 // Requests have an attribute for protocols above 255.
-void appendInternet(NetlinkRequest &request, const Source &source) {
+void appendInternet(NetlinkRequest &request, const Source &source, uint8_t extensions) {
   inet_diag_req_v2 query = {};
   query.sdiag_family = source.family;
   query.sdiag_protocol = static_cast<uint8_t>(std::min(source.protocol, int{IPPROTO_RAW}));
-  query.idiag_ext = 1 << (INET_DIAG_SKMEMINFO - 1);
-  query.idiag_states = ~0U;
+  query.idiag_ext = extensions;
+  query.idiag_states = kStatesWithInode;
   request.append(query);
   if (source.protocol > UINT8_MAX) {
     request.append(nlattr{NLA_HDRLEN + sizeof(uint32_t), INET_DIAG_REQ_PROTOCOL});
@@ -179,7 +186,7 @@ void appendQuery(NetlinkRequest &request, SocketSource source) {
     query.pdiag_show = PACKET_SHOW_INFO | PACKET_SHOW_MEMINFO;
     request.append(query);
   } else {
-    appendInternet(request, sourceOf(source));
+    appendInternet(request, sourceOf(source), kMemoryFigures);
   }
 }
 
@@ -211,6 +218,52 @@ void parseSockets(const uint8_t *bytes, size_t size, SocketSource source, uint32
 bool isIPv4Mapped(const std::array<uint8_t, 16> &address) {
   constexpr uint8_t kPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
   return memcmp(address.data(), kPrefix, sizeof(kPrefix)) == 0;
+}
+
+bool listTcpSockets(NetlinkConnection &kernel, uint8_t extensions,
+                    const std::function<bool(Span payload)> &visit,
+                    const std::function<void()> &forget) {
+  const auto ask = [&](const NetlinkRequest &request, uint16_t requestType) {
+    return kernel.ask(request, requestType, NLM_F_DUMP, [&](uint16_t type, Span payload) {
+      return type != requestType || visit(payload);
+    });
+  };
+  const auto isListed = [](const DumpProgress &progress) {
+    return !progress.malformed && progress.error == 0;
+  };
+  // The older form names no family. For each request the kernel goes through a table that is large
+  // and nearly empty.
+  inet_diag_req both = {};
+  both.idiag_ext = extensions;
+  both.idiag_states = kStatesWithInode;
+  NetlinkRequest request;
+  request.append(both);
+  if (isListed(listWhole([&] { return ask(request, TCPDIAG_GETSOCK); }, forget))) return true;
+  forget();
+  for (const SocketSource source : {SocketSource::tcp4, SocketSource::tcp6}) {
+    NetlinkRequest each;
+    appendInternet(each, sourceOf(source), extensions);
+    if (!isListed(ask(each, SOCK_DIAG_BY_FAMILY))) return false;
+  }
+  return true;
+}
+
+bool SockDiag::dumpTcp(std::vector<DiagSocket> &sockets) {
+  const size_t before = sockets.size();
+  const auto forget = [&] { sockets.resize(before); };
+  const bool isListed = listTcpSockets(
+      kernel_, kMemoryFigures,
+      [&](Span payload) {
+        DiagSocket socket;
+        const bool isTcp = parseInternet(payload, SocketSource::tcp4, socket) ||
+                           parseInternet(payload, SocketSource::tcp6, socket);
+        if (!isTcp || sockets.size() > kMaximumSockets) return false;
+        if (socket.inode != 0) sockets.push_back(socket);
+        return true;
+      },
+      forget);
+  if (!isListed) forget();
+  return isListed;
 }
 
 bool SockDiag::dump(SocketSource source, std::vector<DiagSocket> &sockets, std::string &names) {

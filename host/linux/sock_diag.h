@@ -6,6 +6,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,11 +30,28 @@ enum class SocketSource : uint8_t {
 };
 inline constexpr size_t kSocketSources = 11;
 
+// The kernel's states of a TCP socket, and of a unix one, which are numbered alike: those of
+// <netinet/tcp.h>, which does not go with the <linux/tcp.h> that has the kernel's own figures.
+enum TcpState : uint8_t {
+  kTcpEstablished = 1,
+  kTcpSynSent,
+  kTcpSynReceived,
+  kTcpFinWait1,
+  kTcpFinWait2,
+  kTcpTimeWait,
+  kTcpClosed,
+  kTcpCloseWait,
+  kTcpLastAck,
+  kTcpListen,
+  kTcpClosing,
+  kTcpNewSynReceived,  // before the listener has made a socket of it
+};
+
 // One socket as the kernel lists it. Numbers are Linux's.
 struct DiagSocket {
   uint32_t inode = 0;
   SocketSource source = SocketSource::tcp4;
-  uint8_t state = 0;       // TCP_*
+  uint8_t state = 0;       // a TcpState
   uint8_t type = 0;        // SOCK_*
   uint8_t protocol = 0;    // of raw sockets (IPPROTO_*) and netlink sockets (NETLINK_*)
   bool ipv6Only = true;    // false: an IPv6 socket that takes IPv4 too
@@ -62,6 +80,14 @@ void parseSockets(const uint8_t *bytes, size_t size, SocketSource source, uint32
 // Whether an IPv6 address stands for an IPv4 one, which its last four bytes are.
 bool isIPv4Mapped(const std::array<uint8_t, 16> &address);
 
+// Lists the TCP sockets of both Internet families that have an inode, with the attributes
+// `extensions` (bits 1 << (INET_DIAG_* - 1)): calls `visit(payload)` for each, where false says
+// that the payload is malformed, and `forget` when all are to be visited once more. False if the
+// kernel does not list them, or not within a second.
+bool listTcpSockets(NetlinkConnection &kernel, uint8_t extensions,
+                    const std::function<bool(Span payload)> &visit,
+                    const std::function<void()> &forget);
+
 // Lists sockets of this network namespace. Not thread-safe.
 class SockDiag {
  public:
@@ -69,6 +95,8 @@ class SockDiag {
   // kind (asked only once then: each try makes it look for a module) or did not answer within a
   // second.
   bool dump(SocketSource source, std::vector<DiagSocket> &sockets, std::string &names);
+  // The same of both kinds of TCP.
+  bool dumpTcp(std::vector<DiagSocket> &sockets);
 
  private:
   NetlinkConnection kernel_{NETLINK_SOCK_DIAG};

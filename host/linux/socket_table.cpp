@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <net/if.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -176,7 +175,7 @@ void fillQueues(const DiagSocket &socket, darwin::socket_info &info) {
   // The kernel numbers the states of unix sockets as those of TCP.
   const bool canListen = info.soi_kind == darwin::SOCKINFO_TCP ||
                          (info.soi_kind == darwin::SOCKINFO_UN && socket.type != SOCK_DGRAM);
-  if (canListen && socket.state == TCP_LISTEN) {
+  if (canListen && socket.state == kTcpListen) {
     info.soi_options = kListens;
     info.soi_qlen = clampShort(socket.receiveQueue);
     info.soi_qlimit = clampShort(socket.sendQueue);
@@ -199,26 +198,26 @@ void fillFamily(SocketSource source, int32_t type, int32_t protocol, darwin::soc
 
 int32_t tcpState(uint8_t state) {
   switch (state) {
-    case TCP_ESTABLISHED:
+    case kTcpEstablished:
       return darwin::TSI_S_ESTABLISHED;
-    case TCP_SYN_SENT:
+    case kTcpSynSent:
       return darwin::TSI_S_SYN_SENT;
-    case TCP_SYN_RECV:
-    case 12:  // the same, before the listener has made a socket of it
+    case kTcpSynReceived:
+    case kTcpNewSynReceived:
       return darwin::TSI_S_SYN_RECEIVED;
-    case TCP_FIN_WAIT1:
+    case kTcpFinWait1:
       return darwin::TSI_S_FIN_WAIT_1;
-    case TCP_FIN_WAIT2:
+    case kTcpFinWait2:
       return darwin::TSI_S_FIN_WAIT_2;
-    case TCP_TIME_WAIT:
+    case kTcpTimeWait:
       return darwin::TSI_S_TIME_WAIT;
-    case TCP_CLOSE_WAIT:
+    case kTcpCloseWait:
       return darwin::TSI_S__CLOSE_WAIT;
-    case TCP_LAST_ACK:
+    case kTcpLastAck:
       return darwin::TSI_S_LAST_ACK;
-    case TCP_LISTEN:
+    case kTcpListen:
       return darwin::TSI_S_LISTEN;
-    case TCP_CLOSING:
+    case kTcpClosing:
       return darwin::TSI_S_CLOSING;
     default:  // closed, or bound and idle
       return darwin::TSI_S_CLOSED;
@@ -238,8 +237,10 @@ static bool isInUse(SocketSource source) {
 }
 
 void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
+  kernel.dumpTcp(sockets);
   for (const Family &family : kFamilies) {
-    if (isInUse(family.source)) kernel.dump(family.source, sockets, names);
+    const bool isTcp = family.source == SocketSource::tcp4 || family.source == SocketSource::tcp6;
+    if (!isTcp && isInUse(family.source)) kernel.dump(family.source, sockets, names);
   }
 }
 

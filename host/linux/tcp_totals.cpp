@@ -15,6 +15,7 @@
 
 #include "darwin/ntstat.h"
 #include "darwin/socket.h"
+#include "host/linux/sock_diag.h"
 #include "host/linux/socket_table.h"
 
 namespace host::linux_machine {
@@ -31,34 +32,14 @@ constexpr seconds kSearchAfter(2);
 constexpr seconds kSearchAgainAfter(10);
 constexpr size_t kMostSockets = 1000000;
 
-// What has no descriptor any more, or not yet, is left out by the kernel.
-constexpr uint32_t kAllStates = ~0U;
-constexpr uint32_t kStateTimeWait = 1U << 6;
-constexpr uint32_t kStateSynReceived = 1U << 3;
-constexpr uint32_t kWantedStates = kAllStates & ~(kStateTimeWait | kStateSynReceived);
-
-constexpr uint8_t kFamilies[] = {AF_INET, AF_INET6};
-
-bool dumpFamily(NetlinkConnection &kernel, uint8_t family, std::vector<TcpSocket> &sockets) {
-  inet_diag_req_v2 query = {};
-  query.sdiag_family = family;
-  query.sdiag_protocol = IPPROTO_TCP;
-  query.idiag_ext = 1 << (INET_DIAG_INFO - 1);
-  query.idiag_states = kWantedStates;
-  NetlinkRequest request;
-  request.append(query);
-  const size_t before = sockets.size();
-  const auto add = [&](uint16_t type, Span payload) {
-    if (type != SOCK_DIAG_BY_FAMILY) return true;
+bool dumpTcp(NetlinkConnection &kernel, std::vector<TcpSocket> &sockets) {
+  const auto add = [&](Span payload) {
     TcpSocket socket;
     if (sockets.size() > kMostSockets || !parseTcpSocket(payload, socket)) return false;
     if (socket.inode != 0) sockets.push_back(socket);
     return true;
   };
-  const DumpProgress progress =
-      listWhole([&] { return kernel.ask(request, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, add); },
-                [&] { sockets.resize(before); });
-  return !progress.malformed && progress.error == 0;
+  return listTcpSockets(kernel, 1 << (INET_DIAG_INFO - 1), add, [&] { sockets.clear(); });
 }
 
 NetworkEndpoint endpoint(const std::array<uint8_t, 16> &address, uint16_t port, bool isIPv4,
@@ -172,11 +153,7 @@ std::string processName(int32_t pid) {
 
 TcpTotals::TcpTotals()
     : TcpTotals(Kernel{[kernel = std::make_shared<NetlinkConnection>(NETLINK_SOCK_DIAG)](
-                           std::vector<TcpSocket> &sockets) {
-                         return std::all_of(
-                             std::begin(kFamilies), std::end(kFamilies),
-                             [&](uint8_t family) { return dumpFamily(*kernel, family, sockets); });
-                       },
+                           std::vector<TcpSocket> &sockets) { return dumpTcp(*kernel, sockets); },
                        searchOwners, processName, std::chrono::steady_clock::now}) {}
 
 TcpTotals::TcpTotals(Kernel kernel) : kernel_(std::move(kernel)) {}

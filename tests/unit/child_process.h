@@ -1,0 +1,88 @@
+// Children of a test, and what the test itself has open.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+
+#include "host/errno.h"
+#include "host/linux/procfs.h"
+#include "host/posix.h"
+
+namespace host::linux_machine {
+
+// A child that runs `work` and is ended with the test. The constructor returns when the child said
+// that it is ready.
+class Child {
+ public:
+  using Work = std::function<void(const std::function<void()> &ready)>;
+
+  explicit Child(const Work &work) {
+    int ready[2];
+    EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(ready[0]);
+      work([&ready] {
+        if (write(ready[1], "r", 1) != 1) _exit(1);
+      });
+      _exit(0);
+    }
+    close(ready[1]);
+    char word = 0;
+    EXPECT_EQ(read(ready[0], &word, 1), 1) << "the child ended too early";
+    close(ready[0]);
+  }
+  Child(const Child &) = delete;
+  Child &operator=(const Child &) = delete;
+  ~Child() { end(); }
+
+  void end() {
+    if (pid_ <= 0) return;
+    __real_kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+  void signalAndWait(int number, int options) {
+    ASSERT_EQ(__real_kill(pid_, number), 0);
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &info, options | WNOWAIT), 0);
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+[[noreturn]] inline void sleepForever() {
+  for (;;) pause();
+}
+
+inline void sleeping(const std::function<void()> &ready) {
+  ready();
+  sleepForever();
+}
+
+inline void busy(const std::function<void()> &ready) {
+  ready();
+  for (std::atomic<uint64_t> count = 0;; count++) {
+  }
+}
+
+// How many descriptors this process has, one for the look at them included.
+inline size_t openDescriptors() {
+  DirectoryReader lister;
+  FileHandle directory = openDirectory(AT_FDCWD, "/proc/self/fd");
+  size_t count = 0;
+  EXPECT_EQ(lister.readNames(directory.get(), [&count](const char *, bool) { count++; }),
+            kAnswered);
+  return count;
+}
+
+}  // namespace host::linux_machine
