@@ -1,8 +1,10 @@
-// What looking at the memory of a process costs: the core of one with 2 GiB, beside gcore's and
-// beside copying a file of that size, and the region map of one with 6,000 and with 60,000
-// mappings, beside pmap's. All rows of a table come from one run.
+// What looking at the memory of a process costs: the core of one with 2 GiB, all of it touched or
+// half, beside gcore's and beside copying a file of that size; that of one with 100 GiB, hardly
+// touched, beside one that has no more than was touched there; and the region map of one with 6,000
+// and with 60,000 mappings, beside pmap's. All rows of a table come from one run.
 #include <benchmark/benchmark.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +27,8 @@ using Words = std::vector<std::string>;
 // Below the size from which on a region is left out of a core.
 constexpr size_t kPieces = 4;
 constexpr size_t kPieceSize = size_t{512} << 20;
+constexpr size_t kTouchedPiece = size_t{10} << 20;
+constexpr double kMebibyte = 1 << 20;
 constexpr double kGibibyte = 1 << 30;
 constexpr int kRounds = 4;
 
@@ -35,17 +39,23 @@ char *map(size_t size, int protection) {
   return static_cast<char *>(memory);
 }
 
-// A page without access keeps the pieces from being one mapping.
+// A page without access keeps the pieces from being one mapping. Of each only the beginning is
+// touched.
+template <size_t pieces, size_t size, size_t touched>
 void fillMemory() {
-  const size_t distance = kPieceSize + static_cast<size_t>(getpagesize());
-  char *memory = map(kPieces * distance, PROT_NONE);
-  for (size_t piece = 0; piece < kPieces; piece++) {
+  const size_t distance = size + static_cast<size_t>(getpagesize());
+  char *memory = map(pieces * distance, PROT_NONE);
+  for (size_t piece = 0; piece < pieces; piece++) {
     char *start = memory + piece * distance;
-    require(mprotect(start, kPieceSize, PROT_READ | PROT_WRITE) == 0, "mprotect");
+    require(mprotect(start, size, PROT_READ | PROT_WRITE) == 0, "mprotect");
     auto *words = reinterpret_cast<uint64_t *>(start);
-    for (size_t i = 0; i < kPieceSize / sizeof *words; i++) words[i] = i * 0x9e3779b97f4a7c15;
+    for (size_t i = 0; i < touched / sizeof *words; i++) words[i] = (i + 1) * 0x9e3779b97f4a7c15;
   }
 }
+constexpr auto kAllTouched = fillMemory<kPieces, kPieceSize, kPieceSize>;
+constexpr auto kHalfTouched = fillMemory<kPieces, kPieceSize, kPieceSize / 2>;
+constexpr auto kHardlyTouched = fillMemory<100, size_t{1} << 30, kTouchedPiece>;
+constexpr auto kNoMoreThanThat = fillMemory<100, kTouchedPiece, kTouchedPiece>;
 
 template <size_t count>
 void mapAlternately() {
@@ -76,6 +86,11 @@ class Scratch {
     const uintmax_t size = std::filesystem::file_size(path_, error);
     return error ? 0 : size;
   }
+  // Of the disk.
+  uint64_t room() const {
+    struct stat found {};
+    return stat(path_.c_str(), &found) == 0 ? static_cast<uint64_t>(found.st_blocks) * 512 : 0;
+  }
   void remove() const {
     std::error_code ignored;
     std::filesystem::remove(path_, ignored);
@@ -91,8 +106,8 @@ void count(benchmark::State &state, const bench::ProgramRun &run) {
   state.counters["peak_MiB"] = static_cast<double>(run.peakResidentBytes >> 20);
 }
 
-// Runs what leaves a file of the process's size behind, on a disk that has nothing left to write.
-void writeFile(benchmark::State &state, const Words &arguments, const Scratch &file) {
+// Runs what leaves a file of at least that size behind, on a disk that has nothing left to write.
+void writeFile(benchmark::State &state, const Words &arguments, const Scratch &file, size_t size) {
   bench::ProgramRun all;
   for (auto _ : state) {
     file.remove();
@@ -102,7 +117,7 @@ void writeFile(benchmark::State &state, const Words &arguments, const Scratch &f
       state.SkipWithError("no such program");
       return;
     }
-    if (run.status != 0 || file.size() < kPieces * kPieceSize) {
+    if (run.status != 0 || file.size() < size) {
       state.SkipWithError("did not write all");
       return;
     }
@@ -111,27 +126,31 @@ void writeFile(benchmark::State &state, const Words &arguments, const Scratch &f
     all.peakResidentBytes = std::max(all.peakResidentBytes, run.peakResidentBytes);
   }
   count(state, all);
+  state.counters["disk_MiB"] = static_cast<double>(file.room()) / kMebibyte;
   state.counters["GiB/s"] = benchmark::Counter(static_cast<double>(file.size()) / kGibibyte,
                                                benchmark::Counter::kIsIterationInvariantRate);
 }
 
+template <void (*fill)(), size_t size>
 void dumpCore(benchmark::State &state) {
-  const std::string pid = std::to_string(ensureProcess(fillMemory));
-  writeFile(state, {SONDEX_PROGRAM, pid, "core"}, Scratch("/tmp/core." + pid));
+  const std::string pid = std::to_string(ensureProcess(fill));
+  writeFile(state, {SONDEX_PROGRAM, pid, "core"}, Scratch("/tmp/core." + pid), size);
 }
 
+template <void (*fill)()>
 void runGcore(benchmark::State &state) {
-  const std::string pid = std::to_string(ensureProcess(fillMemory));
-  writeFile(state, {"gcore", "-o", "/tmp/memory_bench", pid}, Scratch("/tmp/memory_bench." + pid));
+  const std::string pid = std::to_string(ensureProcess(fill));
+  writeFile(state, {"gcore", "-o", "/tmp/memory_bench", pid}, Scratch("/tmp/memory_bench." + pid),
+            kPieces * kPieceSize);
 }
 
 // Of a file that is in memory, as the process is.
 void copyFile(benchmark::State &state) {
-  const std::string pid = std::to_string(ensureProcess(fillMemory));
+  const std::string pid = std::to_string(ensureProcess(kAllTouched));
   const Scratch original("/tmp/core." + pid);
   bench::runProgram({SONDEX_PROGRAM, pid, "core"});
   writeFile(state, {"cp", "--reflink=never", original.path(), "/tmp/memory_bench.copy"},
-            Scratch("/tmp/memory_bench.copy"));
+            Scratch("/tmp/memory_bench.copy"), kPieces * kPieceSize);
 }
 
 void listRegions(benchmark::State &state, void (*fill)(), Words arguments) {
@@ -170,9 +189,13 @@ void registerOne(const char *name, void (*measure)(benchmark::State &)) {
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  registerOne("sondex core", dumpCore);
-  registerOne("gcore", runGcore);
+  registerOne("sondex core", dumpCore<kAllTouched, kPieces * kPieceSize>);
+  registerOne("gcore", runGcore<kAllTouched>);
   registerOne("cp", copyFile);
+  registerOne("sondex core, half touched", dumpCore<kHalfTouched, kPieces * kPieceSize>);
+  registerOne("gcore, half touched", runGcore<kHalfTouched>);
+  registerOne("sondex core, 1 GiB of 100", dumpCore<kHardlyTouched, size_t{100} << 30>);
+  registerOne("sondex core, 1 GiB", dumpCore<kNoMoreThanThat, 100 * kTouchedPiece>);
   const struct {
     int64_t mappings;
     void (*fill)();

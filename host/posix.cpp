@@ -12,6 +12,7 @@
 #include "darwin/interfaces.h"
 #include "darwin/kernel_control.h"
 #include "darwin/libproc.h"
+#include "darwin/mach_vm.h"
 #include "host/copy_text.h"
 #include "host/darwin/errors.h"
 #include "host/entry/answer.h"
@@ -33,6 +34,7 @@ struct OptionalEntryPoint {
 const OptionalEntryPoint kOptionalEntryPoints[] = {
     {"memorystatus_get_level", reinterpret_cast<void *>(&memorystatus_get_level)},
     {"proc_pid_rusage", reinterpret_cast<void *>(&darwin::proc_pid_rusage)},
+    {"mach_vm_page_range_query", reinterpret_cast<void *>(&darwin::mach_vm_page_range_query)},
 };
 
 uid_t callerUser() noexcept {

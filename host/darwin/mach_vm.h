@@ -5,8 +5,7 @@
 
 namespace darwin {
 
-// vm_prot_t.
-constexpr vm_prot_t VM_PROT_READ = 1;
+// The other bits of vm_prot_t.
 constexpr vm_prot_t VM_PROT_WRITE = 2;
 constexpr vm_prot_t VM_PROT_EXECUTE = 4;
 

@@ -123,7 +123,8 @@ kern_return_t giveRegisters(const ThreadRegisters &registers, int flavour,
   return KERN_INVALID_ARGUMENT;
 }
 
-darwin::vm_region_submap_info_64 submapInfo(const darwin::proc_regioninfo &region) {
+darwin::vm_region_submap_info_64 submapInfo(const darwin::proc_regionwithpathinfo &found) {
+  const darwin::proc_regioninfo &region = found.prp_prinfo;
   darwin::vm_region_submap_info_64 info{};
   info.protection = static_cast<darwin::vm_prot_t>(region.pri_protection);
   info.max_protection = static_cast<darwin::vm_prot_t>(region.pri_max_protection);
@@ -136,6 +137,7 @@ darwin::vm_region_submap_info_64 submapInfo(const darwin::proc_regioninfo &regio
   info.pages_dirtied = region.pri_pages_dirtied;
   info.ref_count = region.pri_ref_count;
   info.shadow_depth = static_cast<uint16_t>(region.pri_shadow_depth);
+  info.external_pager = found.prp_vip.vip_path[0] != '\0' ? 1 : 0;
   info.share_mode = static_cast<uint8_t>(region.pri_share_mode);
   info.behavior = static_cast<int32_t>(region.pri_behavior);
   info.object_id = region.pri_obj_id;
@@ -232,7 +234,7 @@ darwin::kern_return_t darwin::vm_region_recurse_64(vm_map_t task, vm_address_t *
     if (host::tasks().region(port.pid, *address, found) != host::kAnswered) {
       return KERN_INVALID_ADDRESS;
     }
-    const vm_region_submap_info_64 region = host::submapInfo(found.prp_prinfo);
+    const vm_region_submap_info_64 region = host::submapInfo(found);
     std::memcpy(info, &region, words * sizeof *info);
     *count = words;
     *address = found.prp_prinfo.pri_address;
@@ -255,6 +257,32 @@ darwin::kern_return_t darwin::mach_vm_read_overwrite(vm_map_t task, mach_vm_addr
     if (error == DARWIN_EFAULT) return KERN_INVALID_ADDRESS;
     if (error != host::kAnswered) return KERN_FAILURE;
     *outsize = size;
+    return KERN_SUCCESS;
+  });
+}
+
+darwin::kern_return_t darwin::host_page_size(host_t, vm_size_t *size) {
+  *size = host::kernel().pageSize();
+  return host::KERN_SUCCESS;
+}
+
+darwin::kern_return_t darwin::mach_vm_page_range_query(vm_map_t task, mach_vm_address_t address,
+                                                       mach_vm_size_t size,
+                                                       mach_vm_address_t dispositions,
+                                                       mach_vm_size_t *count) {
+  return host::answered([&] {
+    host::ProcessPort port;
+    const kern_return_t known = host::checkPort(task, host::PortKind::kTask, port);
+    if (known != KERN_SUCCESS) return known;
+    const uint64_t page = host::kernel().pageSize();
+    const uint64_t start = address & ~(page - 1);
+    const uint64_t end = (address + size + page - 1) & ~(page - 1);
+    if (end < start || end - start < size) return KERN_INVALID_ARGUMENT;
+    const uint64_t pages = std::min((end - start) / page, *count);
+    const host::Errno error =
+        host::tasks().pages(port.pid, start, pages, reinterpret_cast<int *>(dispositions));
+    if (error != host::kAnswered) return KERN_FAILURE;
+    *count = pages;
     return KERN_SUCCESS;
   });
 }

@@ -1,5 +1,7 @@
 #include "host/linux/linux_kernel.h"
 
+#include <unistd.h>
+
 #include "host/darwin/errors.h"
 #include "host/posix.h"
 
@@ -35,9 +37,13 @@ Errno LinuxKernel::kernelName(KernelName &name) {
   return readKernelName(name);
 }
 
+uint64_t LinuxKernel::pageSize() noexcept {
+  return static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
 bool LinuxKernel::hasEntryPoint(std::string_view name) {
   return name == "memorystatus_get_level" || name == "proc_pid_rusage" ||
-         name == "MGCopyAnswerWithError";
+         name == "mach_vm_page_range_query" || name == "MGCopyAnswerWithError";
 }
 
 Errno LinuxKernel::kernelExtensions(std::vector<std::string> &identifiers) {

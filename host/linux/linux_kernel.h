@@ -21,6 +21,7 @@ class LinuxKernel : public virtual KernelQuestions {
   explicit LinuxKernel(int procDirectory) : proc_(procDirectory) {}
 
   Errno kernelName(KernelName &name) override;
+  uint64_t pageSize() noexcept override;
   bool hasEntryPoint(std::string_view name) override;
   Errno kernelExtensions(std::vector<std::string> &identifiers) override;
   bool isPrivileged() override;

@@ -44,6 +44,16 @@ Errno LinuxTasks::readMemory(pid_t pid, uint64_t address, size_t size, void *to)
   return readTaskMemory(directory.get(), pid, address, size, to);
 }
 
+Errno LinuxTasks::pages(pid_t pid, uint64_t address, size_t count, int *to) {
+  const std::lock_guard lock(shared_.mutex);
+  int directory = -1;
+  Errno error = shared_.holdUserProcess(pid);
+  if (error == kAnswered) error = shared_.present.directory(directory);
+  if (error != kAnswered) return error;
+  const ProcessKey process = {pid, shared_.present.stat().startTicks};
+  return pages_.tell(directory, process, address, count, to);
+}
+
 Errno LinuxTasks::threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) {
   ThreadPlace place;
   {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/linux/pages.h"
 #include "host/linux/regions.h"
 #include "host/linux/shared_processes.h"
 #include "host/machine/tasks.h"
@@ -19,12 +20,15 @@ class LinuxTasks : public virtual TaskQuestions {
   // A walk upward sees one picture of the process.
   Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) override;
   Errno readMemory(pid_t pid, uint64_t address, size_t size, void *to) override;
+  Errno pages(pid_t pid, uint64_t address, size_t count, int *to) override;
   // Stops the thread for that moment. May take half a second.
   Errno threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) override;
 
  private:
   SharedProcesses &shared_;
-  Regions regions_;  // under the lock of the processes
+  // Under the lock of the processes.
+  Regions regions_;
+  Pages pages_;
 };
 
 }  // namespace host::linux_machine

@@ -73,17 +73,15 @@ bool parseMapping(std::string_view line, Mapping &mapping) {
   return true;
 }
 
-static void visitLines(std::string_view text, const std::function<void(const Mapping &)> &visit) {
+static void visitLines(std::string_view text, const std::function<void(std::string_view)> &visit) {
   TextCursor lines(text);
   std::string_view line;
-  Mapping mapping{};
-  while (lines.line(line)) {
-    if (parseMapping(line, mapping)) visit(mapping);
-  }
+  while (lines.line(line)) visit(line);
 }
 
-Errno readMemoryMap(int processDirectory, const std::function<void(const Mapping &)> &visit) {
-  const FileHandle maps(openat(processDirectory, "maps", O_RDONLY | O_CLOEXEC));
+Errno readMapLines(int processDirectory, const char *name,
+                   const std::function<void(std::string_view)> &visit) {
+  const FileHandle maps(openat(processDirectory, name, O_RDONLY | O_CLOEXEC));
   if (!maps.isOpen()) return darwinError(errno);
   std::string text;
   size_t kept = 0;  // the beginning of a line whose end is still to come
@@ -100,6 +98,13 @@ Errno readMemoryMap(int processDirectory, const std::function<void(const Mapping
     text.erase(0, whole);
     kept = text.size();
   }
+}
+
+Errno readMemoryMap(int processDirectory, const std::function<void(const Mapping &)> &visit) {
+  Mapping mapping{};
+  return readMapLines(processDirectory, "maps", [&](std::string_view line) {
+    if (parseMapping(line, mapping)) visit(mapping);
+  });
 }
 
 }  // namespace host::linux_machine

@@ -27,6 +27,11 @@ struct Mapping {
 // left alone, for a line that is not well-formed.
 bool parseMapping(std::string_view line, Mapping &mapping);
 
+// Calls `visit` for each line of "maps" or "smaps" of the process whose /proc/PID is open as
+// `processDirectory`, without its newline. What was visited before a failure was true nevertheless.
+Errno readMapLines(int processDirectory, const char *name,
+                   const std::function<void(std::string_view)> &visit);
+
 // Reads the map of the process whose /proc/PID is open as `processDirectory`, once, and calls
 // `visit` for each mapping, lowest first; what a name points to holds during that call. What was
 // visited before a failure was true nevertheless.

@@ -26,6 +26,8 @@ class KernelQuestions {
   virtual Errno kernelName(KernelName &) { return darwin::DARWIN_ENOTSUP; }
   // Where kernels differ, entry points do as this one does. By default the usual one.
   virtual KernelFamily kernelFamily() noexcept { return kUsualFamily; }
+  // In bytes, a power of two.
+  virtual uint64_t pageSize() noexcept { return 4096; }
   // Whether the C library has an entry point that only some releases have, such as
   // "memorystatus_get_level".
   virtual bool hasEntryPoint(std::string_view /*name*/) { return false; }

@@ -33,6 +33,11 @@ class TaskQuestions {
   virtual Errno readMemory(pid_t, uint64_t /*address*/, size_t /*size*/, void * /*to*/) {
     return darwin::DARWIN_ENOTSUP;
   }
+  // What is known of `count` pages of the kernel's size from `address` on, the start of one:
+  // VM_PAGE_QUERY_*.
+  virtual Errno pages(pid_t, uint64_t /*address*/, size_t /*count*/, int * /*to*/) {
+    return darwin::DARWIN_ENOTSUP;
+  }
   // Of a thread by its system-wide ID.
   virtual Errno threadRegisters(pid_t, uint64_t /*id*/, ThreadRegisters &) {
     return darwin::DARWIN_ENOTSUP;

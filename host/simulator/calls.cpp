@@ -57,6 +57,7 @@ const std::array<CallForm, kQuestions> kCallForms = {{
     {"host_get_special_port", ""},
     {"act_get_state", ""},
     {"mach_vm_read_overwrite", ""},
+    {"mach_vm_page_range_query", ""},
     {"OSKextCopyLoadedKextInfo", ""},
     {"stackshot_capture_with_config", ""},
 }};

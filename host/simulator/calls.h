@@ -64,6 +64,7 @@ enum class Question : uint8_t {
   kernelTaskPort,
   threadRegisters,
   readMemory,
+  pages,
   kernelExtensions,
   stackshot,
 };

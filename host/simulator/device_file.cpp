@@ -33,8 +33,10 @@ constexpr uint64_t kLargestLoad = 1'000'000'000;  // thousandths
 // Of an idle processor, in millionths of a tick each second.
 constexpr int64_t kIdleGrowth = 100 * kMillion;
 
-constexpr Word kEntryPoints[] = {
-    {"memorystatus_get_level", 1}, {"proc_pid_rusage", 2}, {"MGCopyAnswerWithError", 4}};
+constexpr Word kEntryPoints[] = {{"memorystatus_get_level", 1},
+                                 {"proc_pid_rusage", 2},
+                                 {"MGCopyAnswerWithError", 4},
+                                 {"mach_vm_page_range_query", 8}};
 constexpr Word kClockModes[] = {{"wall", 0}, {"stepped", 1}};
 constexpr Word kInterfaceTypes[] = {
     {"ethernet", 6}, {"point-to-point", 23}, {"loopback", 24}, {"cellular", 255}};

@@ -1,4 +1,5 @@
 #include "host/simulator/memory_answers.h"
+#include "darwin/mach_vm.h"
 #include "host/darwin/errors.h"
 
 #include <algorithm>
@@ -34,6 +35,12 @@ void copyContents(const Region &region, uint64_t offset, size_t size, uint8_t *t
     size -= length;
     from = 0;
   }
+}
+
+int dispositionOf(const Region &region) {
+  if (!region.path.empty()) return darwin::VM_PAGE_QUERY_PAGE_EXTERNAL;
+  const bool isThere = !region.contents.empty() || !region.isReadable;
+  return isThere ? darwin::VM_PAGE_QUERY_PAGE_PRESENT : 0;
 }
 
 // A thread that is said to be somewhere, but not in which instruction, is in its innermost call.
@@ -90,6 +97,18 @@ Errno copyMemory(const RunningProcess &process, uint64_t address, size_t size, v
     at += length;
   }
   return kAnswered;
+}
+
+void tellPages(const RunningProcess &process, uint64_t address, size_t count, uint64_t pageSize,
+               int *to) {
+  for (size_t i = 0; i < count; i++, address += pageSize) {
+    to[i] = 0;
+    const Region *region = process.region(address);
+    while (region != nullptr && region->address < address + pageSize) {
+      to[i] |= dispositionOf(*region);
+      region = process.region(region->address + region->size);
+    }
+  }
 }
 
 }  // namespace host::simulator

@@ -16,4 +16,9 @@ ThreadRegisters registersOf(const RunningProcess &process, const Thread &thread)
 // is missing, not readable by its protection, or refused.
 Errno copyMemory(const RunningProcess &process, uint64_t address, size_t size, void *to);
 
+// What is known of `count` pages from `address` on, VM_PAGE_QUERY_*: those of a region that has
+// contents or can't be read are there, those of other anonymous ones nobody has touched.
+void tellPages(const RunningProcess &process, uint64_t address, size_t count, uint64_t pageSize,
+               int *to);
+
 }  // namespace host::simulator

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kGestalt = "MGCopyAnswerWithError";
 constexpr std::string_view kOptionalEntryPoints[] = {"memorystatus_get_level", "proc_pid_rusage",
-                                                     kGestalt};
+                                                     "mach_vm_page_range_query", kGestalt};
 
 }  // namespace
 
@@ -22,6 +22,10 @@ Errno SimulatedKernel::kernelName(KernelName &name) {
 
 KernelFamily SimulatedKernel::kernelFamily() noexcept {
   return kernelFamilyOf(device_.description().kernel.version);
+}
+
+uint64_t SimulatedKernel::pageSize() noexcept {
+  return device_.description().kernel.pageSize;
 }
 
 bool SimulatedKernel::hasEntryPoint(std::string_view name) {

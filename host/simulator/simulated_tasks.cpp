@@ -36,6 +36,13 @@ Errno SimulatedTasks::readMemory(pid_t pid, uint64_t address, size_t size, void 
   });
 }
 
+Errno SimulatedTasks::pages(pid_t pid, uint64_t address, size_t count, int *to) {
+  return device_.askProcess(Question::pages, Access::own, pid, [&](const ProcessMoment &at) {
+    tellPages(at.process, address, count, at.pageSize(), to);
+    return kAnswered;
+  });
+}
+
 Errno SimulatedTasks::threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) {
   return device_.askProcess(Question::threadRegisters, Access::own, pid,
                             [&](const ProcessMoment &at) -> Errno {

@@ -19,6 +19,7 @@ class SimulatedTasks : public virtual TaskQuestions {
   Errno kernelTaskPort() override;
   Errno region(pid_t pid, uint64_t address, darwin::proc_regionwithpathinfo &info) override;
   Errno readMemory(pid_t pid, uint64_t address, size_t size, void *to) override;
+  Errno pages(pid_t pid, uint64_t address, size_t count, int *to) override;
   Errno threadRegisters(pid_t pid, uint64_t id, ThreadRegisters &registers) override;
 
  private:

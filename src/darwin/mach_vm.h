@@ -51,7 +51,18 @@ DARWIN_LAYOUT(vm_region_submap_info_64, 76, 4, (protection, 0), (max_protection,
 constexpr mach_msg_type_number_t VM_REGION_SUBMAP_INFO_COUNT_64 =
     sizeof(vm_region_submap_info_64) / sizeof(natural_t);
 
+constexpr vm_prot_t VM_PROT_READ = 1;
+
+// Bits of what is known of a page; none of them is set for one that nobody has touched, in memory
+// that the kernel itself fills with zeros.
+constexpr int VM_PAGE_QUERY_PAGE_PRESENT = 0x1;
+constexpr int VM_PAGE_QUERY_PAGE_PAGED_OUT = 0x10;
+constexpr int VM_PAGE_QUERY_PAGE_EXTERNAL = 0x80;
+
 extern "C" {
+
+// The size of the kernel's pages in bytes.
+kern_return_t host_page_size(host_t host, vm_size_t *size);
 
 // Tells the region that contains *address, or the next one above it: *address comes back as its
 // start, *size as its bytes. *depth says how deep to go into submaps and comes back as the depth
@@ -66,6 +77,14 @@ kern_return_t vm_region_recurse_64(vm_map_t task, vm_address_t *address, vm_size
 // missing or may not be read.
 kern_return_t mach_vm_read_overwrite(vm_map_t task, mach_vm_address_t address, mach_vm_size_t size,
                                      mach_vm_address_t data, mach_vm_size_t *outsize);
+
+// Tells of each of the task's pages from `address` on, of `size` bytes widened to whole pages, what
+// is known of it: VM_PAGE_QUERY_*, one int for each, at dispositions, an address in the caller.
+// *count is the room in ints and comes back as the pages told of. No page is brought in.
+kern_return_t mach_vm_page_range_query(vm_map_t task, mach_vm_address_t address,
+                                       mach_vm_size_t size, mach_vm_address_t dispositions,
+                                       mach_vm_size_t *count);
+using mach_vm_page_range_query_function = decltype(&mach_vm_page_range_query);
 
 // Gives back memory of the task's, such as what a call has mapped into the caller.
 kern_return_t vm_deallocate(vm_map_t task, vm_address_t address, vm_size_t size);

@@ -20,20 +20,27 @@ static bool getFileOwner(uid_t *owner) {
   return known;
 }
 
-static bool isOwnFile(int descriptor) {
-  struct stat found = {};
+// Whether `found`, which becomes what the kernel says of the file, is one of the caller's own.
+static bool isOwnFile(int descriptor, struct stat *found) {
   uid_t owner = 0;
-  if (fstat(descriptor, &found) != 0 || !getFileOwner(&owner)) return false;
-  if (S_ISREG(found.st_mode) && found.st_nlink == 1 && found.st_uid == owner) return true;
+  if (fstat(descriptor, found) != 0 || !getFileOwner(&owner)) return false;
+  if (S_ISREG(found->st_mode) && found->st_nlink == 1 && found->st_uid == owner) return true;
   errno = EEXIST;
   return false;
+}
+
+// File systems take it for a replacement of old contents, and send to the disk what was written
+// since while the file is closed: an empty one is left as it is.
+static bool makeEmpty(int descriptor, const struct stat *found) {
+  return found->st_size == 0 || ftruncate(descriptor, 0) == 0;
 }
 
 int openToRewrite(const char *path, mode_t mode) {
   const int descriptor =
       open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
   if (descriptor < 0) return -1;
-  if (isOwnFile(descriptor) && ftruncate(descriptor, 0) == 0) return descriptor;
+  struct stat found = {};
+  if (isOwnFile(descriptor, &found) && makeEmpty(descriptor, &found)) return descriptor;
   const int failure = errno;
   close(descriptor);
   errno = failure;

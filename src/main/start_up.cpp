@@ -76,6 +76,8 @@ static void probeSystem() {
   memorystatus_get_level_funcptr =
       optionalEntryPoint<darwin::memorystatus_get_level_function>("memorystatus_get_level");
   proc_pid_rusage_funcptr = optionalEntryPoint<darwin::proc_pid_rusage_function>("proc_pid_rusage");
+  mach_vm_page_range_query_funcptr =
+      optionalEntryPoint<darwin::mach_vm_page_range_query_function>("mach_vm_page_range_query");
   get_host_processors(host_self);
 }
 

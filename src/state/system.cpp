@@ -16,5 +16,6 @@ char *g_hostName = nullptr;
 
 darwin::memorystatus_get_level_function memorystatus_get_level_funcptr = nullptr;
 darwin::proc_pid_rusage_function proc_pid_rusage_funcptr = nullptr;
+darwin::mach_vm_page_range_query_function mach_vm_page_range_query_funcptr = nullptr;
 
 }  // namespace sondex

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "darwin/mach_host.h"
+#include "darwin/mach_vm.h"
 #include "darwin/memorystatus.h"
 #include "darwin/rusage.h"
 
@@ -28,5 +29,6 @@ extern char *g_hostName;               // node name, on the heap; null until sta
 // Entry points that some releases lack; null there.
 extern darwin::memorystatus_get_level_function memorystatus_get_level_funcptr;
 extern darwin::proc_pid_rusage_function proc_pid_rusage_funcptr;
+extern darwin::mach_vm_page_range_query_function mach_vm_page_range_query_funcptr;
 
 }  // namespace sondex

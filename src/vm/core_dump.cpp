@@ -15,6 +15,7 @@
 #include "text/safe_text.h"
 #include "vm/core_file.h"
 #include "vm/core_regions.h"
+#include "vm/page_map.h"
 #include "vm/task_memory.h"
 #include "vm/thread_commands.h"
 
@@ -32,6 +33,7 @@ constexpr uint64_t kSegmentRoom = sizeof(darwin::segment_command_64);
 struct Core {
   CoreFile file;
   darwin::mach_port_t task;
+  PageMap pages;
   const RegionTable *table;
   bool is32Bit;
   darwin::segment_command_64 *segments;  // one for each region
@@ -46,12 +48,26 @@ static bool beginsAsMachO(const char *bytes, size_t size) {
   return magic == darwin::MH_MAGIC_64;
 }
 
-// Copies a region's memory to a place in the file, piece by piece. *read becomes the bytes that
-// could be read; where these are not all, the file ends before the region. False when the file
-// can't be written.
-static bool copyRegion(Core *core, uint64_t address, uint32_t size, uint64_t offset,
-                       uint32_t *read) {
+// Whether a region can be read, and holds zeros where nobody has touched it: its memory is the
+// process's own, and comes from nowhere else.
+static bool isZeroFilled(const RegionTable *table, int index) {
+  const darwin::proc_regioninfo *region = &table->regions[index].prp_prinfo;
+  const bool isOwn = region->pri_share_mode == darwin::SM_PRIVATE ||
+                     region->pri_share_mode == darwin::SM_COW ||
+                     region->pri_share_mode == darwin::SM_EMPTY;
+  return isOwn && !table->hasPager[index] && (region->pri_protection & darwin::VM_PROT_READ) != 0;
+}
+
+// Copies a region's memory to a place in the file, piece by piece; what is zeros becomes a hole,
+// also at its end. *read becomes the bytes that could be read; where these are not all, the file
+// ends before the region. False when the file can't be written.
+static bool copyRegion(Core *core, int index, uint64_t offset, uint32_t *read) {
   CoreFile *file = &core->file;
+  const uint64_t address = core->table->regions[index].prp_prinfo.pri_address;
+  const uint32_t size = static_cast<uint32_t>(core->table->regions[index].prp_prinfo.pri_size);
+  const bool mayBeUntouched = isZeroFilled(core->table, index);
+  PageRun run = {size, false};
+  if (mayBeUntouched) run.size = 0;
   bool hasSignature = false;
   *read = 0;
   while (*read < size) {
@@ -60,8 +76,14 @@ static bool copyRegion(Core *core, uint64_t address, uint32_t size, uint64_t off
       errno = EINTR;
       return false;
     }
-    const uint32_t rest = size - *read;
-    const uint32_t wanted = rest < kPieceSize ? rest : kPieceSize;
+    if (run.size == 0) run = pageRunAt(&core->pages, address + *read, size - *read);
+    if (run.isUntouched) {
+      *read += static_cast<uint32_t>(run.size);
+      addProgress(file, run.size);
+      run.size = 0;
+      continue;
+    }
+    const uint32_t wanted = static_cast<uint32_t>(run.size < kPieceSize ? run.size : kPieceSize);
     uint32_t got = 0;
     const darwin::kern_return_t answer =
         copyTaskMemory(core->task, address + *read, file->piece, wanted, &got);
@@ -72,8 +94,9 @@ static bool copyRegion(Core *core, uint64_t address, uint32_t size, uint64_t off
       return setFileSize(file, offset);
     }
     if (*read == 0) hasSignature = beginsAsMachO(file->piece, got);
-    if (!writeAt(file, file->piece, got, offset + *read)) return false;
+    if (!writePiece(file, got, offset + *read)) return false;
     *read += got;
+    run.size -= got;
     if (got < wanted) return setFileSize(file, offset);
     addProgress(file, got);
   }
@@ -98,8 +121,8 @@ static void reportPartial(Core *core, const darwin::proc_regioninfo *region, uin
 
 // Writes a region's data at `offset`. *written becomes its bytes in the file: all, or none for one
 // that can't be read. False when the file can't be written.
-static bool writeRegion(Core *core, const darwin::proc_regioninfo *region, uint64_t offset,
-                        uint32_t *written) {
+static bool writeRegion(Core *core, int index, uint64_t offset, uint32_t *written) {
+  const darwin::proc_regioninfo *region = &core->table->regions[index].prp_prinfo;
   *written = 0;
   const bool fits = fitsCore(core, region->pri_size, offset);
   const uint32_t size = fits ? static_cast<uint32_t>(region->pri_size) : 0;
@@ -109,7 +132,7 @@ static bool writeRegion(Core *core, const darwin::proc_regioninfo *region, uint6
     return true;
   }
   uint32_t read = 0;
-  if (fits && !copyRegion(core, region->pri_address, size, offset, &read)) return false;
+  if (fits && !copyRegion(core, index, offset, &read)) return false;
   if (read == region->pri_size) {
     *written = read;
   } else {
@@ -140,11 +163,11 @@ static bool writeRegions(Core *core) {
               static_cast<unsigned long long>(offset));
     }
     uint32_t written = 0;
-    if (!writeRegion(core, region, offset, &written)) return false;
+    if (!writeRegion(core, i, offset, &written)) return false;
     core->segments[i] = makeSegment(region, i, offset, written, core->is32Bit);
     offset += written;
   }
-  // The gap after the commands and the zeros of regions without access are holes.
+  // The gap after the commands and zeros are holes.
   return setFileSize(&core->file, offset);
 }
 
@@ -208,12 +231,14 @@ static int writeCore(int32_t pid, darwin::mach_port_t task, const RegionTable *t
     return kFailed;
   }
   core.task = task;
+  openPageMap(&core.pages, task);
   core.table = table;
   core.is32Bit = areFor32Bit(table);
   core.threads = makeThreadCommands(task, &core.threadCount, &core.threadSize, core.is32Bit);
   core.file.total = readableBytes(table);
   snprintf(core.file.path, sizeof core.file.path, "/tmp/core.%d", pid);
   const int result = writeFile(&core);
+  closePageMap(&core.pages);
   free(core.threads);
   free(core.segments);
   errno = core.file.failure;
@@ -254,19 +279,22 @@ static int writeBinary(darwin::mach_port_t task, const RegionTable *table, const
   const darwin::proc_regioninfo *region = &table->regions[0].prp_prinfo;
   Core core = {};
   core.task = task;
+  core.table = table;
   core.file.total = region->pri_size;
   snprintf(core.file.path, sizeof core.file.path, "/tmp/CORE");
   if (!openCoreFile(&core.file)) return kFailed;
+  openPageMap(&core.pages, task);
   int result = kFailed;
   uint32_t read = 0;
   if (fitsCore(&core, region->pri_size, 0) &&
-      !copyRegion(&core, region->pri_address, static_cast<uint32_t>(region->pri_size), 0, &read)) {
+      !(copyRegion(&core, 0, 0, &read) && setFileSize(&core.file, read))) {
     reportUnwritten(&core.file);
   } else if (read == region->pri_size) {
     result = positionInExecutable(path, region->pri_size);
   } else {
     reportPartial(&core, region, read);
   }
+  closePageMap(&core.pages);
   return closeCoreFile(&core.file, result >= 0) ? result : kFailed;
 }
 

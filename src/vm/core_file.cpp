@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,6 +13,9 @@
 namespace sondex {
 
 constexpr mode_t kOwnerOnly = 0600;
+
+// More writes cost more than less of it would save.
+constexpr size_t kSmallestHole = 16384;
 
 constexpr int64_t kQuietTime = 1000;
 constexpr int64_t kProgressPeriod = 500;
@@ -62,6 +66,30 @@ bool writeAt(const CoreFile *file, const void *bytes, size_t size, uint64_t offs
     offset += static_cast<uint64_t>(written);
   }
   return true;
+}
+
+static bool isZero(const char *bytes, size_t size) {
+  constexpr size_t kStep = 256;
+  uint64_t words[kStep / sizeof(uint64_t)];
+  for (; size >= kStep; bytes += kStep, size -= kStep) {
+    memcpy(words, bytes, kStep);
+    uint64_t any = 0;
+    for (const uint64_t word : words) any |= word;
+    if (any != 0) return false;
+  }
+  while (size > 0 && *bytes == 0) bytes++, size--;
+  return size == 0;
+}
+
+bool writePiece(const CoreFile *file, size_t size, uint64_t offset) {
+  size_t written = 0;
+  for (size_t at = 0; at < size; at += kSmallestHole) {
+    const size_t length = size - at < kSmallestHole ? size - at : kSmallestHole;
+    if (!isZero(file->piece + at, length)) continue;
+    if (!writeAt(file, file->piece + written, at - written, offset + written)) return false;
+    written = at + length;
+  }
+  return writeAt(file, file->piece + written, size - written, offset + written);
 }
 
 bool setFileSize(const CoreFile *file, uint64_t size) {

@@ -7,7 +7,8 @@
 
 namespace sondex {
 
-constexpr size_t kPieceSize = 1 << 20;
+// Small enough to stay in a processor's cache between reading and writing.
+constexpr size_t kPieceSize = 512 << 10;
 
 struct CoreFile {
   int descriptor;
@@ -28,6 +29,11 @@ bool openCoreFile(CoreFile *file);
 
 // Writes all bytes at a place in the file. False with errno set.
 bool writeAt(const CoreFile *file, const void *bytes, size_t size, uint64_t offset);
+
+// Writes the first `size` bytes of the piece at a place where the file has nothing yet, but for
+// stretches of zeros, which are holes then: setFileSize() is to say where the file ends. False with
+// errno set.
+bool writePiece(const CoreFile *file, size_t size, uint64_t offset);
 
 // Cuts the file, or fills it up with zeros that take no room. False with errno set.
 bool setFileSize(const CoreFile *file, uint64_t size);

@@ -10,7 +10,6 @@
 
 namespace sondex {
 
-constexpr int kMostRegions = 4096;
 // What starts before it belongs to a 32-bit process.
 constexpr uint64_t kFirst64BitAddress = 0xFFFFFFFF;
 
@@ -66,6 +65,7 @@ bool listRegions(int32_t pid, darwin::mach_port_t task, RegionTable *table) {
         return true;
       }
       if (isTracing()) traceStep(&step);
+      table->hasPager[table->count] = step.info.external_pager != 0;
       recordRegion(pid, &step, &table->regions[table->count++]);
     }
     // Kept: one past the end, as the kernel tells the region that contains an address.

@@ -12,9 +12,12 @@ namespace sondex {
 // A region begins on a page, and so does the first one's data in the file.
 constexpr uint64_t kCorePage = 4096;
 
+constexpr int kMostRegions = 4096;
+
 struct RegionTable {
   darwin::proc_regionwithpathinfo *regions;  // on the heap
   int count;
+  bool hasPager[kMostRegions];  // whose pages come from elsewhere, such as a file
 };
 
 // Lists the regions of a process, of which `task` is a task port, in ascending order: those that

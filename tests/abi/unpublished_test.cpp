@@ -130,6 +130,8 @@ TEST(UnpublishedPrototypes, ArgumentsAndResults) {
   EXPECT_PROTOTYPE(sandbox_container_path_for_pid, int(int, char *, size_t));
   EXPECT_PROTOTYPE(mach_vm_read_overwrite,
                    int32_t(uint32_t, uint64_t, uint64_t, uint64_t, uint64_t *));
+  EXPECT_PROTOTYPE(mach_vm_page_range_query,
+                   int32_t(uint32_t, uint64_t, uint64_t, uint64_t, uint64_t *));
   EXPECT_TRUE((std::is_same_v<darwin::memorystatus_get_level_function, int (*)(unsigned int *)>));
 }
 

@@ -32,6 +32,9 @@
 //   restless            opens and closes descriptors all the time, once all is said
 //   addresses ADDRESS MIB
 //                       memory at an address, each 8 bytes of which hold their own address
+//   touched ADDRESS MIB EVERY VALUE
+//                       memory at an address, in the first byte of every so many pages of which a
+//                       value was written
 //   guard ADDRESS BYTES memory without access
 //   mappings ADDRESS N  N mappings of a page, every second one of which can be written
 //   map ADDRESS BYTES private|shared|reading RIGHTS PATH

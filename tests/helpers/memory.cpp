@@ -31,6 +31,18 @@ void writeAddresses(long address, long mebibytes) {
   }
 }
 
+// Of small pages: otherwise more is touched than was meant.
+void touchSome(Words &words) {
+  const long address = words.number();
+  const size_t bytes = static_cast<size_t>(words.number()) << 20;
+  const size_t distance =
+      static_cast<size_t>(words.number()) * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const char value = static_cast<char>(words.number());
+  char *memory = mapAt(address, bytes, PROT_READ | PROT_WRITE);
+  madvise(memory, bytes, MADV_NOHUGEPAGE);
+  for (size_t place = 0; place < bytes; place += distance) memory[place] = value;
+}
+
 // Neighbours of one protection would be one mapping.
 void mapAlternately(long address, long count) {
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -98,6 +110,8 @@ bool mapMemoryAt(const std::string &step, Words &words) {
   if (step == "addresses") {
     const long address = words.number();
     writeAddresses(address, words.number());
+  } else if (step == "touched") {
+    touchSome(words);
   } else if (step == "guard") {
     const long address = words.number();
     mapAt(address, static_cast<size_t>(words.number()), PROT_NONE);

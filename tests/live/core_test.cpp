@@ -44,6 +44,10 @@ constexpr uint64_t kBound = 64 * kMiB;
 constexpr uint64_t kWords = 0x200000000000;
 constexpr uint64_t kGuard = 0x210000000000;
 constexpr uint64_t kStacks = 0x220000000000;
+constexpr uint64_t kSparse = 0x230000000000;
+constexpr uint64_t kZeros = 0x240000000000;
+constexpr uint64_t kPrivateFile = 0x250000000000;
+constexpr uint64_t kSharedFile = 0x260000000000;
 
 std::string decimal(uint64_t number) {
   return std::to_string(number);
@@ -313,16 +317,12 @@ TEST_F(Core, HasASegmentForEachMapping) {
   EXPECT_EQ(file.size(), offset);
 }
 
-// Of a stopped process, in whose memory even the kernel changes nothing.
-TEST_F(Core, HasAllThatCanBeRead) {
-  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
-  const Helper helper({"addresses", decimal(kWords), "2", "threads", "4", "stop"});
-  ASSERT_TRUE(waitUntil([&] { return isStopped(helper.pid()); }));
-  const LiveCore file(helper.pid());
-  dumpQuiet(helper.pid());
+// Expects each segment to hold what stands in the memory of the process. Returns how much that is.
+uint64_t compareWithMemory(const LiveCore &file, pid_t pid) {
   const CoreCommands commands = readCoreCommands(file.path());
+  EXPECT_EQ(complaintAboutCore(commands, file.size()), "") << commands.said;
   const FileHandle core = openToRead(file.path());
-  const FileHandle memory = openMemory(helper.pid());
+  const FileHandle memory = openMemory(pid);
   uint64_t compared = 0;
   for (const CoreSegment &segment : commands.segments) {
     for (uint64_t place = 0; place < segment.fileSize; place += kMiB) {
@@ -337,13 +337,73 @@ TEST_F(Core, HasAllThatCanBeRead) {
       compared += size;
     }
   }
-  EXPECT_GT(compared, 2 * kMiB);
+  return compared;
+}
+
+// Of a stopped process, in whose memory even the kernel changes nothing.
+TEST_F(Core, HasAllThatCanBeRead) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
+  const Helper helper({"addresses", decimal(kWords), "2", "threads", "4", "stop"});
+  ASSERT_TRUE(waitUntil([&] { return isStopped(helper.pid()); }));
+  const LiveCore file(helper.pid());
+  dumpQuiet(helper.pid());
+  EXPECT_GT(compareWithMemory(file, helper.pid()), 2 * kMiB);
   EXPECT_TRUE(comesToRest(helper.pid()));
   EXPECT_TRUE(isStopped(helper.pid()));
   for (const auto &entry : std::filesystem::directory_iterator(procFile(helper.pid(), "task"))) {
     EXPECT_THAT(readFile(entry.path() / "status"), HasSubstr("TracerPid:\t0\n"));
     EXPECT_THAT(readFile(entry.path() / "status"), HasSubstr("State:\tT (stopped)\n"));
   }
+}
+
+// What the kernel says of the pages of a mapping.
+std::string pageMapOf(pid_t pid, uint64_t address, uint64_t size) {
+  return bytesAt(openToRead(procFile(pid, "pagemap")), address / kPage * 8, size / kPage * 8);
+}
+
+// Of memory that hardly anybody touched, or only to write zeros, and of files with holes.
+TEST_F(Core, HasHolesWhereThereIsNothing) {
+  if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
+  const std::string file = "/tmp/core_test." + std::to_string(getpid());
+  const Helper helper({"touched",
+                       decimal(kSparse),
+                       "512",
+                       "8192",
+                       "1",
+                       "touched",
+                       decimal(kZeros),
+                       "32",
+                       "1",
+                       "0",
+                       "map",
+                       decimal(kPrivateFile),
+                       decimal(16 * kMiB),
+                       "private",
+                       "rw",
+                       file,
+                       "map",
+                       decimal(kSharedFile),
+                       decimal(16 * kMiB),
+                       "shared",
+                       "rw",
+                       file,
+                       "addresses",
+                       decimal(kWords),
+                       "1",
+                       "memfd",
+                       "core",
+                       "stop"});
+  std::filesystem::remove(file);
+  ASSERT_TRUE(waitUntil([&] { return isStopped(helper.pid()); }));
+  const std::string before = pageMapOf(helper.pid(), kSparse, 512 * kMiB);
+  const LiveCore core(helper.pid());
+  const Outcome outcome = runSondex({std::to_string(helper.pid()), "core"});
+  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
+  EXPECT_TRUE(pageMapOf(helper.pid(), kSparse, 512 * kMiB) == before) << "pages were brought in";
+  EXPECT_GT(compareWithMemory(core, helper.pid()), 577 * kMiB);
+  struct stat status {};
+  ASSERT_EQ(stat(core.path().c_str(), &status), 0);
+  EXPECT_LT(static_cast<uint64_t>(status.st_blocks) * 512, 32 * kMiB);
 }
 
 void expectFullAndMiniToBeTheSame(const Helper &helper, const std::string &full,

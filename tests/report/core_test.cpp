@@ -234,6 +234,29 @@ regions = [
   EXPECT_TRUE(core.bytes().substr(0x1000) == std::string(0x2000, 'a') + std::string(0x1000, 'b'));
 }
 
+// Of regions that hold zeros or nothing, the last one too, whether the kernel tells or not.
+TEST_F(Core, HasItsLengthWhereThereIsNothing) {
+  const std::string regions = R"(
+regions = [
+  { address = 0x100000000, size = "1M" },
+  { address = 0x100100000, size = "4K", contents = "61" },
+  { address = 0x100101000, size = "1M", contents = "00" },
+  { address = 0x100201000, size = "1M", path = "/a/file" },
+  { address = 0x100301000, size = "60K" },
+]
+)";
+  const std::string wanted = std::string(1 << 20, '\0') + std::string(4096, 'a') +
+                             std::string((2 << 20) + 60 * 1024, '\0');
+  for (const char *event :
+       {"", "[[event]]\ndo = \"fail\"\ncall = \"mach_vm_page_range_query\"\n"}) {
+    expect(run({"core"}, regions, event), 0, full(core.pid()));
+    EXPECT_TRUE(core.bytes().substr(4096) == wanted) << event;
+    struct stat found {};
+    ASSERT_EQ(stat(core.path().c_str(), &found), 0);
+    EXPECT_LE(found.st_blocks * 512, 64 * 1024);
+  }
+}
+
 TEST_F(Core, EndsAtItsLargestNumberOfRegions) {
   if (!hasObjectReader()) GTEST_SKIP() << kNoObjectReader;
   const Outcome outcome = run({"core"},

@@ -2,6 +2,7 @@
 // here don't give: an argument area, registers behind a header, less memory than was asked for.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,7 @@ std::function<int(int flavour, uint32_t *state, uint32_t *count)> g_state;
 std::function<int(uint64_t address, uint64_t size, uint64_t to, uint64_t *copied)> g_read;
 std::function<int(uint64_t *address, uint64_t *size, uint32_t *depth, int *info, uint32_t *count)>
     g_region;
+std::function<int(uint64_t address, uint64_t size, int *pages, uint64_t *count)> g_pages;
 
 }  // namespace
 
@@ -47,6 +49,8 @@ int __real_mach_vm_read_overwrite(mach_port_t task, uint64_t address, uint64_t s
                                   uint64_t *copied);
 int __real_vm_region_recurse_64(mach_port_t task, uint64_t *address, uint64_t *size,
                                 uint32_t *depth, int *info, uint32_t *count);
+int __real_mach_vm_page_range_query(mach_port_t task, uint64_t address, uint64_t size,
+                                    uint64_t pages, uint64_t *count);
 
 int __wrap_sysctl(int *name, unsigned int names, void *old, size_t *length, void *set,
                   size_t size) {
@@ -71,6 +75,12 @@ int __wrap_vm_region_recurse_64(mach_port_t task, uint64_t *address, uint64_t *s
                   : __real_vm_region_recurse_64(task, address, size, depth, info, count);
 }
 
+int __wrap_mach_vm_page_range_query(mach_port_t task, uint64_t address, uint64_t size,
+                                    uint64_t pages, uint64_t *count) {
+  return g_pages ? g_pages(address, size, reinterpret_cast<int *>(pages), count)
+                 : __real_mach_vm_page_range_query(task, address, size, pages, count);
+}
+
 }  // extern "C"
 
 namespace {
@@ -91,6 +101,7 @@ class CoreDumpAnswers : public memory_test::DumpTest {
     g_state = nullptr;
     g_read = nullptr;
     g_region = nullptr;
+    g_pages = nullptr;
   }
 
   uint64_t wordAt(size_t offset, size_t size = sizeof(uint32_t)) const {
@@ -210,7 +221,7 @@ TEST_F(CoreDumpAnswers, ALaterPieceReadInPartCountsWithThoseBefore) {
     return 0;
   };
   ASSERT_EQ(dump(), 0);
-  EXPECT_EQ(errors, "Warning: Segment at 100000000 only read partially (100001/300000 bytes)\n");
+  EXPECT_EQ(errors, "Warning: Segment at 100000000 only read partially (80001/300000 bytes)\n");
   EXPECT_TRUE(contentsOf(path).substr(4096) == std::string(0x1000, '\0'));
 }
 
@@ -262,6 +273,151 @@ TEST_F(CoreDumpAnswers, ReadProcessMemoryBelievesNoOtherSize) {
   EXPECT_EQ(errorOutputOf([&] { EXPECT_EQ(readProcessMemory(1, 0xABCDEF, &size), nullptr); }),
             "Failed to read 64 bytes of memory from abcdef - Error 2\n");
   EXPECT_EQ(size, 0u);
+}
+
+// Everywhere stands what memoryOf() says, also where the kernel says that nobody has been.
+class PageMapAnswers : public CoreDumpAnswers {
+ protected:
+  static constexpr uint64_t kPage = 4096;
+
+  // What the kernel says of the pages of the first region, from the first one on.
+  void tell(std::vector<int> pages) {
+    machine.tellsPages = [pages = std::move(pages), this](uint64_t address, size_t count, int *to) {
+      asked++;
+      for (size_t i = 0; i < count; i++) {
+        const size_t page = (address - kFirst) / machine.pageBytes + i;
+        to[i] = page < pages.size() ? pages[page] : 0;
+      }
+      return host::kAnswered;
+    };
+  }
+  std::string data() const { return contentsOf(path).substr(4096); }
+
+  int asked = 0;
+};
+
+TEST_F(PageMapAnswers, UntouchedMemoryIsAHoleThatIsNotRead) {
+  machine.regions = {makeRegion(kFirst, 64 * kPage), makeRegion(kFirst + 64 * kPage, kPage)};
+  std::vector<int> pages(65, 1);
+  std::fill_n(pages.begin() + 8, 16, 0);
+  std::fill_n(pages.begin() + 32, 3, 0);  // too few to be left out
+  std::fill_n(pages.begin() + 40, 24, 0);
+  tell(pages);
+  machine.unreadable = {kFirst + 9 * kPage, kFirst + 63 * kPage};
+  ASSERT_EQ(dump(), 0);
+  EXPECT_EQ(errors, "");
+  EXPECT_TRUE(data() == memoryOf(kFirst, 8 * kPage) + std::string(16 * kPage, '\0') +
+                            memoryOf(kFirst + 24 * kPage, 16 * kPage) +
+                            std::string(24 * kPage, '\0') + memoryOf(kFirst + 64 * kPage, kPage));
+}
+
+// What is not told of is read: of swapped memory, of memory that others fill.
+TEST_F(PageMapAnswers, AllOtherMemoryIsRead) {
+  machine.regions = {makeRegion(kFirst, 64 * kPage)};
+  for (const int known : {0x10, 0x20, 0x80}) {
+    tell(std::vector<int>(64, known));
+    ASSERT_EQ(dump(), 0);
+    EXPECT_TRUE(data() == memoryOf(kFirst, 64 * kPage)) << known;
+  }
+  EXPECT_EQ(asked, 3);
+
+  asked = 0;
+  tell({});
+  for (const uint32_t mode : {darwin::SM_SHARED, darwin::SM_TRUESHARED, darwin::SM_PRIVATE_ALIASED,
+                              darwin::SM_LARGE_PAGE}) {
+    machine.regions[0].prp_prinfo.pri_share_mode = mode;
+    ASSERT_EQ(dump(), 0);
+    EXPECT_TRUE(data() == memoryOf(kFirst, 64 * kPage)) << mode;
+  }
+  machine.regions = {makeRegion(kFirst, 64 * kPage, 3, 2, "/a/file")};
+  ASSERT_EQ(dump(), 0);
+  EXPECT_TRUE(data() == memoryOf(kFirst, 64 * kPage));
+  EXPECT_EQ(asked, 0);
+}
+
+TEST_F(PageMapAnswers, MemoryThatMayNotBeReadIsRefusedAsEver) {
+  machine.regions = {makeRegion(kFirst, 64 * kPage, 2)};
+  machine.unreadable = {kFirst};
+  tell({});
+  ASSERT_EQ(dump(), 0);
+  EXPECT_EQ(errors,
+            "Failed to read 40000 bytes of memory from 100000000 - Error 1\n"
+            "Warning: Segment at 100000000 only read partially (0/40000 bytes)\n");
+}
+
+TEST_F(PageMapAnswers, ARefusalOrAnotherCountIsNotBelieved) {
+  machine.regions = {makeRegion(kFirst, 64 * kPage)};
+  for (const auto &[result, count] :
+       {std::pair(5, 64), std::pair(0, 63), std::pair(0, 16), std::pair(0, 0), std::pair(0, 65)}) {
+    int told = 0;
+    g_pages = [&, answer = std::pair(result, count)](uint64_t address, uint64_t size, int *pages,
+                                                     uint64_t *room) {
+      told++;
+      EXPECT_EQ(address, kFirst);
+      EXPECT_EQ(size, 64 * kPage);
+      EXPECT_EQ(*room, 64u);
+      std::fill_n(pages, 64, 0);
+      *room = static_cast<uint64_t>(answer.second);
+      return answer.first;
+    };
+    ASSERT_EQ(dump(), 0);
+    EXPECT_TRUE(data() == memoryOf(kFirst, 64 * kPage)) << result << " " << count;
+    EXPECT_EQ(told, 1);
+  }
+}
+
+TEST_F(PageMapAnswers, WhereTheSystemHasNoneAllIsRead) {
+  mach_vm_page_range_query_funcptr = nullptr;
+  machine.regions = {makeRegion(kFirst, 64 * kPage)};
+  tell(std::vector<int>(64, 0));
+  ASSERT_EQ(dump(), 0);
+  EXPECT_TRUE(data() == memoryOf(kFirst, 64 * kPage));
+  EXPECT_EQ(asked, 0);
+}
+
+// More pages than are asked about at a time.
+TEST_F(PageMapAnswers, OfALargeRegionComeInParts) {
+  constexpr size_t kPages = 150'000;
+  machine.regions = {makeRegion(kFirst, kPages * kPage),
+                     makeRegion(kFirst + kPages * kPage, kPage)};
+  std::vector<int> pages(kPages + 1, 0);
+  pages[65'535] = pages[65'536] = pages[kPages - 1] = pages[kPages] = 1;
+  tell(pages);
+  ASSERT_EQ(dump(), 0);
+  EXPECT_EQ(asked, 4);
+  EXPECT_LT(roomOf(path), 64 * kPage);
+  ASSERT_EQ(fs::file_size(path), (kPages + 2) * kPage);
+  std::ifstream core(path, std::ios::binary);
+  const auto pagesAt = [&](size_t page, size_t count) {
+    std::string bytes(count * kPage, '?');
+    core.seekg(static_cast<std::streamoff>((page + 1) * kPage));
+    core.read(bytes.data(), ssize(bytes));
+    return bytes;
+  };
+  const std::string zeros(kPage, '\0');
+  const auto there = [](size_t page) { return memoryOf(kFirst + page * kPage, 2 * kPage); };
+  EXPECT_TRUE(pagesAt(65'534, 4) == zeros + there(65'535) + zeros);
+  EXPECT_TRUE(pagesAt(kPages - 2, 3) == zeros + there(kPages - 1));
+}
+
+// Regions need not begin and end where pages do.
+TEST_F(PageMapAnswers, PagesMayBeLarger) {
+  machine.pageBytes = 16384;
+  machine.regions = {makeRegion(kFirst + 0x1000, 0x9000), makeRegion(kFirst + 0xA000, 0x1000)};
+  tell({1, 0, 1});
+  ASSERT_EQ(dump(), 0);
+  EXPECT_TRUE(data() == memoryOf(kFirst + 0x1000, 0x3000) + std::string(0x4000, '\0') +
+                            memoryOf(kFirst + 0x8000, 0x3000));
+}
+
+TEST_F(PageMapAnswers, ACoreOfNothingButUntouchedMemoryHasItsLength) {
+  machine.regions = {makeRegion(kFirst, 64 * kPage)};
+  tell({});
+  ASSERT_EQ(dump(), 0);
+  EXPECT_TRUE(data() == std::string(64 * kPage, '\0'));
+  EXPECT_EQ(dump(kBinaryCore), 1);
+  EXPECT_TRUE(contentsOf(kBinary) == std::string(64 * kPage, '\0'));
+  fs::remove(kBinary);
 }
 
 // A kernel of 32-bit processors: with room for a header it gives one.

@@ -1,6 +1,7 @@
 // What tests of the writer of core files share: its files, and what should stand in them.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "state/system.h"
 #include "tests/harness/own_tmp.h"
 #include "tests/unit/memory_machine.h"
 #include "tests/unit/sampled_machine.h"
@@ -26,11 +28,15 @@ class DumpTest : public MemoryTest {
 
  protected:
   DumpTest() {
+    sondex::mach_vm_page_range_query_funcptr = darwin::mach_vm_page_range_query;
     machine.pid = static_cast<pid_t>(getpid());
     path = "/tmp/core." + std::to_string(machine.pid);
     std::filesystem::remove(path);
   }
-  ~DumpTest() override { std::filesystem::remove(path); }
+  ~DumpTest() override {
+    sondex::mach_vm_page_range_query_funcptr = nullptr;
+    std::filesystem::remove(path);
+  }
 
   int dump(int mode = sondex::kFullCore) {
     int result = 0;
@@ -42,6 +48,13 @@ class DumpTest : public MemoryTest {
     std::ostringstream contents;
     contents << std::ifstream(name, std::ios::binary).rdbuf();
     return contents.str();
+  }
+
+  // What the file takes of the disk.
+  static uint64_t roomOf(const std::string &name) {
+    struct stat found {};
+    EXPECT_EQ(stat(name.c_str(), &found), 0);
+    return static_cast<uint64_t>(found.st_blocks) * 512;
   }
 
   static std::string memoryOf(uint64_t address, size_t size) {

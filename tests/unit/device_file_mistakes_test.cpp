@@ -58,7 +58,8 @@ const MistakeCase kTables[] = {
      ":2: kernel.timebase[1]: found 0; expected a number from 1 to 4294967295"},
     {"Missing", "[kernel]\nmissing = [\"proc_listpids\"]\n",
      ":2: kernel.missing[0]: found \"proc_listpids\"; expected several of "
-     "\"memorystatus_get_level\", \"proc_pid_rusage\", \"MGCopyAnswerWithError\""},
+     "\"memorystatus_get_level\", \"proc_pid_rusage\", \"MGCopyAnswerWithError\", "
+     "\"mach_vm_page_range_query\""},
     {"ClockMode", "[clock]\nmode = \"fast\"\n",
      ":2: clock.mode: found \"fast\"; expected one of \"wall\", \"stepped\""},
     {"SteppedClockAlone", "\n[clock]\nmode = \"stepped\"\nzone = \"UTC\"\n",
@@ -390,7 +391,8 @@ const MistakeCase kKinds[] = {
      ":2: kernel.page-size: found 4096.0; expected a size such as 4096 or \"1.5M\""},
     {"WordWithoutArray", "[kernel]\nmissing = \"proc_pid_rusage\"\n",
      ":2: kernel.missing: found \"proc_pid_rusage\"; expected an array with several of "
-     "\"memorystatus_get_level\", \"proc_pid_rusage\", \"MGCopyAnswerWithError\""},
+     "\"memorystatus_get_level\", \"proc_pid_rusage\", \"MGCopyAnswerWithError\", "
+     "\"mach_vm_page_range_query\""},
     {"StartBefore1970", "[clock]\nstart = 1969-12-31T23:59:59Z\n",
      ":2: clock.start: found a time of day; expected a time of day from 1970 on such as "
      "2024-03-05T14:07:09Z"},

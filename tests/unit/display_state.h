@@ -80,6 +80,7 @@ class DisplayStateGuard {
     g_hostName = nullptr;
     memorystatus_get_level_funcptr = nullptr;
     proc_pid_rusage_funcptr = nullptr;
+    mach_vm_page_range_query_funcptr = nullptr;
     store(MGCopyAnswerWithError_func, nullptr);
     g_num_cpus = 0;
     g_totalTicksThisSample = 0;

@@ -222,6 +222,40 @@ TEST_F(MachTaskTest, MemoryIsReadWholeOrNotAtAll) {
   EXPECT_EQ(mach_vm_read_overwrite(task, ~uint64_t{0}, 2, to, &size), KERN_INVALID_ADDRESS);
 }
 
+TEST_F(MachTaskTest, PagesAreToldWholeAndAsFarAsThereIsRoom) {
+  machine.pageBytes = 16384;
+  vm_size_t pageSize = 0;
+  EXPECT_EQ(host_page_size(mach_host_self(), &pageSize), KERN_SUCCESS);
+  EXPECT_EQ(pageSize, 16384u);
+  uint64_t from = 0;
+  machine.tellsPages = [&](uint64_t address, size_t count, int *to) {
+    from = address;
+    std::fill_n(to, count, 7);
+    return host::kAnswered;
+  };
+  const mach_port_t task = openTask();
+  int pages[4] = {};
+  const auto to = reinterpret_cast<mach_vm_address_t>(pages);
+  mach_vm_size_t count = 4;
+  ASSERT_EQ(mach_vm_page_range_query(task, 0x7fff, 0x4002, to, &count), KERN_SUCCESS);
+  EXPECT_EQ(from, 0x4000u);
+  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(pages[2], 7);
+  EXPECT_EQ(pages[3], 0);
+  count = 1;
+  pages[1] = 0;
+  ASSERT_EQ(mach_vm_page_range_query(task, 0x8000, 0x10000, to, &count), KERN_SUCCESS);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(pages[1], 0);
+  EXPECT_EQ(mach_vm_page_range_query(task, ~uint64_t{0}, 2, to, &count), KERN_INVALID_ARGUMENT);
+  EXPECT_EQ(mach_vm_page_range_query(task, 0x8000, ~uint64_t{0}, to, &count),
+            KERN_INVALID_ARGUMENT);
+  EXPECT_EQ(mach_vm_page_range_query(kNoPort, 0, 1, to, &count), MACH_SEND_INVALID_DEST);
+  machine.tellsPages = nullptr;
+  EXPECT_EQ(mach_vm_page_range_query(task, 0x8000, 1, to, &count), KERN_FAILURE);
+  EXPECT_EQ(count, 1u);
+}
+
 TEST_F(MachTaskTest, OfAProcessThatIsGoneNothingIsWritten) {
   machine.threads[5] = arm_thread_state64_t{};
   machine.regions = {makeRegion(0x4000, 0x1000)};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -57,6 +58,8 @@ class MemoryMachine : public fake_machine::FakeMachine {
   std::optional<std::vector<std::string>> extensions;
   int extensionsAsked = 0;
   size_t largestRead = 0;
+  uint64_t pageBytes = 4096;
+  std::function<host::Errno(uint64_t address, size_t count, int *to)> tellsPages;
 
   uint32_t callerUser() override { return user; }
   host::Errno taskPort(pid_t of) override {
@@ -105,6 +108,11 @@ class MemoryMachine : public fake_machine::FakeMachine {
       }
     }
     return host::kAnswered;
+  }
+  uint64_t pageSize() noexcept override { return pageBytes; }
+  host::Errno pages(pid_t of, uint64_t address, size_t count, int *to) override {
+    if (of != pid) return darwin::DARWIN_ESRCH;
+    return tellsPages ? tellsPages(address, count, to) : darwin::DARWIN_ENOTSUP;
   }
   host::Errno kernelExtensions(std::vector<std::string> &identifiers) override {
     extensionsAsked++;

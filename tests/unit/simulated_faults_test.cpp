@@ -48,6 +48,7 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
   uint32_t flags = 0;
   std::vector<uint8_t> blob;
   int32_t state = 0;
+  int page = 0;
   std::vector<darwin::memorystatus_priority_entry> entries;
   darwin::memorystatus_memlimit_properties limits{};
   unsigned int number = 0;
@@ -122,6 +123,7 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
           machine.kernelTaskPort(),
           machine.threadRegisters(pid, 5, registers),
           machine.readMemory(pid, 0, 1, &memory),
+          machine.pages(pid, 0, 1, &page),
           machine.kernelExtensions(identifiers),
           machine.stackshot(pid, darwin::STACKSHOT_KCDATA_FORMAT, blob)};
 }

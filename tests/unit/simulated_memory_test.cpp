@@ -239,6 +239,26 @@ TEST_F(SimulatedMemoryTest, NeitherCanWhatIsNotReadable) {
   EXPECT_EQ(memoryOf(refused, 9, 0x2000, 1), kFault);
 }
 
+// A page may hold the end of one region and the start of another.
+TEST_F(SimulatedMemoryTest, PagesOfRegionsWithoutContentsAreUntouched) {
+  Device given = withRegions();
+  given.kernel.pageSize = 4096;
+  given.processes[0].regions.push_back(regionAt(0x6000, 0x1000));
+  given.processes[0].regions.back().path = "/a/file";
+  given.processes[0].regions.push_back(regionAt(0x7000, 0x1000));
+  given.processes[0].regions.back().isReadable = false;
+  std::vector<int> pages(8);
+  SimulatedMachine small(given);
+  ASSERT_EQ(small.pages(9, 0x1000, 8, pages.data()), kAnswered);
+  EXPECT_THAT(pages, ElementsAre(1, 0, 0, 0, 1, 0x80, 1, 0));
+  given.kernel.pageSize = 16384;
+  SimulatedMachine large(given);
+  ASSERT_EQ(large.pages(9, 0, 3, pages.data()), kAnswered);
+  pages.resize(3);
+  EXPECT_THAT(pages, ElementsAre(1, 0x81, 0));
+  EXPECT_EQ(large.pages(8, 0, 3, pages.data()), darwin::DARWIN_ESRCH);
+}
+
 TEST_F(SimulatedMemoryTest, OfNoSuchProcess) {
   SimulatedMachine machine(device({zombie(10)}));
   const std::string gone = "error " + std::to_string(darwin::DARWIN_ESRCH);

@@ -1,11 +1,15 @@
-// Another task's memory beside the platform's. mach_vm_read_overwrite() is not in its headers.
+// Another task's memory beside the platform's. mach_vm_read_overwrite() and
+// mach_vm_page_range_query() are not in its headers.
 #include "host/darwin/mach_vm.h"
 #include "same.h"
 
-#define NAMES(EACH)      \
-  EACH(VM_PROT_READ);    \
-  EACH(VM_PROT_WRITE);   \
-  EACH(VM_PROT_EXECUTE); \
+#define NAMES(EACH)                   \
+  EACH(VM_PROT_READ);                 \
+  EACH(VM_PROT_WRITE);                \
+  EACH(VM_PROT_EXECUTE);              \
+  EACH(VM_PAGE_QUERY_PAGE_PRESENT);   \
+  EACH(VM_PAGE_QUERY_PAGE_PAGED_OUT); \
+  EACH(VM_PAGE_QUERY_PAGE_EXTERNAL);  \
   EACH(VM_REGION_SUBMAP_INFO_COUNT_64)
 
 NAMES(KEEP);
@@ -13,6 +17,7 @@ NAMES(KEEP);
 #include <mach/mach.h>
 #include <mach/vm_map.h>
 #include <mach/vm_region.h>
+#include <mach/vm_statistics.h>
 
 NAMES(SAME_VALUE);
 
@@ -29,5 +34,6 @@ static_assert(std::is_same_v<::vm_region_recurse_info_t, darwin::vm_region_recur
 static_assert(std::is_same_v<::mach_vm_address_t, darwin::mach_vm_address_t>);
 static_assert(std::is_same_v<::mach_vm_size_t, darwin::mach_vm_size_t>);
 
+SAME_FUNCTION(host_page_size);
 SAME_FUNCTION(vm_region_recurse_64);
 SAME_FUNCTION(vm_deallocate);

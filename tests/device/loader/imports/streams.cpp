@@ -45,7 +45,6 @@ std::span<const Import> streams() {
       SAME(fputs),
       SAME(fwrite),
       LOADER_VARIADIC(printf),
-      SAME(putchar),
       SAME(puts),
       LOADER_VARIADIC(snprintf),
       call("vfprintf", &on_fprintf),
