@@ -1,4 +1,4 @@
-// What a refresh costs with 100, 500 and 2,000 sleeping processes on this machine: its stages, the
+// What a refresh costs with 100 to 10,000 sleeping processes on this machine: its stages, the
 // whole program on a terminal, and htop and top beside it in the same run.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "columns/sort.h"
 #include "crowd.h"
 #include "darwin/libproc.h"
+#include "nstat/accounting.h"
 #include "proc/sampler.h"
 #include "screens/process_list.h"
 #include "state/display.h"
@@ -59,16 +61,30 @@ void sample(benchmark::State &state) {
   reportPerProcess(state);
 }
 
-void sort(benchmark::State &state) {
+void sort(benchmark::State &state, Comparator comparator) {
   ensureCrowd(static_cast<size_t>(state.range(0)));
   takeSample();
   takeSample();
   // The order is turned round every time: the sort never finds its work done.
   for (auto _ : state) {
     store(g_reverse, load(g_reverse) ^ 1);
-    doSort(sort_pid);
+    doSort(comparator);
   }
   reportPerProcess(state);
+}
+
+// By what each process received, of a thousand sources that belong to a third as many of them.
+void sortByNetwork(benchmark::State &state) {
+  constexpr int kSources = 1000;
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  takeSample();
+  for (int source = 0; source < kSources; source++) {
+    const TableView table = currentTable();
+    store(process_pid_info[source], pidOf(&table.records[source / 3 % table.count]));
+    store(process_ntstat_info[source].received, static_cast<uint64_t>(source) * 7919 % 10007);
+  }
+  sort(state, sort_netrx);
+  for (int source = 0; source < kSources; source++) store(process_pid_info[source], 0);
 }
 
 void frame(benchmark::State &state) {
@@ -115,6 +131,37 @@ double refreshOfTop() {
   return secondsPerRefresh({"top", "-d", "0.5"}, "", kRefreshes);
 }
 
+using Arguments = std::vector<std::string>;
+
+// From the start of a program to the end of its first frame, on the clock.
+void firstFrame(benchmark::State &state, const Arguments &arguments) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  for (auto _ : state) {
+    bench::TerminalProgram program(arguments, {160, 50});
+    const std::optional<bench::Frame> frame = program.firstFrame();
+    if (!frame) {
+      state.SkipWithError("could not be run");
+      return;
+    }
+    state.SetIterationTime(frame->seconds);
+  }
+}
+
+// From a key to the end of the frame that it asks for, on the clock.
+void answerToKey(benchmark::State &state) {
+  ensureCrowd(static_cast<size_t>(state.range(0)));
+  bench::TerminalProgram program({SONDEX_PROGRAM}, {160, 50});
+  program.firstFrame();
+  for (auto _ : state) {
+    const std::optional<bench::Frame> frame = program.nextFrame(bench::kSondexRefresh);
+    if (!frame) {
+      state.SkipWithError("could not be run");
+      return;
+    }
+    state.SetIterationTime(frame->seconds);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -126,9 +173,14 @@ int main(int argc, char **argv) {
 
   const std::vector<std::pair<const char *, double (*)()>> programs = {
       {"sondex", refreshOfSondex}, {"htop", refreshOfHtop}, {"top", refreshOfTop}};
-  for (const int64_t processes : {100, 500, 2000}) {
+  for (const int64_t processes : {100, 500, 1000, 2000, 10000}) {
     benchmark::RegisterBenchmark("sample", sample)->Arg(processes)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("sort", sort)->Arg(processes)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("sort", sort, sort_pid)
+        ->Arg(processes)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("sort by network", sortByNetwork)
+        ->Arg(processes)
+        ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("frame", frame)->Arg(processes)->Unit(benchmark::kMillisecond);
     for (const auto &[name, refresh] : programs) {
       benchmark::RegisterBenchmark(
@@ -139,6 +191,22 @@ int main(int argc, char **argv) {
           ->Unit(benchmark::kMillisecond);
     }
   }
+  const std::vector<std::pair<const char *, Arguments>> starts = {
+      {"sondex first frame", {SONDEX_PROGRAM}},
+      {"htop first frame", {"htop"}},
+      {"top first frame", {"top"}}};
+  for (const auto &[name, arguments] : starts) {
+    benchmark::RegisterBenchmark(name, firstFrame, arguments)
+        ->Arg(1000)
+        ->UseManualTime()
+        ->Iterations(5)
+        ->Unit(benchmark::kMillisecond);
+  }
+  benchmark::RegisterBenchmark("sondex answer to a key", answerToKey)
+      ->Arg(1000)
+      ->UseManualTime()
+      ->Iterations(20)
+      ->Unit(benchmark::kMillisecond);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
@@ -75,6 +76,9 @@ std::optional<Frame> TerminalProgram::nextFrame(std::string_view keys) {
 
 std::optional<Frame> TerminalProgram::take(int quiet, bool mayBeNothing) {
   if (pid_ < 0) return std::nullopt;
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  Clock::time_point drawnAt = start;
   const uint64_t before = writesSeen_;
   const int patience = mayBeNothing ? kLongQuiet : kPatience;
   std::string drawn;
@@ -86,43 +90,61 @@ std::optional<Frame> TerminalProgram::take(int quiet, bool mayBeNothing) {
     const ssize_t length = ready < 0 ? -1 : read(terminal_, chunk.data(), chunk.size());
     if (length <= 0) return std::nullopt;
     drawn.append(chunk.data(), static_cast<size_t>(length));
+    drawnAt = Clock::now();
   }
   if (drawn.empty() && !mayBeNothing) return std::nullopt;
   writesSeen_ = writes();
-  return Frame{drawn.size(), clearsIn(drawn), writesSeen_ - before};
+  const std::chrono::duration<double> passed = drawnAt - start;
+  return Frame{drawn.size(), clearsIn(drawn), writesSeen_ - before, passed.count()};
+}
+
+// Calls `visit(folder)` for each thread's folder in /proc. False when the program is gone.
+template <typename Visit>
+static bool visitThreads(pid_t pid, Visit &&visit) {
+  const std::string folder = "/proc/" + std::to_string(pid) + "/task/";
+  DIR *threads = opendir(folder.c_str());
+  if (threads == nullptr) return false;
+  while (const dirent *entry = readdir(threads)) {
+    if (entry->d_name[0] != '.') visit(folder + entry->d_name);
+  }
+  closedir(threads);
+  return true;
+}
+
+// The number that `format` finds in the first line that it fits; 0 if there is none.
+static unsigned long long numberIn(const std::string &path, const char *format) {
+  FILE *file = std::fopen(path.c_str(), "re");
+  if (file == nullptr) return 0;
+  unsigned long long number = 0;
+  std::array<char, 256> line{};
+  while (std::fgets(line.data(), line.size(), file) != nullptr &&
+         std::sscanf(line.data(), format, &number) != 1) {
+  }
+  std::fclose(file);
+  return number;
 }
 
 // Of the thread that draws.
 uint64_t TerminalProgram::writes() const {
   const std::string id = std::to_string(pid_);
-  FILE *file = std::fopen(("/proc/" + id + "/task/" + id + "/io").c_str(), "re");
-  if (file == nullptr) return 0;
-  unsigned long long count = 0;
-  std::array<char, 80> line{};
-  while (std::fgets(line.data(), line.size(), file) != nullptr &&
-         std::sscanf(line.data(), "syscw: %llu", &count) != 1) {
-  }
-  std::fclose(file);
-  return count;
+  return numberIn("/proc/" + id + "/task/" + id + "/io", "syscw: %llu");
 }
 
 // The first word of a thread's schedstat is what it has run, in nanoseconds.
 double TerminalProgram::processorSeconds() const {
-  const std::string folder = "/proc/" + std::to_string(pid_) + "/task/";
-  DIR *threads = opendir(folder.c_str());
-  if (threads == nullptr) return -1;
   double seconds = 0;
-  while (const dirent *entry = readdir(threads)) {
-    if (entry->d_name[0] == '.') continue;
-    FILE *file = std::fopen((folder + entry->d_name + "/schedstat").c_str(), "re");
-    unsigned long long nanoseconds = 0;
-    if (file != nullptr && std::fscanf(file, "%llu", &nanoseconds) == 1) {
-      seconds += static_cast<double>(nanoseconds) / 1e9;
-    }
-    if (file != nullptr) std::fclose(file);
-  }
-  closedir(threads);
-  return seconds;
+  const bool runs = visitThreads(pid_, [&seconds](const std::string &thread) {
+    seconds += static_cast<double>(numberIn(thread + "/schedstat", "%llu")) / 1e9;
+  });
+  return runs ? seconds : -1;
+}
+
+uint64_t TerminalProgram::wakeUps() const {
+  uint64_t count = 0;
+  visitThreads(pid_, [&count](const std::string &thread) {
+    count += numberIn(thread + "/status", "voluntary_ctxt_switches: %llu");
+  });
+  return count;
 }
 
 double secondsPerRefresh(const std::vector<std::string> &arguments, std::string_view keys,

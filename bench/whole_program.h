@@ -22,6 +22,7 @@ struct Frame {
   size_t bytes = 0;
   size_t clears = 0;  // of the whole screen
   uint64_t writes = 0;
+  double seconds = 0;  // until the last of it came, on the clock
 };
 
 class TerminalProgram {
@@ -40,6 +41,8 @@ class TerminalProgram {
   std::optional<Frame> nextFrame(std::string_view keys = "");
   // Of all its threads so far; negative when it is gone.
   double processorSeconds() const;
+  // How often its threads have waited for something so far.
+  uint64_t wakeUps() const;
 
  private:
   static constexpr int kLongQuiet = 400;  // milliseconds
