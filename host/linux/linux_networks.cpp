@@ -13,8 +13,12 @@ Errno LinuxNetworks::networkSources(std::vector<NetworkSource> &sources) {
     const std::lock_guard lock(shared_.mutex);
     owners = shared_.known.socketOwners();
   }
+  const auto isKnown = [this](int32_t pid) {
+    const std::lock_guard lock(shared_.mutex);
+    return shared_.hasJustListed(pid);
+  };
   const std::lock_guard lock(mutex_);
-  return tcpTotals_.list(owners, sources);
+  return tcpTotals_.list(owners, isKnown, sources);
 }
 
 Errno LinuxNetworks::interfaces(std::vector<NetworkInterface> &interfaces) {

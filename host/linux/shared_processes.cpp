@@ -45,9 +45,18 @@ Errno SharedProcesses::readList(std::vector<int32_t> &pids) {
 }
 
 void SharedProcesses::beginPass(const std::vector<int32_t> &pids) {
+  passBegan_ = coarseNanoseconds();
   present.beginPass();
   known.keepOnly(pids);
   descriptors.beginPass();
+}
+
+bool SharedProcesses::hasJustListed(int32_t pid) {
+  constexpr uint64_t kMoment = 3'000'000'000;
+  const KnownProcess *process = known.look(pid);
+  return process != nullptr && process->descriptors &&
+         process->descriptors->size() < process->descriptorLimit &&
+         coarseNanoseconds() - passBegan_ < kMoment;
 }
 
 const WallTime &SharedProcesses::boot() {

@@ -37,6 +37,9 @@ struct SharedProcesses {
   // `pids`.
   void beginPass(const std::vector<int32_t> &pids);
 
+  // Whether the last pass listed all descriptors of a process, and began a moment ago.
+  bool hasJustListed(int32_t pid);
+
   // bootMoment() as of a moment ago: one reading serves a sample.
   const WallTime &boot();
 
@@ -55,6 +58,7 @@ struct SharedProcesses {
   std::vector<int32_t> listed_;
   uint64_t listedAt_ = 0;
   int listAnswers_ = 0;  // how often it may still be given
+  uint64_t passBegan_ = 0;
   WallTime boot_{};
   uint64_t bootReadAt_ = 0;
 };

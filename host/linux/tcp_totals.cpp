@@ -30,6 +30,7 @@ constexpr milliseconds kReadAgainAfter(900);
 // A pass over all processes shows who holds a socket; a search is for what passes don't show.
 constexpr seconds kSearchAfter(2);
 constexpr seconds kSearchAgainAfter(10);
+constexpr seconds kLongestWait(300);
 constexpr size_t kMostSockets = 1000000;
 
 bool dumpTcp(NetlinkConnection &kernel, std::vector<TcpSocket> &sockets) {
@@ -129,7 +130,7 @@ bool parseTcpSocket(Span payload, TcpSocket &socket) {
   return true;
 }
 
-void searchOwners(SocketOwners &wanted) {
+void searchOwners(SocketOwners &wanted, const HasKnownSockets &isKnown) {
   const FileHandle proc = openDirectory(AT_FDCWD, "/proc");
   DirectoryReader lister;
   std::vector<int32_t> pids;
@@ -138,7 +139,7 @@ void searchOwners(SocketOwners &wanted) {
   SocketOwners found;
   for (const int32_t pid : pids) {
     if (found.size() == wanted.size()) break;
-    searchProcess(proc.get(), pid, wanted, found);
+    if (!isKnown(pid)) searchProcess(proc.get(), pid, wanted, found);
   }
   for (const auto &[inode, pid] : found) wanted[inode] = pid;
 }
@@ -167,7 +168,7 @@ bool TcpTotals::read(Time now) {
 }
 
 // Leaves in unowned_ what `owners` does not have, with what searches found.
-void TcpTotals::findOwners(const SocketOwners &owners, Time now) {
+void TcpTotals::findOwners(const SocketOwners &owners, const HasKnownSockets &isKnown, Time now) {
   std::unordered_map<uint64_t, Unowned> unowned;
   SocketOwners wanted;
   for (const TcpSocket &socket : sockets_) {
@@ -179,8 +180,13 @@ void TcpTotals::findOwners(const SocketOwners &owners, Time now) {
   }
   unowned_ = std::move(unowned);
   if (wanted.empty()) return;
-  kernel_.search(wanted);
-  for (const auto &[inode, pid] : wanted) unowned_[inode] = {now + kSearchAgainAfter, pid};
+  kernel_.search(wanted, isKnown);
+  for (const auto &[inode, pid] : wanted) {
+    const bool isInVain = pid == 0 && unowned_[inode].wait > seconds(0);
+    const seconds wait =
+        isInVain ? std::min(2 * unowned_[inode].wait, kLongestWait) : kSearchAgainAfter;
+    unowned_[inode] = {now + wait, pid, wait};
+  }
 }
 
 const std::string &TcpTotals::nameOf(int32_t pid, std::unordered_map<int32_t, std::string> &names) {
@@ -190,10 +196,11 @@ const std::string &TcpTotals::nameOf(int32_t pid, std::unordered_map<int32_t, st
   return names[pid] = before != names_.end() ? before->second : kernel_.name(pid);
 }
 
-Errno TcpTotals::list(const SocketOwners &owners, std::vector<NetworkSource> &sources) {
+Errno TcpTotals::list(const SocketOwners &owners, const HasKnownSockets &isKnown,
+                      std::vector<NetworkSource> &sources) {
   const Time now = kernel_.clock();
   if (!read(now)) return darwin::DARWIN_ENOTSUP;
-  findOwners(owners, now);
+  findOwners(owners, isKnown, now);
   std::vector<NetworkSource> listed;
   std::unordered_map<int32_t, std::string> names;
   for (const TcpSocket &socket : sockets_) {

@@ -40,9 +40,13 @@ bool parseTcpSocket(Span payload, TcpSocket &socket);
 // The process that holds a socket, by the socket's inode.
 using SocketOwners = std::unordered_map<uint64_t, int32_t>;
 
+// Whether all sockets of a process are among the known owners'.
+using HasKnownSockets = std::function<bool(int32_t pid)>;
+
 // Looks for the inodes in `wanted` among the descriptors of all processes that the caller may look
-// at, newest first, and puts in the PIDs of those that hold them; the others stay as they are.
-void searchOwners(SocketOwners &wanted);
+// at and `isKnown` is not true of, newest first, and puts in the PIDs of those that hold them; the
+// others stay as they are.
+void searchOwners(SocketOwners &wanted, const HasKnownSockets &isKnown);
 
 // What a process is called; empty for one that is gone.
 std::string processName(int32_t pid);
@@ -52,7 +56,7 @@ class TcpTotals {
   // What the kernel is asked, to be replaced by tests.
   struct Kernel {
     std::function<bool(std::vector<TcpSocket> &)> dump;  // false: it does not answer
-    std::function<void(SocketOwners &)> search;
+    std::function<void(SocketOwners &, const HasKnownSockets &)> search;
     std::function<std::string(int32_t)> name;
     std::function<std::chrono::steady_clock::time_point()> clock;
   };
@@ -60,20 +64,23 @@ class TcpTotals {
   TcpTotals();
   explicit TcpTotals(Kernel kernel);
 
-  // Replaces `sources` by the sockets that have an owner. `owners` are those known already: only
-  // for a socket that is not among them for a while the descriptors of all processes are searched.
+  // Replaces `sources` by the sockets that have an owner. `owners` are those known already, of all
+  // processes that `isKnown` is true of: only for a socket that is not among them for a while the
+  // descriptors of the other processes are searched, ever more seldom as long as that is in vain.
   // DARWIN_ENOTSUP when the kernel does not list TCP sockets.
-  Errno list(const SocketOwners &owners, std::vector<NetworkSource> &sources);
+  Errno list(const SocketOwners &owners, const HasKnownSockets &isKnown,
+             std::vector<NetworkSource> &sources);
 
  private:
   using Time = std::chrono::steady_clock::time_point;
   struct Unowned {
-    Time dueAt;       // when to search for its owner
-    int32_t pid = 0;  // as found by the last search
+    Time dueAt;                    // when to search for its owner
+    int32_t pid = 0;               // as found by the last search
+    std::chrono::seconds wait{0};  // before the last search
   };
 
   bool read(Time now);
-  void findOwners(const SocketOwners &owners, Time now);
+  void findOwners(const SocketOwners &owners, const HasKnownSockets &isKnown, Time now);
   const std::string &nameOf(int32_t pid, std::unordered_map<int32_t, std::string> &names);
 
   Kernel kernel_;

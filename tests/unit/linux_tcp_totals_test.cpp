@@ -123,6 +123,10 @@ TcpSocket makeSocket(uint32_t inode, uint64_t received = 0, uint64_t sent = 0) {
   return socket;
 }
 
+bool noneIsKnown(int32_t) {
+  return false;
+}
+
 class Totals : public testing::Test {
  protected:
   TcpTotals totals{{[this](std::vector<TcpSocket> &out) {
@@ -130,7 +134,7 @@ class Totals : public testing::Test {
                       out = sockets;
                       return answers;
                     },
-                    [this](SocketOwners &wanted) {
+                    [this](SocketOwners &wanted, const HasKnownSockets &) {
                       searches++;
                       for (auto &[inode, pid] : wanted) {
                         if (holders.contains(inode)) pid = holders.at(inode);
@@ -145,7 +149,7 @@ class Totals : public testing::Test {
   // "PID:received" of each source.
   std::vector<std::string> list(const SocketOwners &owners) {
     sources.clear();
-    EXPECT_EQ(totals.list(owners, sources), kAnswered);
+    EXPECT_EQ(totals.list(owners, noneIsKnown, sources), kAnswered);
     std::vector<std::string> all;
     for (const NetworkSource &source : sources) {
       all.push_back(std::to_string(source.pid) + ":" + std::to_string(source.receivedBytes));
@@ -242,6 +246,26 @@ TEST_F(Totals, OwnersAreSearchedForWhenNoPassShowedThem) {
   EXPECT_EQ(searches, 2);
 }
 
+TEST_F(Totals, OwnersThatAreNotFoundAreSearchedForEverMoreSeldom) {
+  sockets = {makeSocket(10, 5)};
+  list({});
+  now += 2s;
+  for (const auto wait : {10s, 20s, 40s, 80s, 160s, 300s, 300s}) {
+    list({});
+    const int before = searches;
+    now += wait - 1s;
+    list({});
+    EXPECT_EQ(searches, before) << wait.count();
+    now += 1s;
+  }
+  holders = {{10, 77}};
+  EXPECT_THAT(list({}), ElementsAre("77:5"));
+  const int before = searches;
+  now += 10s;
+  list({});
+  EXPECT_EQ(searches, before + 1) << "what was found is looked at again soon";
+}
+
 TEST_F(Totals, APassSavesTheSearch) {
   sockets = {makeSocket(10, 5)};
   list({});
@@ -252,7 +276,7 @@ TEST_F(Totals, APassSavesTheSearch) {
 
 TEST_F(Totals, AKernelThatDoesNotAnswer) {
   answers = false;
-  EXPECT_EQ(totals.list({}, sources), darwin::DARWIN_ENOTSUP);
+  EXPECT_EQ(totals.list({}, noneIsKnown, sources), darwin::DARWIN_ENOTSUP);
   answers = true;
   sockets = {makeSocket(10, 5)};
   EXPECT_THAT(list({{10, 77}}), ElementsAre("77:5")) << "it is asked again at once";
@@ -265,13 +289,15 @@ TEST(LiveTotals, ASocketOfThisProcessIsFound) {
   ASSERT_EQ(fstat(listener, &file), 0);
 
   SocketOwners wanted{{file.st_ino, 0}, {UINT64_MAX, 0}};
-  searchOwners(wanted);
+  searchOwners(wanted, [](int32_t pid) { return pid == getpid(); });
+  EXPECT_EQ(wanted[file.st_ino], 0) << "of this one all were known";
+  searchOwners(wanted, noneIsKnown);
   EXPECT_EQ(wanted[file.st_ino], getpid());
   EXPECT_EQ(wanted[UINT64_MAX], 0);
 
   TcpTotals totals;
   std::vector<NetworkSource> sources;
-  ASSERT_EQ(totals.list({{file.st_ino, getpid()}}, sources), kAnswered);
+  ASSERT_EQ(totals.list({{file.st_ino, getpid()}}, noneIsKnown, sources), kAnswered);
   const auto own = std::find_if(sources.begin(), sources.end(),
                                 [](const NetworkSource &source) { return source.pid == getpid(); });
   ASSERT_NE(own, sources.end());
