@@ -1,6 +1,7 @@
 #include "host/linux/cgroup_limits.h"
 
 #include <fcntl.h>
+#include <poll.h>
 
 #include <algorithm>
 
@@ -50,11 +51,28 @@ uint64_t parseMemoryLimit(std::string_view text) {
   return limit;
 }
 
+static constexpr char kMountTable[] = "/proc/self/mountinfo";
+
 std::vector<CgroupMount> readCgroupMounts() {
   FileReader reader;
   std::string_view table;
-  if (reader.readList(AT_FDCWD, "/proc/self/mountinfo", table) != kAnswered) table = {};
+  if (reader.readList(AT_FDCWD, kMountTable, table) != kAnswered) table = {};
   return parseCgroupMounts(table);
+}
+
+// The kernel tells each handle of the table once of a change since it was opened or told.
+bool CgroupMounts::hasChanged() {
+  if (!watch_.isOpen()) {
+    watch_ = FileHandle(open(kMountTable, O_RDONLY | O_CLOEXEC));
+    return true;
+  }
+  pollfd watched = {watch_.get(), POLLPRI, 0};
+  return poll(&watched, 1, 0) != 0;
+}
+
+const std::vector<CgroupMount> &CgroupMounts::read() {
+  if (hasChanged()) mounts_ = readCgroupMounts();
+  return mounts_;
 }
 
 FileHandle openHierarchy(const CgroupMount &mount) {
@@ -74,7 +92,7 @@ const char *memoryLimitFile(bool isVersion1) {
 }
 
 void CgroupLimits::read() {
-  read(readCgroupMounts());
+  read(mounts_.read());
 }
 
 void CgroupLimits::read(const std::vector<CgroupMount> &mounts) {

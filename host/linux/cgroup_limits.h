@@ -26,6 +26,18 @@ std::vector<CgroupMount> parseCgroupMounts(std::string_view mountTable);
 // Those of this system; none when its mount table can't be read.
 std::vector<CgroupMount> readCgroupMounts();
 
+// The same, read anew only when something was mounted or unmounted since.
+class CgroupMounts {
+ public:
+  const std::vector<CgroupMount> &read();
+
+ private:
+  bool hasChanged();
+
+  FileHandle watch_;
+  std::vector<CgroupMount> mounts_;
+};
+
 // The directory of a hierarchy; not open for one that limits no memory.
 FileHandle openHierarchy(const CgroupMount &mount);
 
@@ -53,6 +65,7 @@ class CgroupLimits {
   void walk(int group, bool isVersion1, uint64_t limit, int depth);
   void addProcesses(int group, uint64_t limit);
 
+  CgroupMounts mounts_;
   FileReader reader_;
   std::unordered_map<int32_t, uint64_t> limits_;
 };

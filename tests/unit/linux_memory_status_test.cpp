@@ -6,7 +6,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,6 +79,34 @@ TEST(LinuxCgroupLimits, MountsThatMayLimitMemory) {
           "44 31 0:38 / /unfinished rw - cgroup2 cgroup2 rw"),
       ElementsAre(CgroupMount{"/sys/fs/cgroup/mem ory", true},
                   CgroupMount{"/sys/fs/cgroup/unified", false}));
+}
+
+// In a child with mounts of its own: what is mounted there is gone with it.
+TEST(LinuxCgroupLimits, MountsAreReadAnewWhenOneComesOrGoes) {
+  constexpr int kMayNotMount = 77;
+  constexpr char kPlace[] = "/sys/fs";
+  const pid_t tester = fork();
+  if (tester == 0) {
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+      _exit(kMayNotMount);
+    }
+    CgroupMounts mounts;
+    const std::vector<CgroupMount> before = mounts.read();
+    if (before != readCgroupMounts() || mounts.read() != before) _exit(1);
+    if (mount("none", kPlace, "cgroup2", 0, nullptr) != 0) _exit(kMayNotMount);
+    for (int round = 0; round < 2; round++) {
+      const std::vector<CgroupMount> &now = mounts.read();
+      if (std::count(now.begin(), now.end(), CgroupMount{kPlace, false}) != 1) _exit(2);
+    }
+    if (umount(kPlace) != 0 || mounts.read() != before) _exit(3);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(tester, &status, 0), tester);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == kMayNotMount) GTEST_SKIP() << "may not mount";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 class CgroupTree : public testing::Test {
