@@ -401,6 +401,9 @@ Errno PresentProcess::readOnlyThread() {
     // The process's own stat tells the rest; its times are also those of threads that ended.
     thread = std::move(known_->threads.front());
     addThread(thread, stat_, thread.figures.userTicks, thread.figures.systemTicks);
+  } else if (stat_.isKernelThread()) {
+    thread = takeKnownThread(stat_.id);
+    addThread(thread, stat_, stat_.userTicks, stat_.systemTicks);
   } else {
     std::string_view text;
     ProcessStat stat{};
