@@ -51,7 +51,7 @@ bool parseProcessStat(std::string_view text, ProcessStat &stat) {
   std::copy(name.begin(), name.end(), parsed.name);
 
   std::string_view line = text.substr(close + 1);
-  if (line.find('\n') != line.size() - 1) return false;
+  if (line.empty() || line.find('\n') != line.size() - 1) return false;
   line.remove_suffix(1);
   if (line.size() < 2 || line[0] != ' ') return false;
   parsed.state = line[1];

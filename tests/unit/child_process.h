@@ -10,9 +10,12 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
+#include "darwin/memorystatus.h"
 #include "host/errno.h"
 #include "host/linux/procfs.h"
+#include "host/machine.h"
 #include "host/posix.h"
 
 namespace host::linux_machine {
@@ -73,6 +76,16 @@ inline void busy(const std::function<void()> &ready) {
   ready();
   for (std::atomic<uint64_t> count = 0;; count++) {
   }
+}
+
+// The jetsam band of a process that is listed; -1 for another.
+inline int32_t bandOf(Machine &machine, pid_t pid) {
+  std::vector<darwin::memorystatus_priority_entry> entries;
+  EXPECT_EQ(machine.memoryStatusList(entries), kAnswered);
+  for (const auto &entry : entries) {
+    if (entry.pid == pid) return entry.priority;
+  }
+  return -1;
 }
 
 // How many descriptors this process has, one for the look at them included.

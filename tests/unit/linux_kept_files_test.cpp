@@ -145,14 +145,7 @@ TEST_F(LinuxKeptFilesTest, WhatOthersChangeOfASleepingProcessIsSeenAtOnce) {
   EXPECT_EQ(look(child).pbsd.pbi_status, darwin::SSTOP);
 
   if (!machine_->isPrivileged()) return;
-  const auto band = [&] {
-    std::vector<darwin::memorystatus_priority_entry> entries;
-    EXPECT_EQ(machine_->memoryStatusList(entries), kAnswered);
-    for (const auto &entry : entries) {
-      if (entry.pid == child.pid()) return entry.priority;
-    }
-    return -1;
-  };
+  const auto band = [&] { return bandOf(*machine_, child.pid()); };
   EXPECT_EQ(band(), 10);
   std::ofstream("/proc/" + std::to_string(child.pid()) + "/oom_score_adj") << 1000;
   EXPECT_EQ(band(), 0);

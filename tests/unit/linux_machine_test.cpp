@@ -436,14 +436,7 @@ std::string scoreOf(pid_t pid) {
 TEST_F(LinuxMachineTest, ABandThatIsSetIsTheOneThatIsRead) {
   if (!machine_->isPrivileged()) GTEST_SKIP() << "needs root, to see the list";
   Child child(sleeping);
-  const auto band = [&] {
-    std::vector<darwin::memorystatus_priority_entry> entries;
-    EXPECT_EQ(machine_->memoryStatusList(entries), kAnswered);
-    for (const auto &entry : entries) {
-      if (entry.pid == child.pid()) return entry.priority;
-    }
-    return -1;
-  };
+  const auto band = [&] { return bandOf(*machine_, child.pid()); };
   EXPECT_EQ(machine_->setMemoryStatusPlace(child.pid(), {0, true, 0}), kAnswered);
   EXPECT_EQ(band(), 0);
   EXPECT_EQ(machine_->setMemoryStatusPlace(child.pid(), {}), kAnswered);
