@@ -528,7 +528,7 @@ class WholeClient : public testing::Test {
     auto *machine = new NetworkMachine;
     host::useMachine(machine);
     machine->setSources({makeSource(1, 5, 100, 200), makeSource(2, 5, 10, 20),
-                         makeSource(3, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP)});
+                         makeSource(3, 6, 7, 8, host::NetworkProvider::udp)});
     store(process_ntstat_info[9].received, 1);
     store(process_ntstat_info[kLastSource].sent, 1);
     std::thread(doNStat, nullptr).detach();
@@ -557,8 +557,8 @@ class WholeClient : public testing::Test {
   [[noreturn]] static void runPoller() {
     auto *machine = new NetworkMachine;
     host::useMachine(machine);
-    machine->setSources({makeSource(1, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP),
-                         makeSource(2, 5, 3, 4, darwin::NSTAT_PROVIDER_TCP)});
+    machine->setSources({makeSource(1, 6, 7, 8, host::NetworkProvider::udp),
+                         makeSource(2, 5, 3, 4, host::NetworkProvider::tcp)});
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) _exit(5);
     std::thread(nstat_register, nullptr).detach();
