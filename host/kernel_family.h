@@ -15,6 +15,7 @@ inline constexpr KernelFamily kUsualFamily = 4903;
 
 // kUsualFamily for a version without a number that can be told.
 KernelFamily kernelFamilyOf(std::string_view version) noexcept;
+bool namesKernelFamily(std::string_view version) noexcept;
 
 // By what a kernel multiplies jetsam bands: darwin/memorystatus.h has those of kernels with 1.
 constexpr int32_t bandScale(KernelFamily family) {

@@ -155,6 +155,15 @@ extern "C" int __wrap_connect(int descriptor, const struct sockaddr *address, so
   return host::libraryAnswer(host::connectControlSocket(descriptor, address, length), 0, -1);
 }
 
+extern "C" int __wrap_setsockopt(int descriptor, int level, int option, const void *value,
+                                 socklen_t length) noexcept {
+  if (!host::isControlSocket(descriptor)) {
+    return __real_setsockopt(descriptor, level, option, value, length);
+  }
+  return host::libraryAnswer(host::setControlSocketOption(descriptor, level, option, value, length),
+                             0, -1);
+}
+
 // All requests that are made here take one address.
 extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...) noexcept {
   va_list arguments;

@@ -23,6 +23,8 @@ time_t __real_time(time_t *seconds) noexcept;
 int __real_gettimeofday(struct timeval *time, void *zone) noexcept;
 int __real_socket(int domain, int type, int protocol) noexcept;
 int __real_connect(int descriptor, const struct sockaddr *address, socklen_t length);
+int __real_setsockopt(int descriptor, int level, int option, const void *value,
+                      socklen_t length) noexcept;
 int __real_ioctl(int descriptor, unsigned long request, ...) noexcept;
 
 }  // extern "C"

@@ -1,19 +1,23 @@
 #include "host/entry/control_socket.h"
 
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <thread>
@@ -23,7 +27,9 @@
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
 #include "host/entry/answer.h"
+#include "host/entry/client_queue.h"
 #include "host/entry/network_statistics.h"
+#include "host/machine/kernel.h"
 #include "host/machine/networks.h"
 #include "host/posix.h"
 
@@ -36,14 +42,28 @@ constexpr uint32_t kNetworkStatisticsID = 1;
 
 // A client that does not ask is told of changes this often.
 constexpr std::chrono::milliseconds kSweepEvery(3000);
-// More than this is not kept for a client that does not read: its requests are lost, as they are
-// when a device's socket buffer is full.
-constexpr size_t kMostWaiting = 16384;
+// What lies in the socket pair itself can't be counted to the byte, so it is kept small: the
+// service's end is ready for more while that takes half of this.
+constexpr int kSendBuffer = 4096;
+// A client's longest request; longer ones are lost.
+constexpr size_t kLongestRequest = 4096;
+
+// SO_RCVBUF of SOL_SOCKET, by the device's numbers, and the most bytes that its kernel grants:
+// 8 MiB less what its buffers' own headers take.
+constexpr int kSocketLevel = 0xFFFF;
+constexpr int kReceiveBuffer = 0x1002;
+constexpr int kLargestReceiveBuffer = 8 * 1024 * 1024 / (2048 + 256) * 2048;
+
+// ENOPROTOOPT.
+constexpr Errno kUnknownOption = 42;
+
+// Of the client's queue, in bytes; its thread and the service's share it.
+using QueueLimit = std::shared_ptr<std::atomic<size_t>>;
 
 struct ControlSocket {
   ino_t inode;  // tells it from a later descriptor of the same number
   int type;
-  bool connected;
+  QueueLimit limit;  // null until it is connected
 };
 
 // Never destroyed: other threads may still ask while the program exits.
@@ -69,10 +89,18 @@ ControlSocket *findSocket(ControlSockets &sockets, int descriptor) {
   return &found->second;
 }
 
+// As a program takes it to be from what uname() says: without a number, for one of the oldest.
+KernelFamily presentedFamily() {
+  return kernel().namesKernelFamily() ? kernel().kernelFamily() : KernelFamily{0};
+}
+
 // The kernel's end of a connection.
 class Service {
  public:
-  explicit Service(int socket) : socket_(socket) {}
+  Service(int socket, QueueLimit limit)
+      : socket_(socket),
+        limit_(std::move(limit)),
+        statistics_(presentedFamily(), networks().firstNetworkReference(), queue_) {}
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
   // Closed last: whoever reads the end of file knows that the machine is not asked any more.
@@ -82,7 +110,7 @@ class Service {
   void run() {
     while (isOpen_) {
       short wanted = POLLIN | POLLRDHUP;
-      if (!waiting_.empty()) wanted |= POLLOUT;
+      if (!queue_.isEmpty()) wanted |= POLLOUT;
       pollfd polled{socket_, wanted, 0};
       const int timeout =
           statistics_.hasSubscriptions() ? static_cast<int>(kSweepEvery.count()) : -1;
@@ -90,7 +118,7 @@ class Service {
       if (ready < 0 && errno != EINTR) return;
       if (ready == 0) sweep();
       if (ready <= 0) continue;
-      if ((polled.revents & POLLOUT) != 0) sendWaiting();
+      if ((polled.revents & POLLOUT) != 0) sendNext();
       // A closed end is readable: an empty read.
       if ((polled.revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) != 0) {
         receive((polled.revents & (POLLRDHUP | POLLHUP)) != 0);
@@ -99,53 +127,66 @@ class Service {
   }
 
  private:
-  bool isBehind() const { return waiting_.size() > kMostWaiting; }
-
   void sweep() {
-    if (isBehind()) return;
+    countUnread();
     guarded([this]() -> Errno {
-      statistics_.sweep(waiting_);
+      statistics_.sweep();
       return kAnswered;
     });
-    sendWaiting();
   }
 
   void receive(bool isClosed) {
-    const ssize_t size = recv(socket_, request_.data(), request_.size(), MSG_DONTWAIT);
+    const ssize_t size = recv(socket_, request_.data(), request_.size(), MSG_DONTWAIT | MSG_TRUNC);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
     // An empty datagram is no end.
     if (size < 0 || (size == 0 && isClosed)) isOpen_ = false;
-    if (size <= 0 || isBehind()) return;
+    if (size <= 0 || static_cast<size_t>(size) > request_.size()) return;
+    countUnread();
     // Memory that runs out costs the answer, not the connection.
     guarded([&]() -> Errno {
-      statistics_.answer(request_.data(), static_cast<size_t>(size), waiting_);
+      statistics_.answer(request_.data(), static_cast<size_t>(size));
       return kAnswered;
     });
-    sendWaiting();
   }
 
-  void sendWaiting() {
-    while (!waiting_.empty()) {
-      const NetworkStatistics::Datagram &next = waiting_.front();
-      const ssize_t sent = send(socket_, next.data(), next.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-      if (sent < 0) {
-        if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) isOpen_ = false;
-        return;
-      }
-      waiting_.pop_front();
+  // What was sent is read in the order in which it was sent. Linux tells how much memory it takes,
+  // which is more than its length.
+  void countUnread() {
+    int memory = 0;
+    if (__real_ioctl(socket_, SIOCOUTQ, &memory) != 0) memory = 0;
+    while (unreadBytes_ > static_cast<size_t>(memory)) {
+      unreadBytes_ -= unread_.front();
+      unread_.pop_front();
     }
+    queue_.setUnread(unreadBytes_);
+    queue_.setLimit(limit_->load());
+  }
+
+  void sendNext() {
+    const ClientQueue::Datagram &next = queue_.front();
+    const ssize_t sent = send(socket_, next.data(), next.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0) {
+      if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) isOpen_ = false;
+      return;
+    }
+    unread_.push_back(next.size());
+    unreadBytes_ += next.size();
+    queue_.pop();
   }
 
   const int socket_;
+  const QueueLimit limit_;
   bool isOpen_ = true;
+  ClientQueue queue_;
   NetworkStatistics statistics_;
-  std::deque<NetworkStatistics::Datagram> waiting_;
-  std::array<uint8_t, 4096> request_{};
+  std::deque<size_t> unread_;  // lengths of what was sent
+  size_t unreadBytes_ = 0;
+  std::array<uint8_t, kLongestRequest> request_{};
 };
 
-void serve(int socket) noexcept {
-  guarded([socket]() -> Errno {
-    Service(socket).run();
+void serve(int socket, QueueLimit limit) noexcept {
+  guarded([&]() -> Errno {
+    Service(socket, std::move(limit)).run();
     return kAnswered;
   });
 }
@@ -171,6 +212,8 @@ Errno startService(int descriptor, ControlSocket &entry) {
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
     return darwin::DARWIN_ENOBUFS;
   }
+  // Whatever comes of it: answers are sent all the same.
+  __real_setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   struct stat file {};
   // The program's descriptor keeps its number and becomes the other end.
   const bool replaced = fstat(ends[0], &file) == 0 && dup3(ends[0], descriptor, O_CLOEXEC) >= 0;
@@ -182,12 +225,13 @@ Errno startService(int descriptor, ControlSocket &entry) {
   entry.inode = file.st_ino;
   try {
     const AllSignalsBlocked blocked;
-    std::thread(serve, ends[1]).detach();
+    auto limit = std::make_shared<std::atomic<size_t>>(ClientQueue::kUsualLimit);
+    std::thread(serve, ends[1], limit).detach();
+    entry.limit = std::move(limit);
   } catch (...) {
     close(ends[1]);
     throw;
   }
-  entry.connected = true;
   return kAnswered;
 }
 
@@ -202,7 +246,7 @@ Errno connectSocket(int descriptor, const void *address, size_t length) {
   const std::lock_guard<std::mutex> lock(sockets.mutex);
   ControlSocket *entry = findSocket(sockets, descriptor);
   if (entry == nullptr) return darwin::DARWIN_EBADF;
-  if (entry->connected) return darwin::DARWIN_EISCONN;
+  if (entry->limit) return darwin::DARWIN_EISCONN;
   if (wanted.sc_id != kNetworkStatisticsID) return darwin::DARWIN_ENOENT;
   const Errno refusal = networks().networkStatistics();
   if (refusal == darwin::DARWIN_ENOTSUP) return darwin::DARWIN_ENOENT;
@@ -224,7 +268,7 @@ Errno openControlSocket(int type, int &descriptor) noexcept {
     if (opened < 0 || fstat(opened, &file) != 0) return darwin::DARWIN_ENOBUFS;
     ControlSockets &sockets = controlSockets();
     const std::lock_guard<std::mutex> lock(sockets.mutex);
-    sockets.byDescriptor[opened] = {file.st_ino, type, false};
+    sockets.byDescriptor[opened] = {file.st_ino, type, nullptr};
     descriptor = opened;
     return kAnswered;
   });
@@ -249,6 +293,26 @@ Errno controlInfo(darwin::ctl_info *info) noexcept {
   if (error == darwin::DARWIN_ENOMEM) return error;
   info->ctl_id = kNetworkStatisticsID;
   return kAnswered;
+}
+
+Errno setControlSocketOption(int descriptor, int level, int option, const void *value,
+                             size_t length) noexcept {
+  if (level != kSocketLevel || option != kReceiveBuffer) return kUnknownOption;
+  int bytes = 0;
+  if (length < sizeof bytes) return darwin::DARWIN_EINVAL;
+  if (value == nullptr) return darwin::DARWIN_EFAULT;
+  std::memcpy(&bytes, value, sizeof bytes);
+  if (bytes < 1) return darwin::DARWIN_EINVAL;
+  if (bytes > kLargestReceiveBuffer) return darwin::DARWIN_ENOBUFS;
+  return guarded([descriptor, bytes]() -> Errno {
+    ControlSockets &sockets = controlSockets();
+    const std::lock_guard<std::mutex> lock(sockets.mutex);
+    const ControlSocket *entry = findSocket(sockets, descriptor);
+    if (entry == nullptr) return darwin::DARWIN_EBADF;
+    // To connect sets it anew.
+    if (entry->limit) entry->limit->store(static_cast<size_t>(bytes));
+    return kAnswered;
+  });
 }
 
 Errno connectControlSocket(int descriptor, const void *address, size_t length) noexcept {

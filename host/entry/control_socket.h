@@ -19,6 +19,11 @@ bool isControlSocket(int descriptor) noexcept;
 // ioctl() with CTLIOCGINFO.
 Errno controlInfo(darwin::ctl_info *info) noexcept;
 
+// setsockopt() of a control socket: SOL_SOCKET's SO_RCVBUF, by the device's numbers, sets how many
+// bytes the kernel holds for a client that does not read. It counts from the connection on.
+Errno setControlSocketOption(int descriptor, int level, int option, const void *value,
+                             size_t length) noexcept;
+
 // connect() of a control socket.
 Errno connectControlSocket(int descriptor, const void *address, size_t length) noexcept;
 

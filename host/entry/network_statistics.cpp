@@ -4,230 +4,410 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+#include <optional>
 #include <utility>
 
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
 #include "host/darwin/ntstat.h"
 #include "host/entry/answer.h"
-#include "host/machine/networks.h"
 
 namespace host {
 
 namespace {
 
 using Datagram = NetworkStatistics::Datagram;
+using Need = ClientQueue::Need;
+
+// The header.
+constexpr size_t kContext = 0;
+constexpr size_t kType = 8;
+constexpr size_t kLength = 12;
+constexpr size_t kFlags = 14;
+constexpr size_t kHeaderSize = 16;
+// Where all messages about one source but "added" have its reference.
+constexpr size_t kReference = 16;
+
+constexpr uint32_t kUpdate = 10006;
+
+constexpr uint32_t kQUIC = 8;
+
+// Flags of requests and answers.
+constexpr uint16_t kSupportsAggregate = 1;
+constexpr uint16_t kContinuation = 2;
+constexpr uint16_t kClosing = 4;
+constexpr uint16_t kClosedAfterDrop = 8;
+
+// A filter's bit: nothing is told of sources that come.
+constexpr uint64_t kSuppressAdded = 0x100000;
+
+constexpr size_t kLargestDatagram = 4096;
+
+// Bytes of a descriptor that are not the owner's: no part of them is a valid PID.
+constexpr uint8_t kFiller = 0xb1;
+constexpr size_t kNameBytes = 64;
+constexpr size_t kAddressBytes = 28;
 
 template <typename T>
-bool readWhole(const uint8_t *bytes, size_t size, T &message) {
-  if (size < sizeof(T)) return false;
-  std::memcpy(&message, bytes, sizeof(T));
-  return true;
+T get(const Datagram &message, size_t at) {
+  T value;
+  std::memcpy(&value, message.data() + at, sizeof value);
+  return value;
 }
 
 template <typename T>
-void append(const T &part, Datagram &datagram) {
-  const auto *bytes = reinterpret_cast<const uint8_t *>(&part);
-  datagram.insert(datagram.end(), bytes, bytes + sizeof(T));
+void put(uint8_t *to, T value) {
+  std::memcpy(to, &value, sizeof value);
 }
 
 template <typename T>
-void send(const T &message, std::deque<Datagram> &out) {
-  append(message, out.emplace_back());
+void put(Datagram &message, size_t at, T value) {
+  put(message.data() + at, value);
 }
 
-darwin::nstat_msg_hdr header(uint32_t type, uint64_t context) {
-  darwin::nstat_msg_hdr made{};
-  made.context = context;
-  made.type = type;
-  return made;
+// Totals: packets and bytes that came, then those that went. Kernels know more, which stays 0.
+void putCounts(const NetworkSource &source, uint8_t *counts) {
+  put(counts, source.receivedPackets);
+  put(counts + 8, source.receivedBytes);
+  put(counts + 16, source.sentPackets);
+  put(counts + 24, source.sentBytes);
 }
 
-void fillAddress(const NetworkEndpoint &endpoint, darwin::nstat_address &address) {
+// A socket's address of the device's form.
+void putAddress(const NetworkEndpoint &endpoint, uint8_t *address) {
   const bool isIPv6 = endpoint.family == darwin::DARWIN_AF_INET6;
-  address = {};
-  address.length = isIPv6 ? 28 : 16;
-  address.family = static_cast<uint8_t>(endpoint.family);
-  address.port = htons(endpoint.port);
-  if (isIPv6) {
-    std::memcpy(&address.words[1], endpoint.address.data(), 16);
-    address.words[5] = endpoint.scope;
-  } else {
-    std::memcpy(&address.words[0], endpoint.address.data(), 4);
-  }
+  std::memset(address, 0, kAddressBytes);
+  address[0] = isIPv6 ? 28 : 16;
+  address[1] = static_cast<uint8_t>(endpoint.family);
+  put(address + 2, htons(endpoint.port));
+  std::memcpy(address + (isIPv6 ? 8 : 4), endpoint.address.data(), isIPv6 ? 16 : 4);
+  if (isIPv6) put(address + 24, endpoint.scope);
 }
 
-// What the descriptors of both providers have.
-template <typename Descriptor>
-Descriptor describeOwner(const NetworkSource &source) {
-  Descriptor descriptor{};
-  fillAddress(source.local, descriptor.local);
-  fillAddress(source.remote, descriptor.remote);
-  descriptor.ifindex = source.interfaceIndex;
-  descriptor.upid = descriptor.eupid = static_cast<uint64_t>(static_cast<uint32_t>(source.pid));
-  descriptor.pid = descriptor.epid = static_cast<uint32_t>(source.pid);
-  const size_t length = std::min(source.process.size(), sizeof descriptor.pname - 1);
-  std::memcpy(descriptor.pname, source.process.data(), length);
-  return descriptor;
+// What the oldest descriptors begin with.
+void putEnds(const NetworkSource &source, uint8_t *descriptor) {
+  putAddress(source.local, descriptor);
+  putAddress(source.remote, descriptor + kAddressBytes);
+  put(descriptor + 56, source.interfaceIndex);
+  if (source.provider == NetworkProvider::tcp) put(descriptor + 60, source.state);
+}
+
+void putDescriptor(const NetworkSource &source, const DescriptorLayout &layout,
+                   uint8_t *descriptor) {
+  std::memset(descriptor, kFiller, layout.size);
+  put(descriptor + layout.pid, source.pid);
+  put(descriptor + layout.effectivePID, source.pid);
+  std::memset(descriptor + layout.name, 0, kNameBytes);
+  std::memcpy(descriptor + layout.name, source.process.data(),
+              std::min(source.process.size(), kNameBytes - 1));
 }
 
 }  // namespace
 
-uint32_t NetworkStatistics::takeReference() {
-  // The smallest, so that a client's table stays as small as the number of sources.
-  if (!free_.empty()) return free_.extract(free_.begin()).value();
-  return next_++;
+NetworkStatistics::NetworkStatistics(KernelFamily family, uint64_t firstReference,
+                                     ClientQueue &queue)
+    : layout_(statisticsLayoutOf(family)),
+      queue_(queue),
+      next_(layout_.hasWideReferences ? firstReference : 1) {}
+
+uint16_t NetworkStatistics::flagsOf(const Datagram &request) const {
+  return layout_.hasFlags ? get<uint16_t>(request, kFlags) : uint16_t{0};
 }
 
-void NetworkStatistics::add(const NetworkSource &traffic, std::deque<Datagram> &out) {
-  const uint32_t reference = takeReference();
-  references_[{traffic.provider, traffic.key}] = reference;
-  sources_[reference].traffic = traffic;
-  darwin::nstat_msg_src_added message{};
-  message.hdr = header(darwin::NSTAT_MSG_TYPE_SRC_ADDED, 0);
-  message.provider = traffic.provider;
-  message.srcref = reference;
-  send(message, out);
-}
-
-void NetworkStatistics::sendCounts(uint32_t reference, Source &source, uint64_t context,
-                                   std::deque<Datagram> &out) {
-  darwin::nstat_msg_src_counts message{};
-  message.hdr = header(darwin::NSTAT_MSG_TYPE_SRC_COUNTS, context);
-  message.srcref = reference;
-  message.counts.nstat_rxpackets = source.traffic.receivedPackets;
-  message.counts.nstat_rxbytes = source.traffic.receivedBytes;
-  message.counts.nstat_txpackets = source.traffic.sentPackets;
-  message.counts.nstat_txbytes = source.traffic.sentBytes;
-  send(message, out);
-  source.counted = true;
-}
-
-void NetworkStatistics::sendDescription(uint32_t reference, Source &source, uint64_t context,
-                                        std::deque<Datagram> &out) {
-  darwin::nstat_msg_src_description message{};
-  message.hdr = header(darwin::NSTAT_MSG_TYPE_SRC_DESC, context);
-  message.srcref = reference;
-  message.provider = source.traffic.provider;
-  Datagram &datagram = out.emplace_back();
-  append(message, datagram);
-  if (source.traffic.provider == darwin::NSTAT_PROVIDER_TCP) {
-    auto descriptor = describeOwner<darwin::nstat_tcp_descriptor>(source.traffic);
-    descriptor.state = static_cast<uint32_t>(source.traffic.state);
-    append(descriptor, datagram);
-  } else {
-    append(describeOwner<darwin::nstat_udp_descriptor>(source.traffic), datagram);
+Datagram NetworkStatistics::message(uint32_t type, uint64_t context, uint16_t flags,
+                                    size_t size) const {
+  Datagram made(size);
+  put(made, kContext, context);
+  put(made, kType, type);
+  if (layout_.hasFlags) {
+    put(made, kLength, static_cast<uint16_t>(size));
+    put(made, kFlags, flags);
   }
-  source.described = true;
+  return made;
 }
 
-// Takes in what the machine has now. A source that has another owner than before counts as gone and
-// come again: a client asks for the owner only once.
-Errno NetworkStatistics::refresh(uint64_t context, Detail detail, std::deque<Datagram> &out) {
+void NetworkStatistics::putReference(Datagram &message, size_t at, uint64_t reference) const {
+  if (layout_.hasWideReferences) {
+    put(message, at, reference);
+  } else {
+    put(message, at, static_cast<uint32_t>(reference));
+  }
+}
+
+Datagram NetworkStatistics::about(const Source &source, Content content, uint64_t context,
+                                  uint16_t flags) const {
+  const NetworkProvider provider = source.traffic.provider;
+  const DescriptorLayout &described = descriptorOf(layout_, provider);
+  const bool isUpdate = content == Content::update;
+  const size_t number = isUpdate ? layout_.updateProvider : layout_.descriptionProvider;
+  const size_t descriptor = isUpdate ? layout_.updateDescriptor : layout_.descriptor;
+  const bool isCounts = content == Content::counts;
+  const uint32_t type = isUpdate   ? kUpdate
+                        : isCounts ? darwin::NSTAT_MSG_TYPE_SRC_COUNTS
+                                   : darwin::NSTAT_MSG_TYPE_SRC_DESC;
+  Datagram made =
+      message(type, context, flags, isCounts ? layout_.countsSize : descriptor + described.size);
+  putReference(made, kReference, source.reference);
+  if (content != Content::description) putCounts(source.traffic, made.data() + layout_.counts);
+  if (!isCounts) {
+    put(made, number, numberOf(layout_, provider));
+    putDescriptor(source.traffic, described, made.data() + descriptor);
+    if (!layout_.hasFlags) putEnds(source.traffic, made.data() + descriptor);
+  }
+  return made;
+}
+
+void NetworkStatistics::sendSuccess(uint64_t context, uint16_t flags) {
+  queue_.put(message(darwin::NSTAT_MSG_TYPE_SUCCESS, context, flags, kHeaderSize), Need::vital);
+}
+
+// Its length covers the request, which is empty where it is not repeated.
+void NetworkStatistics::sendError(uint64_t context, Errno error, const Datagram &request) {
+  const size_t copied = layout_.hasFlags ? request.size() : 0;
+  Datagram made = message(darwin::NSTAT_MSG_TYPE_ERROR, context, 0, layout_.errorSize + copied);
+  put(made, kHeaderSize, static_cast<uint32_t>(error));
+  std::copy_n(request.begin(), copied, made.begin() + layout_.errorSize);
+  queue_.put(std::move(made), Need::vital);
+}
+
+// False when the client can't be told of it.
+bool NetworkStatistics::add(const NetworkSource &traffic) {
+  const Key key{traffic.provider, traffic.key};
+  const uint32_t number = numberOf(layout_, traffic.provider);
+  // The smallest of narrow ones, so that a client's table stays as small as the number of sources.
+  const uint64_t reference = free_.empty() ? next_ : *free_.begin();
+  if ((subscriptions_[number] & kSuppressAdded) == 0) {
+    Datagram made = message(darwin::NSTAT_MSG_TYPE_SRC_ADDED, 0, 0, layout_.addedSize);
+    put(made, layout_.addedProvider, number);
+    putReference(made, layout_.addedReference, reference);
+    if (!queue_.put(std::move(made))) {
+      unlisted_.insert(key);
+      return false;
+    }
+  }
+  if (free_.erase(reference) == 0) next_++;
+  sources_.push_front({traffic, reference});
+  byReference_[reference] = byKey_[key] = sources_.begin();
+  return true;
+}
+
+void NetworkStatistics::remove(Sources::iterator source, uint16_t flags) {
+  Datagram made = message(darwin::NSTAT_MSG_TYPE_SRC_REMOVED, 0, flags, layout_.removedSize);
+  putReference(made, kReference, source->reference);
+  queue_.put(std::move(made), Need::vital);
+  if (!layout_.hasWideReferences) free_.insert(source->reference);
+  byReference_.erase(source->reference);
+  sources_.erase(source);
+}
+
+// A source that has another owner than before counts as gone and come again: a client asks for the
+// owner only once.
+Errno NetworkStatistics::takeIn(std::vector<NetworkSource> &came) {
   std::vector<NetworkSource> present;
   const Errno error = guarded([&] { return networks().networkSources(present); });
   if (error != kAnswered) return error;
-  std::erase_if(present, [this](const NetworkSource &source) {
-    return !providers_.contains(source.provider);
-  });
 
-  std::set<uint32_t> stayed;
-  std::vector<const NetworkSource *> came;
-  for (NetworkSource &source : present) {
-    const auto known = references_.find({source.provider, source.key});
-    if (known != references_.end() && sources_[known->second].traffic.pid == source.pid) {
-      sources_[known->second].traffic = source;
-      stayed.insert(known->second);
-    } else {
-      came.push_back(&source);
-    }
-  }
-  for (auto entry = sources_.begin(); entry != sources_.end();) {
-    auto &[reference, source] = *entry;
-    if (stayed.contains(reference)) {
-      ++entry;
+  std::set<Key> seen;
+  for (const NetworkSource &source : present) {
+    if (!subscriptions_.contains(numberOf(layout_, source.provider))) continue;
+    const Key key{source.provider, source.key};
+    // The machine names each source once; what it repeats is one source all the same.
+    if (!seen.insert(key).second || unlisted_.contains(key)) continue;
+    const auto known = byKey_.find(key);
+    if (known != byKey_.end() && known->second->traffic.pid == source.pid) {
+      known->second->traffic = source;
       continue;
     }
-    const bool all = detail == Detail::all;
-    if (all || !source.counted) sendCounts(reference, source, context, out);
-    if (all || !source.described) sendDescription(reference, source, 0, out);
-    darwin::nstat_msg_src_removed message{};
-    message.hdr = header(darwin::NSTAT_MSG_TYPE_SRC_REMOVED, 0);
-    message.srcref = reference;
-    send(message, out);
-    references_.erase({source.traffic.provider, source.traffic.key});
-    free_.insert(reference);
-    entry = sources_.erase(entry);
+    if (known != byKey_.end()) {
+      known->second->isGone = true;
+      byKey_.erase(known);
+    }
+    came.push_back(source);
   }
-  for (const NetworkSource *source : came) {
-    // The machine names each source once; what it repeats is one source all the same.
-    if (!references_.contains({source->provider, source->key})) add(*source, out);
-  }
+  std::erase_if(unlisted_, [&seen](const Key &key) { return !seen.contains(key); });
+  std::erase_if(byKey_, [&seen](const auto &entry) {
+    if (seen.contains(entry.first)) return false;
+    entry.second->isGone = true;
+    return true;
+  });
   return kAnswered;
 }
 
-Errno NetworkStatistics::addAll(uint32_t provider, std::deque<Datagram> &out) {
-  const bool exists =
-      provider >= darwin::NSTAT_PROVIDER_ROUTE && provider <= darwin::NSTAT_PROVIDER_SYSINFO;
-  if (!exists) return darwin::DARWIN_ENOENT;
-  const bool hasSources =
-      provider == darwin::NSTAT_PROVIDER_TCP || provider == darwin::NSTAT_PROVIDER_UDP;
-  if (!hasSources) return darwin::DARWIN_ENOTSUP;
-  if (!providers_.insert(provider).second) return darwin::DARWIN_EALREADY;
-  const Errno error = refresh(0, Detail::asked, out);
-  if (error != kAnswered) providers_.erase(provider);
+// What is said of a source for the last time, and that it is gone.
+void NetworkStatistics::closeGone() {
+  for (auto next = sources_.begin(); next != sources_.end();) {
+    const auto source = next++;
+    if (!source->isGone) continue;
+    const auto send = [&](Content content) {
+      return queue_.put(about(*source, content, 0, kClosing));
+    };
+    const uint64_t filter = subscriptions_[numberOf(layout_, source->traffic.provider)];
+    bool isCounted = false;
+    if (layout_.joinsLastWords && (filter & kSuppressAdded) != 0) {
+      isCounted = send(Content::update);
+    } else {
+      isCounted = send(Content::counts);
+      send(Content::description);
+    }
+    remove(source, !isCounted && layout_.tellsWhyRemoved ? kClosedAfterDrop : uint16_t{0});
+  }
+}
+
+void NetworkStatistics::sweep() {
+  std::vector<NetworkSource> came;
+  takeIn(came);
+  closeGone();
+  for (const NetworkSource &source : came) add(source);
+}
+
+Errno NetworkStatistics::checkProvider(uint32_t number) const {
+  // Not built in, though it has a number.
+  const bool isLeftOut = layout_.hasFlags && number == layout_.systemInformation;
+  if (number == 0 || number > layout_.lastProvider || isLeftOut) return darwin::DARWIN_ENOENT;
+  // What comes after QUIC lists sources, none of which are here.
+  const bool isLater = number > kQUIC;
+  if (!isLater && !providerOf(layout_, number)) return darwin::DARWIN_ENOTSUP;
+  if (isLater && layout_.asksForRoot && kernel().callerUser() != 0) return darwin::DARWIN_EPERM;
+  const Errno refusal = networks().networkSubscription();
+  if (refusal != kAnswered) return refusal;
+  return subscriptions_.contains(number) ? darwin::DARWIN_EALREADY : kAnswered;
+}
+
+Errno NetworkStatistics::addAll(const Datagram &request) {
+  if (request.size() < layout_.addAllSize) return darwin::DARWIN_EINVAL;
+  const auto number = get<uint32_t>(request, layout_.addAllProvider);
+  const Errno refusal = guarded([&] { return checkProvider(number); });
+  if (refusal != kAnswered) return refusal;
+  subscriptions_[number] =
+      layout_.addAllFilter != 0 ? get<uint64_t>(request, layout_.addAllFilter) : 0;
+  std::vector<NetworkSource> came;
+  const Errno error = takeIn(came);
+  if (error != kAnswered) {
+    subscriptions_.erase(number);
+    return error;
+  }
+  closeGone();
+  // The list ends with the first of its sources that is lost.
+  bool isCut = false;
+  for (const NetworkSource &source : came) {
+    const bool isOfList = numberOf(layout_, source.provider) == number;
+    if (isOfList && isCut) {
+      unlisted_.insert({source.provider, source.key});
+    } else if (!add(source) && isOfList) {
+      isCut = true;
+    }
+  }
+  const std::optional<NetworkProvider> provider = providerOf(layout_, number);
+  const bool isKernels = provider == NetworkProvider::tcp || provider == NetworkProvider::udp;
+  if (isCut && !isKernels && layout_.tellsOfFullQueue) return darwin::DARWIN_ENOBUFS;
+  sendSuccess(get<uint64_t>(request, kContext), 0);
+  return kAnswered;
+}
+
+// Whether the request is about a page of a round, which it may begin.
+bool NetworkStatistics::beginPage(uint64_t context, uint16_t flags) {
+  const bool isPage = (flags & kContinuation) != 0;
+  const bool isOther = roundContext_ != 0 && roundContext_ != context;
+  if (isOther && (isPage ? context != 0 : layout_.tellsOfOpenRounds)) {
+    sendError(roundContext_, darwin::DARWIN_EAGAIN, {});
+  }
+  if (isPage && context != 0 && context != roundContext_) {
+    roundContext_ = context;
+    round_++;
+  }
+  return isPage;
+}
+
+Errno NetworkStatistics::tell(const Datagram &request, Content content) {
+  if (request.size() < layout_.sourceRequestSize) return darwin::DARWIN_EINVAL;
+  const auto context = get<uint64_t>(request, kContext);
+  const bool isPage = beginPage(context, flagsOf(request));
+  const bool isWide = layout_.hasWideReferences;
+  const uint64_t reference =
+      isWide ? get<uint64_t>(request, kReference) : get<uint32_t>(request, kReference);
+  const uint64_t all =
+      isWide ? std::numeric_limits<uint64_t>::max() : std::numeric_limits<uint32_t>::max();
+  // The oldest kernels describe them one by one.
+  if (reference == all && (layout_.hasFlags || content == Content::counts)) {
+    return tellAll(request, content, isPage);
+  }
+  const auto found = byReference_.find(reference);
+  if (found == byReference_.end()) return darwin::DARWIN_ENOENT;
+  return queue_.put(about(*found->second, content, context, 0)) ? kAnswered
+                                                                : darwin::DARWIN_ENOBUFS;
+}
+
+Errno NetworkStatistics::tellAll(const Datagram &request, Content content, bool isPage) {
+  // What the machine can't say anew is told as it was.
+  std::vector<NetworkSource> came;
+  takeIn(came);
+  for (const NetworkSource &source : came) add(source);
+
+  const auto context = get<uint64_t>(request, kContext);
+  const bool isShared =
+      layout_.sharesDatagramsUnasked || (flagsOf(request) & kSupportsAggregate) != 0;
+  Datagram shared;
+  // A shared datagram that finds no room is lost without a sign.
+  const auto tellOf = [&](const Source &source) {
+    if (!isShared) return queue_.put(about(source, content, context, 0)) || !layout_.hasFlags;
+    const Datagram message = about(source, content, 0, 0);
+    if (shared.size() + message.size() > kLargestDatagram) queue_.put(std::exchange(shared, {}));
+    shared.insert(shared.end(), message.begin(), message.end());
+    return true;
+  };
+
+  Errno error = kAnswered;
+  bool isPart = false;
+  size_t told = 0;
+  std::vector<Sources::iterator> gone;
+  for (auto source = sources_.begin(); source != sources_.end() && !isPart; ++source) {
+    if (isPage && source->round == round_) continue;
+    if (!tellOf(*source)) {
+      error = darwin::DARWIN_ENOBUFS;
+      break;
+    }
+    if (isPage) source->round = round_;
+    isPart = isPage && ++told == layout_.sourcesPerPage;
+    if (!source->isGone || content != Content::counts) continue;
+    if (queue_.put(about(*source, Content::description, 0, 0))) {
+      gone.push_back(source);
+    } else {
+      isPart = true;
+    }
+  }
+  if (!shared.empty()) queue_.put(std::move(shared));
+  if (error == kAnswered) {
+    if (isPage && !isPart) roundContext_ = 0;
+    sendSuccess(context, isPage && isPart ? kContinuation : uint16_t{0});
+  }
+  for (const auto source : gone) remove(source, 0);
   return error;
 }
 
-Errno NetworkStatistics::query(uint32_t reference, uint64_t context, std::deque<Datagram> &out) {
-  if (reference != darwin::NSTAT_SRC_REF_ALL) {
-    const auto found = sources_.find(reference);
-    if (found == sources_.end()) return darwin::DARWIN_ENOENT;
-    sendCounts(reference, found->second, context, out);
-    return kAnswered;
-  }
-  // What the machine can't say anew is told as it was.
-  refresh(context, Detail::all, out);
-  for (auto &[each, source] : sources_) sendCounts(each, source, context, out);
-  return kAnswered;
-}
-
-Errno NetworkStatistics::describe(uint32_t reference, uint64_t context, std::deque<Datagram> &out) {
-  const auto found = sources_.find(reference);
-  if (found == sources_.end()) return darwin::DARWIN_ENOENT;
-  sendDescription(reference, found->second, context, out);
-  return kAnswered;
-}
-
-void NetworkStatistics::answer(const uint8_t *bytes, size_t size, std::deque<Datagram> &out) {
-  darwin::nstat_msg_hdr asked;
-  if (!readWhole(bytes, size, asked)) return;
-  // All requests have one 32-bit word behind the header.
-  darwin::nstat_msg_query_src_req request;
-  const bool isWhole = readWhole(bytes, size, request);
-  Errno error = darwin::DARWIN_EINVAL;
-  bool isLast = true;  // nothing else says that the answer is complete
-  if (isWhole && asked.type == darwin::NSTAT_MSG_TYPE_ADD_ALL_SRCS) {
-    error = addAll(request.srcref, out);
-  } else if (isWhole && asked.type == darwin::NSTAT_MSG_TYPE_QUERY_SRC) {
-    error = query(request.srcref, asked.context, out);
-    isLast = request.srcref == darwin::NSTAT_SRC_REF_ALL;
-  } else if (isWhole && asked.type == darwin::NSTAT_MSG_TYPE_GET_SRC_DESC) {
-    error = describe(request.srcref, asked.context, out);
-    isLast = false;
-  }
-  if (error != kAnswered) {
-    darwin::nstat_msg_error message{};
-    message.hdr = header(darwin::NSTAT_MSG_TYPE_ERROR, asked.context);
-    message.error = static_cast<uint32_t>(error);
-    send(message, out);
-  } else if (isLast) {
-    send(header(darwin::NSTAT_MSG_TYPE_SUCCESS, asked.context), out);
+Errno NetworkStatistics::handle(const Datagram &request) {
+  switch (get<uint32_t>(request, kType)) {
+    case darwin::NSTAT_MSG_TYPE_ADD_ALL_SRCS:
+      return addAll(request);
+    case darwin::NSTAT_MSG_TYPE_QUERY_SRC:
+      return tell(request, Content::counts);
+    case darwin::NSTAT_MSG_TYPE_GET_SRC_DESC:
+      return tell(request, Content::description);
+    default:
+      return darwin::DARWIN_EINVAL;
   }
 }
 
-void NetworkStatistics::sweep(std::deque<Datagram> &out) {
-  refresh(0, Detail::asked, out);
+void NetworkStatistics::answer(const uint8_t *bytes, size_t size) {
+  if (size < kHeaderSize) return;
+  Datagram request(bytes, bytes + size);
+  // A wrong length is put right, but then the flags are not believed either.
+  if (layout_.hasFlags && get<uint16_t>(request, kLength) != size) {
+    put(request, kLength, static_cast<uint16_t>(size));
+    put(request, kFlags, uint16_t{0});
+  }
+  const Errno error = handle(request);
+  if (error != kAnswered) sendError(get<uint64_t>(request, kContext), error, request);
 }
 
 }  // namespace host

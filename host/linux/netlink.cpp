@@ -28,7 +28,7 @@ bool NetlinkConnection::open() {
   socket_ = __real_socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, protocol_);
   if (socket_ < 0) return false;
   const timeval patience = {kPatience.count(), 0};
-  if (setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) != 0) {
+  if (__real_setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) != 0) {
     close();
     return false;
   }

@@ -223,7 +223,7 @@ void LinuxProcessEvents::narrow() {
   filter.filter = program.data();
   // Without one there are only more messages.
   [[maybe_unused]] const int result =
-      setsockopt(connector_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
+      __real_setsockopt(connector_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
 }
 
 Errno LinuxProcessEvents::watch(pid_t pid) {

@@ -13,7 +13,6 @@
 #include <string_view>
 #include <utility>
 
-#include "darwin/ntstat.h"
 #include "darwin/socket.h"
 #include "host/linux/sock_diag.h"
 #include "host/linux/socket_table.h"
@@ -61,7 +60,7 @@ NetworkSource sourceOf(const TcpSocket &socket, int32_t pid, const std::string &
   const bool isIPv4 = socket.family == AF_INET || mapped;
   NetworkSource source;
   source.key = socket.cookie;
-  source.provider = darwin::NSTAT_PROVIDER_TCP;
+  source.provider = NetworkProvider::tcp;
   source.pid = pid;
   source.process = name;
   source.local = endpoint(socket.localAddress, socket.localPort, isIPv4, mapped);

@@ -26,6 +26,8 @@ class KernelQuestions {
   virtual Errno kernelName(KernelName &) { return darwin::DARWIN_ENOTSUP; }
   // Where kernels differ, entry points do as this one does. By default the usual one.
   virtual KernelFamily kernelFamily() noexcept { return kUsualFamily; }
+  // Whether uname() says so: a program that can't tell the family has to take another for granted.
+  virtual bool namesKernelFamily() noexcept { return true; }
   // In bytes, a power of two.
   virtual uint64_t pageSize() noexcept { return 4096; }
   // Whether the C library has an entry point that only some releases have, such as

@@ -18,12 +18,16 @@ struct NetworkEndpoint {
   uint32_t scope = 0;  // of an IPv6 address
 };
 
-// A socket whose traffic the kernel counts. The totals run since the socket appeared.
+// Who counts the traffic of a socket, the kernel's protocols or those that a process has in itself.
+// Kernels number them differently, and early ones have only the kernel's.
+enum class NetworkProvider : uint8_t { tcp, userlandTCP, udp, userlandUDP, quic };
+
+// A socket whose traffic is counted. The totals run since the socket appeared.
 struct NetworkSource {
-  uint64_t key = 0;       // stays the same while the socket lives, and is not used again
-  uint32_t provider = 0;  // NSTAT_PROVIDER_TCP or NSTAT_PROVIDER_UDP
-  int32_t pid = 0;        // its owner; 0 if not known
-  std::string process;    // the owner's name
+  uint64_t key = 0;  // stays the same while the socket lives, and is not used again
+  NetworkProvider provider = NetworkProvider::tcp;
+  int32_t pid = 0;      // its owner; 0 if not known
+  std::string process;  // the owner's name
   NetworkEndpoint local;
   NetworkEndpoint remote;
   uint32_t interfaceIndex = 0;
@@ -68,6 +72,10 @@ class NetworkQuestions {
   // Whether the statistics service takes one more client: DARWIN_EBUSY when another program holds
   // it, DARWIN_EPERM when the caller may not, DARWIN_ENOTSUP from a kernel without.
   virtual Errno networkStatistics() { return darwin::DARWIN_ENOTSUP; }
+  // Whether a client may subscribe to any provider: DARWIN_EPERM when it may not.
+  virtual Errno networkSubscription() { return kAnswered; }
+  // The reference of the first source that a client is told of, where the kernel has wide ones.
+  virtual uint64_t firstNetworkReference() { return 1; }
   // All sources that the caller may know of, in any order.
   virtual Errno networkSources(std::vector<NetworkSource> &) { return darwin::DARWIN_ENOTSUP; }
   virtual Errno interfaces(std::vector<NetworkInterface> &) { return darwin::DARWIN_ENOTSUP; }

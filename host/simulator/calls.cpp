@@ -46,6 +46,7 @@ const std::array<CallForm, kQuestions> kCallForms = {{
     {"sysctl", "net.route.iflist2"},
     {"ioctl", "SIOCGA80211"},
     {"ntstat", "connect"},
+    {"ntstat", "subscribe"},
     {"ntstat", "sources"},
     {"MGCopyAnswerWithError", ""},
     {"IOPSCopyPowerSourcesInfo", ""},

@@ -53,6 +53,7 @@ enum class Question : uint8_t {
   interfaces,
   wirelessNetwork,
   networkStatistics,
+  networkSubscription,
   networkSources,
   gestaltAnswer,
   powerStatus,

@@ -73,6 +73,11 @@ constexpr Word kTcpStates[] = {
     {"last-ack", darwin::TSI_S_LAST_ACK},       {"fin-wait-2", darwin::TSI_S_FIN_WAIT_2},
     {"time-wait", darwin::TSI_S_TIME_WAIT}};
 
+constexpr Word kStacks[] = {{"kernel", static_cast<int64_t>(NetworkStack::kernel)},
+                            {"userland", static_cast<int64_t>(NetworkStack::userland)},
+                            {"quic", static_cast<int64_t>(NetworkStack::quic)}};
+constexpr std::span<const Word> kStreamStacks = std::span(kStacks).first<2>();
+
 constexpr FigureKey<TrafficCounters> kTrafficFigures[] = {
     {"received", &TrafficCounters::receivedBytes, Unit::kSize},
     {"sent", &TrafficCounters::sentBytes, Unit::kSize},
@@ -334,12 +339,12 @@ class DescriptorReader {
   void readTcp() {
     readInternet(kFamilies);
     readTcpState();
-    readTraffic();
+    readTraffic(kStreamStacks);
   }
 
   void readUdp() {
     readInternet(kFamilies);
-    readTraffic();
+    readTraffic(kStacks);
   }
 
   void readRaw() {
@@ -422,12 +427,19 @@ class DescriptorReader {
     socket().state = kTcpSocketStates[socket().tcpState];
   }
 
-  void readTraffic() {
+  void readTraffic(std::span<const Word> stacks) {
     TrafficCounters traffic;
     reader_.figures(kTrafficFigures, traffic);
     bool isCounted = true;
     reader_.flag("counted", isCounted);
     if (isCounted) socket().traffic = traffic;
+    const Field stack = reader_.find("stack");
+    if (!stack) return;
+    socket().stack = static_cast<NetworkStack>(stack.oneOf(stacks));
+    if (!isCounted) {
+      stack.fail("says who counts a socket that is not counted",
+                 "no such key, or `counted = true`");
+    }
   }
 
   void readUnix() {

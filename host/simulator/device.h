@@ -40,6 +40,7 @@ struct Kernel {
   std::vector<std::string> missing;
   // Whether the kernel's own task is special port 4 of the host, as changed kernels have it.
   bool givesTask = false;
+  uint64_t firstSource = 1;  // reference of the first that the network statistics tell a client of
   std::optional<std::vector<std::string>> extensions;  // identifiers; nothing: no list of them
 };
 
@@ -203,6 +204,10 @@ struct TrafficCounters {
   Figure sentBytes;
 };
 
+// What counts the traffic of a socket: the kernel's protocols, or those that its process has in
+// itself.
+enum class NetworkStack : uint8_t { kernel, userland, quic };
+
 struct Socket {
   int32_t kind = 0;    // SOCKINFO_*
   int32_t family = 0;  // DARWIN_AF_*
@@ -215,7 +220,8 @@ struct Socket {
   Endpoint local;
   Endpoint remote;
   int32_t tcpState = 0;
-  std::optional<TrafficCounters> traffic;  // nothing: the network statistics don't list it
+  std::optional<TrafficCounters> traffic;     // nothing: the network statistics don't list it
+  NetworkStack stack = NetworkStack::kernel;  // QUIC of datagrams only
   // Of kind UN.
   std::string path;
   std::string peerPath;

@@ -101,6 +101,7 @@ void readKernel(const Field &field, Kernel &kernel) {
     if ((missing & word.value) != 0) kernel.missing.emplace_back(word.text);
   }
   reader.flag("kernel-task", kernel.givesTask);
+  reader.number("first-source", kernel.firstSource, 1);
   reader.texts("extensions", kernel.extensions, kLongestKernelText);
   reader.finish();
 }

@@ -5,7 +5,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include "darwin/ntstat.h"
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
 #include "host/darwin/proc_info.h"
@@ -35,6 +34,15 @@ NetworkEndpoint endpointOf(const Endpoint &end, int family) {
   return made;
 }
 
+NetworkProvider providerOf(const Socket &socket) {
+  const bool isUserland = socket.stack == NetworkStack::userland;
+  if (socket.kind == darwin::SOCKINFO_TCP) {
+    return isUserland ? NetworkProvider::userlandTCP : NetworkProvider::tcp;
+  }
+  if (socket.stack == NetworkStack::quic) return NetworkProvider::quic;
+  return isUserland ? NetworkProvider::userlandUDP : NetworkProvider::udp;
+}
+
 NetworkSource sourceOf(const RunningProcess &process, const Descriptor &descriptor,
                        const Socket &socket, const TrafficCounters &traffic, Nanoseconds now) {
   const Nanoseconds own = process.ownTime(now);
@@ -42,7 +50,7 @@ NetworkSource sourceOf(const RunningProcess &process, const Descriptor &descript
   const bool isTCP = socket.kind == darwin::SOCKINFO_TCP;
   NetworkSource source;
   source.key = descriptor.sourceKey;
-  source.provider = isTCP ? darwin::NSTAT_PROVIDER_TCP : darwin::NSTAT_PROVIDER_UDP;
+  source.provider = providerOf(socket);
   source.pid = process.pid();
   source.process = process.description().name.substr(0, kNameBytes);
   source.local = endpointOf(socket.local, family);

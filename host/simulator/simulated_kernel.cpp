@@ -24,6 +24,10 @@ KernelFamily SimulatedKernel::kernelFamily() noexcept {
   return kernelFamilyOf(device_.description().kernel.version);
 }
 
+bool SimulatedKernel::namesKernelFamily() noexcept {
+  return host::namesKernelFamily(device_.description().kernel.version);
+}
+
 uint64_t SimulatedKernel::pageSize() noexcept {
   return device_.description().kernel.pageSize;
 }

@@ -18,6 +18,7 @@ class SimulatedKernel : public virtual KernelQuestions {
 
   Errno kernelName(KernelName &name) override;
   KernelFamily kernelFamily() noexcept override;
+  bool namesKernelFamily() noexcept override;
   uint64_t pageSize() noexcept override;
   bool hasEntryPoint(std::string_view name) override;
   Errno kernelExtensions(std::vector<std::string> &identifiers) override;

@@ -9,6 +9,14 @@ Errno SimulatedNetworks::networkStatistics() {
   return device_.ask(Question::networkStatistics, [](const Moment &) {});
 }
 
+Errno SimulatedNetworks::networkSubscription() {
+  return device_.ask(Question::networkSubscription, [](const Moment &) {});
+}
+
+uint64_t SimulatedNetworks::firstNetworkReference() {
+  return device_.description().kernel.firstSource;
+}
+
 Errno SimulatedNetworks::networkSources(std::vector<NetworkSource> &sources) {
   return device_.ask(Question::networkSources, [&](const Moment &at) {
     sources.clear();

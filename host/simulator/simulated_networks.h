@@ -14,6 +14,8 @@ class SimulatedNetworks : public virtual NetworkQuestions {
   explicit SimulatedNetworks(LiveDevice &device) : device_(device) {}
 
   Errno networkStatistics() override;
+  Errno networkSubscription() override;
+  uint64_t firstNetworkReference() override;
   Errno networkSources(std::vector<NetworkSource> &sources) override;
   Errno interfaces(std::vector<NetworkInterface> &interfaces) override;
   Errno wirelessNetwork(const std::string &interface, WirelessNetwork &network) override;

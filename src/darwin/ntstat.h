@@ -1,5 +1,7 @@
 // Messages of the kernel's network-statistics service, a kernel control socket of the name below:
 // revision 6, in host byte order, with source references of 32 bits. One message per datagram.
+// Later revisions keep the header, the types and the order within the counts up to the sent bytes;
+// nstat/layouts.h has where they put everything else.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +12,8 @@ namespace darwin {
 
 constexpr char NET_STAT_CONTROL_NAME[] = "com.apple.network.statistics";
 
+constexpr uint32_t NSTAT_MSG_TYPE_SUCCESS = 0;
+constexpr uint32_t NSTAT_MSG_TYPE_ERROR = 1;
 constexpr uint32_t NSTAT_MSG_TYPE_ADD_ALL_SRCS = 1002;
 constexpr uint32_t NSTAT_MSG_TYPE_QUERY_SRC = 1004;
 constexpr uint32_t NSTAT_MSG_TYPE_GET_SRC_DESC = 1005;
@@ -17,6 +21,11 @@ constexpr uint32_t NSTAT_MSG_TYPE_SRC_ADDED = 10001;
 constexpr uint32_t NSTAT_MSG_TYPE_SRC_REMOVED = 10002;
 constexpr uint32_t NSTAT_MSG_TYPE_SRC_DESC = 10003;
 constexpr uint32_t NSTAT_MSG_TYPE_SRC_COUNTS = 10004;
+constexpr uint32_t NSTAT_MSG_TYPE_SRC_UPDATE = 10006;
+
+// From revision 7 on.
+constexpr uint16_t NSTAT_MSG_HDR_FLAG_SUPPORTS_AGGREGATE = 1;
+constexpr uint16_t NSTAT_MSG_HDR_FLAG_CONTINUATION = 2;
 
 constexpr uint32_t NSTAT_PROVIDER_TCP = 2;
 constexpr uint32_t NSTAT_PROVIDER_UDP = 3;

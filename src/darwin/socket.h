@@ -20,6 +20,9 @@ constexpr int DARWIN_PF_KEY = 29;
 constexpr int DARWIN_SOCK_STREAM = 1;
 constexpr int DARWIN_SOCK_DGRAM = 2;
 
+constexpr int DARWIN_SOL_SOCKET = 0xFFFF;
+constexpr int DARWIN_SO_RCVBUF = 0x1002;
+
 // Protocols of DARWIN_AF_SYSTEM.
 constexpr int SYSPROTO_EVENT = 1;
 constexpr int SYSPROTO_CONTROL = 2;

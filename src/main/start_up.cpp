@@ -17,6 +17,7 @@
 #include "main/refresh_loop.h"
 #include "main/report.h"
 #include "main/usage.h"
+#include "nstat/layouts.h"
 #include "proc/process_search.h"
 #include "proc/sampler.h"
 #include "screens/cpu_summary.h"
@@ -89,6 +90,7 @@ static void probeKernel() {
   }
   g_hostName = strdup(names.nodename);
   noteKernelVersion(names.version);
+  chooseStatisticsLayout(names.version);
 }
 
 // Output is plain only when the variable "nc" is set and standard output is no character device.

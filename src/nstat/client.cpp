@@ -15,6 +15,8 @@
 #include "darwin/kernel_control.h"
 #include "darwin/socket.h"
 #include "nstat/accounting.h"
+#include "nstat/layouts.h"
+#include "nstat/places.h"
 #include "state/display.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
@@ -23,13 +25,22 @@
 namespace sondex {
 
 constexpr size_t kLargestDatagram = 4096;
-constexpr size_t kRequestSize = 20;
-static_assert(sizeof(darwin::nstat_msg_add_all_srcs) == kRequestSize &&
-              sizeof(darwin::nstat_msg_query_src_req) == kRequestSize &&
-              sizeof(darwin::nstat_msg_get_src_description) == kRequestSize);
+constexpr size_t kLargestRequest = 64;
+constexpr size_t kHeader = sizeof(darwin::nstat_msg_hdr);
+constexpr size_t kReference = kHeader;  // where most messages have it
+static_assert(sizeof(darwin::nstat_msg_query_src_req) == kReference + sizeof(uint32_t) &&
+              sizeof(darwin::nstat_msg_get_src_description) == kReference + sizeof(uint32_t));
 
 constexpr uint64_t kQueryContext = 1005;
 constexpr uint64_t kOtherContext = 2;
+
+// What a kernel drops when its queue to the client is full is lost without a sign: room for some
+// ten thousand messages, or as much as it grants.
+constexpr int kQueueWanted = 1 << 20;
+constexpr int kQueueEnough = 1 << 14;
+
+// In answer to one poll. With 50 sources or more on each, no kernel has so many.
+constexpr int kMostPages = 1000;
 
 SharedInt nstat_socket{-1};
 SharedInt g_debug{0};
@@ -89,17 +100,62 @@ int setupSocket() {
 }
 
 // A request that is lost is made up for by the next poll.
-template <typename Request>
-static void send(const Request &request) {
-  [[maybe_unused]] const ssize_t written = write(load(nstat_socket), &request, sizeof request);
+static void send(const void *request, size_t size) {
+  [[maybe_unused]] const ssize_t written = write(load(nstat_socket), request, size);
+}
+
+// Kernels that have a length here heed the flags only when it is right.
+static darwin::nstat_msg_hdr makeHeader(uint32_t type, uint64_t context, size_t size,
+                                        uint16_t flags) {
+  darwin::nstat_msg_hdr header = {};
+  header.context = context;
+  header.type = type;
+  if (statisticsLayout->tellsLength) {
+    header.length = static_cast<uint16_t>(size);
+    header.flags = flags;
+  }
+  return header;
+}
+
+template <typename Field>
+static void putField(void *message, size_t offset, Field field) {
+  memcpy(static_cast<uint8_t *>(message) + offset, &field, sizeof field);
 }
 
 static void subscribe(uint32_t provider) {
-  darwin::nstat_msg_add_all_srcs request = {};
-  request.hdr.context = kOtherContext;
-  request.hdr.type = darwin::NSTAT_MSG_TYPE_ADD_ALL_SRCS;
-  request.provider = provider;
-  send(request);
+  uint8_t request[kLargestRequest] = {};
+  const size_t size = statisticsLayout->addAllSize;
+  putField(request, 0, makeHeader(darwin::NSTAT_MSG_TYPE_ADD_ALL_SRCS, kOtherContext, size, 0));
+  putField(request, statisticsLayout->addAllProvider, provider);
+  send(request, size);
+}
+
+void subscribeToAll() {
+  for (size_t i = 0; i < statisticsLayout->providerCount; i++) {
+    subscribe(statisticsLayout->providers[i].number);
+  }
+}
+
+// A reference of all bits stands for all sources.
+void queryAll() {
+  uint8_t request[kLargestRequest] = {};
+  const size_t width = statisticsLayout->hasWideReferences ? sizeof(uint64_t) : sizeof(uint32_t);
+  const size_t size = kReference + width;
+  putField(request, 0,
+           makeHeader(darwin::NSTAT_MSG_TYPE_QUERY_SRC, kQueryContext, size,
+                      darwin::NSTAT_MSG_HDR_FLAG_SUPPORTS_AGGREGATE |
+                          darwin::NSTAT_MSG_HDR_FLAG_CONTINUATION));
+  memset(request + kReference, 0xFF, width);
+  send(request, size);
+}
+
+static void enlargeQueue(int control) {
+  for (int size = kQueueWanted; size >= kQueueEnough; size /= 2) {
+    if (setsockopt(control, darwin::DARWIN_SOL_SOCKET, darwin::DARWIN_SO_RCVBUF, &size,
+                   sizeof size) == 0) {
+      return;
+    }
+  }
 }
 
 void *nstat_register(void *) {
@@ -108,18 +164,14 @@ void *nstat_register(void *) {
   store(g_nstat_ok, control > 0 ? 1 : 0);
   if (control <= 0) return nullptr;
 
-  subscribe(darwin::NSTAT_PROVIDER_TCP);
-  subscribe(darwin::NSTAT_PROVIDER_UDP);
+  enlargeQueue(control);
+  subscribeToAll();
   for (SourceTotals &totals : process_ntstat_info) {
     store(totals.received, 0);
     store(totals.sent, 0);
   }
   for (;;) {
-    darwin::nstat_msg_query_src_req query = {};
-    query.hdr.context = kQueryContext;
-    query.hdr.type = darwin::NSTAT_MSG_TYPE_QUERY_SRC;
-    query.srcref = darwin::NSTAT_SRC_REF_ALL;
-    send(query);
+    queryAll();
     sleep(1);
   }
 }
@@ -146,117 +198,202 @@ static uint32_t typeOf(const void *message) {
   return fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_hdr, type));
 }
 
-static uint32_t sourceOfRemoval(const void *message) {
-  return fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_src_removed, srcref));
+static uint64_t referenceAt(const void *message, size_t offset) {
+  return statisticsLayout->hasWideReferences ? fieldAt<uint64_t>(message, offset)
+                                             : fieldAt<uint32_t>(message, offset);
 }
 
-static bool hasPlace(uint32_t source) {
-  return source <= kLastSource;
+static size_t endOfReference(size_t offset) {
+  return offset + (statisticsLayout->hasWideReferences ? sizeof(uint64_t) : sizeof(uint32_t));
 }
 
-static bool isRemoval(const void *message, size_t length) {
-  return length >= sizeof(darwin::nstat_msg_src_removed) &&
-         typeOf(message) == darwin::NSTAT_MSG_TYPE_SRC_REMOVED &&
-         hasPlace(sourceOfRemoval(message));
+// Small references are places themselves.
+static int placeOfSource(uint64_t reference) {
+  if (statisticsLayout->hasWideReferences) return findSourcePlace(reference);
+  return reference <= kLastSource ? static_cast<int>(reference) : kNoSourcePlace;
+}
+
+static void tracePassedOver(const void *message, size_t length) {
+  if (load(g_debug) == 0) return;
+  if (typeOf(message) == darwin::NSTAT_MSG_TYPE_ERROR &&
+      length >= sizeof(darwin::nstat_msg_error)) {
+    fprintf(stderr, "Network statistics: %s\n",
+            strerror(fieldAt<int32_t>(message, offsetof(darwin::nstat_msg_error, error))));
+    return;
+  }
+  fprintf(stderr, "Network statistics: a message of type %u and %zu bytes is passed over\n",
+          typeOf(message), length);
+}
+
+// The place of the source that a message tells the end of; kNoSourcePlace for another message.
+static int placeOfRemoved(const void *message, size_t length) {
+  if (typeOf(message) != darwin::NSTAT_MSG_TYPE_SRC_REMOVED ||
+      length < endOfReference(kReference)) {
+    return kNoSourcePlace;
+  }
+  return placeOfSource(referenceAt(message, kReference));
+}
+
+// After a page of the answer to a poll comes the next one when it is asked for.
+static void fileSuccess(const void *message) {
+  static int pages = 0;
+  const auto header = fieldAt<darwin::nstat_msg_hdr>(message, 0);
+  if (header.context != kQueryContext || !statisticsLayout->tellsLength) return;
+  if ((header.flags & darwin::NSTAT_MSG_HDR_FLAG_CONTINUATION) == 0) {
+    pages = 0;
+  } else if (pages < kMostPages) {
+    pages++;
+    queryAll();
+  }
+}
+
+static void readMessage(const uint8_t *message, size_t length) {
+  const uint32_t type = typeOf(message);
+  if (const int place = placeOfRemoved(message, length); place != kNoSourcePlace) {
+    descriptors[place] = nullptr;
+    descriptorsModded[place] = 1;
+  }
+  if (type == darwin::NSTAT_MSG_TYPE_SUCCESS) {
+    fileSuccess(message);
+  } else if (type != darwin::NSTAT_MSG_TYPE_SRC_ADDED) {
+    print_nstat_msg(message, length);
+  }
+}
+
+// Kernels that tell no lengths send one message at a time.
+static void readDatagram(const uint8_t *datagram, size_t size) {
+  if (!statisticsLayout->tellsLength) {
+    if (size >= kHeader) readMessage(datagram, size);
+    return;
+  }
+  while (size >= kHeader && load(sourceIsBeyond) == 0) {
+    const size_t length = fieldAt<uint16_t>(datagram, offsetof(darwin::nstat_msg_hdr, length));
+    if (length < kHeader || length > size) {
+      tracePassedOver(datagram, size);
+      return;
+    }
+    readMessage(datagram, length);
+    datagram += length;
+    size -= length;
+  }
 }
 
 void readNotifications(int socket) {
   uint8_t datagram[kLargestDatagram];
   while (load(sourceIsBeyond) == 0) {
-    const ssize_t result = read(socket, datagram, sizeof datagram);
-    if (result <= 0) return;
-    const size_t length = static_cast<size_t>(result);
-    if (length < sizeof(darwin::nstat_msg_hdr)) continue;
-    if (isRemoval(datagram, length)) {
-      descriptors[sourceOfRemoval(datagram)] = nullptr;
-      descriptorsModded[sourceOfRemoval(datagram)] = 1;
-    }
-    if (typeOf(datagram) != darwin::NSTAT_MSG_TYPE_SRC_ADDED) print_nstat_msg(datagram, length);
+    const ssize_t size = read(socket, datagram, sizeof datagram);
+    if (size <= 0) return;
+    readDatagram(datagram, static_cast<size_t>(size));
   }
 }
 
-// Where a provider's descriptor has the owner, from the start of the message.
-struct DescriptorFields {
-  uint32_t provider;
-  size_t pid;
-  size_t name;
-  const char *trace;
-};
+static void traceDescription(const char *kind, const char *name, size_t available,
+                             uint64_t reference, int32_t pid) {
+  char shown[kOwnerNameSize];
+  makeSafe(shown, sizeof shown, name, std::min(available, kOwnerNameSize));
+  fprintf(stderr, "%s SRCREF: %d, PID: %d, NAME: %s\n", kind, static_cast<int>(reference), pid,
+          shown);
+}
 
-constexpr size_t kDescriptor = sizeof(darwin::nstat_msg_src_description);
-
-static const DescriptorFields kDescriptors[] = {
-    {darwin::NSTAT_PROVIDER_TCP, kDescriptor + offsetof(darwin::nstat_tcp_descriptor, pid),
-     kDescriptor + offsetof(darwin::nstat_tcp_descriptor, pname), "TCP"},
-    {darwin::NSTAT_PROVIDER_UDP, kDescriptor + offsetof(darwin::nstat_udp_descriptor, pid),
-     kDescriptor + offsetof(darwin::nstat_udp_descriptor, pname), "UDP"},
-};
-
-static const DescriptorFields *fieldsOf(uint32_t provider) {
-  for (const DescriptorFields &row : kDescriptors) {
-    if (row.provider == provider) return &row;
+static const StatisticsProvider *findProvider(uint32_t number) {
+  for (size_t i = 0; i < statisticsLayout->providerCount; i++) {
+    if (statisticsLayout->providers[i].number == number) return &statisticsLayout->providers[i];
   }
   return nullptr;
 }
 
-static void traceDescription(const DescriptorFields *fields, const void *message, size_t length,
-                             uint32_t source, int32_t pid) {
-  constexpr size_t kNameSize = sizeof(darwin::nstat_tcp_descriptor::pname);
-  char name[kNameSize];
-  makeSafe(name, sizeof name, static_cast<const char *>(message) + fields->name,
-           std::min(length - fields->name, kNameSize));
-  fprintf(stderr, "%s SRCREF: %d, PID: %d, NAME: %s\n", fields->trace, static_cast<int>(source),
-          pid, name);
-}
-
-static void fileDescription(const void *message, size_t length) {
-  using Message = darwin::nstat_msg_src_description;
-  if (length < sizeof(Message)) return;
-  const uint32_t source = fieldAt<uint32_t>(message, offsetof(Message, srcref));
-  const DescriptorFields *fields =
-      fieldsOf(fieldAt<uint32_t>(message, offsetof(Message, provider)));
-  if (fields == nullptr || !hasPlace(source) || length < fields->name) return;
-  const int32_t pid = fieldAt<int32_t>(message, fields->pid);
-  store(process_pid_info[source], pid);
-  if (load(g_debug) != 0) traceDescription(fields, message, length, source, pid);
+// Files the owner that the descriptor at `descriptor` names. False for a message that does not tell
+// one, or of a source that has no place.
+static bool fileOwner(const void *message, size_t length, size_t providerOffset,
+                      size_t descriptor) {
+  if (length < descriptor) return false;
+  const StatisticsProvider *provider = findProvider(fieldAt<uint32_t>(message, providerOffset));
+  if (provider == nullptr) return false;
+  const bool isTCP = provider->descriptor == DescriptorKind::tcp;
+  const OwnerFields *owner = isTCP ? ownerInTCP(length - descriptor) : &statisticsLayout->udp;
+  if (owner == nullptr || length < descriptor + owner->name) return false;
+  const uint64_t reference = referenceAt(message, kReference);
+  const int place = placeOfSource(reference);
+  if (place == kNoSourcePlace) return false;
+  const int32_t pid = fieldAt<int32_t>(message, descriptor + owner->pid);
+  store(process_pid_info[place], pid);
+  if (load(g_debug) != 0) {
+    const size_t name = descriptor + owner->name;
+    traceDescription(isTCP ? "TCP" : "UDP", static_cast<const char *>(message) + name,
+                     length - name, reference, pid);
+  }
+  return true;
 }
 
 static int32_t fileAddition(const void *message, size_t length) {
-  if (length < sizeof(darwin::nstat_msg_src_added)) return 0;
-  const uint32_t source = fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_src_added, srcref));
-  if (!hasPlace(source)) return 0;
-  store(process_pid_info[source], 0);
+  if (length < statisticsLayout->addedSize) return 0;
+  const uint64_t reference = referenceAt(message, statisticsLayout->addedReference);
+  const int place = placeOfSource(reference);
+  if (place == kNoSourcePlace) return 0;
+  store(process_pid_info[place], 0);
   if (load(g_debug) != 0) {
-    const uint32_t provider =
-        fieldAt<uint32_t>(message, offsetof(darwin::nstat_msg_src_added, provider));
-    fprintf(stderr, "Src Added - %ld\n", static_cast<long>(sizeof(darwin::nstat_msg_src_added)));
+    const auto provider = fieldAt<uint32_t>(message, statisticsLayout->addedProvider);
+    fprintf(stderr, "Src Added - %ld\n", static_cast<long>(statisticsLayout->addedSize));
     // Kept: spelled like this.
     fprintf(stderr, "PRovider: %d, SrcRef: %d\n", static_cast<int>(provider),
-            static_cast<int>(source));
+            static_cast<int>(reference));
   }
   return static_cast<int32_t>(darwin::NSTAT_MSG_TYPE_SRC_ADDED);
 }
 
+static int32_t fileRemoval(const void *message, size_t length) {
+  const int place = placeOfRemoved(message, length);
+  if (place == kNoSourcePlace) return 0;
+  store(process_pid_info[place], 0);
+  if (statisticsLayout->hasWideReferences) freeSourcePlace(referenceAt(message, kReference));
+  return static_cast<int32_t>(darwin::NSTAT_MSG_TYPE_SRC_REMOVED);
+}
+
+static bool fileCounts(const void *message, size_t length) {
+  const size_t end =
+      statisticsLayout->counts + offsetof(darwin::nstat_counts, nstat_rxduplicatebytes);
+  if (length < end) return false;
+  print_counts(message);
+  return true;
+}
+
+// Counts and description in one.
+static bool fileUpdate(const void *message, size_t length) {
+  if (statisticsLayout->updateProvider == 0) return false;
+  const bool isFiled = fileCounts(message, length);
+  return fileOwner(message, length, statisticsLayout->updateProvider,
+                   statisticsLayout->updateDescriptor) &&
+         isFiled;
+}
+
 int32_t print_nstat_msg(const void *message, size_t length) {
-  if (length < sizeof(darwin::nstat_msg_hdr)) return 0;
+  if (length < kHeader) return 0;
+  int32_t filed = 0;
+  bool isFiled = false;
   switch (typeOf(message)) {
     case darwin::NSTAT_MSG_TYPE_SRC_ADDED:
-      return fileAddition(message, length);
+      filed = fileAddition(message, length);
+      isFiled = filed != 0;
+      break;
     case darwin::NSTAT_MSG_TYPE_SRC_REMOVED:
-      if (!isRemoval(message, length)) return 0;
-      store(process_pid_info[sourceOfRemoval(message)], 0);
-      return static_cast<int32_t>(darwin::NSTAT_MSG_TYPE_SRC_REMOVED);
+      filed = fileRemoval(message, length);
+      isFiled = filed != 0;
+      break;
     case darwin::NSTAT_MSG_TYPE_SRC_DESC:
-      fileDescription(message, length);
-      return 0;
+      isFiled = fileOwner(message, length, statisticsLayout->descriptionProvider,
+                          statisticsLayout->descriptionDescriptor);
+      break;
     case darwin::NSTAT_MSG_TYPE_SRC_COUNTS:
-      if (length >= offsetof(darwin::nstat_msg_src_counts, counts.nstat_rxduplicatebytes)) {
-        print_counts(message);
-      }
-      return 0;
+      isFiled = fileCounts(message, length);
+      break;
+    case darwin::NSTAT_MSG_TYPE_SRC_UPDATE:
+      isFiled = fileUpdate(message, length);
+      break;
     default:
-      return 0;
+      break;
   }
+  if (!isFiled) tracePassedOver(message, length);
+  return filed;
 }
 
 [[noreturn]] static void endForTooManySources() {
@@ -276,33 +413,49 @@ void endIfTooManySources() {
   if (load(sourceIsBeyond) != 0) endForTooManySources();
 }
 
-static void requestDescription(uint32_t source) {
-  gsdreq.hdr.context = kOtherContext;
-  gsdreq.hdr.type = darwin::NSTAT_MSG_TYPE_GET_SRC_DESC;
-  gsdreq.srcref = source;
-  send(gsdreq);
+static void requestDescription(uint64_t reference) {
+  const size_t size = endOfReference(kReference);
+  const auto header = makeHeader(darwin::NSTAT_MSG_TYPE_GET_SRC_DESC, kOtherContext, size, 0);
+  if (statisticsLayout->hasWideReferences) {
+    uint8_t request[kLargestRequest] = {};
+    putField(request, 0, header);
+    putField(request, kReference, reference);
+    send(request, size);
+  } else {
+    gsdreq.hdr = header;
+    gsdreq.srcref = static_cast<uint32_t>(reference);
+    send(&gsdreq, sizeof gsdreq);
+  }
+}
+
+// The place to file counts in. Kept: a small reference for which there is none ends the program.
+static int placeToCount(uint64_t reference) {
+  if (statisticsLayout->hasWideReferences) return takeSourcePlace(reference);
+  const int place = placeOfSource(reference);
+  if (place == kNoSourcePlace) noteSourceBeyond();
+  return place;
 }
 
 void print_counts(const void *message) {
-  using Message = darwin::nstat_msg_src_counts;
-  const uint32_t source = fieldAt<uint32_t>(message, offsetof(Message, srcref));
-  if (!hasPlace(source)) {
-    noteSourceBeyond();
-    return;
-  }
-  const auto received = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_rxbytes));
-  const auto sent = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_txbytes));
-  store(process_ntstat_info[source].received, received);
-  store(process_ntstat_info[source].sent, sent);
+  using Counts = darwin::nstat_counts;
+  const size_t counts = statisticsLayout->counts;
+  const uint64_t reference = referenceAt(message, kReference);
+  const int place = placeToCount(reference);
+  if (place == kNoSourcePlace) return;
+  const auto received = fieldAt<uint64_t>(message, counts + offsetof(Counts, nstat_rxbytes));
+  const auto sent = fieldAt<uint64_t>(message, counts + offsetof(Counts, nstat_txbytes));
+  store(process_ntstat_info[place].received, received);
+  store(process_ntstat_info[place].sent, sent);
 
-  const int32_t pid = load(process_pid_info[source]);
+  const int32_t pid = load(process_pid_info[place]);
   if (pid == 0) {
-    requestDescription(source);
+    // An update tells the owner itself.
+    if (typeOf(message) != darwin::NSTAT_MSG_TYPE_SRC_UPDATE) requestDescription(reference);
   } else if (load(g_debug) != 0) {
-    const auto packetsIn = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_rxpackets));
-    const auto packetsOut = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_txpackets));
+    const auto packetsIn = fieldAt<uint64_t>(message, counts + offsetof(Counts, nstat_rxpackets));
+    const auto packetsOut = fieldAt<uint64_t>(message, counts + offsetof(Counts, nstat_txpackets));
     fprintf(stderr, "PID: %d SRCREF: %d COUNTS: %lld (%lld)/%lld (%lld)\n", pid,
-            static_cast<int>(source), static_cast<long long>(received),
+            static_cast<int>(reference), static_cast<long long>(received),
             static_cast<long long>(packetsIn), static_cast<long long>(sent),
             static_cast<long long>(packetsOut));
     fflush(stderr);

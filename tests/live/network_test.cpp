@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include "harness/wait.h"
 #include "nstat/accounting.h"
 #include "nstat/client.h"
+#include "nstat/layouts.h"
 
 namespace {
 
@@ -138,6 +140,9 @@ TEST(Network, TotalsOfATransferOverLoopback) {
   ASSERT_TRUE(sender.waitUntilDone());
   ASSERT_TRUE(receiver.waitUntilDone());
 
+  utsname names;
+  ASSERT_EQ(uname(&names), 0);
+  sondex::chooseStatisticsLayout(names.version);
   pthread_t reader;
   ASSERT_EQ(pthread_create(&reader, nullptr, sondex::doNStat, nullptr), 0);
   pthread_detach(reader);  // it reads until the end of the program

@@ -104,6 +104,14 @@ TEST(DeviceFileDescriptor, Tcp) {
   EXPECT_FALSE(socketOf("type = \"tcp\", counted = false").traffic.has_value());
 }
 
+TEST(DeviceFileDescriptor, Stacks) {
+  using host::simulator::NetworkStack;
+  EXPECT_EQ(socketOf("type = \"tcp\"").stack, NetworkStack::kernel);
+  EXPECT_EQ(socketOf("type = \"tcp\", stack = \"userland\"").stack, NetworkStack::userland);
+  EXPECT_EQ(socketOf("type = \"udp\", stack = \"kernel\"").stack, NetworkStack::kernel);
+  EXPECT_EQ(socketOf("type = \"udp\", stack = \"quic\"").stack, NetworkStack::quic);
+}
+
 TEST(DeviceFileDescriptor, TcpStates) {
   const std::pair<const char *, int32_t> words[] = {
       {"closed", 0},      {"listen", 1},     {"syn-sent", 2},   {"syn-received", 3},

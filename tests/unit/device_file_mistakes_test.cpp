@@ -47,7 +47,8 @@ const MistakeCase kTables[] = {
      ":3: colour: unknown key; expected " TOP_LEVEL},
     {"FirstUnknownKeyOfTheFile", "[kernel]\nzeta = 1\nalpha = 2\n",
      ":2: kernel.zeta: unknown key; expected one of \"version\", \"release\", \"host\", "
-     "\"hardware\", \"page-size\", \"timebase\", \"missing\", \"kernel-task\", \"extensions\""},
+     "\"hardware\", \"page-size\", \"timebase\", \"missing\", \"kernel-task\", "
+     "\"first-source\", \"extensions\""},
     {"ProcessIsATable", "[process]\nname = \"a\"\n",
      ":1: process: found a table; expected an array"},
     {"KernelIsANumber", "kernel = 5\n", ":1: kernel: found 5; expected a table"},
@@ -415,6 +416,15 @@ const MistakeCase kKinds[] = {
      "bytes"},
     {"DescriptorsAreATable", A_PROCESS "descriptors = { type = \"tcp\" }\n",
      ":3: process[0].descriptors: found a table; expected an array"},
+    {"QuicStream", A_PROCESS "descriptors = [{ type = \"tcp\", stack = \"quic\" }]\n",
+     ":3: process[0].descriptors[0].stack: found \"quic\"; expected one of \"kernel\", "
+     "\"userland\""},
+    {"StackOfWhatIsNotCounted",
+     A_PROCESS "descriptors = [{ type = \"udp\", counted = false, stack = \"quic\" }]\n",
+     ":3: process[0].descriptors[0].stack: says who counts a socket that is not counted; expected "
+     "no such key, or `counted = true`"},
+    {"FirstSource", "[kernel]\nfirst-source = 0\n",
+     ":2: kernel.first-source: found 0; expected a number from 1"},
     {"PortTooLarge", A_PROCESS "descriptors = [{ type = \"udp\", local = \"10.0.0.1:65536\" }]\n",
      ":3: process[0].descriptors[0].local: found \"10.0.0.1:65536\"; expected an address and a "
      "port such as \"10.0.0.5:443\", \"[fe80::1]:443\" or \"*:443\""},

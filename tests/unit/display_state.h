@@ -8,6 +8,8 @@
 #include "control/keys.h"
 #include "device/gestalt.h"
 #include "nstat/accounting.h"
+#include "nstat/layouts.h"
+#include "nstat/places.h"
 #include "proc/process_table.h"
 #include "proc/sampler.h"
 #include "screens/cpu_summary.h"
@@ -109,6 +111,8 @@ class DisplayStateGuard {
       store(process_ntstat_info[source].sent, 0);
     }
     store(g_nstat_ok, 0);
+    freeSourcePlaces();
+    chooseStatisticsLayout("");
   }
 };
 

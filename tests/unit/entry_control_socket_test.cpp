@@ -163,7 +163,7 @@ TEST_F(ControlSocket, KeepsItsNumberAndIsNotInherited) {
 TEST_F(ControlSocket, TheServiceAnswersEachRequestInItsOwnDatagram) {
   machine.setSources({makeSource(10, 5, 100, 200), makeSource(11, 6, 300, 400)});
   ASSERT_EQ(connectTo(serviceID()), 0);
-  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, NSTAT_PROVIDER_TCP);
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 2);
   EXPECT_EQ(next(), NSTAT_MSG_TYPE_SRC_ADDED);
   EXPECT_EQ(length, 24);
   EXPECT_EQ(next(), NSTAT_MSG_TYPE_SRC_ADDED);
@@ -177,38 +177,108 @@ TEST_F(ControlSocket, TheServiceAnswersEachRequestInItsOwnDatagram) {
 TEST_F(ControlSocket, ADatagramThatDoesNotFitIsCut) {
   machine.setSources({makeSource(10, 5, 100, 200)});
   ASSERT_EQ(connectTo(serviceID()), 0);
-  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, NSTAT_PROVIDER_TCP);
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 2);
   EXPECT_EQ(read(control, buffer, 10), 10);
   EXPECT_EQ(next(), NSTAT_MSG_TYPE_SUCCESS);
 }
 
 TEST_F(ControlSocket, GarbageEndsNothing) {
   ASSERT_EQ(connectTo(serviceID()), 0);
-  const std::vector<uint8_t> large(20000, 0xff);
+  const std::vector<uint8_t> large(4096, 0xff);
   EXPECT_EQ(write(control, large.data(), 0), 0);
   EXPECT_EQ(write(control, large.data(), 3), 3);
   EXPECT_EQ(write(control, large.data(), large.size()), static_cast<ssize_t>(large.size()));
   EXPECT_EQ(next(), NSTAT_MSG_TYPE_ERROR);
-  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, NSTAT_PROVIDER_UDP);
+  const std::vector<uint8_t> larger(20000, 0xff);
+  EXPECT_EQ(write(control, larger.data(), larger.size()), 20000) << "more than is listened to";
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 3);
   EXPECT_EQ(next(), NSTAT_MSG_TYPE_SUCCESS);
 }
 
-// Far more than the sockets between the two can hold.
-TEST_F(ControlSocket, AClientThatReadsLateLosesNothing) {
-  constexpr uint32_t kSources = 3000;
-  std::vector<host::NetworkSource> sources;
-  for (uint32_t i = 1; i <= kSources; i++) sources.push_back(makeSource(i, 5, i, i));
-  machine.setSources(sources);
+// Numbers of the device: SOL_SOCKET and SO_RCVBUF.
+constexpr int kLevel = 0xFFFF;
+constexpr int kReceiveBuffer = 0x1002;
+
+class FullControlSocket : public ControlSocket {
+ protected:
+  FullControlSocket() {
+    std::vector<host::NetworkSource> sources;
+    for (uint32_t i = 1; i <= kSources; i++) sources.push_back(makeSource(i, 5, i, i));
+    machine.setSources(sources);
+  }
+
+  int setQueue(int bytes) const {
+    return setsockopt(control, kLevel, kReceiveBuffer, &bytes, sizeof bytes);
+  }
+
+  // How many messages of a type come before "success".
+  uint32_t countUntilSuccess(uint32_t type) {
+    uint32_t count = 0;
+    for (uint32_t each = next(); each != NSTAT_MSG_TYPE_SUCCESS; each = next()) {
+      EXPECT_EQ(each, type);
+      count++;
+    }
+    return count;
+  }
+
+  static constexpr uint32_t kSources = 3000;
+};
+
+// 256 "added" of 24 bytes leave 2,048 of 8,192, so that one more finds room.
+TEST_F(FullControlSocket, WhatIsTooMuchIsNotToldOf) {
+  ASSERT_EQ(setQueue(1 << 20), 0);
+  ASSERT_EQ(connectTo(serviceID()), 0) << "which sets its queue to 8,192 bytes";
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 2);
+  EXPECT_EQ(countUntilSuccess(NSTAT_MSG_TYPE_SRC_ADDED), 257u);
+  // All of that was read, so there is as much room again: 47 counts of 132 bytes leave 1,988.
+  send(NSTAT_MSG_TYPE_QUERY_SRC, NSTAT_SRC_REF_ALL);
+  EXPECT_EQ(countUntilSuccess(NSTAT_MSG_TYPE_SRC_COUNTS), 47u);
+}
+
+TEST_F(FullControlSocket, ALargerQueueHoldsMore) {
   ASSERT_EQ(connectTo(serviceID()), 0);
-  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, NSTAT_PROVIDER_TCP);
+  ASSERT_EQ(setQueue(1 << 20), 0);
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 2);
   send(NSTAT_MSG_TYPE_QUERY_SRC, NSTAT_SRC_REF_ALL);
   // More requests than fit, too: the service takes them while it has answers to give.
   for (uint32_t i = 1; i <= 1000; i++) send(NSTAT_MSG_TYPE_GET_SRC_DESC, i);
-  for (uint32_t i = 0; i < kSources; i++) ASSERT_EQ(next(), NSTAT_MSG_TYPE_SRC_ADDED);
-  EXPECT_EQ(next(), NSTAT_MSG_TYPE_SUCCESS);
-  for (uint32_t i = 0; i < kSources; i++) ASSERT_EQ(next(), NSTAT_MSG_TYPE_SRC_COUNTS);
-  EXPECT_EQ(next(), NSTAT_MSG_TYPE_SUCCESS);
+  EXPECT_EQ(countUntilSuccess(NSTAT_MSG_TYPE_SRC_ADDED), 3000u);
+  EXPECT_EQ(countUntilSuccess(NSTAT_MSG_TYPE_SRC_COUNTS), 3000u);
   for (uint32_t i = 0; i < 1000; i++) ASSERT_EQ(next(), NSTAT_MSG_TYPE_SRC_DESC);
+}
+
+TEST_F(ControlSocket, ASizeOfItsQueueThatCanNotBe) {
+  ASSERT_EQ(connectTo(serviceID()), 0);
+  const auto errorOf = [this](int bytes, socklen_t size = sizeof(int)) {
+    errno = 0;
+    EXPECT_EQ(setsockopt(control, kLevel, kReceiveBuffer, &bytes, size), -1) << bytes;
+    return errno;
+  };
+  EXPECT_EQ(errorOf(0), DARWIN_EINVAL);
+  EXPECT_EQ(errorOf(-1), DARWIN_EINVAL);
+  EXPECT_EQ(errorOf(65536, 3), DARWIN_EINVAL);
+  EXPECT_EQ(errorOf(8 << 20), DARWIN_ENOBUFS);
+  EXPECT_EQ(setsockopt(control, kLevel, kReceiveBuffer, nullptr, sizeof(int)), -1);
+  EXPECT_EQ(errno, DARWIN_EFAULT);
+  // This system's own numbers mean nothing to it.
+  const int bytes = 65536;
+  EXPECT_EQ(setsockopt(control, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes), -1);
+  EXPECT_EQ(errno, 42);
+}
+
+TEST_F(ControlSocket, SpeaksAsTheKernelThatThePresentedVersionNames) {
+  machine.setSources({makeSource(10, 5, 100, 200)});
+  machine.present(4903);
+  ASSERT_EQ(connectTo(serviceID()), 0);
+  send(NSTAT_MSG_TYPE_ADD_ALL_SRCS, 2);
+  EXPECT_EQ(next(), NSTAT_MSG_TYPE_ERROR) << "20 bytes are too few";
+  EXPECT_EQ(length, 44);
+  uint8_t request[56] = {9, 0, 0, 0, 0, 0, 0, 0, 0xea, 3};
+  request[32] = 2;
+  EXPECT_EQ(write(control, request, sizeof request), 56);
+  EXPECT_EQ(next(), NSTAT_MSG_TYPE_SRC_ADDED);
+  EXPECT_EQ(length, 32);
+  EXPECT_EQ(next(), NSTAT_MSG_TYPE_SUCCESS);
 }
 
 TEST_F(ControlSocket, TheServiceEndsWithItsClient) {
@@ -232,6 +302,12 @@ TEST_F(ControlSocket, OtherSocketsAreThisSystems) {
   int waiting = -1;
   EXPECT_EQ(ioctl(control, FIONREAD, &waiting), 0);
   EXPECT_EQ(waiting, 0);
+  const int bytes = 70000;
+  EXPECT_EQ(setsockopt(control, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes), 0);
+  int granted = 0;
+  socklen_t size = sizeof granted;
+  EXPECT_EQ(getsockopt(control, SOL_SOCKET, SO_RCVBUF, &granted, &size), 0);
+  EXPECT_EQ(granted, 140000);
   EXPECT_EQ(ioctl(-1, CTLIOCGINFO, &asked), -1);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(socket(kSystem, kDatagram, 1), -1);

@@ -21,7 +21,9 @@ TEST(KernelFamily, IsTheUsualOneWhereNoBuildIsNamed) {
   for (const char *version :
        {"", "Darwin", "xnu-", "xnu-~1", "xnu-beta", "xnu-99999999999999", "xn"}) {
     EXPECT_EQ(host::kernelFamilyOf(version), 4903u) << version;
+    EXPECT_FALSE(host::namesKernelFamily(version)) << version;
   }
+  EXPECT_TRUE(host::namesKernelFamily("root:xnu-4903~1/RELEASE_ARM64"));
 }
 
 TEST(KernelFamily, OfMachines) {
@@ -33,6 +35,10 @@ TEST(KernelFamily, OfMachines) {
   device.kernel.version = "root:xnu-8020.142.2~1/RELEASE_ARM64_T6000";
   host::simulator::SimulatedMachine late(device);
   EXPECT_EQ(late.kernelFamily(), 8020u);
+  device.kernel.version = "Darwin";
+  host::simulator::SimulatedMachine nameless(device);
+  EXPECT_FALSE(nameless.namesKernelFamily());
+  EXPECT_TRUE(late.namesKernelFamily() && machine.namesKernelFamily());
   EXPECT_EQ(late.callsOf("uname"), 0u) << "nobody asked for the name";
 }
 

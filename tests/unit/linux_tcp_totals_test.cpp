@@ -10,7 +10,6 @@
 
 #include <algorithm>
 
-#include "darwin/ntstat.h"
 #include "darwin/socket.h"
 #include "host/darwin/proc_info.h"
 #include "tests/unit/netlink_bytes.h"
@@ -179,7 +178,7 @@ TEST_F(Totals, SocketsWithKnownOwners) {
   EXPECT_THAT(list({{10, 77}}), ElementsAre("77:5"));
   const NetworkSource &source = sources[0];
   EXPECT_EQ(source.key, 1010u);
-  EXPECT_EQ(source.provider, darwin::NSTAT_PROVIDER_TCP);
+  EXPECT_EQ(source.provider, host::NetworkProvider::tcp);
   EXPECT_EQ(source.process, "name77");
   EXPECT_EQ(source.local.family, darwin::DARWIN_AF_INET);
   EXPECT_EQ(source.local.address[0], 127);

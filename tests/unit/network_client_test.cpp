@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "nstat/accounting.h"
+#include "nstat/layouts.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/network_machine.h"
 
@@ -524,11 +525,13 @@ class WholeClient : public testing::Test {
     }
   }
 
-  [[noreturn]] static void run() {
+  [[noreturn]] static void run(host::KernelFamily kernel) {
     auto *machine = new NetworkMachine;
+    machine->present(kernel);
     host::useMachine(machine);
+    chooseStatisticsLayout(machine->name.version.c_str());
     machine->setSources({makeSource(1, 5, 100, 200), makeSource(2, 5, 10, 20),
-                         makeSource(3, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP)});
+                         makeSource(3, 6, 7, 8, host::NetworkProvider::udp)});
     store(process_ntstat_info[9].received, 1);
     store(process_ntstat_info[kLastSource].sent, 1);
     std::thread(doNStat, nullptr).detach();
@@ -541,6 +544,29 @@ class WholeClient : public testing::Test {
     expect([] { return getRXBytesForProcess(8) == 1; }, 7);
     expect([] { return getNTStatInfo(6) == nullptr; }, 8);
     _exit(load(g_debug) == 0 ? 0 : 9);
+  }
+
+  [[noreturn]] static void runWithManySources(host::KernelFamily kernel) {
+    auto *machine = new NetworkMachine;
+    machine->present(kernel);
+    host::useMachine(machine);
+    chooseStatisticsLayout(machine->name.version.c_str());
+    std::vector<host::NetworkSource> sources;
+    for (uint64_t key = 1; key <= 1000; key++) {
+      sources.push_back(makeSource(key, static_cast<int32_t>(key % 10 + 1), 5, 7));
+    }
+    machine->setSources(sources);
+    std::thread(doNStat, nullptr).detach();
+    expect(
+        [] {
+          bool hasAll = true;
+          for (int32_t pid = 1; pid <= 10; pid++) {
+            hasAll = hasAll && getRXBytesForProcess(pid) == 500 && getTXBytesForProcess(pid) == 700;
+          }
+          return hasAll;
+        },
+        3);
+    _exit(0);
   }
 
   // One datagram, or nothing after a while.
@@ -557,8 +583,8 @@ class WholeClient : public testing::Test {
   [[noreturn]] static void runPoller() {
     auto *machine = new NetworkMachine;
     host::useMachine(machine);
-    machine->setSources({makeSource(1, 6, 7, 8, darwin::NSTAT_PROVIDER_UDP),
-                         makeSource(2, 5, 3, 4, darwin::NSTAT_PROVIDER_TCP)});
+    machine->setSources({makeSource(1, 6, 7, 8, host::NetworkProvider::udp),
+                         makeSource(2, 5, 3, 4, host::NetworkProvider::tcp)});
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) _exit(5);
     std::thread(nstat_register, nullptr).detach();
@@ -569,8 +595,8 @@ class WholeClient : public testing::Test {
         success(2),
         added(2, 3),
         success(2),
-        counts(1, 3, 4).put64(0, 1005),
         counts(2, 7, 8).put64(0, 1005),
+        counts(1, 3, 4).put64(0, 1005),
         success(1005),
     };
     const int service = load(nstat_socket);
@@ -614,8 +640,17 @@ class WholeClient : public testing::Test {
   }
 };
 
-TEST_F(WholeClient, FollowsTheSourcesOfTheMachine) {
-  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+TEST_F(WholeClient, FollowsTheSourcesOfEachFamilyOfKernels) {
+  for (const host::KernelFamily kernel : {2782u, 3248u, 3789u, 6153u, 8020u, 11417u}) {
+    EXPECT_EXIT(run(kernel), testing::ExitedWithCode(0), "") << kernel;
+  }
+}
+
+// More than a page, a datagram and the queue as it is at first hold.
+TEST_F(WholeClient, FollowsAsManySourcesAsThereArePlacesFor) {
+  for (const host::KernelFamily kernel : {3248u, 3789u, 6153u, 8020u, 11417u}) {
+    EXPECT_EXIT(runWithManySources(kernel), testing::ExitedWithCode(0), "") << kernel;
+  }
 }
 
 TEST_F(WholeClient, AsksForTCPThenUDPThenForAllCountsAgainAndAgain) {

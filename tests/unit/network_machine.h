@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "darwin/ntstat.h"
 #include "host/darwin/errors.h"
 #include "tests/unit/entry_machine.h"
 
@@ -16,6 +15,8 @@ namespace entry_test {
 class NetworkMachine : public EntryMachine {
  public:
   host::Errno service = host::kAnswered;
+  host::Errno subscriptionRefusal = host::kAnswered;
+  uint64_t firstReference = 1;
   host::Errno sourcesRefusal = host::kAnswered;
   host::Errno interfacesRefusal = host::kAnswered;
   std::vector<host::NetworkInterface> links;
@@ -26,7 +27,16 @@ class NetworkMachine : public EntryMachine {
     sources_ = std::move(sources);
   }
 
+  // A kernel of this family, by uname() too. Without it there is none that a version names.
+  void present(host::KernelFamily kernel) {
+    family = kernel;
+    name.version = "Darwin Kernel Version: root:xnu-" + std::to_string(kernel) + ".1~1";
+  }
+  bool namesKernelFamily() noexcept override { return host::namesKernelFamily(name.version); }
+
   host::Errno networkStatistics() override { return service; }
+  host::Errno networkSubscription() override { return subscriptionRefusal; }
+  uint64_t firstNetworkReference() override { return firstReference; }
   host::Errno networkSources(std::vector<host::NetworkSource> &out) override {
     const std::lock_guard<std::mutex> lock(mutex_);
     errno = kForeignErrno;
@@ -50,7 +60,7 @@ class NetworkMachine : public EntryMachine {
 };
 
 inline host::NetworkSource makeSource(uint64_t key, int32_t pid, uint64_t received, uint64_t sent,
-                                      uint32_t provider = darwin::NSTAT_PROVIDER_TCP) {
+                                      host::NetworkProvider provider = host::NetworkProvider::tcp) {
   host::NetworkSource source;
   source.key = key;
   source.provider = provider;

@@ -112,6 +112,7 @@ std::vector<Errno> askAll(SimulatedMachine &machine, int32_t pid) {
           machine.interfaces(interfaces),
           machine.wirelessNetwork("en0", network),
           machine.networkStatistics(),
+          machine.networkSubscription(),
           machine.networkSources(sources),
           machine.gestaltAnswer("ProductName", answer),
           machine.powerStatus(power),
@@ -257,7 +258,7 @@ TEST(SimulatedCountsTest, EachQuestionCountsOnceForItsCall) {
   EXPECT_EQ(machine.callsOf("processor_info"), 2U);
   EXPECT_EQ(machine.callsOf("sysctl"), 10U);
   EXPECT_EQ(machine.callsOf("ioctl"), 2U);
-  EXPECT_EQ(machine.callsOf("ntstat"), 4U);
+  EXPECT_EQ(machine.callsOf("ntstat"), 6U);
   EXPECT_EQ(machine.callsOf("MGCopyAnswerWithError"), 2U);
   EXPECT_EQ(machine.callsOf("IOPSCopyPowerSourcesInfo"), 2U);
   EXPECT_EQ(machine.callsOf("vm_pressure_monitor"), 2U);

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "darwin/ntstat.h"
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
 #include "host/darwin/proc_info.h"
@@ -22,6 +21,7 @@ using host::simulator::CloseDescriptor;
 using host::simulator::ExitProcess;
 using host::simulator::ForkProcess;
 using host::simulator::Interface;
+using host::simulator::NetworkStack;
 using host::simulator::OpenDescriptor;
 using host::simulator::Socket;
 using host::simulator::StopProcess;
@@ -168,7 +168,7 @@ TEST(SimulatedSourcesTest, TellOwnerEndsStateAndTraffic) {
   const std::vector<NetworkSource> sources = sourcesOf(machine);
   ASSERT_EQ(sources.size(), 2U);
   const NetworkSource &tcp = sources[0];
-  EXPECT_EQ(tcp.provider, darwin::NSTAT_PROVIDER_TCP);
+  EXPECT_EQ(tcp.provider, host::NetworkProvider::tcp);
   EXPECT_EQ(tcp.pid, 80);
   EXPECT_EQ(tcp.process, "com.apple.WebKi");
   EXPECT_EQ(tcp.local.family, darwin::DARWIN_AF_INET);
@@ -184,7 +184,7 @@ TEST(SimulatedSourcesTest, TellOwnerEndsStateAndTraffic) {
   EXPECT_EQ(tcp.sentBytes, 10200U);
 
   const NetworkSource &udp = sources[1];
-  EXPECT_EQ(udp.provider, darwin::NSTAT_PROVIDER_UDP);
+  EXPECT_EQ(udp.provider, host::NetworkProvider::udp);
   EXPECT_EQ(udp.local.family, darwin::DARWIN_AF_INET6);
   EXPECT_EQ(udp.local.address[0], 0xfe);
   EXPECT_EQ(udp.local.address[15], 1);
@@ -201,6 +201,29 @@ TEST(SimulatedSourcesTest, WhatIsNotCountedIsNotListed) {
   ended.status = darwin::SZOMB;
   SimulatedMachine machine(device({holding(81, {descriptor(3, quiet)}), ended}));
   EXPECT_TRUE(sourcesOf(machine).empty());
+}
+
+TEST(SimulatedSourcesTest, AreCountedByTheStackThatTheyBelongTo) {
+  Socket userlandTCP = tcpSocket();
+  userlandTCP.stack = NetworkStack::userland;
+  Socket userlandUDP = udpSocket();
+  userlandUDP.stack = NetworkStack::userland;
+  Socket quic = udpSocket();
+  quic.stack = NetworkStack::quic;
+  SimulatedMachine machine(device({holding(
+      81, {descriptor(3, userlandTCP), descriptor(4, userlandUDP), descriptor(5, quic)})}));
+  const std::vector<NetworkSource> sources = sourcesOf(machine);
+  ASSERT_EQ(sources.size(), 3U);
+  EXPECT_EQ(sources[0].provider, host::NetworkProvider::userlandTCP);
+  EXPECT_EQ(sources[1].provider, host::NetworkProvider::userlandUDP);
+  EXPECT_EQ(sources[2].provider, host::NetworkProvider::quic);
+}
+
+TEST(SimulatedSourcesTest, BeginWithTheReferenceOfTheDevice) {
+  Device given = device();
+  given.kernel.firstSource = 4294967400;
+  EXPECT_EQ(SimulatedMachine(given).firstNetworkReference(), 4294967400U);
+  EXPECT_EQ(SimulatedMachine(device()).firstNetworkReference(), 1U);
 }
 
 TEST(SimulatedSourcesTest, ADeviceMayTellOfNone) {

@@ -10,6 +10,8 @@ extern "C" {
 
 int __wrap_socket(int domain, int type, int protocol) noexcept;
 int __wrap_connect(int descriptor, const struct sockaddr *address, socklen_t length);
+int __wrap_setsockopt(int descriptor, int level, int option, const void *value,
+                      socklen_t length) noexcept;
 
 }  // extern "C"
 
@@ -32,6 +34,13 @@ int connectSocket(int descriptor, const uint8_t *address, unsigned int length) {
   return __wrap_connect(descriptor, reinterpret_cast<const struct sockaddr *>(address), length);
 }
 
+// Numbers of options are the device's, which only its own kind of socket knows.
+int setSocketOption(int descriptor, int level, int option, const void *value, unsigned int length) {
+  constexpr int kDeviceLevel = 0xFFFF;
+  if (level != kDeviceLevel) return refuse(ENOPROTOOPT);
+  return __wrap_setsockopt(descriptor, level, option, value, length);
+}
+
 }  // namespace
 
 namespace loader {
@@ -39,6 +48,7 @@ namespace loader {
 std::span<const Import> sockets() {
   static const Import table[] = {
       call("connect", &connectSocket),
+      call("setsockopt", &setSocketOption),
       call("socket", &openSocket),
   };
   return table;
