@@ -217,8 +217,13 @@ int32_t vnodeType(uint16_t mode) {
   }
 }
 
-std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &file) {
-  return withoutDeletedMark(path, file.vst_ino != 0 && file.vst_nlink == 0);
+// As it is shown. The kernel marks every anonymous memory as deleted, which never had a name to
+// lose.
+std::string_view sharedMemoryName(std::string_view link) {
+  constexpr std::string_view kMark = " (deleted)";
+  if (!link.starts_with(kAnonymousMemory)) return link.substr(kSharedMemory.size() - 1);
+  if (link.ends_with(kMark)) link.remove_suffix(kMark.size());
+  return link.substr(kAnonymousMemory.size());
 }
 
 using Events = std::vector<darwin::kevent_extinfo>;
@@ -466,7 +471,7 @@ Errno Descriptors::vnode(int processDirectory, int fd, darwin::vnode_fdinfowithp
   if (error != kAnswered) return error;
   vnode.vi_type = vnodeType(vnode.vi_stat.vst_mode);
   vnode.vi_fsid.val[0] = static_cast<int32_t>(vnode.vi_stat.vst_dev);
-  copyText(withoutMark(link.text, vnode.vi_stat), answer.pvip.vip_path);
+  copyText(link.text, answer.pvip.vip_path);
   info = answer;
   return kAnswered;
 }
@@ -545,10 +550,7 @@ Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinf
   stat.vst_uid = file.vst_uid;
   stat.vst_gid = file.vst_gid;
   stat.vst_size = file.vst_size;
-  std::string_view name = withoutMark(link.text, file);
-  const bool anonymous = name.starts_with(kAnonymousMemory);
-  name.remove_prefix(anonymous ? kAnonymousMemory.size() : kSharedMemory.size() - 1);
-  copyText(name, answer.pshminfo.pshm_name);
+  copyText(sharedMemoryName(link.text), answer.pshminfo.pshm_name);
   info = answer;
   return kAnswered;
 }

@@ -43,16 +43,16 @@ class Descriptors {
   // PROX_FDTYPE_*.
   Errno type(int processDirectory, int fd, uint32_t &type);
 
-  // A file without a name left keeps the one it had. The offset is in bytes; an O_PATH descriptor
-  // has neither FREAD nor FWRITE.
+  // A file without a name left has the one it had and " (deleted)" behind it. The offset is in
+  // bytes; an O_PATH descriptor has neither FREAD nor FWRITE.
   Errno vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info);
   // A socket that the kernel does not list (a kind it has no list of, or another network namespace
   // that the caller may not enter) has kind and family 0, unless it is of this namespace and tells
   // its protocol.
   Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
   Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
-  // "/name" of a file in /dev/shm, or a memfd's own name, and the lowest address that the process
-  // has it mapped at; 0 for none.
+  // "/name" of a file in /dev/shm, as of other files, or a memfd's own name, and the lowest address
+  // that the process has it mapped at; 0 for none.
   Errno sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info);
   // Both ends of a pipe have one inode here; its writing end's handle is the odd one.
   Errno pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info);

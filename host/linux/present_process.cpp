@@ -318,9 +318,7 @@ Errno PresentProcess::arguments(ProcessArguments &arguments) {
   if (error != kAnswered) return error;
   arguments.arguments = splitArguments(text);
   arguments.environment.clear();
-  struct stat file {};
-  bool isGone = fstatat(directory_.get(), "exe", &file, 0) == 0 && file.st_nlink == 0;
-  arguments.path = withoutDeletedMark(path, isGone);
+  arguments.path = path;
   arguments.is64Bit = is64Bit();
   return kAnswered;
 }

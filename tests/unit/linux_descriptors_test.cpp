@@ -243,11 +243,11 @@ TEST_F(DescriptorsTest, NamedSocketsAndPipesAreFiles) {
   EXPECT_EQ(pipe.pipeinfo.pipe_stat.vst_ino, inodeOf(reading.get()));
 }
 
-TEST_F(DescriptorsTest, OnlyTheMarkOfADeletedFileIsRemoved) {
+TEST_F(DescriptorsTest, ADeletedFileIsMarked) {
   const std::string gone = path("gone");
   const Owned deleted(open(gone.c_str(), O_RDWR | O_CREAT, 0600));
   ASSERT_EQ(unlink(gone.c_str()), 0);
-  EXPECT_STREQ(vnode(deleted.get()).pvip.vip_path, gone.c_str());
+  EXPECT_EQ(vnode(deleted.get()).pvip.vip_path, gone + " (deleted)");
   EXPECT_EQ(vnode(deleted.get()).pvip.vip_vi.vi_stat.vst_nlink, 0);
 
   const std::string named = path("kept (deleted)");
@@ -789,7 +789,7 @@ TEST_F(DescriptorsTest, SharedMemory) {
   EXPECT_EQ(info.pshminfo.pshm_stat.vst_mode & 0777, 0600);
   EXPECT_EQ(shm_unlink(name.c_str()), 0);
   ASSERT_EQ(descriptors_.sharedMemory(self_.get(), shared.get(), info), kAnswered);
-  EXPECT_EQ(info.pshminfo.pshm_name, name);
+  EXPECT_EQ(info.pshminfo.pshm_name, name + " (deleted)");
 }
 
 TEST_F(DescriptorsTest, SharedMemoryKnowsWhereItIsMapped) {

@@ -623,7 +623,7 @@ TEST_F(LinuxMachineTest, TheBeginningOfVeryLongArguments) {
   EXPECT_EQ(process.arguments[5], longWord.substr(0, 262144 - before));
 }
 
-TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
+TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneSaysSo) {
   char path[] = "/tmp/linux_machine_test.XXXXXX";
   const int copy = mkostemp(path, O_CLOEXEC);
   ASSERT_GE(copy, 0);
@@ -648,7 +648,7 @@ TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
   }));
   ASSERT_EQ(unlink(path), 0);
   ASSERT_EQ(machine_->arguments(child.pid(), process), kAnswered);
-  EXPECT_EQ(process.path, path);
+  EXPECT_EQ(process.path, path + std::string(" (deleted)"));
 }
 
 TEST_F(LinuxMachineTest, AProcessThatGaveUpPrivilegesKeepsItsPathToItself) {
