@@ -324,6 +324,18 @@ static Errno readUserNamespace(int directory, const char *name, std::string &tex
   return kAnswered;
 }
 
+// For a process whose namespace may not be known: one in which users are other ones than in ours
+// shows. One that has the same counts as ours.
+Errno PresentProcess::mapsUsersOtherwise(bool &otherwise) {
+  std::string_view text;
+  otherwise = false;
+  if (reader_.readRecord(procDirectory_, "self/uid_map", text) != kAnswered) return kAnswered;
+  const std::string own(text);
+  const Errno error = readTaskText("uid_map", text);
+  otherwise = text != own;
+  return error;
+}
+
 Errno PresentProcess::hasOwnUsers(bool &own) {
   if (!known_->hasOwnUsers) {
     std::string text;
@@ -335,6 +347,7 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
     int directory = -1;
     if (error == kAnswered) error = taskDirectory(directory);
     if (error == kAnswered) error = readUserNamespace(directory, "ns/user", text);
+    if (error == darwin::DARWIN_EPERM) return mapsUsersOtherwise(own);
     if (error != kAnswered) return error;
     // Only a process that is gone has none where others have one.
     if (text.empty() && !ownUsers_->empty()) return darwin::DARWIN_ESRCH;

@@ -78,6 +78,8 @@ class PresentProcess {
   // DARWIN_ENOTSUP if this kernel does not count.
   Errno io(ProcessIO &io);
   bool is64Bit();
+  // Whether it is in another user namespace than the caller. Of one that the caller may not look
+  // into: as far as that shows in how it maps users.
   Errno hasOwnUsers(bool &own);
   // What it was started with, but for its environment. DARWIN_EINVAL for a kernel thread. The path
   // is empty if the caller may not know it, as of a process that gave up privileges.
@@ -107,6 +109,7 @@ class PresentProcess {
   Errno readText(const KeptFile &kept, const char *name, std::string_view &text);
   Errno readTaskText(const char *name, std::string_view &text);
   Errno readLink(const char *name, std::string &path);
+  Errno mapsUsersOtherwise(bool &otherwise);
   Errno readOnlyThread();
   Errno readAllThreads();
   bool hasOnlyThreadRested();

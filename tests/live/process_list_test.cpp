@@ -2,6 +2,7 @@
 // made itself, against what /proc and ps say of them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -552,6 +553,73 @@ TEST(PlainList, PassesOverTheThreadsOfAProcessWithTooMany) {
   const std::vector<Row> fullRows = list.rowsOf(full.pid());
   ASSERT_EQ(fullRows.size(), 1u);
   EXPECT_GT(tenthsOf(fullRows[0].at(Column::processor)), 0);
+}
+
+// Root without the rights that `dropped` names, as in containers: "-sys_ptrace,-dac_override". Not
+// ended where there is nobody to take them away.
+Outcome runConfined(const std::string &dropped, const std::vector<std::string> &arguments) {
+  Launch launch;
+  launch.program = "/usr/bin/setpriv";
+  launch.arguments = {"--bounding-set", dropped, "--inh-caps", dropped, sondexPath()};
+  launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
+  launch.environment = {{"nc", "1"}};
+  return run(launch);
+}
+
+constexpr char kNoTracing[] = "-sys_ptrace";
+// Not even the numbers of descriptors are to be seen then.
+constexpr char kNoListing[] = "-sys_ptrace,-dac_override,-dac_read_search";
+
+TEST(PlainList, DoesNotTakeWhatRootMayNotLookIntoForConfined) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  // A program that was begun by that user, who may see its descriptors himself.
+  const Helper helper({"user", std::to_string(kNobody), "deleted", "fds", "9"});
+  const Outcome outcome = runConfined(kNoTracing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper.pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::sandbox), "NO");
+  EXPECT_EQ(rows[0].at(Column::descriptors), "   9");
+
+  const Outcome listed = runConfined(kNoTracing, {std::to_string(helper.pid()), "fds"});
+  const std::vector<std::string> lines = splitLines(listed.output);
+  ASSERT_EQ(lines.size(), 9u) << listed;
+  for (const std::string &line : lines) EXPECT_THAT(line, HasSubstr("  (permission denied) @0x0"));
+  EXPECT_THAT(lines[0], HasSubstr(" FD  0r  "));
+}
+
+TEST(PlainList, CountsDescriptorsThatRootMayNotList) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  const Helper helper({"user", std::to_string(kNobody), "deleted", "fds", "9"});
+  struct stat directory = {};
+  const std::string path = "/proc/" + std::to_string(helper.pid()) + "/fd";
+  ASSERT_EQ(stat(path.c_str(), &directory), 0);
+  if (directory.st_size == 0) GTEST_SKIP() << "this kernel does not count them";
+  const Outcome outcome = runConfined(kNoListing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper.pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::descriptors), "   9");
+
+  const Outcome listed = runConfined(kNoListing, {std::to_string(helper.pid()), "fds"});
+  EXPECT_EQ(splitLines(listed.output),
+            std::vector<std::string>(9, "Can't get info (2) - Error Operation not permitted"));
+}
+
+TEST(PlainList, KnowsAnotherUserNamespaceByItsUsers) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  std::unique_ptr<Helper> helper;
+  try {
+    helper = std::make_unique<Helper>(
+        std::vector<std::string>{"user", std::to_string(kNobody), "user-namespace"});
+  } catch (const Refused &) {
+    GTEST_SKIP() << "users may not make one here";
+  }
+  const Outcome outcome = runConfined(kNoTracing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper->pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::sandbox), "SB");
 }
 
 TEST(PlainList, ShowsAnotherUserOnlyHisOwnProcesses) {
