@@ -551,15 +551,17 @@ void Descriptors::describeUnlisted(int processDirectory, int fd, uint64_t inode,
                                    darwin::socket_info &info) {
   const NetworkKey network = networkOf(processDirectory);
   if (!network.isKnown()) return;
-  if (network != ownNetwork_) {
-    otherNetworks_.describe(processDirectory, network, inode, info);
-    return;
-  }
+  const bool isOwn = network == ownNetwork_;
+  if (!isOwn && otherNetworks_.describe(processDirectory, network, inode, info)) return;
   char path[64];
   char name[32];
   snprintf(path, sizeof(path), "/proc/thread-self/fd/%d/fd/%d", processDirectory, fd);
   const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
-  if (size > 0) describeUnbound({name, strnlen(name, static_cast<size_t>(size))}, info);
+  if (size <= 0) return;
+  const std::string_view protocol(name, strnlen(name, static_cast<size_t>(size)));
+  // One in another network that may not be entered may have an address all the same.
+  const bool mayBeBound = !isOwn && isListedProtocol(protocol);
+  if (!protocol.empty() && !mayBeBound) linux_machine::describeUnlisted(protocol, info);
 }
 
 Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &info) {

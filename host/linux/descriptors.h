@@ -49,9 +49,8 @@ class Descriptors {
   // not be read "(permission denied)" and how it is open. The offset is in bytes; an O_PATH
   // descriptor has neither FREAD nor FWRITE.
   Errno vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info);
-  // A socket that the kernel does not list (a kind it has no list of, or another network namespace
-  // that the caller may not enter) has kind and family 0, unless it is of this namespace and tells
-  // its protocol.
+  // A socket of a protocol that the kernel has no list of is a control socket with its name. One
+  // that it does not list to the caller, in another network namespace, has kind and family 0.
   Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
   Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
   // "/name" of a file in /dev/shm, as of other files, or a memfd's own name, and the lowest address

@@ -649,6 +649,17 @@ TEST_F(DescriptorsTest, SocketOfDeviceEventsIsAControlSocket) {
   EXPECT_STREQ(info.psi.soi_proto.pri_kern_ctl.kcsi_name, "netlink:kobject_uevent");
 }
 
+// Of families that Darwin lacks, or whose sockets the kernel does not list.
+TEST_F(DescriptorsTest, OtherSocketsAreControlSocketsWithTheirName) {
+  const int fd = socket(AF_VSOCK, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) GTEST_SKIP() << "there are no sockets between machines here";
+  const Owned between(fd);
+  const darwin::socket_fdinfo info = socketInfo(fd);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_SYSTEM);
+  EXPECT_EQ(info.psi.soi_protocol, darwin::SYSPROTO_CONTROL);
+  EXPECT_STREQ(info.psi.soi_proto.pri_kern_ctl.kcsi_name, "AF_VSOCK");
+}
+
 TEST_F(DescriptorsTest, PacketSocketIsOfTheInterfaceFamily) {
   const int fd = socket(AF_PACKET, SOCK_DGRAM, 0);
   if (fd < 0) GTEST_SKIP() << "packet sockets are not allowed here";
