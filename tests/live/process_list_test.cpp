@@ -488,28 +488,53 @@ TEST(PlainList, ShowsWhatGoesOnWithoutItsFirstThread) {
   EXPECT_THAT(rows[0].at(Column::resident), testing::MatchesRegex(" 30[0-9]M"));
 }
 
-// In a world of its own: the helper, its zombies and sondex, and nothing that comes or goes.
-Outcome listInOwnWorld(int zombies) {
+constexpr int kNoSuchNumbers = 77;
+
+// In a world of its own: the helper, what it makes, and sondex, which nothing comes to or goes
+// from. Numbers are given from the one after `last` on where it is not empty; kNoSuchNumbers is the
+// end where they can't be.
+Outcome runInOwnWorld(const std::string &last, const std::vector<std::string> &steps,
+                      const std::vector<std::string> &arguments) {
+  const std::string begin =
+      "if test \"$0\"; then echo \"$0\" >/proc/sys/kernel/ns_last_pid || exit " +
+      std::to_string(kNoSuchNumbers) + "; fi; exec \"$@\"";
   Launch launch;
   launch.program = "/usr/bin/unshare";
-  launch.arguments = {"--pid", "--fork", "--mount-proc", makeProcessPath()};
-  for (const std::string &word :
-       {std::string("zombies"), std::to_string(zombies), std::string("run"), sondexPath()}) {
-    launch.arguments.push_back(word);
-  }
+  launch.arguments = {"--pid", "--fork", "--mount-proc", "/bin/sh",
+                      "-c",    begin,    last,           makeProcessPath()};
+  launch.arguments.insert(launch.arguments.end(), steps.begin(), steps.end());
+  launch.arguments.insert(launch.arguments.end(), {"run", sondexPath()});
+  launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
   launch.environment = {{"nc", "1"}};
   return run(launch);
 }
 
-TEST(PlainList, CountsWhatTheListIsMadeOf) {
-  const Outcome outcome = listInOwnWorld(5);
-  // In a chroot a namespace is made, and a /proc of its own can't be mounted.
-  for (const char *refusal :
-       {"unshare: unshare failed: ", "unshare: cannot change root filesystem propagation: "}) {
-    if (outcome.error.starts_with(refusal)) {
-      GTEST_SKIP() << "no PID namespace with its own /proc: " << outcome.error;
-    }
+// In a chroot a namespace is made, and a /proc of its own can't be mounted.
+bool isRefusedOwnWorld(const Outcome &outcome) {
+  return outcome.error.starts_with("unshare: unshare failed: ") ||
+         outcome.error.starts_with("unshare: cannot change root filesystem propagation: ");
+}
+
+TEST(PlainList, HasNumbersOfSixDigitsWhole) {
+  const Outcome list = runInOwnWorld("250000", {"children", "2"}, {});
+  if (isRefusedOwnWorld(list) || list.exitedWith(kNoSuchNumbers)) {
+    GTEST_SKIP() << "no world of its own, or no such numbers in it: " << list.error;
   }
+  ASSERT_TRUE(list.exitedWith(0)) << list;
+  EXPECT_THAT(list.output, HasSubstr("|1    |0    |make_process   |"));
+  EXPECT_THAT(list.output, HasSubstr("|250001|1    |make_process   |"));
+  EXPECT_THAT(list.output, HasSubstr("|250002|1    |make_process   |"));
+
+  const Outcome report = runInOwnWorld("234567", {"name", "first", "children", "1"}, {"1"});
+  ASSERT_TRUE(report.exitedWith(0)) << report;
+  EXPECT_THAT(report.output, HasSubstr(" 234568 first\n"));
+  const Outcome descriptors = runInOwnWorld("250000", {"children", "1"}, {"250001", "fds"});
+  EXPECT_THAT(descriptors.output, testing::StartsWith("make_process     250001 FD  0"));
+}
+
+TEST(PlainList, CountsWhatTheListIsMadeOf) {
+  const Outcome outcome = runInOwnWorld("", {"zombies", "5"}, {});
+  if (isRefusedOwnWorld(outcome)) GTEST_SKIP() << "no world of its own: " << outcome.error;
   ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
   EXPECT_EQ(countNoSuchProcess(outcome), kSamples) << outcome;
   EXPECT_EQ(withoutSampling(outcome.error), "");
