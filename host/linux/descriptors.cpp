@@ -559,8 +559,8 @@ void Descriptors::describeUnlisted(int processDirectory, int fd, uint64_t inode,
   const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
   if (size <= 0) return;
   const std::string_view protocol(name, strnlen(name, static_cast<size_t>(size)));
-  // One in another network that may not be entered may have an address all the same.
-  const bool mayBeBound = !isOwn && isListedProtocol(protocol);
+  // One in a network that may not be entered may have an address all the same.
+  const bool mayBeBound = !isOwn && isListedProtocol(protocol) && !otherNetworks_.isListed(network);
   if (!protocol.empty() && !mayBeBound) linux_machine::describeUnlisted(protocol, info);
 }
 

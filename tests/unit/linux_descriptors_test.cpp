@@ -452,13 +452,14 @@ TEST_F(DescriptorsTest, UnboundSocketsAreKnownByTheirProtocol) {
   EXPECT_EQ(info.psi.soi_protocol, darwin::DARWIN_IPPROTO_UDP);
 }
 
-// A child in a network namespace of its own, with a TCP socket that listens and a pair of named
-// UNIX sockets.
+// A child in a network namespace of its own, with a TCP socket that listens, one that is not bound,
+// and a pair of named UNIX sockets.
 class OtherNetwork {
  public:
   struct Sockets {
     int listening = -1;  // where there are none
     uint16_t port = 0;   // network order
+    int unbound = -1;
     int local = -1;
     uint64_t localPeer = 0;
   };
@@ -505,6 +506,7 @@ class OtherNetwork {
     fstat(pair[1], &peer);
     made.listening = tcp;
     made.port = address.sin_port;
+    made.unbound = socket(AF_INET6, SOCK_STREAM, 0);
     made.local = pair[0];
     made.localPeer = peer.st_ino;
     return made;
@@ -540,6 +542,9 @@ TEST_F(DescriptorsTest, SocketsOfAnotherNetworkAreListedThere) {
   ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().local, info), kAnswered);
   EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_UNIX);
   EXPECT_EQ(info.psi.soi_proto.pri_un.unsi_conn_so, other.sockets().localPeer);
+  ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().unbound, info), kAnswered);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_INET6);
+  EXPECT_EQ(info.psi.soi_protocol, darwin::DARWIN_IPPROTO_TCP);
 
   EXPECT_EQ(networkOf(self_.get()), ownNetwork) << "this thread has not moved";
   ASSERT_EQ(descriptors_.list(self_.get(), SIZE_MAX, openAfter), kAnswered);
@@ -563,7 +568,12 @@ TEST_F(DescriptorsTest, SocketOfAnotherNetworkHasNoFamilyToUsers) {
     }
     const bool isUnknown =
         info.psi.soi_family == 0 && info.psi.soi_kind == 0 && info.psi.soi_so != 0;
-    return isUnknown ? 0 : 102;
+    if (!isUnknown) return 102;
+    // Not even whether it is bound can be known of another one.
+    if (descriptors.socket(other.directory(), other.sockets().unbound, info) != kAnswered) {
+      return 103;
+    }
+    return info.psi.soi_family == 0 ? 0 : 104;
   };
   const pid_t asker = fork();
   ASSERT_GE(asker, 0);
