@@ -34,6 +34,11 @@ constexpr std::string_view kAnonymousMemory = "/memfd:";
 constexpr std::string_view kSocket = "socket:[";
 constexpr std::string_view kPipe = "pipe:[";
 
+// In place of the path that may not be known. No path looks so: they begin with "/" or a kind.
+constexpr std::string_view kHidden = "(permission denied)";
+// Of a descriptor of which only that it is there may be known.
+constexpr int kNoNumber = -1;
+
 // Position and flags stand at the beginning.
 constexpr size_t kFileInfoSize = 256;
 constexpr size_t kEventsSize = 1048576;
@@ -217,8 +222,13 @@ int32_t vnodeType(uint16_t mode) {
   }
 }
 
-std::string_view withoutMark(std::string_view path, const darwin::vinfo_stat &file) {
-  return withoutDeletedMark(path, file.vst_ino != 0 && file.vst_nlink == 0);
+// As it is shown. The kernel marks every anonymous memory as deleted, which never had a name to
+// lose.
+std::string_view sharedMemoryName(std::string_view link) {
+  constexpr std::string_view kMark = " (deleted)";
+  if (!link.starts_with(kAnonymousMemory)) return link.substr(kSharedMemory.size() - 1);
+  if (link.ends_with(kMark)) link.remove_suffix(kMark.size());
+  return link.substr(kAnonymousMemory.size());
 }
 
 using Events = std::vector<darwin::kevent_extinfo>;
@@ -377,7 +387,8 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
                         std::vector<uint64_t> *sockets, const DescriptorBudget *ownFiles) {
   const FileHandle directory = openDirectory(processDirectory, "fd");
   if (!directory.isOpen()) {
-    return errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
+    const Errno error = errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
+    return error == darwin::DARWIN_EPERM ? count(processDirectory, limit, list, sockets) : error;
   }
   list_.clear();
   inodes_.clear();
@@ -412,6 +423,8 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
         if (*number == directory.get() && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});
         if (link.type == darwin::PROX_FDTYPE_SOCKET) inodes_.push_back(link.inode());
+      } else if (errno == EACCES || errno == EPERM) {
+        list_.push_back({*number, darwin::PROX_FDTYPE_VNODE});
       } else if (errno != ENOENT && errno != ESRCH) {
         return failure(errno, processDirectory);
       }
@@ -423,8 +436,25 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
   return kAnswered;
 }
 
+// How many there are, where the kernel keeps even their numbers to itself. Those before 6.2 don't
+// tell that either.
+Errno Descriptors::count(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
+                         std::vector<uint64_t> *sockets) {
+  struct stat directory;
+  if (fstatat(processDirectory, "fd", &directory, 0) != 0) return failure(errno, processDirectory);
+  if (directory.st_size <= 0) return darwin::DARWIN_EPERM;
+  const auto open = static_cast<size_t>(directory.st_size);
+  list.assign(std::min(open, limit), {kNoNumber, darwin::PROX_FDTYPE_VNODE});
+  if (sockets != nullptr) sockets->clear();
+  return kAnswered;
+}
+
 Errno Descriptors::readLink(int processDirectory, int fd, Link &link) {
-  if (fd < 0) return darwin::DARWIN_EBADF;
+  if (fd < 0) {
+    const bool isHidden =
+        fd == kNoNumber && !openDirectory(processDirectory, "fd").isOpen() && errno == EACCES;
+    return isHidden ? failure(EACCES, processDirectory) : darwin::DARWIN_EBADF;
+  }
   if (link.read(processDirectory, EntryName("fd", fd).text)) return kAnswered;
   return failure(errno, processDirectory);
 }
@@ -440,9 +470,25 @@ Errno Descriptors::readFileInfo(int processDirectory, int fd, size_t limit) {
 
 Errno Descriptors::type(int processDirectory, int fd, uint32_t &type) {
   Link link;
-  const Errno error = readLink(processDirectory, fd, link);
+  Errno error = readLink(processDirectory, fd, link);
+  darwin::proc_fileinfo info = {};
+  if (error == darwin::DARWIN_EPERM) error = readAccess(processDirectory, fd, info);
   if (error == kAnswered) type = link.type;
   return error;
+}
+
+// What the kernel tells of a descriptor whose link may not be read.
+Errno Descriptors::readAccess(int processDirectory, int fd, darwin::proc_fileinfo &info) {
+  const EntryName name("fd", fd);
+  struct stat link;
+  if (fstatat(processDirectory, name.text, &link, AT_SYMLINK_NOFOLLOW) != 0) {
+    return failure(errno, processDirectory);
+  }
+  info = {};
+  info.fi_type = darwin::PROX_FDTYPE_VNODE;
+  if ((link.st_mode & S_IRUSR) != 0) info.fi_openflags |= darwin::DARWIN_FREAD;
+  if ((link.st_mode & S_IWUSR) != 0) info.fi_openflags |= darwin::DARWIN_FWRITE;
+  return kAnswered;
 }
 
 // What all questions begin with: the link, which must be of the type asked about, and the fdinfo.
@@ -460,13 +506,19 @@ Errno Descriptors::vnode(int processDirectory, int fd, darwin::vnode_fdinfowithp
   Link link;
   darwin::vnode_fdinfowithpath answer = {};
   Errno error = open(processDirectory, fd, darwin::PROX_FDTYPE_VNODE, link, answer.pfi);
+  if (error == darwin::DARWIN_EPERM) {
+    error = readAccess(processDirectory, fd, answer.pfi);
+    copyText(kHidden, answer.pvip.vip_path);
+    if (error == kAnswered) info = answer;
+    return error;
+  }
   if (error != kAnswered) return error;
   darwin::vnode_info &vnode = answer.pvip.vip_vi;
   error = lookAt(processDirectory, fd, vnode.vi_stat);
   if (error != kAnswered) return error;
   vnode.vi_type = vnodeType(vnode.vi_stat.vst_mode);
   vnode.vi_fsid.val[0] = static_cast<int32_t>(vnode.vi_stat.vst_dev);
-  copyText(withoutMark(link.text, vnode.vi_stat), answer.pvip.vip_path);
+  copyText(link.text, answer.pvip.vip_path);
   info = answer;
   return kAnswered;
 }
@@ -499,15 +551,17 @@ void Descriptors::describeUnlisted(int processDirectory, int fd, uint64_t inode,
                                    darwin::socket_info &info) {
   const NetworkKey network = networkOf(processDirectory);
   if (!network.isKnown()) return;
-  if (network != ownNetwork_) {
-    otherNetworks_.describe(processDirectory, network, inode, info);
-    return;
-  }
+  const bool isOwn = network == ownNetwork_;
+  if (!isOwn && otherNetworks_.describe(processDirectory, network, inode, info)) return;
   char path[64];
   char name[32];
   snprintf(path, sizeof(path), "/proc/thread-self/fd/%d/fd/%d", processDirectory, fd);
   const ssize_t size = getxattr(path, "system.sockprotoname", name, sizeof(name));
-  if (size > 0) describeUnbound({name, strnlen(name, static_cast<size_t>(size))}, info);
+  if (size <= 0) return;
+  const std::string_view protocol(name, strnlen(name, static_cast<size_t>(size)));
+  // One in a network that may not be entered may have an address all the same.
+  const bool mayBeBound = !isOwn && isListedProtocol(protocol) && !otherNetworks_.isListed(network);
+  if (!protocol.empty() && !mayBeBound) linux_machine::describeUnlisted(protocol, info);
 }
 
 Errno Descriptors::socket(int processDirectory, int fd, darwin::socket_fdinfo &info) {
@@ -545,10 +599,7 @@ Errno Descriptors::sharedMemory(int processDirectory, int fd, darwin::pshm_fdinf
   stat.vst_uid = file.vst_uid;
   stat.vst_gid = file.vst_gid;
   stat.vst_size = file.vst_size;
-  std::string_view name = withoutMark(link.text, file);
-  const bool anonymous = name.starts_with(kAnonymousMemory);
-  name.remove_prefix(anonymous ? kAnonymousMemory.size() : kSharedMemory.size() - 1);
-  copyText(name, answer.pshminfo.pshm_name);
+  copyText(sharedMemoryName(link.text), answer.pshminfo.pshm_name);
   info = answer;
   return kAnswered;
 }

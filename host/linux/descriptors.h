@@ -36,23 +36,25 @@ class Descriptors {
 
   // The descriptors in ascending order, at most `limit`, and the inodes of the sockets among them
   // where `sockets` is not null. Work and memory are bounded by the limit. `ownFiles` are known to
-  // be files where this program itself is listed; null for another.
+  // be files where this program itself is listed; null for another. Those whose links the caller
+  // may not read count as files. Where it may not even list them, as many as there are have the
+  // number -1, of which vnode() is refused; DARWIN_EPERM on kernels that don't count them.
   Errno list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
              std::vector<uint64_t> *sockets = nullptr, const DescriptorBudget *ownFiles = nullptr);
 
   // PROX_FDTYPE_*.
   Errno type(int processDirectory, int fd, uint32_t &type);
 
-  // A file without a name left keeps the one it had. The offset is in bytes; an O_PATH descriptor
-  // has neither FREAD nor FWRITE.
+  // A file without a name left has the one it had and " (deleted)" behind it, one whose link may
+  // not be read "(permission denied)" and how it is open. The offset is in bytes; an O_PATH
+  // descriptor has neither FREAD nor FWRITE.
   Errno vnode(int processDirectory, int fd, darwin::vnode_fdinfowithpath &info);
-  // A socket that the kernel does not list (a kind it has no list of, or another network namespace
-  // that the caller may not enter) has kind and family 0, unless it is of this namespace and tells
-  // its protocol.
+  // A socket of a protocol that the kernel has no list of is a control socket with its name. One
+  // that it does not list to the caller, in another network namespace, has kind and family 0.
   Errno socket(int processDirectory, int fd, darwin::socket_fdinfo &info);
   Errno semaphore(int processDirectory, int fd, darwin::psem_fdinfo &info);
-  // "/name" of a file in /dev/shm, or a memfd's own name, and the lowest address that the process
-  // has it mapped at; 0 for none.
+  // "/name" of a file in /dev/shm, as of other files, or a memfd's own name, and the lowest address
+  // that the process has it mapped at; 0 for none.
   Errno sharedMemory(int processDirectory, int fd, darwin::pshm_fdinfo &info);
   // Both ends of a pipe have one inode here; its writing end's handle is the odd one.
   Errno pipe(int processDirectory, int fd, darwin::pipe_fdinfo &info);
@@ -70,6 +72,9 @@ class Descriptors {
     uint64_t device;  // of the file system that has nothing else in it; 0 if not known
   };
 
+  Errno count(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
+              std::vector<uint64_t> *sockets);
+  Errno readAccess(int processDirectory, int fd, darwin::proc_fileinfo &info);
   Errno readLink(int processDirectory, int fd, Link &link);
   Errno readFileInfo(int processDirectory, int fd, size_t limit);
   Errno open(int processDirectory, int fd, uint32_t type, Link &link, darwin::proc_fileinfo &info);

@@ -16,7 +16,7 @@ Errno LinuxDescriptors::listPresent(pid_t pid, size_t limit, std::vector<darwin:
   // The kernel opens nothing in the table that its threads share.
   if (shared_.present.stat().isKernelThread()) return kAnswered;
   int directory = -1;
-  const Errno error = shared_.present.directory(directory);
+  const Errno error = shared_.present.taskDirectory(directory);
   if (error != kAnswered) return error;
   const DescriptorBudget *own = pid == getpid() ? &shared_.known.budget() : nullptr;
   return shared_.descriptors.list(directory, limit, list, &sockets, own);
@@ -83,7 +83,7 @@ Errno LinuxDescriptors::read(const Kind<T> &kind, int fd, T &answer) {
     if (type != kUnlisted && type != kind.type) return kind.otherType;
   }
   int directory = -1;
-  const Errno error = shared_.present.directory(directory);
+  const Errno error = shared_.present.taskDirectory(directory);
   return error == kAnswered ? (shared_.descriptors.*kind.question)(directory, fd, answer) : error;
 }
 
@@ -137,7 +137,7 @@ Errno LinuxDescriptors::descriptorType(pid_t pid, int fd, uint32_t &type) {
   const std::lock_guard lock(shared_.mutex);
   int directory = -1;
   Errno error = shared_.holdLive(pid);
-  if (error == kAnswered) error = shared_.present.directory(directory);
+  if (error == kAnswered) error = shared_.present.taskDirectory(directory);
   return error == kAnswered ? shared_.descriptors.type(directory, fd, type) : error;
 }
 

@@ -34,11 +34,9 @@ Errno LinuxProcesses::processIDs(std::vector<int32_t> &pids) {
   return kAnswered;
 }
 
-Errno LinuxProcesses::readTask(pid_t pid, ProcessStatus &status,
-                               std::vector<ThreadReading> *&threads) {
-  Errno error = shared_.readLive(pid);
+Errno LinuxProcesses::readTask(ProcessStatus &status, std::vector<ThreadReading> *&threads) {
   // First the threads: that tells of what is known whether it still holds.
-  if (error == kAnswered) error = shared_.present.threads(threads);
+  Errno error = shared_.present.threads(threads);
   if (error == kAnswered) error = shared_.present.status(status);
   return error;
 }
@@ -47,7 +45,9 @@ Errno LinuxProcesses::taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) {
   const std::lock_guard lock(shared_.mutex);
   ProcessStatus status{};
   std::vector<ThreadReading> *threads = nullptr;
-  Errno error = readTask(pid, status, threads);
+  Errno error = shared_.present.read(pid);
+  if (error == kAnswered) error = shared_.present.checkAccess();
+  if (error == kAnswered) error = readTask(status, threads);
   if (error != kAnswered) return error;
   fillBsdInfo(shared_.present.stat(), status, shared_.present.is64Bit(), shared_.boot(), info.pbsd);
   fillTaskInfo(shared_.present.stat(), status, *threads, info.ptinfo);
@@ -185,7 +185,8 @@ Errno LinuxProcesses::describeForStackshot(pid_t pid, StackshotTask &task) {
   const std::lock_guard lock(shared_.mutex);
   ProcessStatus status{};
   std::vector<ThreadReading> *threads = nullptr;
-  Errno error = readTask(pid, status, threads);
+  Errno error = shared_.readLive(pid);
+  if (error == kAnswered) error = readTask(status, threads);
   if (error != kAnswered) return error;
   task = describeTask(shared_.present.stat(), status, *threads, shared_.present.is64Bit(),
                       shared_.boot());
@@ -253,12 +254,15 @@ Errno LinuxProcesses::codeSigningFlags(pid_t pid, uint32_t &flags) {
   return kAnswered;
 }
 
+// Nothing confines a zombie any more.
 int LinuxProcesses::sandboxCheck(pid_t pid) {
   const std::lock_guard lock(shared_.mutex);
   ProcessStatus status{};
-  Errno error = shared_.readLiveFor(pid, Question::sandbox);
-  if (error == kAnswered) error = shared_.present.status(status);
+  Errno error = shared_.present.readFor(pid, Question::sandbox);
+  if (error == kAnswered) error = shared_.present.checkAccess();
   if (error != kAnswered) return -1;
+  if (shared_.present.stat().isZombie()) return 0;
+  if (shared_.present.status(status) != kAnswered) return -1;
   if (status.seccomp == kSeccompFilter) return 1;
   bool hasOwnUsers = false;
   if (shared_.present.hasOwnUsers(hasOwnUsers) != kAnswered) return -1;

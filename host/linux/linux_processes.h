@@ -21,6 +21,7 @@ class LinuxProcesses : public virtual ProcessQuestions, public virtual Confineme
   // Begins a pass: what may be remembered for one only is dropped, and so are processes that are
   // gone.
   Errno processIDs(std::vector<int32_t> &pids) override;
+  // Of zombies, too.
   Errno taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) override;
   Errno bsdInfo(pid_t pid, bool zombies, darwin::proc_bsdinfo &info) override;
   Errno executablePath(pid_t pid, std::string &path) override;
@@ -42,8 +43,8 @@ class LinuxProcesses : public virtual ProcessQuestions, public virtual Confineme
   Errno containerPath(pid_t pid, std::string &path) override;
 
  private:
-  // Reads a live process anew, with its threads, which hold until the next reading. Under the lock.
-  Errno readTask(pid_t pid, ProcessStatus &status, std::vector<ThreadReading> *&threads);
+  // Of the present process, with its threads, which hold until the next reading. Under the lock.
+  Errno readTask(ProcessStatus &status, std::vector<ThreadReading> *&threads);
   Errno describeForStackshot(pid_t pid, StackshotTask &task);
   Errno describeForStackshot(Snapshot &snapshot);
   Errno findThread(pid_t pid, uint64_t id, bool anew, ThreadReading *&thread);

@@ -21,27 +21,33 @@ NetworkKey networkOf(int processDirectory) {
   return {file.st_dev, file.st_ino};
 }
 
-static void readNetwork(int processDirectory, std::vector<DiagSocket> &sockets,
+static bool readNetwork(int processDirectory, std::vector<DiagSocket> &sockets,
                         std::string &names) {
+  bool isEntered = false;
   runInOwnThread([&] {
     const FileHandle network(openat(processDirectory, kNetworkFile, O_RDONLY | O_CLOEXEC));
     if (!network.isOpen() || setns(network.get(), CLONE_NEWNET) != 0) return;
+    isEntered = true;
     SockDiag kernel;
     dumpAllSockets(kernel, sockets, names);
   });
   // The numbers of interfaces have other names here.
   for (DiagSocket &socket : sockets) socket.interfaceIndex = 0;
+  return isEntered;
 }
 
 struct OtherNetworks::Network {
   Network(const NetworkKey &itsKey, const Dump &dump)
       : key(itsKey),
-        table([this, &dump](std::vector<DiagSocket> &sockets,
-                            std::string &names) { dump(processDirectory, sockets, names); },
-              std::chrono::steady_clock::now) {}
+        table(
+            [this, &dump](std::vector<DiagSocket> &sockets, std::string &names) {
+              isEntered = dump(processDirectory, sockets, names);
+            },
+            std::chrono::steady_clock::now) {}
 
   const NetworkKey key;
   int processDirectory = -1;  // of the process that is asked about
+  bool isEntered = false;
   SocketTable table;
 };
 
@@ -60,6 +66,12 @@ OtherNetworks::Network *OtherNetworks::find(const NetworkKey &key) {
   if (found != networks_.end()) return found->get();
   if (networks_.size() >= kMost) return nullptr;
   return networks_.emplace_back(std::make_unique<Network>(key, dump_)).get();
+}
+
+bool OtherNetworks::isListed(const NetworkKey &network) const {
+  return std::any_of(networks_.begin(), networks_.end(), [&network](const auto &known) {
+    return known->key == network && known->isEntered;
+  });
 }
 
 bool OtherNetworks::describe(int processDirectory, const NetworkKey &network, uint64_t inode,

@@ -32,9 +32,9 @@ class OtherNetworks {
   // Between two passes no more namespaces than this are looked into: each takes a look of its own.
   static constexpr size_t kMost = 16;
 
-  // Appends the sockets of the network namespace that a process is in: none where the caller may
+  // Appends the sockets of the network namespace that a process is in. False where the caller may
   // not enter it, as only root may.
-  using Dump = std::function<void(int processDirectory, std::vector<DiagSocket> &, std::string &)>;
+  using Dump = std::function<bool(int processDirectory, std::vector<DiagSocket> &, std::string &)>;
 
   OtherNetworks();
   explicit OtherNetworks(Dump dump);
@@ -48,6 +48,8 @@ class OtherNetworks {
   // As SocketTable::describe, by the sockets of `network`, which the process is in.
   bool describe(int processDirectory, const NetworkKey &network, uint64_t inode,
                 darwin::socket_info &info);
+  // Whether it was entered in this pass: a socket that is not listed then is not bound.
+  bool isListed(const NetworkKey &network) const;
 
  private:
   struct Network;

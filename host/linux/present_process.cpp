@@ -54,6 +54,7 @@ void PresentProcess::beginPass() {
 
 void PresentProcess::release() {
   directory_.close();
+  otherDirectory_.close();
   opened_ = {};
   pid_ = 0;
   known_ = nullptr;
@@ -95,6 +96,18 @@ Errno PresentProcess::directory(int &handle) {
   return error;
 }
 
+Errno PresentProcess::taskDirectory(int &handle) {
+  if (otherThread_ == 0) return directory(handle);
+  Errno error = ensureDirectory();
+  if (error == kAnswered && !otherDirectory_.isOpen()) {
+    otherDirectory_ =
+        openStartingPoint(directory_.get(), NumberedName("task/", otherThread_, "").text());
+    if (!otherDirectory_.isOpen()) error = processError(darwinError(errno));
+  }
+  if (error == kAnswered) handle = otherDirectory_.get();
+  return error;
+}
+
 const KeptFiles &PresentProcess::files() const {
   return known_ != nullptr && known_->files.areOpen() ? known_->files : opened_;
 }
@@ -111,6 +124,12 @@ Errno PresentProcess::readText(const char *name, std::string_view &text) {
 Errno PresentProcess::readText(const KeptFile &kept, const char *name, std::string_view &text) {
   return kept.isOpen() ? processError(reader_.readRecord(kept.handle(), text))
                        : readText(name, text);
+}
+
+Errno PresentProcess::readTaskText(const char *name, std::string_view &text) {
+  int directory = -1;
+  const Errno error = taskDirectory(directory);
+  return error == kAnswered ? processError(reader_.readRecord(directory, name, text)) : error;
 }
 
 Errno PresentProcess::readStat() {
@@ -140,11 +159,17 @@ Errno PresentProcess::findOut(pid_t pid) {
   access_.reset();
   threads_.clear();
   threadsRead_ = false;
+  otherThread_ = 0;
+  otherDirectory_.close();
   known_ = &all_.find(pid, stat_.startTicks);
   if (!known_->files.areOpen()) known_->files = std::move(opened_);
-  known_->isAlive = !stat_.isZombie();
   const bool hasRested = stat_.threads == 1 ? hasOnlyThreadRested() : haveKnownThreadsRested();
   if (!hasRested) known_->forgetAnswers();
+  if (stat_.hasLostFirstThread()) {
+    const Errno error = lookThroughOtherThread();
+    if (error != kAnswered) return error;
+  }
+  known_->isAlive = !stat_.isZombie();
 
   if (!known_->isProcess) {
     ProcessStatus first{};
@@ -153,6 +178,33 @@ Errno PresentProcess::findOut(pid_t pid) {
     known_->isProcess = first.process == 0 || first.process == static_cast<uint64_t>(pid);
   }
   return *known_->isProcess ? kAnswered : darwin::DARWIN_ESRCH;
+}
+
+// With its first thread a process's own files lose what the threads have in common. Times, names
+// and relatives stay.
+Errno PresentProcess::lookThroughOtherThread() {
+  std::vector<ThreadReading> *all = nullptr;
+  const Errno error = threads(all);
+  if (error != kAnswered) return error;
+  const auto living = std::find_if(all->begin(), all->end(), [](const ThreadReading &thread) {
+    return !thread.stat.hasEnded();
+  });
+  if (living == all->end()) {
+    stat_.threads = 1;
+    return kAnswered;
+  }
+  const ProcessStat &other = living->stat;
+  otherThread_ = other.id;
+  stat_.state = other.state;
+  stat_.flags = other.flags;
+  stat_.virtualSize = other.virtualSize;
+  stat_.residentPages = other.residentPages;
+  stat_.startCode = other.startCode;
+  stat_.startStack = other.startStack;
+  stat_.nice = other.nice;
+  stat_.policy = other.policy;
+  stat_.realTimePriority = other.realTimePriority;
+  return kAnswered;
 }
 
 bool PresentProcess::hasOnlyThreadRested() {
@@ -221,7 +273,7 @@ Errno PresentProcess::status(ProcessStatus &status) {
   if (!known_->status || known_->residentPages != stat_.residentPages) {
     std::string_view text;
     ProcessStatus parsed{};
-    Errno error = readText("status", text);
+    Errno error = readTaskText("status", text);
     if (error != kAnswered) return error;
     if (!parseProcessStatus(text, parsed)) return darwin::DARWIN_EIO;
     known_->status = parsed;
@@ -255,7 +307,7 @@ bool PresentProcess::is64Bit() {
   if (stat_.startStack > UINT32_MAX) return true;
   ExecutableImage image{stat_.startCode, stat_.startStack};
   std::string_view bytes;
-  if (known_->image != image && readText("auxv", bytes) == kAnswered) {
+  if (known_->image != image && readTaskText("auxv", bytes) == kAnswered) {
     known_->is64Bit = isAuxiliaryVector64Bit(bytes);
     known_->image = image;
   }
@@ -272,6 +324,18 @@ static Errno readUserNamespace(int directory, const char *name, std::string &tex
   return kAnswered;
 }
 
+// For a process whose namespace may not be known: one in which users are other ones than in ours
+// shows. One that has the same counts as ours.
+Errno PresentProcess::mapsUsersOtherwise(bool &otherwise) {
+  std::string_view text;
+  otherwise = false;
+  if (reader_.readRecord(procDirectory_, "self/uid_map", text) != kAnswered) return kAnswered;
+  const std::string own(text);
+  const Errno error = readTaskText("uid_map", text);
+  otherwise = text != own;
+  return error;
+}
+
 Errno PresentProcess::hasOwnUsers(bool &own) {
   if (!known_->hasOwnUsers) {
     std::string text;
@@ -280,8 +344,10 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
       error = readUserNamespace(procDirectory_, "self/ns/user", text);
       if (error == kAnswered) ownUsers_ = text;
     }
-    if (error == kAnswered) error = ensureDirectory();
-    if (error == kAnswered) error = readUserNamespace(directory_.get(), "ns/user", text);
+    int directory = -1;
+    if (error == kAnswered) error = taskDirectory(directory);
+    if (error == kAnswered) error = readUserNamespace(directory, "ns/user", text);
+    if (error == darwin::DARWIN_EPERM) return mapsUsersOtherwise(own);
     if (error != kAnswered) return error;
     // Only a process that is gone has none where others have one.
     if (text.empty() && !ownUsers_->empty()) return darwin::DARWIN_ESRCH;
@@ -292,10 +358,11 @@ Errno PresentProcess::hasOwnUsers(bool &own) {
 }
 
 Errno PresentProcess::readLink(const char *name, std::string &path) {
-  const Errno error = ensureDirectory();
+  int directory = -1;
+  const Errno error = taskDirectory(directory);
   if (error != kAnswered) return error;
   char text[4096];
-  ssize_t length = readlinkat(directory_.get(), name, text, sizeof text);
+  ssize_t length = readlinkat(directory, name, text, sizeof text);
   if (length < 0) return processError(darwinError(errno));
   path.assign(text, static_cast<size_t>(length));
   return kAnswered;
@@ -311,16 +378,15 @@ Errno PresentProcess::arguments(ProcessArguments &arguments) {
   Errno error = executablePath(path);
   if (error == darwin::DARWIN_EPERM) error = kAnswered;
   std::string_view text;
+  int directory = -1;
+  if (error == kAnswered) error = taskDirectory(directory);
   if (error == kAnswered) {
-    error =
-        processError(reader_.readBeginning(directory_.get(), "cmdline", kLargestArguments, text));
+    error = processError(reader_.readBeginning(directory, "cmdline", kLargestArguments, text));
   }
   if (error != kAnswered) return error;
   arguments.arguments = splitArguments(text);
   arguments.environment.clear();
-  struct stat file {};
-  bool isGone = fstatat(directory_.get(), "exe", &file, 0) == 0 && file.st_nlink == 0;
-  arguments.path = withoutDeletedMark(path, isGone);
+  arguments.path = path;
   arguments.is64Bit = is64Bit();
   return kAnswered;
 }

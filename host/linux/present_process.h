@@ -59,6 +59,14 @@ class PresentProcess {
   // Of the present process.
   // An open handle of its directory, for as long as it is the present one.
   Errno directory(int &handle);
+  // The same of the directory that tells what its threads have in common: memory, descriptors, and
+  // what they see of the system. Of a process whose first thread has ended that is another
+  // thread's, of the present reading.
+  Errno taskDirectory(int &handle);
+  // The thread that this directory belongs to.
+  int32_t taskThread() const { return otherThread_ != 0 ? otherThread_ : pid_; }
+  // Of a process whose first thread has ended with state, sizes and scheduling of another. A zombie
+  // if none of them is left.
   const ProcessStat &stat() const { return stat_; }
   // Numbers of the pass and of the present reading, which no other has.
   uint64_t pass() const { return pass_; }
@@ -70,6 +78,8 @@ class PresentProcess {
   // DARWIN_ENOTSUP if this kernel does not count.
   Errno io(ProcessIO &io);
   bool is64Bit();
+  // Whether it is in another user namespace than the caller. Of one that the caller may not look
+  // into: as far as that shows in how it maps users.
   Errno hasOwnUsers(bool &own);
   // What it was started with, but for its environment. DARWIN_EINVAL for a kernel thread. The path
   // is empty if the caller may not know it, as of a process that gave up privileges.
@@ -91,12 +101,15 @@ class PresentProcess {
   const KeptFiles &files() const;
   Errno readStat();
   Errno findOut(pid_t pid);
+  Errno lookThroughOtherThread();
   bool isFresh(pid_t pid) const;
   Errno readFile(const char *name, std::string_view &text);
   // A file that is missing, or can't be read, is one of a process that is gone.
   Errno readText(const char *name, std::string_view &text);
   Errno readText(const KeptFile &kept, const char *name, std::string_view &text);
+  Errno readTaskText(const char *name, std::string_view &text);
   Errno readLink(const char *name, std::string &path);
+  Errno mapsUsersOtherwise(bool &otherwise);
   Errno readOnlyThread();
   Errno readAllThreads();
   bool hasOnlyThreadRested();
@@ -114,6 +127,8 @@ class PresentProcess {
   DirectoryReader lister_;
 
   FileHandle directory_;
+  int32_t otherThread_ = 0;  // that tells what the first one, which has ended, does not; else 0
+  FileHandle otherDirectory_;
   KeptFiles opened_;  // until it is known whose they are
   pid_t pid_ = 0;
   KnownProcess *known_ = nullptr;

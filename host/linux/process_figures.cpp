@@ -22,8 +22,7 @@ uint32_t processState(const ProcessStat &stat) {
     case 'Z':
     case 'X':
     case 'x':
-      // Only its first thread has ended: the letter is that thread's.
-      return stat.isZombie() ? darwin::SZOMB : darwin::SSLEEP;
+      return darwin::SZOMB;
     default:
       return darwin::SSLEEP;
   }
@@ -83,10 +82,11 @@ void fillBsdInfo(const ProcessStat &stat, const ProcessStatus &status, bool is64
 void fillTaskInfo(const ProcessStat &stat, const ProcessStatus &status,
                   const std::vector<ThreadReading> &threads, darwin::proc_taskinfo &info) {
   info = {};
-  info.pti_virtual_size = stat.virtualSize;
-  info.pti_resident_size = status.residentKiB * 1024;
   info.pti_total_user = ticksToNanoseconds(stat.userTicks);
   info.pti_total_system = ticksToNanoseconds(stat.systemTicks);
+  if (stat.isZombie()) return;  // nothing else is left of its task
+  info.pti_virtual_size = stat.virtualSize;
+  info.pti_resident_size = status.residentKiB * 1024;
   for (const ThreadReading &thread : threads) {
     info.pti_threads_user += ticksToNanoseconds(thread.figures.userTicks);
     info.pti_threads_system += ticksToNanoseconds(thread.figures.systemTicks);

@@ -36,9 +36,12 @@ struct ProcessStat {
   uint32_t realTimePriority;
   uint32_t policy;
 
+  // Of a thread: it has ended.
+  bool hasEnded() const { return state == 'Z' || state == 'X' || state == 'x'; }
   // Gone but not yet reaped. A process goes on after its first thread ended, as long as it has
   // others.
-  bool isZombie() const { return (state == 'Z' || state == 'X' || state == 'x') && threads <= 1; }
+  bool isZombie() const { return hasEnded() && threads <= 1; }
+  bool hasLostFirstThread() const { return hasEnded() && threads > 1; }
   bool isKernelThread() const { return (flags & 0x200000) != 0; }
 };
 

@@ -169,12 +169,6 @@ Errno DirectoryReader::readNumbers(int directory, std::vector<int32_t> &numbers)
   });
 }
 
-std::string_view withoutDeletedMark(std::string_view path, bool isGone) {
-  constexpr std::string_view kMark = " (deleted)";
-  if (isGone && path.ends_with(kMark)) path.remove_suffix(kMark.size());
-  return path;
-}
-
 bool parseAddress(std::string_view text, uint64_t &value) {
   return text.starts_with("0x") && parseNumber(text.substr(2), value, 16);
 }

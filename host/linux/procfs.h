@@ -104,10 +104,6 @@ Errno DirectoryReader::readNames(int directory, Visit &&visit) {
   return error;
 }
 
-// The kernel marks the paths of files that are gone. A file may also be named so: what to remove
-// depends on whether it `isGone`.
-std::string_view withoutDeletedMark(std::string_view path, bool isGone);
-
 // The whole of `text` as a number; false when it is anything else or doesn't fit.
 template <typename Number>
 bool parseNumber(std::string_view text, Number &value, int base = 10) {

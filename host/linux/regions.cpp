@@ -201,7 +201,10 @@ bool Regions::isAnonymous(const Region &region) const {
 // A thread's stack is where its stack pointer is. A thread that runs at this moment has none to
 // show.
 void Regions::tagStacks(int processDirectory) {
-  const FileHandle tasks = openDirectory(processDirectory, "task");
+  FileHandle tasks = openDirectory(processDirectory, "task");
+  // A thread's directory has none, but stands in it.
+  const bool isThread = !tasks.isOpen() && faccessat(processDirectory, "stat", F_OK, 0) == 0;
+  if (isThread) tasks = openDirectory(processDirectory, "..");
   std::vector<int32_t> threads;
   if (!tasks.isOpen() || lister_.readNumbers(tasks.get(), threads) != kAnswered) return;
   for (const int32_t thread : threads) {

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "darwin/socket.h"
+#include "host/copy_text.h"
 #include "host/darwin/proc_info.h"
 #include "host/linux/procfs.h"
 
@@ -347,21 +348,28 @@ bool countsSockets(std::string_view protocols, std::string_view name) {
   return !isTable;
 }
 
-bool describeUnbound(std::string_view protocolName, darwin::socket_info &info) {
-  const auto *known =
+static const ProtocolName *findProtocol(std::string_view name) {
+  const auto *found =
       std::find_if(std::begin(kProtocolNames), std::end(kProtocolNames),
-                   [&](const ProtocolName &candidate) { return candidate.name == protocolName; });
-  if (known == std::end(kProtocolNames)) return false;
-  fillFamily(known->source, known->type, 0, info);
+                   [name](const ProtocolName &candidate) { return candidate.name == name; });
+  return found != std::end(kProtocolNames) ? found : nullptr;
+}
+
+bool isListedProtocol(std::string_view name) {
+  return findProtocol(name) != nullptr;
+}
+
+void describeUnlisted(std::string_view protocolName, darwin::socket_info &info) {
+  const ProtocolName *known = findProtocol(protocolName);
+  fillFamily(known != nullptr ? known->source : SocketSource::netlink,
+             known != nullptr ? known->type : 0, 0, info);
   if (info.soi_family == darwin::DARWIN_AF_INET) {
     info.soi_proto.pri_in.insi_vflag = darwin::INI_IPV4;
   } else if (info.soi_family == darwin::DARWIN_AF_INET6) {
     info.soi_proto.pri_in.insi_vflag = darwin::INI_IPV6;
   } else if (info.soi_kind == darwin::SOCKINFO_KERN_CTL) {
-    snprintf(info.soi_proto.pri_kern_ctl.kcsi_name, sizeof(info.soi_proto.pri_kern_ctl.kcsi_name),
-             "netlink");
+    copyText(known != nullptr ? "netlink" : protocolName, info.soi_proto.pri_kern_ctl.kcsi_name);
   }
-  return true;
 }
 
 }  // namespace host::linux_machine

@@ -53,9 +53,13 @@ class SocketTable {
 // which has to be that of `kernel`.
 void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names);
 
-// Fills type, protocol, family and kind of a socket that has no address yet from the name that its
-// protocol has in the kernel ("TCPv6"). False, with nothing changed, for other names.
-bool describeUnbound(std::string_view protocolName, darwin::socket_info &info);
+// Whether the kernel lists the sockets of a protocol, by the name that it has there ("TCPv6").
+bool isListedProtocol(std::string_view name);
+
+// Fills type, protocol, family and kind of a socket that the kernel does not list from the name of
+// its protocol: of one that it would list, as it is before it has an address. All others are
+// control sockets of that name.
+void describeUnlisted(std::string_view protocolName, darwin::socket_info &info);
 
 // TSI_S_* of a state that Linux numbers as TCP_*.
 int32_t tcpState(uint8_t state);

@@ -61,7 +61,8 @@ UserStacks unpackUserStacks(const std::vector<uint64_t> &words) {
 
 static std::vector<uint64_t> readInChild(pid_t process, const std::vector<pid_t> &threads) {
   UserStacks found;
-  Unwinder unwinder(process);
+  // The files of a process whose first thread has ended tell nothing, those of its others do.
+  Unwinder unwinder(threads.empty() ? process : threads.front());
   if (!unwinder.prepare()) return packUserStacks(found);
   found.images = unwinder.images();
   {

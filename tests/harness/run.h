@@ -45,8 +45,8 @@ Outcome listProcesses(std::optional<uid_t> user = std::nullopt);
 
 std::vector<std::string> splitLines(const std::string &text);
 
-// What the sampler says of entries that are no process: as many lines as there are zombies,
-// processes that ended meanwhile, and one for the list's spare entry.
+// What the sampler says of entries that are no process: as many lines as there are processes that
+// ended meanwhile, and one for the list's spare entry.
 inline constexpr char kNoSuchProcess[] = "proc_pidinfo: No such process";
 // The same of processes that the caller may not look at.
 inline constexpr char kNotPermitted[] = "proc_pidinfo: Operation not permitted";

@@ -29,6 +29,7 @@
 //                       of 8 KiB, and mapped. The first one's name is given up at once
 //   epoll               one that waits to read from the last descriptor
 //   eventfd, timerfd, signalfd, pidfd, inotify
+//   lose-first-thread   goes on in another thread than its first, which ends, once all is said
 //   restless            opens and closes descriptors all the time, once all is said
 //   addresses ADDRESS MIB
 //                       memory at an address, each 8 bytes of which hold their own address
@@ -338,6 +339,8 @@ void doStep(const std::string &step, Words &words, State &state) {
     runProgram(words.rest());
   } else if (step == "root") {
     require(chroot(words.text().c_str()) == 0, "chroot");
+  } else if (step == "lose-first-thread") {
+    state.losesFirstThread = true;
   } else if (step == "restless") {
     state.isRestless = true;
   } else if (step == "remaps") {
@@ -349,6 +352,16 @@ void doStep(const std::string &step, Words &words, State &state) {
 }
 
 }  // namespace
+
+[[noreturn]] void awaitEnd(const State &state) {
+  while (!inputHasEnded(-1)) continue;
+  for (const pid_t child : state.children) {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+  // Without the exit handlers: other threads still run.
+  _exit(0);
+}
 
 int main(int argc, char **argv) {
   dieWithParent();
@@ -362,11 +375,9 @@ int main(int argc, char **argv) {
   }
   if (state.isRestless) openAndCloseUntilTheEnd();
   if (state.remaps) mapAndUnmapUntilTheEnd();
-  while (!state.isRestless && !state.remaps && !inputHasEnded(-1)) continue;
-  for (const pid_t child : state.children) {
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+  if (state.losesFirstThread) {
+    std::thread([&state] { awaitEnd(state); }).detach();
+    syscall(SYS_exit, 0);
   }
-  // Without the exit handlers: other threads still run.
-  _exit(0);
+  awaitEnd(state);
 }

@@ -16,6 +16,7 @@ constexpr int kRefused = 77;
 struct State {
   std::vector<pid_t> children;
   bool stops = false;
+  bool losesFirstThread = false;
   bool isRestless = false;
   bool remaps = false;
   long busyThreads = 0;

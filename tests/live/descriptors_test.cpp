@@ -183,7 +183,7 @@ class Expected {
 
   std::string fileDetails(const OpenFile &file) const {
     std::string name = file.name;
-    if (file.isGone) name = name.substr(0, name.rfind(" (deleted)"));
+    if (name.starts_with("/memfd:")) name = name.substr(0, name.rfind(" (deleted)"));
     for (const std::string prefix : {"/memfd:", "/dev/shm"}) {
       if (!name.starts_with(prefix)) continue;
       return format("shmem %s@0x%llx", name.substr(prefix.size()).c_str(),

@@ -128,6 +128,15 @@ TEST(Details, OfManyIdentities) {
                       "make_process");
 }
 
+TEST(Details, OfAParentHaveItsZombies) {
+  const Helper parent({"zombies", "2"});
+  const std::string report = reportOn(parent.pid());
+  ASSERT_EQ(parent.children().size(), 2u);
+  for (const pid_t zombie : parent.children()) {
+    EXPECT_THAT(report, testing::ContainsRegex(" " + std::to_string(zombie) + " +make_process\n"));
+  }
+}
+
 TEST(Details, OfOneInAContainer) {
   if (!isRoot()) GTEST_SKIP() << "needs root to change a root directory";
   std::string root = "/tmp/details_test.XXXXXX";

@@ -44,9 +44,6 @@ void addField(char letter, const std::string &value, OpenFile &file) {
     case 'd':  // of Internet sockets; of others it is no inode
       if (file.type.starts_with("IPv")) file.inode = numberOf(value);
       break;
-    case 'k':
-      file.isGone = value == "0";
-      break;
     case 'o':
       file.offset = numberOf(value);
       break;

@@ -19,7 +19,6 @@ struct OpenFile {
   uint64_t flags = 0;
   uint64_t inode = 0;  // of Internet sockets too
   uint64_t offset = 0;
-  bool isGone = false;  // no name is left
   std::string name;
   std::string protocol;
   std::string state;

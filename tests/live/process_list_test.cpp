@@ -2,6 +2,7 @@
 // made itself, against what /proc and ps say of them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -317,7 +318,7 @@ TEST(PlainList, IsPrintedOnceWithEveryProcess) {
   if (!isRoot()) GTEST_SKIP() << "other users' processes are not shown";
   for (const pid_t pid : before) {
     const std::optional<ProcessFacts> facts = readFacts(pid);
-    if (!facts || facts->isZombie()) continue;  // gone meanwhile, or as good as
+    if (!facts) continue;  // gone meanwhile
     EXPECT_EQ(list.rowsOf(pid).size(), 1u) << "PID " << pid << ", " << facts->name;
   }
 }
@@ -444,7 +445,21 @@ std::ptrdiff_t countNoSuchProcess(const Outcome &outcome) {
 // The list is sampled once before the arguments are looked at, and once more to be shown.
 constexpr int kSamples = 2;
 
-TEST(PlainList, LeavesZombiesOut) {
+// What a zombie has none of any more.
+void expectZombie(const Row &row, const Helper &parent) {
+  EXPECT_EQ(row.at(Column::status), " Z ");
+  EXPECT_EQ(row.at(Column::command), commandCell("make_process"));
+  EXPECT_EQ(row.at(Column::parent), pidCell(parent.pid()));
+  EXPECT_EQ(row.at(Column::user), userCell(getuid()));
+  EXPECT_EQ(row.at(Column::sandbox), "NO");
+  EXPECT_EQ(trimmed(row.at(Column::threads)), "0");
+  EXPECT_EQ(trimmed(row.at(Column::resident)), "0K");
+  EXPECT_EQ(trimmed(row.at(Column::virtualSize)), "0M");
+  EXPECT_EQ(trimmed(row.at(Column::descriptors)), "0");
+  EXPECT_EQ(trimmed(row.at(Column::processor)), "0.0");
+}
+
+TEST(PlainList, ShowsZombies) {
   const Helper parent({"zombies", "7"});
   const Outcome outcome = listProcesses();
   ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
@@ -453,36 +468,75 @@ TEST(PlainList, LeavesZombiesOut) {
   ASSERT_EQ(parent.children().size(), 7u);
   for (const pid_t zombie : parent.children()) {
     EXPECT_TRUE(factsOf(zombie).isZombie());
-    EXPECT_THAT(list.rowsOf(zombie), IsEmpty());
+    const std::vector<Row> rows = list.rowsOf(zombie);
+    ASSERT_EQ(rows.size(), 1u);
+    expectZombie(rows[0], parent);
+    EXPECT_THAT(startTimeCells(factsOf(zombie).startTicks),
+                Contains(rows[0].at(Column::startTime)));
   }
-  // One line for each at least: CountsWhatTheListIsMadeOf counts where nothing comes or goes.
-  EXPECT_GE(countNoSuchProcess(outcome), kSamples * 7) << outcome;
 }
 
-// In a world of its own: the helper, its zombies and sondex, and nothing that comes or goes.
-Outcome listInOwnWorld(int zombies) {
+TEST(PlainList, ShowsWhatGoesOnWithoutItsFirstThread) {
+  const Helper helper({"fds", "77", "memory", "300", "threads", "17", "lose-first-thread"});
+  ASSERT_TRUE(waitUntil([&] { return factsOf(helper.pid()).isZombie(); }));
+  const Outcome outcome = listProcesses();
+  const std::vector<Row> rows = parseList(outcome.output, isRoot()).rowsOf(helper.pid());
+  ASSERT_EQ(rows.size(), 1u) << outcome;
+  EXPECT_EQ(rows[0].at(Column::status), " S ");
+  EXPECT_EQ(rows[0].at(Column::threads), "18  ");
+  EXPECT_EQ(rows[0].at(Column::descriptors), "  77");
+  EXPECT_THAT(rows[0].at(Column::resident), testing::MatchesRegex(" 30[0-9]M"));
+}
+
+constexpr int kNoSuchNumbers = 77;
+
+// In a world of its own: the helper, what it makes, and sondex, which nothing comes to or goes
+// from. Numbers are given from the one after `last` on where it is not empty; kNoSuchNumbers is the
+// end where they can't be.
+Outcome runInOwnWorld(const std::string &last, const std::vector<std::string> &steps,
+                      const std::vector<std::string> &arguments) {
+  const std::string begin =
+      "if test \"$0\"; then echo \"$0\" >/proc/sys/kernel/ns_last_pid || exit " +
+      std::to_string(kNoSuchNumbers) + "; fi; exec \"$@\"";
   Launch launch;
   launch.program = "/usr/bin/unshare";
-  launch.arguments = {"--pid", "--fork", "--mount-proc", makeProcessPath()};
-  for (const std::string &word :
-       {std::string("zombies"), std::to_string(zombies), std::string("run"), sondexPath()}) {
-    launch.arguments.push_back(word);
-  }
+  launch.arguments = {"--pid", "--fork", "--mount-proc", "/bin/sh",
+                      "-c",    begin,    last,           makeProcessPath()};
+  launch.arguments.insert(launch.arguments.end(), steps.begin(), steps.end());
+  launch.arguments.insert(launch.arguments.end(), {"run", sondexPath()});
+  launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
   launch.environment = {{"nc", "1"}};
   return run(launch);
 }
 
-TEST(PlainList, CountsWhatTheListIsMadeOf) {
-  const Outcome outcome = listInOwnWorld(5);
-  // In a chroot a namespace is made, and a /proc of its own can't be mounted.
-  for (const char *refusal :
-       {"unshare: unshare failed: ", "unshare: cannot change root filesystem propagation: "}) {
-    if (outcome.error.starts_with(refusal)) {
-      GTEST_SKIP() << "no PID namespace with its own /proc: " << outcome.error;
-    }
+// In a chroot a namespace is made, and a /proc of its own can't be mounted.
+bool isRefusedOwnWorld(const Outcome &outcome) {
+  return outcome.error.starts_with("unshare: unshare failed: ") ||
+         outcome.error.starts_with("unshare: cannot change root filesystem propagation: ");
+}
+
+TEST(PlainList, HasNumbersOfSixDigitsWhole) {
+  const Outcome list = runInOwnWorld("250000", {"children", "2"}, {});
+  if (isRefusedOwnWorld(list) || list.exitedWith(kNoSuchNumbers)) {
+    GTEST_SKIP() << "no world of its own, or no such numbers in it: " << list.error;
   }
+  ASSERT_TRUE(list.exitedWith(0)) << list;
+  EXPECT_THAT(list.output, HasSubstr("|1    |0    |make_process   |"));
+  EXPECT_THAT(list.output, HasSubstr("|250001|1    |make_process   |"));
+  EXPECT_THAT(list.output, HasSubstr("|250002|1    |make_process   |"));
+
+  const Outcome report = runInOwnWorld("234567", {"name", "first", "children", "1"}, {"1"});
+  ASSERT_TRUE(report.exitedWith(0)) << report;
+  EXPECT_THAT(report.output, HasSubstr(" 234568 first\n"));
+  const Outcome descriptors = runInOwnWorld("250000", {"children", "1"}, {"250001", "fds"});
+  EXPECT_THAT(descriptors.output, testing::StartsWith("make_process     250001 FD  0"));
+}
+
+TEST(PlainList, CountsWhatTheListIsMadeOf) {
+  const Outcome outcome = runInOwnWorld("", {"zombies", "5"}, {});
+  if (isRefusedOwnWorld(outcome)) GTEST_SKIP() << "no world of its own: " << outcome.error;
   ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
-  EXPECT_EQ(countNoSuchProcess(outcome), kSamples * (5 + 1)) << outcome;
+  EXPECT_EQ(countNoSuchProcess(outcome), kSamples) << outcome;
   EXPECT_EQ(withoutSampling(outcome.error), "");
   const PlainList list = parseList(outcome.output, true);
   ASSERT_FALSE(list.header.empty());
@@ -490,7 +544,9 @@ TEST(PlainList, CountsWhatTheListIsMadeOf) {
   EXPECT_THAT(list.header[0], testing::EndsWith("\t8 processes"));
   std::vector<std::string> commands;
   for (const Row &row : list.rows) commands.push_back(trimmed(row.at(Column::command)));
-  EXPECT_THAT(commands, testing::UnorderedElementsAre("make_process", "sondex"));
+  std::vector<std::string> expected(6, "make_process");
+  expected.emplace_back("sondex");
+  EXPECT_THAT(commands, testing::UnorderedElementsAreArray(expected));
 }
 
 TEST(PlainList, PassesOverTheThreadsOfAProcessWithTooMany) {
@@ -522,6 +578,73 @@ TEST(PlainList, PassesOverTheThreadsOfAProcessWithTooMany) {
   const std::vector<Row> fullRows = list.rowsOf(full.pid());
   ASSERT_EQ(fullRows.size(), 1u);
   EXPECT_GT(tenthsOf(fullRows[0].at(Column::processor)), 0);
+}
+
+// Root without the rights that `dropped` names, as in containers: "-sys_ptrace,-dac_override". Not
+// ended where there is nobody to take them away.
+Outcome runConfined(const std::string &dropped, const std::vector<std::string> &arguments) {
+  Launch launch;
+  launch.program = "/usr/bin/setpriv";
+  launch.arguments = {"--bounding-set", dropped, "--inh-caps", dropped, sondexPath()};
+  launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
+  launch.environment = {{"nc", "1"}};
+  return run(launch);
+}
+
+constexpr char kNoTracing[] = "-sys_ptrace";
+// Not even the numbers of descriptors are to be seen then.
+constexpr char kNoListing[] = "-sys_ptrace,-dac_override,-dac_read_search";
+
+TEST(PlainList, DoesNotTakeWhatRootMayNotLookIntoForConfined) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  // A program that was begun by that user, who may see its descriptors himself.
+  const Helper helper({"user", std::to_string(kNobody), "deleted", "fds", "9"});
+  const Outcome outcome = runConfined(kNoTracing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper.pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::sandbox), "NO");
+  EXPECT_EQ(rows[0].at(Column::descriptors), "   9");
+
+  const Outcome listed = runConfined(kNoTracing, {std::to_string(helper.pid()), "fds"});
+  const std::vector<std::string> lines = splitLines(listed.output);
+  ASSERT_EQ(lines.size(), 9u) << listed;
+  for (const std::string &line : lines) EXPECT_THAT(line, HasSubstr("  (permission denied) @0x0"));
+  EXPECT_THAT(lines[0], HasSubstr(" FD  0r  "));
+}
+
+TEST(PlainList, CountsDescriptorsThatRootMayNotList) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  const Helper helper({"user", std::to_string(kNobody), "deleted", "fds", "9"});
+  struct stat directory = {};
+  const std::string path = "/proc/" + std::to_string(helper.pid()) + "/fd";
+  ASSERT_EQ(stat(path.c_str(), &directory), 0);
+  if (directory.st_size == 0) GTEST_SKIP() << "this kernel does not count them";
+  const Outcome outcome = runConfined(kNoListing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper.pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::descriptors), "   9");
+
+  const Outcome listed = runConfined(kNoListing, {std::to_string(helper.pid()), "fds"});
+  EXPECT_EQ(splitLines(listed.output),
+            std::vector<std::string>(9, "Can't get info (2) - Error Operation not permitted"));
+}
+
+TEST(PlainList, KnowsAnotherUserNamespaceByItsUsers) {
+  if (!isRoot()) GTEST_SKIP() << "needs root, to be confined";
+  std::unique_ptr<Helper> helper;
+  try {
+    helper = std::make_unique<Helper>(
+        std::vector<std::string>{"user", std::to_string(kNobody), "user-namespace"});
+  } catch (const Refused &) {
+    GTEST_SKIP() << "users may not make one here";
+  }
+  const Outcome outcome = runConfined(kNoTracing, {});
+  ASSERT_TRUE(outcome.exitedWith(0)) << outcome;
+  const std::vector<Row> rows = parseList(outcome.output, true).rowsOf(helper->pid());
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].at(Column::sandbox), "SB");
 }
 
 TEST(PlainList, ShowsAnotherUserOnlyHisOwnProcesses) {

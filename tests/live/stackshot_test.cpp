@@ -113,17 +113,21 @@ class Stackshot : public testing::Test {
   }
 };
 
-void expectChain(const Helper &helper, const Steps &addresses) {
+void expectChain(const ShownThread &thread, const Steps &addresses) {
   ASSERT_THAT(addresses, SizeIs(3));
-  const std::vector<ShownThread> threads = threadsOf(helper.pid());
-  ASSERT_THAT(threads, SizeIs(2));
-  EXPECT_EQ(threads[1].name, "chain");
-  const Steps &stack = threads[1].userStack;
+  EXPECT_EQ(thread.name, "chain");
+  const Steps &stack = thread.userStack;
   const auto found = std::search(stack.begin(), stack.end(), addresses.begin(), addresses.end());
   EXPECT_NE(found, stack.end()) << testing::PrintToString(stack) << " without "
                                 << testing::PrintToString(addresses);
   // The place in the system's library, and the function itself, are further in.
   EXPECT_GE(found - stack.begin(), 2);
+}
+
+void expectChain(const Helper &helper, const Steps &addresses) {
+  const std::vector<ShownThread> threads = threadsOf(helper.pid());
+  ASSERT_THAT(threads, SizeIs(2));
+  expectChain(threads[1], addresses);
   EXPECT_TRUE(isAsBefore(helper.pid(), 'S'));
 }
 
@@ -138,6 +142,19 @@ TEST_F(Stackshot, ShowsWhereAThreadOfADeletedProgramStands) {
   const ChainFile file;
   const Helper helper({"deleted", "call-chain", file.path()});
   expectChain(helper, file.addresses());
+}
+
+// What is mapped is not told under the process's own number any more.
+TEST_F(Stackshot, ShowsWhereAThreadStandsWhenTheFirstHasEnded) {
+  const ChainFile file;
+  const Helper helper({"call-chain", file.path(), "lose-first-thread"});
+  const auto hasLostIt = [&] {
+    return readFacts(helper.pid()).value_or(ProcessFacts{}).isZombie();
+  };
+  ASSERT_TRUE(waitUntil(hasLostIt));
+  const std::vector<ShownThread> threads = threadsOf(helper.pid());
+  ASSERT_THAT(threads, SizeIs(3));
+  expectChain(threads[1], file.addresses());
 }
 
 // What a process has mapped can be opened without a path to it, where the kernel lets the caller.

@@ -243,11 +243,11 @@ TEST_F(DescriptorsTest, NamedSocketsAndPipesAreFiles) {
   EXPECT_EQ(pipe.pipeinfo.pipe_stat.vst_ino, inodeOf(reading.get()));
 }
 
-TEST_F(DescriptorsTest, OnlyTheMarkOfADeletedFileIsRemoved) {
+TEST_F(DescriptorsTest, ADeletedFileIsMarked) {
   const std::string gone = path("gone");
   const Owned deleted(open(gone.c_str(), O_RDWR | O_CREAT, 0600));
   ASSERT_EQ(unlink(gone.c_str()), 0);
-  EXPECT_STREQ(vnode(deleted.get()).pvip.vip_path, gone.c_str());
+  EXPECT_EQ(vnode(deleted.get()).pvip.vip_path, gone + " (deleted)");
   EXPECT_EQ(vnode(deleted.get()).pvip.vip_vi.vi_stat.vst_nlink, 0);
 
   const std::string named = path("kept (deleted)");
@@ -452,13 +452,14 @@ TEST_F(DescriptorsTest, UnboundSocketsAreKnownByTheirProtocol) {
   EXPECT_EQ(info.psi.soi_protocol, darwin::DARWIN_IPPROTO_UDP);
 }
 
-// A child in a network namespace of its own, with a TCP socket that listens and a pair of named
-// UNIX sockets.
+// A child in a network namespace of its own, with a TCP socket that listens, one that is not bound,
+// and a pair of named UNIX sockets.
 class OtherNetwork {
  public:
   struct Sockets {
     int listening = -1;  // where there are none
     uint16_t port = 0;   // network order
+    int unbound = -1;
     int local = -1;
     uint64_t localPeer = 0;
   };
@@ -505,6 +506,7 @@ class OtherNetwork {
     fstat(pair[1], &peer);
     made.listening = tcp;
     made.port = address.sin_port;
+    made.unbound = socket(AF_INET6, SOCK_STREAM, 0);
     made.local = pair[0];
     made.localPeer = peer.st_ino;
     return made;
@@ -540,6 +542,9 @@ TEST_F(DescriptorsTest, SocketsOfAnotherNetworkAreListedThere) {
   ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().local, info), kAnswered);
   EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_UNIX);
   EXPECT_EQ(info.psi.soi_proto.pri_un.unsi_conn_so, other.sockets().localPeer);
+  ASSERT_EQ(descriptors_.socket(other.directory(), other.sockets().unbound, info), kAnswered);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_INET6);
+  EXPECT_EQ(info.psi.soi_protocol, darwin::DARWIN_IPPROTO_TCP);
 
   EXPECT_EQ(networkOf(self_.get()), ownNetwork) << "this thread has not moved";
   ASSERT_EQ(descriptors_.list(self_.get(), SIZE_MAX, openAfter), kAnswered);
@@ -563,7 +568,12 @@ TEST_F(DescriptorsTest, SocketOfAnotherNetworkHasNoFamilyToUsers) {
     }
     const bool isUnknown =
         info.psi.soi_family == 0 && info.psi.soi_kind == 0 && info.psi.soi_so != 0;
-    return isUnknown ? 0 : 102;
+    if (!isUnknown) return 102;
+    // Not even whether it is bound can be known of another one.
+    if (descriptors.socket(other.directory(), other.sockets().unbound, info) != kAnswered) {
+      return 103;
+    }
+    return info.psi.soi_family == 0 ? 0 : 104;
   };
   const pid_t asker = fork();
   ASSERT_GE(asker, 0);
@@ -647,6 +657,17 @@ TEST_F(DescriptorsTest, SocketOfDeviceEventsIsAControlSocket) {
   EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_SYSTEM);
   EXPECT_EQ(info.psi.soi_protocol, darwin::SYSPROTO_CONTROL);
   EXPECT_STREQ(info.psi.soi_proto.pri_kern_ctl.kcsi_name, "netlink:kobject_uevent");
+}
+
+// Of families that Darwin lacks, or whose sockets the kernel does not list.
+TEST_F(DescriptorsTest, OtherSocketsAreControlSocketsWithTheirName) {
+  const int fd = socket(AF_VSOCK, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) GTEST_SKIP() << "there are no sockets between machines here";
+  const Owned between(fd);
+  const darwin::socket_fdinfo info = socketInfo(fd);
+  EXPECT_EQ(info.psi.soi_family, darwin::DARWIN_AF_SYSTEM);
+  EXPECT_EQ(info.psi.soi_protocol, darwin::SYSPROTO_CONTROL);
+  EXPECT_STREQ(info.psi.soi_proto.pri_kern_ctl.kcsi_name, "AF_VSOCK");
 }
 
 TEST_F(DescriptorsTest, PacketSocketIsOfTheInterfaceFamily) {
@@ -789,7 +810,7 @@ TEST_F(DescriptorsTest, SharedMemory) {
   EXPECT_EQ(info.pshminfo.pshm_stat.vst_mode & 0777, 0600);
   EXPECT_EQ(shm_unlink(name.c_str()), 0);
   ASSERT_EQ(descriptors_.sharedMemory(self_.get(), shared.get(), info), kAnswered);
-  EXPECT_EQ(info.pshminfo.pshm_name, name);
+  EXPECT_EQ(info.pshminfo.pshm_name, name + " (deleted)");
 }
 
 TEST_F(DescriptorsTest, SharedMemoryKnowsWhereItIsMapped) {
@@ -931,7 +952,13 @@ TEST_F(DescriptorsTest, ProcessThatIsGoneOrAZombie) {
   refuses("gone");
 }
 
-TEST_F(DescriptorsTest, OtherUsersProcessIsRefused) {
+// How many a kernel says that there are to those who may not list them; 0 on one that does not.
+size_t countOfDescriptors(int process) {
+  struct stat directory = {};
+  return fstatat(process, "fd", &directory, 0) == 0 ? static_cast<size_t>(directory.st_size) : 0;
+}
+
+TEST_F(DescriptorsTest, OtherUsersDescriptorsAreOnlyCounted) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to give root up";
   const pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -941,10 +968,20 @@ TEST_F(DescriptorsTest, OtherUsersProcessIsRefused) {
     if (parent < 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(100);
     Descriptors descriptors;
     std::vector<darwin::proc_fdinfo> list;
-    if (descriptors.list(parent, 10, list) != darwin::DARWIN_EPERM) _exit(101);
-    for (const DescriptorQuestion &question : allQuestions()) {
-      if (question(descriptors, parent, 0) != std::pair(darwin::DARWIN_EPERM, true)) _exit(102);
+    const Errno error = descriptors.list(parent, 1000, list);
+    const size_t count = countOfDescriptors(parent);
+    if (error != (count > 0 ? kAnswered : darwin::DARWIN_EPERM) || list.size() != count) _exit(101);
+    for (const darwin::proc_fdinfo &entry : list) {
+      if (entry.proc_fd != -1 || entry.proc_fdtype != darwin::PROX_FDTYPE_VNODE) _exit(102);
     }
+    if (count > 1 && (descriptors.list(parent, 2, list) != kAnswered || list.size() != 2)) {
+      _exit(103);
+    }
+    for (const DescriptorQuestion &question : allQuestions()) {
+      if (question(descriptors, parent, 0) != std::pair(darwin::DARWIN_EPERM, true)) _exit(104);
+    }
+    darwin::vnode_fdinfowithpath info;
+    if (descriptors.vnode(parent, -1, info) != darwin::DARWIN_EPERM) _exit(105);
     _exit(0);
   }
   int status = -1;

@@ -206,18 +206,49 @@ TEST_F(LinuxMachineTest, ABusyChildIsSeenToBeBusyAndThenNot) {
   }));
 }
 
-TEST_F(LinuxMachineTest, AZombieAnswersOnlyWhatZombiesAnswer) {
+TEST_F(LinuxMachineTest, OfAZombieItsNameRelativesOwnerAndTimesAreLeft) {
+  Child child([](const std::function<void()> &ready) {
+    prctl(PR_SET_NAME, "departed");
+    busy(ready);
+  });
+  darwin::proc_taskallinfo info{};
+  ASSERT_TRUE(waitUntil([&] {
+    return machine_->taskAllInfo(child.pid(), info) == kAnswered && info.ptinfo.pti_total_user > 0;
+  }));
+  const uint64_t usedBefore = info.ptinfo.pti_total_user;
+  EXPECT_GT(info.ptinfo.pti_resident_size, 0u);
+  child.signalAndWait(SIGKILL, WEXITED);
+
+  std::memset(&info, 0xAA, sizeof info);
+  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+  EXPECT_EQ(info.pbsd.pbi_status, darwin::SZOMB);
+  EXPECT_STREQ(info.pbsd.pbi_comm, "departed");
+  EXPECT_EQ(info.pbsd.pbi_pid, static_cast<uint32_t>(child.pid()));
+  EXPECT_EQ(info.pbsd.pbi_ppid, static_cast<uint32_t>(getpid()));
+  EXPECT_EQ(info.pbsd.pbi_uid, geteuid());
+  EXPECT_EQ(info.pbsd.pbi_nfiles, 0u);
+  EXPECT_GE(info.ptinfo.pti_total_user, usedBefore);
+  darwin::proc_taskinfo timesAlone{};
+  timesAlone.pti_total_user = info.ptinfo.pti_total_user;
+  timesAlone.pti_total_system = info.ptinfo.pti_total_system;
+  EXPECT_EQ(std::memcmp(&info.ptinfo, &timesAlone, sizeof timesAlone), 0);
+  EXPECT_EQ(machine_->sandboxCheck(child.pid()), 0);
+
+  const pid_t gone = child.pid();
+  child.end();
+  EXPECT_EQ(machine_->taskAllInfo(gone, info), darwin::DARWIN_ESRCH);
+}
+
+TEST_F(LinuxMachineTest, AZombieAnswersNothingThatOnlyTheLivingHave) {
   Child child(sleeping);
   child.signalAndWait(SIGKILL, WEXITED);
   pid_t pid = child.pid();
-  darwin::proc_taskallinfo all{};
   darwin::proc_bsdinfo info{};
   darwin::rusage_info_v4 usage{};
   darwin::proc_pidcoalitioninfo coalition{};
   std::vector<uint64_t> threads = {77};
   std::vector<darwin::proc_fdinfo> descriptors(3);
   std::string path = "untouched";
-  EXPECT_EQ(machine_->taskAllInfo(pid, all), darwin::DARWIN_ESRCH);
   EXPECT_EQ(machine_->bsdInfo(pid, false, info), darwin::DARWIN_ESRCH);
   EXPECT_EQ(machine_->threadHandles(pid, threads), darwin::DARWIN_ESRCH);
   EXPECT_EQ(machine_->descriptors(pid, 10, descriptors), darwin::DARWIN_ESRCH);
@@ -226,7 +257,6 @@ TEST_F(LinuxMachineTest, AZombieAnswersOnlyWhatZombiesAnswer) {
   EXPECT_EQ(machine_->containerPath(pid, path), darwin::DARWIN_ESRCH);
   ProcessArguments arguments;
   EXPECT_EQ(machine_->arguments(pid, arguments), darwin::DARWIN_ESRCH);
-  EXPECT_LT(machine_->sandboxCheck(pid), 0);
   EXPECT_EQ(threads, std::vector<uint64_t>{77});
   EXPECT_EQ(descriptors.size(), 3u);
   EXPECT_EQ(path, "untouched");
@@ -389,17 +419,53 @@ TEST_F(LinuxMachineTest, AThreadYoungerThanTheReadingIsFound) {
   EXPECT_EQ(machine_->threadInfoByID(child.pid(), static_cast<uint64_t>(id), info), kAnswered);
 }
 
+// Ends the first thread of a process alone.
+[[noreturn]] void endFirstThread() {
+  __real_syscall(SYS_exit, 0);
+  _exit(1);
+}
+
 TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
+  static constexpr size_t kMemory = size_t{64} << 20;
   Child child([](const std::function<void()> &ready) {
+    void *memory =
+        mmap(nullptr, kMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, waitForever, nullptr) != 0) _exit(1);
+    if (memory == MAP_FAILED || dup2(0, 100) != 100 ||
+        pthread_create(&thread, nullptr, waitForever, nullptr) != 0) {
+      _exit(1);
+    }
+    std::memset(memory, 1, kMemory);
     ready();
-    __real_syscall(SYS_exit, 0);  // ends this thread alone
+    endFirstThread();
   });
   ASSERT_TRUE(waitUntil([&] { return statusLine(child.pid(), "State") == "Z"; }));
-  darwin::proc_taskallinfo info{};
-  ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
-  EXPECT_EQ(info.pbsd.pbi_status, darwin::SSLEEP);
+  // The second look is the one at a process that rests.
+  for (int look = 0; look < 2; look++) {
+    SCOPED_TRACE(look);
+    darwin::proc_taskallinfo info{};
+    ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
+    EXPECT_EQ(info.pbsd.pbi_status, darwin::SSLEEP);
+    EXPECT_EQ(info.pbsd.pbi_flags & darwin::PROC_FLAG_INEXIT, 0u);
+    EXPECT_GT(info.pbsd.pbi_nfiles, 100u);
+    EXPECT_EQ(info.ptinfo.pti_threadnum, 2);
+    EXPECT_GT(info.ptinfo.pti_virtual_size, kMemory);
+    EXPECT_GT(info.ptinfo.pti_resident_size, kMemory);
+    darwin::rusage_info_v4 usage{};
+    ASSERT_EQ(machine_->resourceUsage(child.pid(), usage), kAnswered);
+    EXPECT_GT(usage.ri_phys_footprint, kMemory);
+    std::vector<darwin::proc_fdinfo> descriptors;
+    ASSERT_EQ(machine_->descriptors(child.pid(), 1024, descriptors), kAnswered);
+    EXPECT_TRUE(std::any_of(descriptors.begin(), descriptors.end(),
+                            [](const auto &entry) { return entry.proc_fd == 100; }));
+    darwin::proc_regionwithpathinfo region{};
+    EXPECT_EQ(machine_->region(child.pid(), 0, region), kAnswered);
+    ProcessArguments arguments;
+    ASSERT_EQ(machine_->arguments(child.pid(), arguments), kAnswered);
+    EXPECT_FALSE(arguments.path.empty());
+    EXPECT_FALSE(arguments.arguments.empty());
+    EXPECT_EQ(machine_->sandboxCheck(child.pid()), 0);
+  }
   std::vector<darwin::memorystatus_priority_entry> entries;
   if (machine_->isPrivileged()) {
     ASSERT_EQ(machine_->memoryStatusList(entries), kAnswered);
@@ -423,7 +489,7 @@ TEST_F(LinuxMachineTest, AProcessThatEndedLeavesTheMemoryStatusListAfterTheNextL
     ASSERT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
   }
   child.signalAndWait(SIGKILL, WEXITED);
-  EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), darwin::DARWIN_ESRCH);
+  EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);
   EXPECT_FALSE(isListed());
 }
 
@@ -616,7 +682,7 @@ TEST_F(LinuxMachineTest, TheBeginningOfVeryLongArguments) {
   EXPECT_EQ(process.arguments[5], longWord.substr(0, 262144 - before));
 }
 
-TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
+TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneSaysSo) {
   char path[] = "/tmp/linux_machine_test.XXXXXX";
   const int copy = mkostemp(path, O_CLOEXEC);
   ASSERT_GE(copy, 0);
@@ -641,7 +707,7 @@ TEST_F(LinuxMachineTest, AProgramWhoseFileIsGoneKeepsItsPath) {
   }));
   ASSERT_EQ(unlink(path), 0);
   ASSERT_EQ(machine_->arguments(child.pid(), process), kAnswered);
-  EXPECT_EQ(process.path, path);
+  EXPECT_EQ(process.path, path + std::string(" (deleted)"));
 }
 
 TEST_F(LinuxMachineTest, AProcessThatGaveUpPrivilegesKeepsItsPathToItself) {

@@ -20,10 +20,13 @@ class OtherNetworksTest : public testing::Test {
   }
 
   int readings_ = 0;
+  bool mayEnter_ = true;
   OtherNetworks networks_{
       [this](int processDirectory, std::vector<DiagSocket> &sockets, std::string &) {
         readings_++;
+        if (!mayEnter_) return false;
         sockets.emplace_back().inode = static_cast<uint32_t>(processDirectory);
+        return true;
       }};
 };
 
@@ -45,6 +48,18 @@ TEST_F(OtherNetworksTest, AreToldApartByTheirFileSystemsToo) {
   EXPECT_TRUE(networks_.describe(5, {1, 100}, 5, info));
   EXPECT_FALSE(networks_.describe(6, {2, 100}, 5, info));
   EXPECT_EQ(readings_, 2);
+}
+
+TEST_F(OtherNetworksTest, AreListedOnceTheyWereEntered) {
+  EXPECT_FALSE(networks_.isListed({1, 100}));
+  EXPECT_FALSE(describes(5, 100, 77));
+  EXPECT_TRUE(networks_.isListed({1, 100}));
+  EXPECT_FALSE(networks_.isListed({1, 200}));
+  mayEnter_ = false;
+  EXPECT_FALSE(describes(6, 200, 6));
+  EXPECT_FALSE(networks_.isListed({1, 200}));
+  networks_.beginPass();
+  EXPECT_FALSE(networks_.isListed({1, 100}));
 }
 
 TEST_F(OtherNetworksTest, NoMoreThanSomeAreReadInAPass) {

@@ -92,14 +92,6 @@ TEST(LinuxProcfs, TheBeginningOfAFileIsCutWhereAsked) {
   EXPECT_EQ(reader.readBeginning(handle.get(), "none", 4, text), darwin::DARWIN_ENOENT);
 }
 
-TEST(LinuxProcfs, OnlyAFileThatIsGoneHasAMark) {
-  EXPECT_EQ(withoutDeletedMark("/a (deleted)", true), "/a");
-  EXPECT_EQ(withoutDeletedMark("/a (deleted)", false), "/a (deleted)");
-  EXPECT_EQ(withoutDeletedMark("/a (deleted) (deleted)", true), "/a (deleted)");
-  EXPECT_EQ(withoutDeletedMark("/a", true), "/a");
-  EXPECT_EQ(withoutDeletedMark("", true), "");
-}
-
 TEST(LinuxProcfs, AFileThatIsNotThereIsAnError) {
   FileReader reader;
   std::string_view read;

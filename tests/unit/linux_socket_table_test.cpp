@@ -638,7 +638,7 @@ TEST(ProtocolCounts, SayWhetherThereAreSockets) {
   EXPECT_TRUE(countsSockets(kTable.substr(0, kTable.find("MPTCP ") + 5), "MPTCP")) << "cut short";
 }
 
-TEST(UnboundSocket, IsKnownByItsProtocolName) {
+TEST(UnlistedSocket, IsKnownByItsProtocolName) {
   const struct {
     const char *name;
     int32_t family, type, protocol, kind;
@@ -655,7 +655,8 @@ TEST(UnboundSocket, IsKnownByItsProtocolName) {
   };
   for (const auto &socket : sockets) {
     darwin::socket_info info = {};
-    EXPECT_TRUE(describeUnbound(socket.name, info)) << socket.name;
+    EXPECT_TRUE(isListedProtocol(socket.name)) << socket.name;
+    describeUnlisted(socket.name, info);
     EXPECT_EQ(info.soi_family, socket.family) << socket.name;
     EXPECT_EQ(info.soi_type, socket.type) << socket.name;
     EXPECT_EQ(info.soi_protocol, socket.protocol) << socket.name;
@@ -663,14 +664,17 @@ TEST(UnboundSocket, IsKnownByItsProtocolName) {
     EXPECT_EQ(info.soi_proto.pri_in.insi_vflag, socket.vflag) << socket.name;
   }
   darwin::socket_info info = {};
-  EXPECT_TRUE(describeUnbound("NETLINK", info));
+  describeUnlisted("NETLINK", info);
   EXPECT_EQ(info.soi_family, darwin::DARWIN_AF_SYSTEM);
   EXPECT_STREQ(info.soi_proto.pri_kern_ctl.kcsi_name, "netlink");
-  for (const char *name : {"", "SCTP", "TCPv", "tcp"}) {
-    darwin::socket_info untouched = {};
-    EXPECT_FALSE(describeUnbound(name, untouched)) << name;
-    EXPECT_EQ(untouched.soi_family, 0);
-    EXPECT_EQ(untouched.soi_kind, 0);
+  for (const char *name : {"AF_VSOCK", "SCTP", "TCPv", "tcp"}) {
+    darwin::socket_info other = {};
+    EXPECT_FALSE(isListedProtocol(name)) << name;
+    describeUnlisted(name, other);
+    EXPECT_EQ(other.soi_family, darwin::DARWIN_AF_SYSTEM) << name;
+    EXPECT_EQ(other.soi_protocol, darwin::SYSPROTO_CONTROL) << name;
+    EXPECT_EQ(other.soi_kind, darwin::SOCKINFO_KERN_CTL) << name;
+    EXPECT_STREQ(other.soi_proto.pri_kern_ctl.kcsi_name, name);
   }
 }
 
