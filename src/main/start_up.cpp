@@ -25,6 +25,7 @@
 #include "state/system.h"
 #include "text/safe_text.h"
 #include "text/typed_number.h"
+#include "text/utf8.h"
 
 namespace sondex {
 
@@ -118,6 +119,7 @@ static int32_t targetOf(const char *argument) {
 
 int runProgram(int argc, char **argv) {
   setlocale(LC_CTYPE, "");  // says how wide characters are
+  allowUTF8(isLocaleUTF8());
   probeSystem();
   struct stat standardOutput = {};
   const bool outputIsDevice = fstat(STDOUT_FILENO, &standardOutput) == 0 &&
