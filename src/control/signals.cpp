@@ -48,6 +48,20 @@ void handleSignals() {
   handleUnlessIgnored(SIGTSTP, stophandler);
 }
 
+static void notehandler(int signal) {
+  askForEnd(signal);
+}
+
+void noteEndingSignals() {
+  handleUnlessIgnored(SIGINT, notehandler);
+  for (const int number : kEndingSignals) handleUnlessIgnored(number, notehandler);
+}
+
+void endIfSignalled() {
+  const int32_t reason = reasonToEnd();
+  if (reason > 0) endBySignal(reason);
+}
+
 void endIfInterrupted() {
   const int32_t reason = reasonToEnd();
   if (reason == 0) return;

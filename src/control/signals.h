@@ -13,6 +13,13 @@ void sighandler(int signal);
 // opened.
 void handleSignals();
 
+// Has the signals that would end the program leave a note for that instead, where there is no full
+// screen but something to be cleared away first. Whoever does so ends the program afterwards.
+void noteEndingSignals();
+
+// Ends the program when such a signal came, as it would have.
+void endIfSignalled();
+
 // Called by the refresh loop. When a key or a signal asked for the end: leaves the screen, says so
 // for Ctrl-C, and exits with status 0 for a key and for Ctrl-C, else as the signal has it.
 void endIfInterrupted();

@@ -7,6 +7,7 @@
 
 #include "columns/perspective.h"
 #include "columns/sort.h"
+#include "control/signals.h"
 #include "fds/listing.h"
 #include "inspect/ports.h"
 #include "inspect/threads.h"
@@ -32,15 +33,22 @@ struct Report {
   bool threads;
 };
 
+// A signal during the dump only left a note, so that no part of a file stays behind.
+[[noreturn]] static void endDump(int result) {
+  endIfSignalled();
+  exit(result);
+}
+
 [[noreturn]] static void writeCore(int32_t pid, const char *extent) {
   const bool full = extent == nullptr || strcmp(extent, "mini") != 0;
+  noteEndingSignals();
   const int result = dumpCore(pid, 0, full ? kFullCore : kMiniCore);
   if (result < 0) {
     fprintf(stderr, "Core dump of process %d failed\n", pid);
   } else {
     fprintf(stderr, "%s core dumped to /tmp/core.%d\n", full ? "Full" : "Mini", pid);
   }
-  exit(result);
+  endDump(result);
 }
 
 // The report that `word` asks for. Does not return for "core" and "binary", nor for a word that is
@@ -62,7 +70,8 @@ static Report chooseReport(int32_t pid, const char *word, const char *extent, co
   } else if (strcmp(word, "core") == 0) {
     writeCore(pid, extent);
   } else if (strcmp(word, "binary") == 0) {
-    exit(dumpCore(pid, 0, kBinaryCore));
+    noteEndingSignals();
+    endDump(dumpCore(pid, 0, kBinaryCore));
   } else if (strcmp(word, "tree") != 0) {  // Kept: "tree" is a report that prints nothing
     printReportWords(program);
     exit(5);
