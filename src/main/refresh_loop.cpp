@@ -179,9 +179,11 @@ static bool makeRoom() {
 static int showPlainList() {
   const bool updating = load(g_updates) != 0 && makeRoom();
   if (updating) sample();
+  releaseStandardError();
   showList();
   if (updating) keepAsPrevious();
   if (load(g_updates) == 0) offerStatus(kFrozen, 3);
+  flushOutput();
   return 0;
 }
 

@@ -17,6 +17,7 @@
 #include "proc/sampler.h"
 #include "screens/details.h"
 #include "state/display.h"
+#include "terminal/output.h"
 #include "text/safe_text.h"
 #include "vm/core_dump.h"
 #include "vm/region_map.h"
@@ -123,7 +124,8 @@ static void reportAll(const Report &report) {
   if (nothingSelected) return;
   doSort(sortOf(getCurrentPerspective()));
   const TableView table = currentTable();
-  for (int32_t i = 0; i < table.count; i++) {
+  // A report that can't be written is at its end.
+  for (int32_t i = 0; i < table.count && ferror(stdout) == 0; i++) {
     ProcessRecord *record = &table.records[i];
     const int32_t pid = pidOf(record);
     if (report.full) {
@@ -166,6 +168,7 @@ void runReport(int32_t pid, int argc, char **argv) {
   } else {
     reportOne(pid, report);
   }
+  flushOutput();
   exit(0);
 }
 
