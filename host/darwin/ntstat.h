@@ -5,8 +5,6 @@
 
 namespace darwin {
 
-constexpr uint32_t NSTAT_MSG_TYPE_SUCCESS = 0;
-constexpr uint32_t NSTAT_MSG_TYPE_ERROR = 1;
 constexpr uint32_t NSTAT_PROVIDER_ROUTE = 1;
 constexpr uint32_t NSTAT_PROVIDER_SYSINFO = 5;
 

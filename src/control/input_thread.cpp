@@ -98,6 +98,7 @@ void startInteractiveThreads() {
   sigfillset(&others);
   sigdelset(&others, SIGXFSZ);
   pthread_sigmask(SIG_SETMASK, &others, &before);
+  expectCounts();
   startThread(doNStat, "network statistics");
   startThread(interactiveThread, "input");
   pthread_sigmask(SIG_SETMASK, &before, nullptr);

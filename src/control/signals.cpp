@@ -68,7 +68,8 @@ void endIfInterrupted() {
   if (reason == SIGINT) {
     endProgram(0, stderr, "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n");
   }
-  if (reason > 0) endBySignal(reason);
+  endIfSignalled();
+  if (reason == kEndWithLastWords) endWithLastWords();
   endProgram(0, stderr, "%s", "");
 }
 

@@ -20,8 +20,9 @@ void noteEndingSignals();
 // Ends the program when such a signal came, as it would have.
 void endIfSignalled();
 
-// Called by the refresh loop. When a key or a signal asked for the end: leaves the screen, says so
-// for Ctrl-C, and exits with status 0 for a key and for Ctrl-C, else as the signal has it.
+// Called by the refresh loop, and between the parts of a report. When a key or a signal asked for
+// the end: leaves the screen, says so for Ctrl-C, and exits with status 0 for a key and for Ctrl-C,
+// else as the signal has it, or as another thread does that has met with what ends the program.
 void endIfInterrupted();
 
 }  // namespace sondex

@@ -10,6 +10,8 @@ namespace darwin {
 
 constexpr char NET_STAT_CONTROL_NAME[] = "com.apple.network.statistics";
 
+constexpr uint32_t NSTAT_MSG_TYPE_SUCCESS = 0;
+constexpr uint32_t NSTAT_MSG_TYPE_ERROR = 1;
 constexpr uint32_t NSTAT_MSG_TYPE_ADD_ALL_SRCS = 1002;
 constexpr uint32_t NSTAT_MSG_TYPE_QUERY_SRC = 1004;
 constexpr uint32_t NSTAT_MSG_TYPE_GET_SRC_DESC = 1005;

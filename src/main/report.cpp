@@ -14,6 +14,7 @@
 #include "kcdata/stackshot.h"
 #include "main/monitor.h"
 #include "main/usage.h"
+#include "nstat/client.h"
 #include "proc/sampler.h"
 #include "screens/details.h"
 #include "state/display.h"
@@ -25,6 +26,8 @@
 namespace sondex {
 
 constexpr int32_t kEveryProcess = -1;
+
+constexpr int32_t kCountsPatience = 250;  // milliseconds
 
 struct Report {
   bool full;
@@ -126,6 +129,7 @@ static void reportAll(const Report &report) {
   const TableView table = currentTable();
   // A report that can't be written is at its end.
   for (int32_t i = 0; i < table.count && ferror(stdout) == 0; i++) {
+    endIfInterrupted();
     ProcessRecord *record = &table.records[i];
     const int32_t pid = pidOf(record);
     if (report.full) {
@@ -163,12 +167,15 @@ void runReport(int32_t pid, int argc, char **argv) {
     report = chooseReport(target, argv[2], argc > 3 ? argv[3] : nullptr, argv[0]);
   }
   store(wantCurses, 0);
+  if (report.full) awaitCounts(kCountsPatience);
+  endIfInterrupted();
   if (all) {
     reportAll(report);
   } else {
     reportOne(pid, report);
   }
   flushOutput();
+  endIfInterrupted();
   exit(0);
 }
 

@@ -24,6 +24,7 @@
 #include "state/display.h"
 #include "state/system.h"
 #include "state/tracing.h"
+#include "terminal/ending.h"
 #include "terminal/held_stderr.h"
 #include "terminal/output.h"
 #include "text/safe_text.h"
@@ -159,6 +160,7 @@ int runProgram(int argc, char **argv) {
     exit(0);
   }
 
+  endOnThisThread();
   const bool isPlainList = argc < 2 && load(wantCurses) == 0;
   // Traces stay where they belong, and all of them.
   if ((isPlainList || argc > 1) && !isTracing()) gatherStandardError();

@@ -15,7 +15,6 @@
 #include "darwin/kernel_control.h"
 #include "darwin/socket.h"
 #include "nstat/accounting.h"
-#include "state/display.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
 #include "text/safe_text.h"
@@ -31,13 +30,26 @@ static_assert(sizeof(darwin::nstat_msg_add_all_srcs) == kRequestSize &&
 constexpr uint64_t kQueryContext = 1005;
 constexpr uint64_t kOtherContext = 2;
 
+constexpr int32_t kSetUpPatience = 1000;  // milliseconds
+constexpr int32_t kOneNap = 1;            // millisecond
+
 SharedInt nstat_socket{-1};
 SharedInt g_debug{0};
 void *descriptors[kDescriptorSlots];
 int32_t descriptorsModded[kDescriptorSlots];
 darwin::nstat_msg_get_src_description gsdreq;
 
-static SharedInt sourceIsBeyond{0};
+enum ClientState : int32_t { kNotStarted, kConnecting, kConnected, kEnded };
+static SharedInt clientState{kNotStarted};
+
+// Rounds of counts that were asked for, and those that are complete: who sees that one is, with
+// acquire, sees what was filed of it before.
+static SharedInt roundsAsked{0};
+static SharedInt roundsComplete{0};
+
+// The reader's own: rounds all counts of which have come, and descriptions asked for that have not.
+static int32_t roundsCounted = 0;
+static int32_t awaitedDescriptions = 0;
 
 static bool nameControl(darwin::ctl_info *info, const char *name) {
   const int length = snprintf(info->ctl_name, sizeof info->ctl_name, "%s", name);
@@ -88,10 +100,10 @@ int setupSocket() {
   return control;
 }
 
-// A request that is lost is made up for by the next poll.
+// A request that is lost is made up for by the next poll. False when it is.
 template <typename Request>
-static void send(const Request &request) {
-  [[maybe_unused]] const ssize_t written = write(load(nstat_socket), &request, sizeof request);
+static bool send(const Request &request) {
+  return write(load(nstat_socket), &request, sizeof request) == sizeof request;
 }
 
 static void subscribe(uint32_t provider) {
@@ -102,10 +114,20 @@ static void subscribe(uint32_t provider) {
   send(request);
 }
 
+static void queryCounts() {
+  darwin::nstat_msg_query_src_req query = {};
+  query.hdr.context = kQueryContext;
+  query.hdr.type = darwin::NSTAT_MSG_TYPE_QUERY_SRC;
+  query.srcref = darwin::NSTAT_SRC_REF_ALL;
+  roundsAsked.fetch_add(1, std::memory_order_relaxed);  // before its answer can come
+  if (!send(query)) roundsAsked.fetch_sub(1, std::memory_order_relaxed);
+}
+
 void *nstat_register(void *) {
   const int control = setupSocket();
   store(nstat_socket, control);
   store(g_nstat_ok, control > 0 ? 1 : 0);
+  clientState.store(control > 0 ? kConnected : kEnded, std::memory_order_release);
   if (control <= 0) return nullptr;
 
   subscribe(darwin::NSTAT_PROVIDER_TCP);
@@ -115,23 +137,47 @@ void *nstat_register(void *) {
     store(totals.sent, 0);
   }
   for (;;) {
-    darwin::nstat_msg_query_src_req query = {};
-    query.hdr.context = kQueryContext;
-    query.hdr.type = darwin::NSTAT_MSG_TYPE_QUERY_SRC;
-    query.srcref = darwin::NSTAT_SRC_REF_ALL;
-    send(query);
+    queryCounts();
     sleep(1);
+  }
+}
+
+void expectCounts() {
+  store(clientState, kConnecting);
+}
+
+// Waits while the client connects, at most that long. Returns what is left of it.
+static int32_t awaitConnection(int32_t milliseconds) {
+  while (milliseconds > 0 && clientState.load(std::memory_order_acquire) == kConnecting) {
+    if (!pauseUnlessEnding(kOneNap)) return 0;
+    milliseconds -= kOneNap;
+  }
+  return milliseconds;
+}
+
+void awaitCounts(int32_t milliseconds) {
+  milliseconds = awaitConnection(milliseconds);
+  if (load(clientState) != kConnected) return;
+  // Anew: the first round may be older than what the service knows of owners.
+  queryCounts();
+  const int32_t wanted = load(roundsAsked);
+  while (milliseconds > 0 && load(clientState) == kConnected &&
+         roundsComplete.load(std::memory_order_acquire) < wanted) {
+    if (!pauseUnlessEnding(kOneNap)) return;
+    milliseconds -= kOneNap;
   }
 }
 
 void *doNStat(void *) {
   store(g_nstat_ok, 0);
+  expectCounts();
   if (isTracing()) g_debug.fetch_add(1);
   pthread_t poller;
   if (pthread_create(&poller, nullptr, nstat_register, nullptr) == 0) pthread_detach(poller);
   // Kept: a set-up that takes longer is not waited for.
-  sleep(1);
+  awaitConnection(kSetUpPatience);
   if (load(g_nstat_ok) != 0) readNotifications(load(nstat_socket));
+  store(clientState, kEnded);
   return nullptr;
 }
 
@@ -160,9 +206,25 @@ static bool isRemoval(const void *message, size_t length) {
          hasPlace(sourceOfRemoval(message));
 }
 
+// Notes an answer that is no count. A round is complete once the owners of what was counted are
+// known, for as far as the service tells.
+static void noteAnswer(const void *message) {
+  const uint64_t context = fieldAt<uint64_t>(message, offsetof(darwin::nstat_msg_hdr, context));
+  const uint32_t type = typeOf(message);
+  const bool isError = type == darwin::NSTAT_MSG_TYPE_ERROR;
+  const bool endsRound = isError || type == darwin::NSTAT_MSG_TYPE_SUCCESS;
+  if (endsRound && context == kQueryContext) roundsCounted++;
+  const bool answersDescription =
+      type == darwin::NSTAT_MSG_TYPE_SRC_DESC || (isError && context == kOtherContext);
+  if (answersDescription && awaitedDescriptions > 0) awaitedDescriptions--;
+  if (awaitedDescriptions == 0) {
+    roundsComplete.store(roundsCounted, std::memory_order_release);
+  }
+}
+
 void readNotifications(int socket) {
   uint8_t datagram[kLargestDatagram];
-  while (load(sourceIsBeyond) == 0) {
+  for (;;) {
     const ssize_t result = read(socket, datagram, sizeof datagram);
     if (result <= 0) return;
     const size_t length = static_cast<size_t>(result);
@@ -172,6 +234,7 @@ void readNotifications(int socket) {
       descriptorsModded[sourceOfRemoval(datagram)] = 1;
     }
     if (typeOf(datagram) != darwin::NSTAT_MSG_TYPE_SRC_ADDED) print_nstat_msg(datagram, length);
+    noteAnswer(datagram);
   }
 }
 
@@ -259,36 +322,20 @@ int32_t print_nstat_msg(const void *message, size_t length) {
   }
 }
 
-[[noreturn]] static void endForTooManySources() {
-  endProgram(0, stderr,
-             "Too many sources/connections! This is not a bug, but something that will be handled "
-             "soon!\n");
-}
-
-// The refresh loop may be in curses right now: only it may close the screen.
-static void noteSourceBeyond() {
-  if (load(wantCurses) == 0 || load(cursesFailed) != 0) endForTooManySources();
-  store(sourceIsBeyond, 1);
-  wakeLoop();
-}
-
-void endIfTooManySources() {
-  if (load(sourceIsBeyond) != 0) endForTooManySources();
-}
-
 static void requestDescription(uint32_t source) {
   gsdreq.hdr.context = kOtherContext;
   gsdreq.hdr.type = darwin::NSTAT_MSG_TYPE_GET_SRC_DESC;
   gsdreq.srcref = source;
-  send(gsdreq);
+  if (send(gsdreq)) awaitedDescriptions++;
 }
 
 void print_counts(const void *message) {
   using Message = darwin::nstat_msg_src_counts;
   const uint32_t source = fieldAt<uint32_t>(message, offsetof(Message, srcref));
   if (!hasPlace(source)) {
-    noteSourceBeyond();
-    return;
+    endProgram(0, stderr,
+               "Too many sources/connections! This is not a bug, but something that will be "
+               "handled soon!\n");
   }
   const auto received = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_rxbytes));
   const auto sent = fieldAt<uint64_t>(message, offsetof(Message, counts.nstat_txbytes));

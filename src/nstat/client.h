@@ -34,12 +34,19 @@ int setupSocket();
 // second for ever. Returns null when there is no socket.
 void *nstat_register(void *argument);
 
-// Body of the reader thread: starts the polling thread, gives it a second, and then reads for the
-// life of the program. Ends at once when there is no socket by then.
+// Body of the reader thread: starts the polling thread, gives it a second to connect, and reads for
+// the life of the program. Ends at once when there is no socket by then.
 void *doNStat(void *argument);
 
-// Reads datagrams from `socket` until one is empty or fails, or until a source is beyond the
-// tables, and files the message at the start of each.
+// Called before that thread is started: from now on there may be counts to wait for.
+void expectCounts();
+
+// Asks for all counts and waits until they and the owners of the sources are filed: at most that
+// many milliseconds, and not at all where no client was started or none could connect.
+void awaitCounts(int32_t milliseconds);
+
+// Reads datagrams from `socket` until one is empty or fails, and files the message at the start of
+// each.
 void readNotifications(int socket);
 
 // Files one notification of `length` bytes, of any alignment. Those shorter than their fields, of
@@ -48,12 +55,8 @@ void readNotifications(int socket);
 int32_t print_nstat_msg(const void *message, size_t length);
 
 // Files the counts of a whole nstat_msg_src_counts up to its sent bytes, and asks for the source's
-// description while its owner is not known. A reference above kLastSource ends the program: at
-// once, or while the full screen is open by a note for endIfTooManySources().
+// description while its owner is not known. A reference above kLastSource ends the program with
+// status 0, and says so.
 void print_counts(const void *message);
-
-// Called by the refresh loop, which was woken. When a source was beyond the tables: leaves the
-// screen, says so and exits with status 0.
-void endIfTooManySources();
 
 }  // namespace sondex
