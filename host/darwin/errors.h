@@ -24,6 +24,7 @@ constexpr int DARWIN_EINPROGRESS = 36;
 constexpr int DARWIN_EALREADY = 37;
 constexpr int DARWIN_ENOTSOCK = 38;
 constexpr int DARWIN_EPROTOTYPE = 41;
+constexpr int DARWIN_ENOPROTOOPT = 42;
 constexpr int DARWIN_ENOBUFS = 55;
 constexpr int DARWIN_EISCONN = 56;
 constexpr int DARWIN_ENOTCONN = 57;

@@ -54,9 +54,6 @@ constexpr int kSocketLevel = 0xFFFF;
 constexpr int kReceiveBuffer = 0x1002;
 constexpr int kLargestReceiveBuffer = 8 * 1024 * 1024 / (2048 + 256) * 2048;
 
-// ENOPROTOOPT.
-constexpr Errno kUnknownOption = 42;
-
 // Of the client's queue, in bytes; its thread and the service's share it.
 using QueueLimit = std::shared_ptr<std::atomic<size_t>>;
 
@@ -177,7 +174,7 @@ class Service {
   const int socket_;
   const QueueLimit limit_;
   bool isOpen_ = true;
-  ClientQueue queue_;
+  ClientQueue queue_;  // what is not sent yet
   NetworkStatistics statistics_;
   std::deque<size_t> unread_;  // lengths of what was sent
   size_t unreadBytes_ = 0;
@@ -297,7 +294,7 @@ Errno controlInfo(darwin::ctl_info *info) noexcept {
 
 Errno setControlSocketOption(int descriptor, int level, int option, const void *value,
                              size_t length) noexcept {
-  if (level != kSocketLevel || option != kReceiveBuffer) return kUnknownOption;
+  if (level != kSocketLevel || option != kReceiveBuffer) return darwin::DARWIN_ENOPROTOOPT;
   int bytes = 0;
   if (length < sizeof bytes) return darwin::DARWIN_EINVAL;
   if (value == nullptr) return darwin::DARWIN_EFAULT;

@@ -14,14 +14,23 @@ struct ErrorPair {
 
 // Those whose numbers differ.
 constexpr ErrorPair kDifferent[] = {
-    {darwin::DARWIN_EDEADLK, EDEADLK},           {darwin::DARWIN_EAGAIN, EAGAIN},
-    {darwin::DARWIN_EINPROGRESS, EINPROGRESS},   {darwin::DARWIN_EALREADY, EALREADY},
-    {darwin::DARWIN_ENOTSOCK, ENOTSOCK},         {darwin::DARWIN_EPROTOTYPE, EPROTOTYPE},
-    {darwin::DARWIN_ENOTSUP, ENOTSUP},           {darwin::DARWIN_ENOBUFS, ENOBUFS},
-    {darwin::DARWIN_EISCONN, EISCONN},           {darwin::DARWIN_ENOTCONN, ENOTCONN},
-    {darwin::DARWIN_ETIMEDOUT, ETIMEDOUT},       {darwin::DARWIN_ECONNREFUSED, ECONNREFUSED},
-    {darwin::DARWIN_ENAMETOOLONG, ENAMETOOLONG}, {darwin::DARWIN_ENOSYS, ENOSYS},
-    {darwin::DARWIN_EOVERFLOW, EOVERFLOW},       {darwin::DARWIN_EOPNOTSUPP, EOPNOTSUPP},
+    {darwin::DARWIN_EDEADLK, EDEADLK},
+    {darwin::DARWIN_EAGAIN, EAGAIN},
+    {darwin::DARWIN_EINPROGRESS, EINPROGRESS},
+    {darwin::DARWIN_EALREADY, EALREADY},
+    {darwin::DARWIN_ENOTSOCK, ENOTSOCK},
+    {darwin::DARWIN_EPROTOTYPE, EPROTOTYPE},
+    {darwin::DARWIN_ENOPROTOOPT, ENOPROTOOPT},
+    {darwin::DARWIN_ENOTSUP, ENOTSUP},
+    {darwin::DARWIN_ENOBUFS, ENOBUFS},
+    {darwin::DARWIN_EISCONN, EISCONN},
+    {darwin::DARWIN_ENOTCONN, ENOTCONN},
+    {darwin::DARWIN_ETIMEDOUT, ETIMEDOUT},
+    {darwin::DARWIN_ECONNREFUSED, ECONNREFUSED},
+    {darwin::DARWIN_ENAMETOOLONG, ENAMETOOLONG},
+    {darwin::DARWIN_ENOSYS, ENOSYS},
+    {darwin::DARWIN_EOVERFLOW, EOVERFLOW},
+    {darwin::DARWIN_EOPNOTSUPP, EOPNOTSUPP},
 };
 
 // The number that setErrno left last in this thread's errno. While errno still holds it, it is

@@ -99,8 +99,8 @@ void putDescriptor(const NetworkSource &source, const DescriptorLayout &layout,
   put(descriptor + layout.pid, source.pid);
   put(descriptor + layout.effectivePID, source.pid);
   std::memset(descriptor + layout.name, 0, kNameBytes);
-  std::memcpy(descriptor + layout.name, source.process.data(),
-              std::min(source.process.size(), kNameBytes - 1));
+  std::copy_n(source.process.begin(), std::min(source.process.size(), kNameBytes - 1),
+              descriptor + layout.name);
 }
 
 }  // namespace

@@ -48,13 +48,28 @@ void handleSignals() {
   handleUnlessIgnored(SIGTSTP, stophandler);
 }
 
+static void notehandler(int signal) {
+  askForEnd(signal);
+}
+
+void noteEndingSignals() {
+  handleUnlessIgnored(SIGINT, notehandler);
+  for (const int number : kEndingSignals) handleUnlessIgnored(number, notehandler);
+}
+
+void endIfSignalled() {
+  const int32_t reason = reasonToEnd();
+  if (reason > 0) endBySignal(reason);
+}
+
 void endIfInterrupted() {
   const int32_t reason = reasonToEnd();
   if (reason == 0) return;
   if (reason == SIGINT) {
     endProgram(0, stderr, "Pressing 'Q' would have been just as efficient as CTRL-C, thank you.\n");
   }
-  if (reason > 0) endBySignal(reason);
+  endIfSignalled();
+  if (reason == kEndWithLastWords) endWithLastWords();
   endProgram(0, stderr, "%s", "");
 }
 

@@ -1,6 +1,5 @@
 #include "main/monitor.h"
 
-#include <errno.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -11,6 +10,7 @@
 #include "darwin/kqueue.h"
 #include "darwin/syscalls.h"
 #include "state/display.h"
+#include "terminal/output.h"
 
 namespace sondex {
 
@@ -22,14 +22,14 @@ constexpr useconds_t kBetweenEvents = 125'000;
 // A kernel that can't tell refuses at once, every time.
 constexpr useconds_t kAfterFailure = 1'000'000;
 
-// A monitor's line is seen at once, also through a pipe. When nobody can read it any more, there is
-// nothing left to do.
+// A monitor's line is seen at once, also through a pipe. When it can't be written any more, there
+// is nothing left to do.
 __attribute__((format(printf, 1, 2))) static void say(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const int length = vprintf(format, arguments);
+  vprintf(format, arguments);
   va_end(arguments);
-  if (length < 0 || fflush(stdout) != 0) exit(errno == EPIPE ? 0 : 1);
+  flushOutput();
 }
 
 int vm_pressure_monitor(int wait, int seconds, uint32_t *reclaimed) {

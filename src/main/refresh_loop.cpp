@@ -19,7 +19,6 @@
 #include "control/signals.h"
 #include "inspect/code_signing.h"
 #include "main/monitor.h"
-#include "nstat/client.h"
 #include "proc/sampler.h"
 #include "screens/process_list.h"
 #include "state/display.h"
@@ -179,9 +178,11 @@ static bool makeRoom() {
 static int showPlainList() {
   const bool updating = load(g_updates) != 0 && makeRoom();
   if (updating) sample();
+  releaseStandardError();
   showList();
   if (updating) keepAsPrevious();
   if (load(g_updates) == 0) offerStatus(kFrozen, 3);
+  flushOutput();
   return 0;
 }
 
@@ -201,7 +202,6 @@ static void endIfAsked() {
   // Not on every system does the end of the terminal end a poll that asks for nothing else.
   if (isTerminalGone()) askForEnd(SIGHUP);
   endIfInterrupted();
-  endIfTooManySources();
 }
 
 // Samples go on while another thread has the screen, and only the frame is left out: growth since

@@ -7,15 +7,18 @@
 
 #include "columns/perspective.h"
 #include "columns/sort.h"
+#include "control/signals.h"
 #include "fds/listing.h"
 #include "inspect/ports.h"
 #include "inspect/threads.h"
 #include "kcdata/stackshot.h"
 #include "main/monitor.h"
 #include "main/usage.h"
+#include "nstat/client.h"
 #include "proc/sampler.h"
 #include "screens/details.h"
 #include "state/display.h"
+#include "terminal/output.h"
 #include "text/safe_text.h"
 #include "vm/core_dump.h"
 #include "vm/region_map.h"
@@ -23,6 +26,8 @@
 namespace sondex {
 
 constexpr int32_t kEveryProcess = -1;
+
+constexpr int32_t kCountsPatience = 250;  // milliseconds
 
 struct Report {
   bool full;
@@ -32,15 +37,22 @@ struct Report {
   bool threads;
 };
 
+// A signal during the dump only left a note, so that no part of a file stays behind.
+[[noreturn]] static void endDump(int result) {
+  endIfSignalled();
+  exit(result);
+}
+
 [[noreturn]] static void writeCore(int32_t pid, const char *extent) {
   const bool full = extent == nullptr || strcmp(extent, "mini") != 0;
+  noteEndingSignals();
   const int result = dumpCore(pid, 0, full ? kFullCore : kMiniCore);
   if (result < 0) {
     fprintf(stderr, "Core dump of process %d failed\n", pid);
   } else {
     fprintf(stderr, "%s core dumped to /tmp/core.%d\n", full ? "Full" : "Mini", pid);
   }
-  exit(result);
+  endDump(result);
 }
 
 // The report that `word` asks for. Does not return for "core" and "binary", nor for a word that is
@@ -62,7 +74,8 @@ static Report chooseReport(int32_t pid, const char *word, const char *extent, co
   } else if (strcmp(word, "core") == 0) {
     writeCore(pid, extent);
   } else if (strcmp(word, "binary") == 0) {
-    exit(dumpCore(pid, 0, kBinaryCore));
+    noteEndingSignals();
+    endDump(dumpCore(pid, 0, kBinaryCore));
   } else if (strcmp(word, "tree") != 0) {  // Kept: "tree" is a report that prints nothing
     printReportWords(program);
     exit(5);
@@ -114,7 +127,9 @@ static void reportAll(const Report &report) {
   if (nothingSelected) return;
   doSort(sortOf(getCurrentPerspective()));
   const TableView table = currentTable();
-  for (int32_t i = 0; i < table.count; i++) {
+  // A report that can't be written is at its end.
+  for (int32_t i = 0; i < table.count && ferror(stdout) == 0; i++) {
+    endIfInterrupted();
     ProcessRecord *record = &table.records[i];
     const int32_t pid = pidOf(record);
     if (report.full) {
@@ -152,11 +167,15 @@ void runReport(int32_t pid, int argc, char **argv) {
     report = chooseReport(target, argv[2], argc > 3 ? argv[3] : nullptr, argv[0]);
   }
   store(wantCurses, 0);
+  if (report.full) awaitCounts(kCountsPatience);
+  endIfInterrupted();
   if (all) {
     reportAll(report);
   } else {
     reportOne(pid, report);
   }
+  flushOutput();
+  endIfInterrupted();
   exit(0);
 }
 

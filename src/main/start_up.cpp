@@ -24,8 +24,13 @@
 #include "screens/gestalt.h"
 #include "state/display.h"
 #include "state/system.h"
+#include "state/tracing.h"
+#include "terminal/ending.h"
+#include "terminal/held_stderr.h"
+#include "terminal/output.h"
 #include "text/safe_text.h"
 #include "text/typed_number.h"
+#include "text/utf8.h"
 
 namespace sondex {
 
@@ -103,16 +108,33 @@ static void chooseDisplay(int argc, bool outputIsDevice) {
   }
 }
 
+static void sayNotFound(const char *argument) {
+  char *name = copySafe(argument);
+  fprintf(stderr, "Can't find process matching '%s'%s\n", name != nullptr ? name : "",
+          getuid() != 0 ? " (also, you're not root, so maybe that's why?)" : "");
+  free(name);
+}
+
+// Says so where only the beginning of an argument is the number that is taken.
+static void sayWhatIsTaken(const char *argument, int32_t pid) {
+  int32_t whole = 0;
+  if (parseWholeNumber(argument, &whole)) return;
+  char *text = copySafe(argument);
+  fprintf(stderr, "'%s' is taken as process %d\n", text != nullptr ? text : "", pid);
+  free(text);
+}
+
 static int32_t targetOf(const char *argument) {
   int32_t pid = 0;
-  if (parseNumber(argument, &pid) || strcmp(argument, "all") == 0) return pid;
+  if (strcmp(argument, "all") == 0) return pid;
+  if (parseNumber(argument, &pid)) {
+    sayWhatIsTaken(argument, pid);
+    return pid;
+  }
   pid = findProcess(currentTable(), argument);
   if (pid < 0) exit(2);
   if (pid == 0) {
-    char *name = copySafe(argument);
-    fprintf(stderr, "Can't find process matching '%s'%s\n", name != nullptr ? name : "",
-            getuid() != 0 ? " (also, you're not root, so maybe that's why?)" : "");
-    free(name);
+    sayNotFound(argument);
     exit(1);
   }
   return pid;
@@ -120,6 +142,7 @@ static int32_t targetOf(const char *argument) {
 
 int runProgram(int argc, char **argv) {
   setlocale(LC_CTYPE, "");  // says how wide characters are
+  allowUTF8(isLocaleUTF8());
   probeSystem();
   struct stat standardOutput = {};
   const bool outputIsDevice = fstat(STDOUT_FILENO, &standardOutput) == 0 &&
@@ -131,6 +154,7 @@ int runProgram(int argc, char **argv) {
   if (strcmp(word, "gestalt") == 0) {
     store(wantCurses, 0);
     showGestalt();
+    flushOutput();
     exit(0);
   }
   if (strcmp(word, "vmmon") == 0 || strcmp(word, "monitor") == 0) {
@@ -138,8 +162,13 @@ int runProgram(int argc, char **argv) {
     exit(0);
   }
 
+  endOnThisThread();
+  const bool isPlainList = argc < 2 && load(wantCurses) == 0;
+  // Traces stay where they belong, and all of them.
+  if ((isPlainList || argc > 1) && !isTracing()) gatherStandardError();
   setCurrentTable(getPIDList());
   if (argc < 2) return runDisplay();
+  releaseStandardError();
   if (strcmp(word, "-h") == 0) {
     printUsage(argv[0]);
     exit(0);

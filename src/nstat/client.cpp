@@ -17,7 +17,6 @@
 #include "nstat/accounting.h"
 #include "nstat/layouts.h"
 #include "nstat/places.h"
-#include "state/display.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
 #include "text/safe_text.h"
@@ -42,13 +41,26 @@ constexpr int kQueueEnough = 1 << 14;
 // In answer to one poll. With 50 sources or more on each, no kernel has so many.
 constexpr int kMostPages = 1000;
 
+constexpr int32_t kSetUpPatience = 1000;  // milliseconds
+constexpr int32_t kOneNap = 1;            // millisecond
+
 SharedInt nstat_socket{-1};
 SharedInt g_debug{0};
 void *descriptors[kDescriptorSlots];
 int32_t descriptorsModded[kDescriptorSlots];
 darwin::nstat_msg_get_src_description gsdreq;
 
-static SharedInt sourceIsBeyond{0};
+enum ClientState : int32_t { kNotStarted, kConnecting, kConnected, kEnded };
+static SharedInt clientState{kNotStarted};
+
+// Rounds of counts that were asked for, and those that are complete: who sees that one is, with
+// acquire, sees what was filed of it before.
+static SharedInt roundsAsked{0};
+static SharedInt roundsComplete{0};
+
+// The reader's own: rounds all counts of which have come, and descriptions asked for that have not.
+static int32_t roundsCounted = 0;
+static int32_t awaitedDescriptions = 0;
 
 static bool nameControl(darwin::ctl_info *info, const char *name) {
   const int length = snprintf(info->ctl_name, sizeof info->ctl_name, "%s", name);
@@ -99,9 +111,9 @@ int setupSocket() {
   return control;
 }
 
-// A request that is lost is made up for by the next poll.
-static void send(const void *request, size_t size) {
-  [[maybe_unused]] const ssize_t written = write(load(nstat_socket), request, size);
+// A request that is lost is made up for by the next poll. False when it is.
+static bool send(const void *request, size_t size) {
+  return write(load(nstat_socket), request, size) == static_cast<ssize_t>(size);
 }
 
 // Kernels that have a length here heed the flags only when it is right.
@@ -137,7 +149,7 @@ void subscribeToAll() {
 }
 
 // A reference of all bits stands for all sources.
-void queryAll() {
+bool queryAll() {
   uint8_t request[kLargestRequest] = {};
   const size_t width = statisticsLayout->hasWideReferences ? sizeof(uint64_t) : sizeof(uint32_t);
   const size_t size = kReference + width;
@@ -146,7 +158,7 @@ void queryAll() {
                       darwin::NSTAT_MSG_HDR_FLAG_SUPPORTS_AGGREGATE |
                           darwin::NSTAT_MSG_HDR_FLAG_CONTINUATION));
   memset(request + kReference, 0xFF, width);
-  send(request, size);
+  return send(request, size);
 }
 
 static void enlargeQueue(int control) {
@@ -158,10 +170,16 @@ static void enlargeQueue(int control) {
   }
 }
 
+static void queryCounts() {
+  roundsAsked.fetch_add(1, std::memory_order_relaxed);  // before its answer can come
+  if (!queryAll()) roundsAsked.fetch_sub(1, std::memory_order_relaxed);
+}
+
 void *nstat_register(void *) {
   const int control = setupSocket();
   store(nstat_socket, control);
   store(g_nstat_ok, control > 0 ? 1 : 0);
+  clientState.store(control > 0 ? kConnected : kEnded, std::memory_order_release);
   if (control <= 0) return nullptr;
 
   enlargeQueue(control);
@@ -171,19 +189,47 @@ void *nstat_register(void *) {
     store(totals.sent, 0);
   }
   for (;;) {
-    queryAll();
+    queryCounts();
     sleep(1);
+  }
+}
+
+void expectCounts() {
+  store(clientState, kConnecting);
+}
+
+// Waits while the client connects, at most that long. Returns what is left of it.
+static int32_t awaitConnection(int32_t milliseconds) {
+  while (milliseconds > 0 && clientState.load(std::memory_order_acquire) == kConnecting) {
+    if (!pauseUnlessEnding(kOneNap)) return 0;
+    milliseconds -= kOneNap;
+  }
+  return milliseconds;
+}
+
+void awaitCounts(int32_t milliseconds) {
+  milliseconds = awaitConnection(milliseconds);
+  if (load(clientState) != kConnected) return;
+  // Anew: the first round may be older than what the service knows of owners.
+  queryCounts();
+  const int32_t wanted = load(roundsAsked);
+  while (milliseconds > 0 && load(clientState) == kConnected &&
+         roundsComplete.load(std::memory_order_acquire) < wanted) {
+    if (!pauseUnlessEnding(kOneNap)) return;
+    milliseconds -= kOneNap;
   }
 }
 
 void *doNStat(void *) {
   store(g_nstat_ok, 0);
+  expectCounts();
   if (isTracing()) g_debug.fetch_add(1);
   pthread_t poller;
   if (pthread_create(&poller, nullptr, nstat_register, nullptr) == 0) pthread_detach(poller);
   // Kept: a set-up that takes longer is not waited for.
-  sleep(1);
+  awaitConnection(kSetUpPatience);
   if (load(g_nstat_ok) != 0) readNotifications(load(nstat_socket));
+  store(clientState, kEnded);
   return nullptr;
 }
 
@@ -234,16 +280,34 @@ static int placeOfRemoved(const void *message, size_t length) {
   return placeOfSource(referenceAt(message, kReference));
 }
 
-// After a page of the answer to a poll comes the next one when it is asked for.
-static void fileSuccess(const void *message) {
+// After a page of the answer to a poll comes the next one when it is asked for. False after the
+// last one, and where it can't be asked for.
+static bool askForNextPage(const void *message) {
   static int pages = 0;
   const auto header = fieldAt<darwin::nstat_msg_hdr>(message, 0);
-  if (header.context != kQueryContext || !statisticsLayout->tellsLength) return;
+  if (header.context != kQueryContext || !statisticsLayout->tellsLength) return false;
   if ((header.flags & darwin::NSTAT_MSG_HDR_FLAG_CONTINUATION) == 0) {
     pages = 0;
-  } else if (pages < kMostPages) {
-    pages++;
-    queryAll();
+    return false;
+  }
+  if (pages == kMostPages) return false;
+  pages++;
+  return queryAll();
+}
+
+// Notes an answer that is no count. A round is complete once the owners of what was counted are
+// known, for as far as the service tells.
+static void noteAnswer(const void *message) {
+  const uint64_t context = fieldAt<uint64_t>(message, offsetof(darwin::nstat_msg_hdr, context));
+  const uint32_t type = typeOf(message);
+  const bool isError = type == darwin::NSTAT_MSG_TYPE_ERROR;
+  const bool endsRound = isError || type == darwin::NSTAT_MSG_TYPE_SUCCESS;
+  if (endsRound && context == kQueryContext) roundsCounted++;
+  const bool answersDescription =
+      type == darwin::NSTAT_MSG_TYPE_SRC_DESC || (isError && context == kOtherContext);
+  if (answersDescription && awaitedDescriptions > 0) awaitedDescriptions--;
+  if (awaitedDescriptions == 0) {
+    roundsComplete.store(roundsCounted, std::memory_order_release);
   }
 }
 
@@ -254,10 +318,11 @@ static void readMessage(const uint8_t *message, size_t length) {
     descriptorsModded[place] = 1;
   }
   if (type == darwin::NSTAT_MSG_TYPE_SUCCESS) {
-    fileSuccess(message);
+    if (askForNextPage(message)) return;
   } else if (type != darwin::NSTAT_MSG_TYPE_SRC_ADDED) {
     print_nstat_msg(message, length);
   }
+  noteAnswer(message);
 }
 
 // Kernels that tell no lengths send one message at a time.
@@ -266,7 +331,7 @@ static void readDatagram(const uint8_t *datagram, size_t size) {
     if (size >= kHeader) readMessage(datagram, size);
     return;
   }
-  while (size >= kHeader && load(sourceIsBeyond) == 0) {
+  while (size >= kHeader) {
     const size_t length = fieldAt<uint16_t>(datagram, offsetof(darwin::nstat_msg_hdr, length));
     if (length < kHeader || length > size) {
       tracePassedOver(datagram, size);
@@ -280,7 +345,7 @@ static void readDatagram(const uint8_t *datagram, size_t size) {
 
 void readNotifications(int socket) {
   uint8_t datagram[kLargestDatagram];
-  while (load(sourceIsBeyond) == 0) {
+  for (;;) {
     const ssize_t size = read(socket, datagram, sizeof datagram);
     if (size <= 0) return;
     readDatagram(datagram, static_cast<size_t>(size));
@@ -396,43 +461,32 @@ int32_t print_nstat_msg(const void *message, size_t length) {
   return filed;
 }
 
-[[noreturn]] static void endForTooManySources() {
-  endProgram(0, stderr,
-             "Too many sources/connections! This is not a bug, but something that will be handled "
-             "soon!\n");
-}
-
-// The refresh loop may be in curses right now: only it may close the screen.
-static void noteSourceBeyond() {
-  if (load(wantCurses) == 0 || load(cursesFailed) != 0) endForTooManySources();
-  store(sourceIsBeyond, 1);
-  wakeLoop();
-}
-
-void endIfTooManySources() {
-  if (load(sourceIsBeyond) != 0) endForTooManySources();
-}
-
 static void requestDescription(uint64_t reference) {
   const size_t size = endOfReference(kReference);
   const auto header = makeHeader(darwin::NSTAT_MSG_TYPE_GET_SRC_DESC, kOtherContext, size, 0);
+  bool isSent = false;
   if (statisticsLayout->hasWideReferences) {
     uint8_t request[kLargestRequest] = {};
     putField(request, 0, header);
     putField(request, kReference, reference);
-    send(request, size);
+    isSent = send(request, size);
   } else {
     gsdreq.hdr = header;
     gsdreq.srcref = static_cast<uint32_t>(reference);
-    send(&gsdreq, sizeof gsdreq);
+    isSent = send(&gsdreq, sizeof gsdreq);
   }
+  if (isSent) awaitedDescriptions++;
 }
 
 // The place to file counts in. Kept: a small reference for which there is none ends the program.
 static int placeToCount(uint64_t reference) {
   if (statisticsLayout->hasWideReferences) return takeSourcePlace(reference);
   const int place = placeOfSource(reference);
-  if (place == kNoSourcePlace) noteSourceBeyond();
+  if (place == kNoSourcePlace) {
+    endProgram(0, stderr,
+               "Too many sources/connections! This is not a bug, but something that will be "
+               "handled soon!\n");
+  }
   return place;
 }
 

@@ -33,21 +33,28 @@ extern darwin::nstat_msg_get_src_description gsdreq;
 int setupSocket();
 
 // Write requests to nstat_socket: for all sources of each provider, and for the counts of all.
-// Failures are ignored.
+// queryAll() returns false when it can't.
 void subscribeToAll();
-void queryAll();
+bool queryAll();
 
 // Body of the polling thread: sets up the socket, subscribes, and then asks for all counts once a
 // second for ever. Returns null when there is no socket.
 void *nstat_register(void *argument);
 
-// Body of the reader thread: starts the polling thread, gives it a second, and then reads for the
-// life of the program. Ends at once when there is no socket by then.
+// Body of the reader thread: starts the polling thread, gives it a second to connect, and reads for
+// the life of the program. Ends at once when there is no socket by then.
 void *doNStat(void *argument);
 
-// Reads datagrams from `socket` until one is empty or fails, or until a source is beyond the
-// tables, and files the message at the start of each; of kernels that tell how long messages are,
-// all. Asks for the rest of an answer that comes in pages.
+// Called before that thread is started: from now on there may be counts to wait for.
+void expectCounts();
+
+// Asks for all counts and waits until they and the owners of the sources are filed: at most that
+// many milliseconds, and not at all where no client was started or none could connect.
+void awaitCounts(int32_t milliseconds);
+
+// Reads datagrams from `socket` until one is empty or fails, and files the message at the start of
+// each; of kernels that tell how long messages are, all. Asks for the rest of an answer that comes
+// in pages.
 void readNotifications(int socket);
 
 // Files one notification of `length` bytes, of any alignment. Those shorter than their fields, of
@@ -57,13 +64,8 @@ void readNotifications(int socket);
 int32_t print_nstat_msg(const void *message, size_t length);
 
 // Files the counts of a message that has them up to the sent bytes, and asks for the source's
-// description while its owner is not known. A small reference above kLastSource ends the program:
-// at once, or while the full screen is open by a note for endIfTooManySources(). A wide one is left
-// out when all places are taken.
+// description while its owner is not known. A small reference above kLastSource ends the program
+// with status 0, and says so. A wide one is left out when all places are taken.
 void print_counts(const void *message);
-
-// Called by the refresh loop, which was woken. When a source was beyond the tables: leaves the
-// screen, says so and exits with status 0.
-void endIfTooManySources();
 
 }  // namespace sondex

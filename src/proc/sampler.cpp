@@ -11,6 +11,7 @@
 #include "state/system.h"
 #include "state/tracing.h"
 #include "terminal/ending.h"
+#include "terminal/held_stderr.h"
 #include "terminal/screen.h"
 
 namespace sondex {
@@ -23,6 +24,9 @@ JetsamList *g_jetsam_list = nullptr;
 // count is trusted and not taken again from the list itself, so a quiet system's last record is of
 // PID -1.
 constexpr int32_t kSpareEntries = 19;
+
+// Processes whose messages the pipe that holds them has room for.
+constexpr int32_t kBetweenCollections = 64;
 
 constexpr int kFDListSize =
     1024;  // bytes asked for: at most 128 descriptors, fewer than a record has room for
@@ -59,7 +63,10 @@ TableView getPIDList() {
 
   const int32_t sampled = listed > kSpareEntries ? listed - kSpareEntries : 0;
   limitProcessTable(table, static_cast<size_t>(sampled));
-  for (int32_t i = 0; i < sampled; i++) getProcInfo(pids[i], &table[i], g_jetsam_list);
+  for (int32_t i = 0; i < sampled; i++) {
+    getProcInfo(pids[i], &table[i], g_jetsam_list);
+    if (i % kBetweenCollections == 0) collectStandardError();
+  }
   free(pids);
   return {table, sampled};
 }

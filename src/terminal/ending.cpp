@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "state/system.h"
 #include "state/word.h"
@@ -25,6 +26,18 @@ constexpr long kNanosecondsPerMillisecond = 1'000'000;
 static SharedInt endReason{0};
 static_assert(SharedInt::is_always_lock_free, "written by a signal handler");
 
+// The thread that ends the program for all; no thread's identity is zero.
+static std::atomic<pthread_t> endingThread{};
+
+// What another thread wants the program to end with: written once, before the reason is.
+struct LastWords {
+  int status;
+  FILE *stream;
+  char text[256];
+};
+static LastWords lastWords;
+static std::atomic<bool> hasLastWords{false};
+
 void wakeLoop() {
   if (g_pipe[1] == 0) return;
   const int saved = errno;
@@ -35,12 +48,13 @@ void wakeLoop() {
 
 void askForEnd(int32_t reason) {
   int32_t none = 0;
-  endReason.compare_exchange_strong(none, reason, std::memory_order_relaxed);
+  endReason.compare_exchange_strong(none, reason, std::memory_order_release,
+                                    std::memory_order_relaxed);
   wakeLoop();
 }
 
 int32_t reasonToEnd() {
-  return load(endReason);
+  return endReason.load(std::memory_order_acquire);
 }
 
 bool pauseUnlessEnding(int32_t milliseconds) {
@@ -66,10 +80,36 @@ void endBySignal(int number) {
   _exit(kSignalStatus + number);
 }
 
+void endOnThisThread() {
+  endingThread.store(pthread_self(), std::memory_order_relaxed);
+}
+
+static bool endsElsewhere() {
+  const pthread_t thread = endingThread.load(std::memory_order_relaxed);
+  return thread != pthread_t{} && thread != pthread_self();
+}
+
+[[noreturn]] static void leaveEndToOthers(int status, FILE *stream, const char *format,
+                                          va_list arguments) {
+  if (!hasLastWords.exchange(true)) {
+    lastWords.status = status;
+    lastWords.stream = stream;
+    vsnprintf(lastWords.text, sizeof lastWords.text, format, arguments);
+    askForEnd(kEndWithLastWords);
+  }
+  if (holdsDrawingLock()) unlockDrawing();
+  for (;;) sleep(1);
+}
+
+void endWithLastWords() {
+  endProgram(lastWords.status, lastWords.stream, "%s", lastWords.text);
+}
+
 void endProgram(int status, FILE *stream, const char *format, ...) {
-  closeScreen();
   va_list arguments;
   va_start(arguments, format);
+  if (endsElsewhere()) leaveEndToOthers(status, stream, format, arguments);
+  closeScreen();
   vfprintf(stream, format, arguments);
   va_end(arguments);
   if (lockDrawing(kBeforeExit)) exit(status);

@@ -10,6 +10,7 @@ namespace sondex {
 // What else than a signal's number may ask for the end.
 constexpr int32_t kEndByKey = -1;
 constexpr int32_t kEndByExit = -2;
+constexpr int32_t kEndWithLastWords = -3;  // endProgram() was called on another thread
 
 // Wakes the loop from its wait. Never blocks; safe in a signal handler.
 void wakeLoop();
@@ -29,10 +30,18 @@ bool pauseUnlessEnding(int32_t milliseconds);
 // signal handler.
 [[noreturn]] void endBySignal(int number);
 
+// From now on the calling thread alone ends the program, for all: it looks at reasonToEnd().
+void endOnThisThread();
+
+// For that thread, where the reason is kEndWithLastWords: ends the program as the other thread
+// would have.
+[[noreturn]] void endWithLastWords();
+
 // Ends the program: leaves the full screen, writes a printf format with its arguments to `stream`,
 // and exits with `status`. The drawing lock is kept, so that no other thread opens the screen
-// again; when another thread does not give it up in time, the exit handlers are passed over. Never
-// in a signal handler.
+// again; when another thread does not give it up in time, the exit handlers are passed over. On
+// another thread than the one that ends the program, where there is one: leaves it a note, gives up
+// the drawing lock, and waits for the end. Never in a signal handler.
 [[noreturn]] __attribute__((format(printf, 3, 4))) void endProgram(int status, FILE *stream,
                                                                    const char *format, ...);
 

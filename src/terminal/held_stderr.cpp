@@ -59,7 +59,7 @@ static bool makeQuiet(int descriptor) {
 }
 
 static void hold() {
-  if (realStandardError >= 0 || !sharesTerminal()) return;
+  if (realStandardError >= 0) return;
   int ends[2];
   if (pipe(ends) != 0) return;
   // Neither end may block: a full pipe drops messages rather than stop the thread that writes one.
@@ -76,6 +76,12 @@ static void hold() {
 }
 
 void holdStandardError() {
+  enter();
+  if (sharesTerminal()) hold();
+  leave();
+}
+
+void gatherStandardError() {
   enter();
   hold();
   leave();

@@ -1,8 +1,10 @@
 #include "terminal/output.h"
 
 #include <curses.h>
+#include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -188,6 +190,19 @@ int outputFormatted(int width, const char *format, ...) {
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   return output(text, width);
+}
+
+void flushOutput() {
+  int error = 0;
+  if (fflush(stdout) != 0) {
+    error = errno;
+  } else if (ferror(stdout) != 0) {
+    error = EIO;  // why it failed before is not known any more
+  }
+  if (error == 0) return;
+  errno = error;
+  perror("standard output");
+  exit(1);
 }
 
 void outputBlanks(int count) {

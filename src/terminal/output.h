@@ -37,6 +37,10 @@ int output(const char *text, int width);
 // The same for a printf format and its arguments, cut to 511 bytes first.
 __attribute__((format(printf, 2, 3))) int outputFormatted(int width, const char *format, ...);
 
+// Hands over what standard output holds. Where that, or something before it, could not be written,
+// says so on standard error and exits with status 1.
+void flushOutput();
+
 // Writes `count` blanks; none when it is not positive.
 void outputBlanks(int count);
 

@@ -2,7 +2,6 @@
 
 #include <curses.h>
 #include <errno.h>
-#include <langinfo.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,6 +15,7 @@
 #include "terminal/held_stderr.h"
 #include "terminal/key_codes.h"
 #include "text/safe_text.h"
+#include "text/utf8.h"
 
 namespace sondex {
 
@@ -118,7 +118,7 @@ void openScreen() {
     init_pair(pair.pair, foreground, background);
   }
   // Names in UTF-8 are shown as such only where the terminal's locale takes them.
-  utf8Taken = strcmp(nl_langinfo(CODESET), "UTF-8") == 0 && hasWideCharacters();
+  utf8Taken = isLocaleUTF8() && hasWideCharacters();
   allowUTF8(utf8Taken);
   if (hasOwnColors && init_pair(kPairPlain, -1, -1) == OK) {
     wbkgdset(stdscr, static_cast<chtype>(COLOR_PAIR(kPairPlain)) | ' ');

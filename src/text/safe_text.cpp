@@ -4,14 +4,17 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "text/utf8.h"
 
 namespace sondex {
 
-static bool utf8Allowed = true;
+// The screen may take it back while another thread traces.
+static std::atomic<bool> utf8Allowed{true};
 
 void allowUTF8(bool allowed) {
-  utf8Allowed = allowed;
+  utf8Allowed.store(allowed, std::memory_order_relaxed);
 }
 
 struct Range {
@@ -34,7 +37,7 @@ static size_t characterLength(const char *text, size_t available) {
   if (*text >= ' ' && *text <= '~') return 1;  // nearly all text
   uint32_t code = 0;
   const size_t length = decodeUTF8(text, available, &code);
-  if (length > 1 && !utf8Allowed) return 0;
+  if (length > 1 && !utf8Allowed.load(std::memory_order_relaxed)) return 0;
   for (const Range &range : kUnsafe) {
     if (code >= range.first && code <= range.last) return 0;
   }

@@ -16,7 +16,7 @@ char *makeSafe(char *to, size_t toSize, const char *from, size_t fromSize);
 // memory is short.
 char *copySafe(const char *text);
 
-// Whether the terminal takes UTF-8; it does unless told otherwise.
+// Whether who reads takes UTF-8; so it is unless told otherwise. Any thread.
 void allowUTF8(bool allowed);
 
 }  // namespace sondex

@@ -1,5 +1,7 @@
 #include "text/utf8.h"
 
+#include <langinfo.h>
+#include <string.h>
 #include <wchar.h>
 
 namespace sondex {
@@ -43,6 +45,10 @@ size_t decodeUTF8(const char *text, size_t available, uint32_t *code) {
   }
   const bool surrogate = *code >= 0xD800 && *code <= 0xDFFF;
   return *code >= smallest && *code <= 0x10FFFF && !surrogate ? length : 0;
+}
+
+bool isLocaleUTF8() {
+  return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
 static int32_t cellsOfCharacter(uint32_t code) {

@@ -10,6 +10,9 @@ namespace sondex {
 // are looked at, and its code in *code. 0 where no well-formed character begins.
 size_t decodeUTF8(const char *text, size_t available, uint32_t *code);
 
+// Whether the locale's characters are in UTF-8.
+bool isLocaleUTF8();
+
 // Measures the beginning of `text` (`length` bytes) that takes at most `most` cells, and ends
 // between characters: a wide one takes two cells, one that joins the one before it none, and what
 // the locale does not know one, as a byte does that belongs to no character. Returns its bytes;

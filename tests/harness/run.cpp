@@ -102,12 +102,30 @@ std::vector<std::string> splitLines(const std::string &text) {
   return lines;
 }
 
+static std::string withoutCount(const std::string &line) {
+  static const std::regex count(" \\([0-9]+ times\\)$");
+  return std::regex_replace(line, count, "");
+}
+
+size_t timesSaid(const std::string &error, const std::string &message) {
+  size_t times = 0;
+  for (const std::string &line : splitLines(error)) {
+    if (line == message) {
+      times++;
+    } else if (withoutCount(line) == message) {
+      times += std::stoul(line.substr(message.size() + 2));
+    }
+  }
+  return times;
+}
+
 std::string withoutSampling(const std::string &error) {
   static const std::regex threads("PID [0-9]+ has more [0-9]+ threads\\. Crazzzzy");
   std::string rest;
   for (const std::string &line : splitLines(error)) {
-    if (line == kNoSuchProcess || line == kNotPermitted || line == kWirelessAttempt ||
-        std::regex_match(line, threads)) {
+    const std::string message = withoutCount(line);
+    if (message == kNoSuchProcess || message == kNotPermitted || message == kWirelessAttempt ||
+        std::regex_match(message, threads)) {
       continue;
     }
     rest += line + "\n";

@@ -45,8 +45,8 @@ Outcome listProcesses(std::optional<uid_t> user = std::nullopt);
 
 std::vector<std::string> splitLines(const std::string &text);
 
-// What the sampler says of entries that are no process: as many lines as there are processes that
-// ended meanwhile, and one for the list's spare entry.
+// What the sampler says of entries that are no process: as often as there are processes that ended
+// meanwhile, and once for the list's spare entry.
 inline constexpr char kNoSuchProcess[] = "proc_pidinfo: No such process";
 // The same of processes that the caller may not look at.
 inline constexpr char kNotPermitted[] = "proc_pidinfo: Operation not permitted";
@@ -55,6 +55,10 @@ inline constexpr char kNoStackshot[] = "sswc: Operation not permitted\n";
 
 // What the Wi-Fi line says each time it opens its socket.
 inline constexpr char kWirelessAttempt[] = "on 32-bit platforms Sizeof the struct is 40, length: 4";
+
+// How often standard error says a line: what is said over and over stands there once, with how
+// often it came.
+size_t timesSaid(const std::string &error, const std::string &message);
 
 // Standard error without those lines, and without those on processes with too many threads.
 std::string withoutSampling(const std::string &error);

@@ -471,7 +471,8 @@ TEST(HostileNames, DoNotReachTheOutput) {
   const std::string shown = "x?[2J????????";
   const std::string start = format("%-16s %5d FD", shown.c_str(), helper.pid());
   EXPECT_EQ(lines[3], start + "  3u  " + folder.path() + "/" + shown + " @0x0        ");
-  EXPECT_EQ(lines[5], start + "  5u  " + folder.path() + "/" + shown + "gone @0x0        ");
+  EXPECT_EQ(lines[5],
+            start + "  5u  " + folder.path() + "/" + shown + "gone (deleted) @0x0        ");
   EXPECT_THAT(lines[6], testing::EndsWith("\t" + folder.path() + "/" + shown + "s"));
   EXPECT_THAT(lines[10], testing::HasSubstr("shmem " + shown + "@0x"));
 }

@@ -145,8 +145,10 @@ TEST(Pid, OfNoProcess) {
 }
 
 TEST(Pid, IsTheNumberThatAnArgumentBeginsWith) {
-  expectSilentFailure(runSondex({std::string(kNoPid) + "abc", "ports"}), 0,
-                      std::string(kNoPid) + ": No such process!\n");
+  const std::string pid = kNoPid;
+  expectSilentFailure(
+      runSondex({pid + "abc", "ports"}), 0,
+      "'" + pid + "abc' is taken as process " + pid + "\n" + pid + ": No such process!\n");
 }
 
 TEST(Pid, OfAProcessThatEnded) {

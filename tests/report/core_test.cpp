@@ -494,6 +494,82 @@ TEST_F(Core, ThatCantBeWrittenIsTakenAway) {
   }
 }
 
+// The signal that comes with the limit ends a program that does not ignore it.
+TEST_F(Core, BeyondALimitOnFilesIsTakenAwayAndEndsAsItsSignalDoes) {
+  const OwnTmp tmp;
+  const WrittenDevice device(
+      kSteppedClock +
+      processText(core.pid(),
+                  "regions = [{ address = 0x100000000, size = \"3M\", contents = \"61\" }]\n"));
+  Launch launch;
+  launch.program = sondexPath();
+  launch.environment = device.environment();
+  const std::string failure = ": File too large\n";
+  for (const bool whole : {true, false}) {
+    launch.arguments = {std::to_string(core.pid()), whole ? "core" : "binary"};
+    Outcome outcome;
+    {
+      const SizeLimit limit(2 << 20);
+      std::signal(SIGXFSZ, SIG_DFL);
+      outcome = test::run(launch);
+    }
+    ASSERT_TRUE(outcome.ending.has_value()) << outcome;
+    EXPECT_EQ(outcome.ending->signal, SIGXFSZ) << outcome;
+    EXPECT_EQ(withoutSampling(outcome.error),
+              whole ? core.path() + failure + failed(core.pid()) : "/tmp/CORE" + failure);
+    EXPECT_FALSE(fs::exists(whole ? core.path() : "/tmp/CORE"));
+  }
+}
+
+class CoreEndedBy : public Core, public testing::WithParamInterface<int> {};
+
+// A core that takes its time: no part of it stays behind.
+TEST_P(CoreEndedBy, ASignalIsTakenAway) {
+  const WrittenDevice device(
+      kSteppedClock +
+      processText(core.pid(),
+                  "regions = [{ address = 0x100000000, size = \"1900M\", contents = \"61\" }]\n"));
+  Launch launch;
+  launch.program = sondexPath();
+  launch.environment = device.environment();
+  launch.arguments = {std::to_string(core.pid()), "core"};
+  Child child(launch);
+  ASSERT_TRUE(waitUntil([&] {
+    std::error_code notThere;
+    const uintmax_t size = fs::file_size(core.path(), notThere);
+    return (!notThere && size > 0) || child.poll().has_value();
+  }));
+  child.signal(GetParam());
+  const std::optional<Ending> ending = child.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_EQ(ending->signal, GetParam()) << *ending;
+  EXPECT_FALSE(core.exists());
+}
+
+INSTANTIATE_TEST_SUITE_P(Program, CoreEndedBy,
+                         testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE),
+                         [](const auto &row) { return sigabbrev_np(row.param); });
+
+// As of a program that goes on after its user has logged out.
+TEST_F(Core, OutlivesASignalThatIsIgnored) {
+  const WrittenDevice device(
+      kSteppedClock +
+      processText(core.pid(),
+                  "regions = [{ address = 0x100000000, size = \"400M\", contents = \"61\" }]\n"));
+  Launch launch;
+  launch.program = sondexPath();
+  launch.environment = device.environment();
+  launch.arguments = {std::to_string(core.pid()), "core"};
+  launch.ignoredSignals = {SIGHUP};
+  Child child(launch);
+  ASSERT_TRUE(waitUntil([&] { return core.exists() || child.poll().has_value(); }));
+  child.signal(SIGHUP);
+  const std::optional<Ending> ending = child.waitForEnd();
+  ASSERT_TRUE(ending.has_value());
+  EXPECT_TRUE(ending->exitedWith(0)) << *ending;
+  EXPECT_EQ(fs::file_size(core.path()), (400u << 20) + 0x1000);
+}
+
 constexpr auto kQuietTime = std::chrono::milliseconds(1'000);
 
 // The program is held up for longer than it keeps quiet: by a terminal that takes no more messages.

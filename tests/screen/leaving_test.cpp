@@ -4,12 +4,14 @@
 #include <signal.h>
 #include <string.h>
 
+#include <csignal>
 #include <optional>
 #include <string>
 #include <tuple>
 
 #include "harness/core_file.h"
 #include "harness/screen_text.h"
+#include "harness/size_limit.h"
 #include "harness/written_device.h"
 #include "screen/display.h"
 
@@ -100,26 +102,53 @@ TEST(Leaving, WhileFramesAreDrawn) {
   }
 }
 
-// A core that takes its time: it is not left behind in part.
-TEST(Leaving, WhileACoreIsDumped) {
+// The program while it dumps a core that takes its time, of which no part is to be left behind.
+class LeavingADump : public testing::TestWithParam<int> {
+ protected:
+  void begin(Display &display) const {
+    ASSERT_EQ(display.begin(), "");
+    ASSERT_EQ(display.sortByPid(), "");
+    display.terminal().press("\n");
+    ASSERT_EQ(display.terminal().awaitText("File descriptors"), "");
+    display.terminal().press("c");
+  }
+
+  Place place() const {
+    Place place;
+    place.deviceText =
+        std::string(kSteppedClock) +
+        "[[process]]\npid = 1\nname = \"launchd\"\n"
+        "[[process]]\nname = \"large\"\npid = " +
+        std::to_string(core.pid()) +
+        "\nregions = [{ address = 0x100000000, size = \"1900M\", contents = \"cffaedfe\" "
+        "}]\n";
+    return place;
+  }
+
   CoreFile core;
-  Place place;
-  place.deviceText =
-      std::string(kSteppedClock) +
-      "[[process]]\npid = 1\nname = \"launchd\"\n"
-      "[[process]]\nname = \"large\"\npid = " +
-      std::to_string(core.pid()) +
-      "\nregions = [{ address = 0x100000000, size = \"1900M\", contents = \"cffaedfe\" "
-      "}]\n";
-  Display display(place);
-  ASSERT_EQ(display.begin(), "");
-  ASSERT_EQ(display.sortByPid(), "");
-  display.terminal().press("\n");
-  ASSERT_EQ(display.terminal().awaitText("File descriptors"), "");
-  display.terminal().press("c");
+};
+
+TEST_P(LeavingADump, TakesItAway) {
+  Display display(place());
+  ASSERT_NO_FATAL_FAILURE(begin(display));
   ASSERT_TRUE(display.terminal().waitFor([&] { return core.exists(); }));
-  display.terminal().signal(SIGTERM);
-  ASSERT_NO_FATAL_FAILURE(expectEndBy(display, SIGTERM));
+  display.terminal().signal(GetParam());
+  // Ctrl-C is an end like that by a key.
+  ASSERT_NO_FATAL_FAILURE(expectEndBy(display, GetParam() == SIGINT ? 0 : GetParam()));
+  EXPECT_FALSE(core.exists());
+}
+
+INSTANTIATE_TEST_SUITE_P(By, LeavingADump, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto &row) { return sigabbrev_np(row.param); });
+
+TEST_F(LeavingADump, BeyondALimitOnFiles) {
+  const Place large = place();
+  const SizeLimit limit(64 << 20);
+  std::signal(SIGXFSZ, SIG_DFL);
+  Display display(large);
+  std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_NO_FATAL_FAILURE(begin(display));
+  ASSERT_NO_FATAL_FAILURE(expectEndBy(display, SIGXFSZ));
   EXPECT_FALSE(core.exists());
 }
 

@@ -6,8 +6,11 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
 
+#include "terminal/drawing_lock.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/wake_pipe.h"
 
@@ -86,6 +89,26 @@ TEST_F(Ending, PauseEndsWithTheProgram) {
         _exit(full || pauseUnlessEnding(0) ? 1 : 7);
       },
       ExitedWithCode(7), "");
+}
+
+// Exit handlers run on the thread that ends the program, and not beside it.
+TEST_F(Ending, OnAnotherThreadIsLeftToTheOneThatEndsTheProgram) {
+  static const std::thread::id thisOne = std::this_thread::get_id();
+  EXPECT_EXIT(
+      {
+        endOnThisThread();
+        std::atexit(
+            [] { fputs(std::this_thread::get_id() == thisOne ? "here" : "there", stderr); });
+        std::thread([] {
+          lockDrawing(0);
+          endProgram(9, stderr, "%s failed\n", "something");
+        }).detach();
+        while (reasonToEnd() == 0) std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        fputs("first, ", stderr);
+        endWithLastWords();
+      },
+      ExitedWithCode(9), "^first, something failed\nhere$");
 }
 
 }  // namespace

@@ -333,4 +333,24 @@ TEST(HeldStderr, WhatGoesToAFileIsLeftAlone) {
   EXPECT_STREQ(written, "a\na\nunfinished");
 }
 
+TEST(HeldStderr, GatheringHoldsWhateverStandardErrorIs) {
+  const Watchdog watchdog;
+  const int file = memfd_create("messages", MFD_CLOEXEC);
+  ASSERT_GE(file, 0);
+  {
+    const Redirected redirected(file, file);
+    gatherStandardError();
+    writeError("a\n");
+    collectStandardError();
+    if (write(STDOUT_FILENO, "output\n", 7) != 7) return;
+    writeError("a\n");
+    releaseStandardError();
+  }
+  char written[64] = {};
+  const ssize_t length = pread(file, written, sizeof written - 1, 0);
+  close(file);
+  ASSERT_GE(length, 0);
+  EXPECT_STREQ(written, "output\na (2 times)\n");
+}
+
 }  // namespace

@@ -268,7 +268,7 @@ TEST_F(Monitor, ThatCannotWaitEndsWithFour) {
   EXPECT_EQ(result.status, 4);
 }
 
-TEST_F(Monitor, WithoutAReaderEndsQuietly) {
+TEST_F(Monitor, WithoutAReaderSaysSoAndFails) {
   machine.happenings = {{0, NOTE_FORK}};
   const Result result = inChild([] {
     std::signal(SIGPIPE, SIG_IGN);
@@ -279,17 +279,17 @@ TEST_F(Monitor, WithoutAReaderEndsQuietly) {
     close(ends[1]);
     doProcessMonitor(0, nullptr);
   });
-  EXPECT_EQ(result.error, "");
-  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.error, "standard output: Broken pipe\n");
+  EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(Monitor, WithoutStandardOutputEndsQuietly) {
+TEST_F(Monitor, WithoutStandardOutputSaysSoAndFails) {
   machine.pressures = {{0, 1, 1}};
   const Result result = inChild([] {
     close(STDOUT_FILENO);
     doVMPressureMonitor(1);
   });
-  EXPECT_EQ(result.error, "");
+  EXPECT_EQ(result.error, "standard output: Bad file descriptor\n");
   EXPECT_EQ(result.status, 1);
 }
 

@@ -13,6 +13,7 @@
 
 #include "nstat/accounting.h"
 #include "nstat/layouts.h"
+#include "terminal/ending.h"
 #include "tests/unit/display_state.h"
 #include "tests/unit/network_machine.h"
 
@@ -388,10 +389,9 @@ TEST_F(ClientDeath, CountsOfTheLastReferenceDoNot) {
 }
 
 TEST_F(ClientDeath, ShortCountsBeyondTheTablesDoNot) {
-  file(counts(1025, 1, 2).cut(51));
   EXPECT_EXIT(
       {
-        endIfTooManySources();
+        file(counts(1025, 1, 2).cut(51));
         _exit(3);
       },
       testing::ExitedWithCode(3), "^$");
@@ -401,15 +401,16 @@ TEST_F(ClientDeath, ShortCountsBeyondTheTablesDoNot) {
 TEST_F(ClientDeath, InFullScreenTheRefreshLoopEndsTheProgram) {
   EXPECT_EXIT(
       {
-        store(wantCurses, 1);
-        store(cursesFailed, 0);
         if (pipe(g_pipe) != 0) _exit(4);
-        feed({counts(1025, 1, 2), counts(7, 5, 6)});
-        if (received(7) != 0) _exit(5);
+        endOnThisThread();
+        std::thread([this] {
+          feed({counts(1025, 1, 2), counts(7, 5, 6)});
+          _exit(5);
+        }).detach();
         char byte = 0;
-        if (read(g_pipe[0], &byte, 1) != 1 || byte != 'x') _exit(6);
+        if (read(g_pipe[0], &byte, 1) != 1 || byte != 'x' || received(7) != 0) _exit(6);
         fputs("and then: ", stderr);
-        endIfTooManySources();
+        if (reasonToEnd() == kEndWithLastWords) endWithLastWords();
       },
       testing::ExitedWithCode(0), std::string("^and then: ") + kTooMany);
 }
@@ -659,6 +660,63 @@ TEST_F(WholeClient, AsksForTCPThenUDPThenForAllCountsAgainAndAgain) {
 
 TEST_F(WholeClient, DoesNotReadWhenSetUpTakesTooLong) {
   EXPECT_EXIT(runWithASlowService(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(WholeClient, IsWaitedForUntilAllIsFiled) {
+  EXPECT_EXIT(
+      {
+        auto *machine = new NetworkMachine;
+        host::useMachine(machine);
+        std::vector<host::NetworkSource> sources;
+        for (uint64_t key = 1; key <= 1000; key++) sources.push_back(makeSource(key, 5, 1, 2));
+        machine->setSources(sources);
+        expectCounts();
+        std::thread(doNStat, nullptr).detach();
+        awaitCounts(60'000);
+        if (getRXBytesForProcess(5) != 1000 || getTXBytesForProcess(5) != 2000) _exit(3);
+        // What came since counts too.
+        sources.push_back(makeSource(1001, 6, 7, 8));
+        machine->setSources(sources);
+        awaitCounts(60'000);
+        _exit(getRXBytesForProcess(6) == 7 ? 0 : 4);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(WholeClient, IsNotWaitedForLongerThanSaid) {
+  EXPECT_EXIT(
+      {
+        struct SlowService : NetworkMachine {
+          host::Errno networkStatistics() override {
+            for (;;) pause();
+          }
+        };
+        host::useMachine(new SlowService);
+        expectCounts();
+        std::thread(doNStat, nullptr).detach();
+        const auto begin = std::chrono::steady_clock::now();
+        awaitCounts(200);
+        const auto taken = std::chrono::steady_clock::now() - begin;
+        _exit(taken >= std::chrono::milliseconds(200) && taken < std::chrono::seconds(30) ? 0 : 3);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// Where nothing will come there is nothing to wait for: the death of a test that waits is late.
+TEST_F(WholeClient, IsNotWaitedForWhereThereIsNone) {
+  EXPECT_EXIT(
+      {
+        alarm(60);
+        awaitCounts(3'600'000);
+        auto *machine = new NetworkMachine;
+        machine->service = darwin::DARWIN_EPERM;
+        host::useMachine(machine);
+        expectCounts();
+        std::thread(doNStat, nullptr).detach();
+        awaitCounts(3'600'000);
+        _exit(0);
+      },
+      testing::ExitedWithCode(0), "not permitted");
 }
 
 TEST_F(WholeClient, EndsWithMoreSourcesThanTheTablesHold) {

@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <set>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
 #include "host/darwin/proc_info.h"
+#include "host/simulator/device_file.h"
 #include "simulated_device.h"
 
 namespace simulated_test {
@@ -307,6 +311,24 @@ TEST(SimulatedSourcesTest, AnEndWithoutAnAddressIsOfTheOthersFamily) {
   EXPECT_EQ(sources[0].local.port, 80);
   EXPECT_EQ(sources[0].state, darwin::TSI_S_LISTEN);
   EXPECT_EQ(sources[1].local.family, darwin::DARWIN_AF_INET);
+}
+
+// One more, and the program ends on it.
+TEST(DevicesThatComeWithTheProgram, HaveNoMoreSourcesThanTheProgramHasRoomFor) {
+  bool isCrowdThere = false;
+  for (const auto &file : std::filesystem::directory_iterator(SONDEX_DEVICES_DIR)) {
+    auto read = host::simulator::readDeviceFile(file.path().string());
+    ASSERT_TRUE(std::holds_alternative<Device>(read)) << file.path();
+    SimulatedMachine machine(std::move(std::get<Device>(read)));
+    std::vector<NetworkSource> sources;
+    ASSERT_EQ(machine.networkSources(sources), kAnswered);
+    EXPECT_LT(sources.size(), 1024u) << file.path();
+    if (file.path().stem() == "crowd") {
+      isCrowdThere = true;
+      EXPECT_EQ(sources.size(), 999u);
+    }
+  }
+  EXPECT_TRUE(isCrowdThere);
 }
 
 }  // namespace

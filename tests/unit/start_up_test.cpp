@@ -262,7 +262,16 @@ TEST_F(ProgramDeathTest, NothingListedIsTen) {
 }
 
 TEST_F(ProgramDeathTest, NumberIsWhatTheArgumentBeginsWith) {
-  EXPECT_EXIT(run({self + "abc", "ports"}), ExitedWithCode(0), Eq(kSampled + "NOT YET\n"));
+  const auto taken = [this](const std::string &argument) {
+    return Eq(kSampled + "'" + argument + "' is taken as process " + self + "\nNOT YET\n");
+  };
+  EXPECT_EXIT(run({self + "abc", "ports"}), ExitedWithCode(0), taken(self + "abc"));
+  EXPECT_EXIT(run({self + " 1", "ports"}), ExitedWithCode(0), taken(self + " 1"));
+  EXPECT_EXIT(run({self + "\x1b[2J", "ports"}), ExitedWithCode(0), taken(self + "?[2J"));
+  EXPECT_EXIT(run({"99999999999"}), ExitedWithCode(0),
+              Eq(kSampled + "'99999999999' is taken as process 2147483647\n"
+                            "2147483647: No such process!\n"));
+  EXPECT_EXIT(run({" +" + self, "ports"}), ExitedWithCode(0), Eq(kSampled + "NOT YET\n"));
 }
 
 TEST_F(ProgramDeathTest, TargetZeroIsANumber) {
