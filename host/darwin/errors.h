@@ -19,7 +19,6 @@ constexpr int DARWIN_ENOTTY = 25;
 constexpr int DARWIN_ENOSPC = 28;
 constexpr int DARWIN_EROFS = 30;
 constexpr int DARWIN_ERANGE = 34;
-constexpr int DARWIN_EAGAIN = 35;
 constexpr int DARWIN_EINPROGRESS = 36;
 constexpr int DARWIN_EALREADY = 37;
 constexpr int DARWIN_ENOTSOCK = 38;

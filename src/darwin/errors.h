@@ -10,6 +10,7 @@ constexpr int DARWIN_ESRCH = 3;
 constexpr int DARWIN_ENOMEM = 12;
 constexpr int DARWIN_EBUSY = 16;
 constexpr int DARWIN_EINVAL = 22;
+constexpr int DARWIN_EAGAIN = 35;
 constexpr int DARWIN_ENOTSUP = 45;
 constexpr int DARWIN_ETIMEDOUT = 60;
 

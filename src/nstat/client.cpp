@@ -259,12 +259,18 @@ static int placeOfSource(uint64_t reference) {
   return reference <= kLastSource ? static_cast<int>(reference) : kNoSourcePlace;
 }
 
+// What an error message tells; 0 for another message.
+static int32_t errorOf(const void *message, size_t length) {
+  if (typeOf(message) != darwin::NSTAT_MSG_TYPE_ERROR || length < sizeof(darwin::nstat_msg_error)) {
+    return 0;
+  }
+  return fieldAt<int32_t>(message, offsetof(darwin::nstat_msg_error, error));
+}
+
 static void tracePassedOver(const void *message, size_t length) {
   if (load(g_debug) == 0) return;
-  if (typeOf(message) == darwin::NSTAT_MSG_TYPE_ERROR &&
-      length >= sizeof(darwin::nstat_msg_error)) {
-    fprintf(stderr, "Network statistics: %s\n",
-            strerror(fieldAt<int32_t>(message, offsetof(darwin::nstat_msg_error, error))));
+  if (const int32_t error = errorOf(message, length); error != 0) {
+    fprintf(stderr, "Network statistics: %s\n", strerror(error));
     return;
   }
   fprintf(stderr, "Network statistics: a message of type %u and %zu bytes is passed over\n",
@@ -296,12 +302,14 @@ static bool askForNextPage(const void *message) {
 }
 
 // Notes an answer that is no count. A round is complete once the owners of what was counted are
-// known, for as far as the service tells.
-static void noteAnswer(const void *message) {
+// known, for as far as the service tells. Kernels 3248 say "again" where a description is asked for
+// between two pages, and go on with the round.
+static void noteAnswer(const void *message, size_t length) {
   const uint64_t context = fieldAt<uint64_t>(message, offsetof(darwin::nstat_msg_hdr, context));
   const uint32_t type = typeOf(message);
   const bool isError = type == darwin::NSTAT_MSG_TYPE_ERROR;
-  const bool endsRound = isError || type == darwin::NSTAT_MSG_TYPE_SUCCESS;
+  const bool endsRound = (isError && errorOf(message, length) != darwin::DARWIN_EAGAIN) ||
+                         type == darwin::NSTAT_MSG_TYPE_SUCCESS;
   if (endsRound && context == kQueryContext) roundsCounted++;
   const bool answersDescription =
       type == darwin::NSTAT_MSG_TYPE_SRC_DESC || (isError && context == kOtherContext);
@@ -322,7 +330,7 @@ static void readMessage(const uint8_t *message, size_t length) {
   } else if (type != darwin::NSTAT_MSG_TYPE_SRC_ADDED) {
     print_nstat_msg(message, length);
   }
-  noteAnswer(message);
+  noteAnswer(message, length);
 }
 
 // Kernels that tell no lengths send one message at a time.

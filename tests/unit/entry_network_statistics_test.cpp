@@ -68,6 +68,10 @@ struct Form {
   uint8_t udpNumber;
 };
 
+std::ostream &operator<<(std::ostream &out, const Form &form) {
+  return out << form.family;
+}
+
 // clang-format off
 const Form kForms[] = {
     {2422, 'A', 20, 24, 16, 20, 20, 132, 28, 44, 20, 276, 148, 224, 152, 232, 104, 180, 108, 3},

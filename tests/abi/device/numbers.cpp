@@ -30,6 +30,7 @@
   EACH(EALREADY);     \
   EACH(ENOTSOCK);     \
   EACH(EPROTOTYPE);   \
+  EACH(ENOPROTOOPT);  \
   EACH(ENOTSUP);      \
   EACH(ENOBUFS);      \
   EACH(EISCONN);      \
