@@ -132,56 +132,5 @@ form = "PROC_PIDTASKALLINFO"
   EXPECT_EQ(splitLines(list.error)[0], "proc_pidinfo: Input/output error (10002 times)");
 }
 
-// The service has an answer at once; the report's own patience is a quarter of a second.
-TEST(NetworkFigures, StandInTheReportOfOneProcess) {
-  const WrittenDevice device(R"(
-[clock]
-mode = "stepped"
-start = 2024-03-05T14:07:09Z
-zone = "UTC"
-[[process]]
-pid = 1
-name = "launchd"
-[[process]]
-pid = 50
-name = "talker"
-descriptors = [
-  { type = "tcp", remote = "198.51.100.20:443", received = "20K", sent = 300 },
-  { type = "udp", received = 7, sent = 9 },
-]
-)");
-  for (const char *target : {"50", "talker", "all"}) {
-    const Outcome outcome = runSondex({target}, device.environment());
-    EXPECT_NE(outcome.output.find("\nNetwork I/O: RX 20 K\tTX 309 bytes\t\n#Threads:"),
-              std::string::npos)
-        << outcome;
-  }
-}
-
-TEST(NetworkFigures, OfMoreSourcesThanThereIsRoomForEndTheReport) {
-  const WrittenDevice device(R"(
-gestalt = { marketing-name = "iPhone" }
-[kernel]
-version = "root:xnu-2782.70.5~3/RELEASE_ARM64_T7001"
-[clock]
-mode = "stepped"
-start = 2024-03-05T14:07:09Z
-zone = "UTC"
-[[process]]
-pid = 1
-name = "launchd"
-[[process]]
-pid = 50
-name = "talker"
-descriptors = [{ type = "tcp", remote = "198.51.100.20:443", copies = 1025 }]
-)");
-  const Outcome outcome = runSondex({"50"}, device.environment());
-  EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(withoutSampling(outcome.error),
-            "Too many sources/connections! This is not a bug, but something that will be handled "
-            "soon!\n");
-}
-
 }  // namespace
 }  // namespace test

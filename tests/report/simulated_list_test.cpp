@@ -28,6 +28,7 @@ const Run kRuns[] = {
     {"minimal", KeptFile("report/minimal-list.txt")},
     {"locked-down", KeptFile("report/locked-down-list.txt")},
     {"kinds", KeptFile("report/kinds-list.txt")},
+    {"kernel-6153", KeptFile("report/kernel-6153-list.txt")},
 };
 
 Outcome listOn(const SteppedDevice &device) {

@@ -1,10 +1,11 @@
-// The full screen on devices whose network statistics are not to be had, or too many.
+// The full screen on devices with network statistics of all forms, with none, and with too many.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "harness/terminal.h"
+#include "harness/traffic_device.h"
 #include "harness/written_device.h"
 
 namespace test {
@@ -40,6 +41,26 @@ class NetworkService : public testing::Test {
     EXPECT_FALSE(terminal.isOnAlternateScreen());
   }
 };
+
+TEST_F(NetworkService, OfEverySystemTellsEachProcesssTraffic) {
+  for (const char *kernel : kKernels) {
+    const WrittenDevice device(deviceWithTraffic(kernel));
+    TerminalOptions options = optionsOn(device);
+    options.columns = 160;
+    Terminal terminal(options);
+    EXPECT_TRUE(terminal.waitFor([&] {
+      terminal.drawAgain();
+      return terminal.text().find("│20.01K│  309B") != std::string::npos;
+    })) << kernel
+        << terminal.text();
+    // Of 4903 and before, QUIC is nobody's.
+    const bool hasQuic = kernel != std::string("4903.272.1");
+    EXPECT_THAT(terminal.text(), HasSubstr(hasQuic ? "│ 4096B│  105B" : "│ 4090B│  100B"))
+        << kernel;
+    terminal.press("\x03");
+    expectEnd(terminal);
+  }
+}
 
 TEST_F(NetworkService, ThatAnotherProgramHasIsDoneWithout) {
   const WrittenDevice device(std::string(R"(

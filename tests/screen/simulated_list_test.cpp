@@ -39,7 +39,7 @@ std::ostream &operator<<(std::ostream &out, const View &view) {
 std::vector<View> allViews() {
   std::vector<View> views;
   for (const char *device :
-       {"iphone", "ipad-16cpu", "old-32bit", "minimal", "locked-down", "kinds"}) {
+       {"iphone", "ipad-16cpu", "old-32bit", "minimal", "locked-down", "kinds", "kernel-6153"}) {
     for (const char *terminal : {kColours, kNoColours}) {
       views.push_back({device, terminal, 80, 24});
       views.push_back({device, terminal, 132, 50});
