@@ -94,10 +94,8 @@ KernelFamily presentedFamily() {
 // The kernel's end of a connection.
 class Service {
  public:
-  Service(int socket, QueueLimit limit)
-      : socket_(socket),
-        limit_(std::move(limit)),
-        statistics_(presentedFamily(), networks().firstNetworkReference(), queue_) {}
+  Service(int socket, QueueLimit limit, KernelFamily family, uint64_t firstReference)
+      : socket_(socket), limit_(std::move(limit)), statistics_(family, firstReference, queue_) {}
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
   // Closed last: whoever reads the end of file knows that the machine is not asked any more.
@@ -181,9 +179,9 @@ class Service {
   std::array<uint8_t, kLongestRequest> request_{};
 };
 
-void serve(int socket, QueueLimit limit) noexcept {
+void serve(int socket, QueueLimit limit, KernelFamily family, uint64_t firstReference) noexcept {
   guarded([&]() -> Errno {
-    Service(socket, std::move(limit)).run();
+    Service(socket, std::move(limit), family, firstReference).run();
     return kAnswered;
   });
 }
@@ -223,7 +221,8 @@ Errno startService(int descriptor, ControlSocket &entry) {
   try {
     const AllSignalsBlocked blocked;
     auto limit = std::make_shared<std::atomic<size_t>>(ClientQueue::kUsualLimit);
-    std::thread(serve, ends[1], limit).detach();
+    std::thread(serve, ends[1], limit, presentedFamily(), networks().firstNetworkReference())
+        .detach();
     entry.limit = std::move(limit);
   } catch (...) {
     close(ends[1]);

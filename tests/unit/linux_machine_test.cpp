@@ -448,7 +448,7 @@ TEST_F(LinuxMachineTest, AProcessOutlivesItsFirstThread) {
     EXPECT_EQ(info.pbsd.pbi_status, darwin::SSLEEP);
     EXPECT_EQ(info.pbsd.pbi_flags & darwin::PROC_FLAG_INEXIT, 0u);
     EXPECT_GT(info.pbsd.pbi_nfiles, 100u);
-    EXPECT_EQ(info.ptinfo.pti_threadnum, 2);
+    EXPECT_GE(info.ptinfo.pti_threadnum, 2);  // a sanitizer has some of its own
     EXPECT_GT(info.ptinfo.pti_virtual_size, kMemory);
     EXPECT_GT(info.ptinfo.pti_resident_size, kMemory);
     darwin::rusage_info_v4 usage{};
