@@ -17,8 +17,9 @@
 
 namespace host::linux_machine {
 
-// How long a reading may answer further questions about the process.
-static constexpr uint64_t kFreshFor = 100'000'000;
+// How long a reading may answer further questions about the process: as long as it took when that
+// was longer, or of a process with thousands of threads each question would read them all.
+static constexpr uint64_t kFreshAtLeast = 100'000'000;
 
 // What a device lets a program be started with: no reader takes more.
 static constexpr size_t kLargestArguments = 262144;
@@ -141,6 +142,7 @@ Errno PresentProcess::readStat() {
 
 Errno PresentProcess::read(pid_t pid) {
   if (pid_ != pid) resume(pid);
+  const uint64_t began = coarseNanoseconds();
   Errno error = pid_ == pid ? readStat() : darwin::DARWIN_ESRCH;
   if (error == darwin::DARWIN_ESRCH) {
     error = open(pid);
@@ -148,12 +150,13 @@ Errno PresentProcess::read(pid_t pid) {
   }
   if (error == kAnswered) error = findOut(pid);
   if (error != kAnswered) release();
+  readAt_ = coarseNanoseconds();
+  freshFor_ = std::max(kFreshAtLeast, readAt_ - began);
   return error;
 }
 
 // Joins a fresh stat with what is known of the process, and drops what may have changed.
 Errno PresentProcess::findOut(pid_t pid) {
-  readAt_ = coarseNanoseconds();
   reading_++;
   answered_ = 0;
   access_.reset();
@@ -242,7 +245,7 @@ bool PresentProcess::haveKnownThreadsRested() {
 }
 
 bool PresentProcess::isFresh(pid_t pid) const {
-  return known_ != nullptr && pid_ == pid && coarseNanoseconds() - readAt_ < kFreshFor;
+  return known_ != nullptr && pid_ == pid && coarseNanoseconds() - readAt_ < freshFor_;
 }
 
 Errno PresentProcess::readFor(pid_t pid, Question question) {

@@ -134,6 +134,7 @@ class PresentProcess {
   KnownProcess *known_ = nullptr;
   ProcessStat stat_{};
   uint64_t readAt_ = 0;
+  uint64_t freshFor_ = 0;
   uint64_t pass_ = 0;
   uint64_t reading_ = 0;
   uint32_t answered_ = 0;
