@@ -22,7 +22,7 @@ constexpr size_t kKeysAtOnce = 200;
 // A prompt ends at so many keys.
 constexpr size_t kLongestAnswer = 80;
 
-// Signals only go to processes that are simulated.
+// Signals and limits only go to processes that are simulated.
 enum class Signals { sent, left };
 
 // Keys for the list. Enter comes only where something asks for it: in the list itself it opens the
@@ -33,7 +33,7 @@ class RandomKeys {
 
   std::string next() {
     const int kind = number(100);
-    if (kind < 55) return oneOf("0123456789!-+ bcCdDfFiImMnNpPrRsSxXyYaBcDeEghHjJlLvVwWzZ\t");
+    if (kind < 55) return oneOf("0123456789!-+ bcCdDfFiImMnNpPrRsSxXyYaBcDeEghHjlLvVwWzZ\t");
     if (kind < 75) return arrow();
     if (kind < 80) return cutSequence();
     if (kind < 85) return anyByte();
@@ -58,7 +58,8 @@ class RandomKeys {
   std::string anyByte() {
     for (;;) {
       const char byte = static_cast<char>(number(256));
-      constexpr std::string_view kLeftOut("\0\x03\n\r\x11\x12\x13\x16\x1a\x1c\x0f/uUkKtTgG?qQ", 23);
+      constexpr std::string_view kLeftOut("\0\x03\n\r\x11\x12\x13\x16\x1a\x1c\x0f/uUJkKtTgG?qQ",
+                                          24);
       if (kLeftOut.find(byte) == std::string_view::npos) return std::string(1, byte);
     }
   }
@@ -74,7 +75,7 @@ class RandomKeys {
   // Whether these ask, and what for, depends on the selection. In a prompt they are an answer that
   // ends it, of no process or to be sure; in the list they switch something and do nothing.
   std::string signal() {
-    const std::string key = oneOf("tTK");
+    const std::string key = oneOf("tTKJ");
     return key + (key == "K" ? oneOf("yYn") : "1") + std::string(kLongestAnswer - 1, 'e');
   }
   // Each key that does not leave the screen costs a second there.
