@@ -7,15 +7,15 @@ namespace host {
 namespace {
 
 // First families with another layout, or another rule.
-constexpr KernelFamily kFlags = 3247;
-constexpr KernelFamily kWideReferences = 3789;
-constexpr KernelFamily kAligned = 4570;  // to 8 bytes
-constexpr KernelFamily kQUIC = 6153;
-constexpr KernelFamily kLongerTCP = 7195;
-constexpr KernelFamily kSubflows = 8019;  // as its later kernels have it
-constexpr KernelFamily kPrivateSubflows = 8792;
-constexpr KernelFamily kLongerStill = 10002;
-constexpr KernelFamily kSharesUnasked = 11215;
+constexpr KernelFamily kFirstFlags = 3247;
+constexpr KernelFamily kFirstWideReferences = 3789;
+constexpr KernelFamily kFirstAligned = 4570;  // to 8 bytes
+constexpr KernelFamily kFirstQUIC = 6153;
+constexpr KernelFamily kFirstLongerTCP = 7195;
+constexpr KernelFamily kFirstSubflows = 8019;  // as its later kernels have it
+constexpr KernelFamily kFirstPrivateSubflows = 8792;
+constexpr KernelFamily kFirstLongerStill = 10002;
+constexpr KernelFamily kFirstUnaskedSharing = 11215;
 
 constexpr StatisticsLayout kOldest = {
     .addAllSize = 20,
@@ -107,27 +107,27 @@ constexpr StatisticsLayout withLongerTCP() {
 }
 
 constexpr StatisticsLayout setOf(KernelFamily family) {
-  if (family < kFlags) return kOldest;
-  if (family < kWideReferences) return withFlags();
-  if (family < kAligned) return withWideReferences();
-  return family < kLongerTCP ? aligned() : withLongerTCP();
+  if (family < kFirstFlags) return kOldest;
+  if (family < kFirstWideReferences) return withFlags();
+  if (family < kFirstAligned) return withWideReferences();
+  return family < kFirstLongerTCP ? aligned() : withLongerTCP();
 }
 
 }  // namespace
 
 StatisticsLayout statisticsLayoutOf(KernelFamily family) noexcept {
   StatisticsLayout layout = setOf(family);
-  if (family >= kQUIC) {
+  if (family >= kFirstQUIC) {
     layout.providers.back() = 8;
-    layout.lastProvider = family >= kSubflows ? 10 : 8;
+    layout.lastProvider = family >= kFirstSubflows ? 10 : 8;
   }
-  if (family >= kLongerStill) {
+  if (family >= kFirstLongerStill) {
     layout.tcp.size = 344;
     layout.udp.size = 280;
   }
-  layout.tellsOfFullQueue = layout.tellsWhyRemoved = family >= kSubflows;
-  layout.asksForRoot = family >= kPrivateSubflows;
-  layout.sharesDatagramsUnasked = family >= kSharesUnasked;
+  layout.tellsOfFullQueue = layout.tellsWhyRemoved = family >= kFirstSubflows;
+  layout.asksForRoot = family >= kFirstPrivateSubflows;
+  layout.sharesDatagramsUnasked = family >= kFirstUnaskedSharing;
   return layout;
 }
 

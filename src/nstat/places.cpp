@@ -52,7 +52,8 @@ int takeSourcePlace(uint64_t reference) {
     sayOverflow();
     return kNoSourcePlace;
   }
-  const int place = static_cast<int>(std::find(isTaken, isTaken + kPlaces, false) - isTaken);
+  int place = 0;
+  while (isTaken[place]) place++;
   isTaken[place] = true;
   std::move_backward(source, placed + placedCount, placed + placedCount + 1);
   *source = {reference, place};

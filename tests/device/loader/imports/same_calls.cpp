@@ -49,6 +49,7 @@ std::span<const Import> sameCalls() {
       SAME(isatty),
       SAME(malloc),
       SAME(memcpy),
+      SAME(memmove),
       SAME(memset),
       SAME(munmap),
       SAME(pipe),
