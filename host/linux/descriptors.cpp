@@ -416,14 +416,13 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
       const std::optional<int> number =
           parseEntry({name, strnlen(name, length - offsetof(dirent64, d_name))});
       if (!number.has_value()) continue;
-      if (ownFiles != nullptr && ownFiles->has(*number)) {
-        list_.push_back({*number, darwin::PROX_FDTYPE_VNODE});
-      } else if (link.read(directory.get(), EntryName(".", *number).text)) {
+      const bool isOwn = ownFiles != nullptr && ownFiles->has(*number);
+      if (!isOwn && link.read(directory.get(), EntryName(".", *number).text)) {
         // In a listing of this process: what it is read from.
         if (*number == directory.get() && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});
         if (link.type == darwin::PROX_FDTYPE_SOCKET) inodes_.push_back(link.inode());
-      } else if (errno == EACCES || errno == EPERM) {
+      } else if (isOwn || errno == EACCES || errno == EPERM) {
         list_.push_back({*number, darwin::PROX_FDTYPE_VNODE});
       } else if (errno != ENOENT && errno != ESRCH) {
         return failure(errno, processDirectory);
