@@ -50,7 +50,7 @@ void *descriptors[kDescriptorSlots];
 int32_t descriptorsModded[kDescriptorSlots];
 darwin::nstat_msg_get_src_description gsdreq;
 
-enum ClientState : int32_t { kNotStarted, kConnecting, kConnected, kEnded };
+enum ClientState : int32_t { kNotStarted, kSettingUp, kSubscribed, kEnded };
 static SharedInt clientState{kNotStarted};
 
 // Rounds of counts that were asked for, and those that are complete: who sees that one is, with
@@ -179,8 +179,10 @@ void *nstat_register(void *) {
   const int control = setupSocket();
   store(nstat_socket, control);
   store(g_nstat_ok, control > 0 ? 1 : 0);
-  clientState.store(control > 0 ? kConnected : kEnded, std::memory_order_release);
-  if (control <= 0) return nullptr;
+  if (control <= 0) {
+    store(clientState, kEnded);
+    return nullptr;
+  }
 
   enlargeQueue(control);
   subscribeToAll();
@@ -188,6 +190,8 @@ void *nstat_register(void *) {
     store(totals.received, 0);
     store(totals.sent, 0);
   }
+  // Not before: a round of counts without subscriptions would be complete, and empty.
+  clientState.store(kSubscribed, std::memory_order_release);
   for (;;) {
     queryCounts();
     sleep(1);
@@ -195,12 +199,12 @@ void *nstat_register(void *) {
 }
 
 void expectCounts() {
-  store(clientState, kConnecting);
+  store(clientState, kSettingUp);
 }
 
-// Waits while the client connects, at most that long. Returns what is left of it.
-static int32_t awaitConnection(int32_t milliseconds) {
-  while (milliseconds > 0 && clientState.load(std::memory_order_acquire) == kConnecting) {
+// Waits while the client is set up, at most that long. Returns what is left of it.
+static int32_t awaitSetUp(int32_t milliseconds) {
+  while (milliseconds > 0 && clientState.load(std::memory_order_acquire) == kSettingUp) {
     if (!pauseUnlessEnding(kOneNap)) return 0;
     milliseconds -= kOneNap;
   }
@@ -208,12 +212,12 @@ static int32_t awaitConnection(int32_t milliseconds) {
 }
 
 void awaitCounts(int32_t milliseconds) {
-  milliseconds = awaitConnection(milliseconds);
-  if (load(clientState) != kConnected) return;
+  milliseconds = awaitSetUp(milliseconds);
+  if (load(clientState) != kSubscribed) return;
   // Anew: the first round may be older than what the service knows of owners.
   queryCounts();
   const int32_t wanted = load(roundsAsked);
-  while (milliseconds > 0 && load(clientState) == kConnected &&
+  while (milliseconds > 0 && load(clientState) == kSubscribed &&
          roundsComplete.load(std::memory_order_acquire) < wanted) {
     if (!pauseUnlessEnding(kOneNap)) return;
     milliseconds -= kOneNap;
@@ -227,7 +231,7 @@ void *doNStat(void *) {
   pthread_t poller;
   if (pthread_create(&poller, nullptr, nstat_register, nullptr) == 0) pthread_detach(poller);
   // Kept: a set-up that takes longer is not waited for.
-  awaitConnection(kSetUpPatience);
+  awaitSetUp(kSetUpPatience);
   if (load(g_nstat_ok) != 0) readNotifications(load(nstat_socket));
   store(clientState, kEnded);
   return nullptr;
