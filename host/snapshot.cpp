@@ -6,10 +6,10 @@
 #include <limits>
 #include <vector>
 
+#include "darwin/kcdata.h"
 #include "darwin/layout.h"
 #include "darwin/stackshot.h"
 #include "host/copy_text.h"
-#include "host/darwin/kcdata.h"
 #include "host/darwin/proc_info.h"
 #include "host/kcdata_writer.h"
 #include "host/units.h"

@@ -31,6 +31,7 @@ constexpr uint32_t KCDATA_TYPE_LIBRARY_LOADINFO64 = 0x31;
 
 // The last item of every buffer, and the first one of a stackshot.
 constexpr uint32_t KCDATA_TYPE_BUFFER_END = 0xF19158ED;
+constexpr uint32_t KCDATA_BUFFER_BEGIN_STACKSHOT = 0x59A25807;
 
 // A loaded image.
 struct dyld_uuid_info_64 {

@@ -52,23 +52,31 @@ static void reportFailure(int result) {
   printf("RC: %d\n", result);
 }
 
-int stackshot_wrapper(int32_t pid, uint32_t print_flags, uint32_t threads_only) {
+const void *takeStackshot(int32_t pid, uint32_t *size, int *error) {
   // Kept: neither it nor the snapshot that it comes to hold is ever released.
   darwin::stackshot_config_t *config = darwin::stackshot_config_create();
-  int result = darwin::DARWIN_ENOMEM;
+  *size = 0;
+  *error = darwin::DARWIN_ENOMEM;
   if (config != nullptr) {
     darwin::stackshot_config_set_flags(config, kSnapshotFlags);
     darwin::stackshot_config_set_pid(config, pid);
-    result = darwin::stackshot_capture_with_config(config);
+    *error = darwin::stackshot_capture_with_config(config);
   }
-  if (result != 0) {
-    reportFailure(result);
+  if (*error != 0) return nullptr;
+  const void *buffer = darwin::stackshot_config_get_stackshot_buffer(config);
+  if (buffer != nullptr) *size = darwin::stackshot_config_get_stackshot_size(config);
+  return buffer;
+}
+
+int stackshot_wrapper(int32_t pid, uint32_t print_flags, uint32_t threads_only) {
+  uint32_t size = 0;
+  int error = 0;
+  const void *buffer = takeStackshot(pid, &size, &error);
+  if (error != 0) {
+    reportFailure(error);
     return 0;
   }
-
-  const void *buffer = darwin::stackshot_config_get_stackshot_buffer(config);
   if (buffer == nullptr) return 0;
-  const uint32_t size = darwin::stackshot_config_get_stackshot_size(config);
   if (isTracing()) {
     hexDump(static_cast<const uint8_t *>(buffer),
             static_cast<int32_t>(std::min<uint32_t>(size, INT32_MAX)));

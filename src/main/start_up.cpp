@@ -1,18 +1,17 @@
 #include "main/start_up.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 #include "columns/perspective.h"
 #include "control/input_thread.h"
 #include "device/gestalt.h"
+#include "device/kernel.h"
 #include "main/monitor.h"
 #include "main/refresh_loop.h"
 #include "main/report.h"
@@ -36,35 +35,6 @@ namespace sondex {
 
 constexpr mode_t kCharacterDevice = 0x2000;
 
-struct KernelGeneration {
-  const char *build;
-  int32_t osVersion;
-  int32_t compression;
-};
-
-// The first that occurs in the version text decides: the order is part of the table. Builds of five
-// digits match none.
-static const KernelGeneration kGenerations[] = {
-    {"xnu-24", 9, 1},  {"xnu-20", 8, 0},  {"xnu-27", 10, 1}, {"xnu-32", 11, 1},
-    {"xnu-37", 12, 1}, {"xnu-45", 13, 1}, {"xnu-49", 14, 1}, {"xnu-6", 15, 1},
-};
-
-void noteKernelVersion(const char *version) {
-  if (strstr(version, "ARM64") != nullptr) g_isARM64++;
-  for (const KernelGeneration &generation : kGenerations) {
-    if (strstr(version, generation.build) == nullptr) continue;
-    g_OsVer = generation.osVersion;
-    store(g_Compression, generation.compression);
-    return;
-  }
-}
-
-// The name is looked up because some releases lack the call; a missing one stays null.
-template <typename Function>
-static Function optionalEntryPoint(const char *name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, name));
-}
-
 static void probeSystem() {
   g_pipe[0] = 0;
   g_pipe[1] = 0;
@@ -77,25 +47,8 @@ static void probeSystem() {
   }
   g_gotGestalt = gestaltAnswer("marketing-name") != nullptr ? 1 : 0;
   getCurrentPerspective();
-  host_self = darwin::mach_host_self();
-  g_r00t = geteuid() == 0 ? 1 : 0;
-  memorystatus_get_level_funcptr =
-      optionalEntryPoint<darwin::memorystatus_get_level_function>("memorystatus_get_level");
-  proc_pid_rusage_funcptr = optionalEntryPoint<darwin::proc_pid_rusage_function>("proc_pid_rusage");
-  mach_vm_page_range_query_funcptr =
-      optionalEntryPoint<darwin::mach_vm_page_range_query_function>("mach_vm_page_range_query");
+  probeRights();
   get_host_processors(host_self);
-}
-
-static void probeKernel() {
-  utsname names = {};
-  if (uname(&names) != 0) {
-    perror("uname");
-    return;
-  }
-  g_hostName = strdup(names.nodename);
-  noteKernelVersion(names.version);
-  chooseStatisticsLayout(names.version);
 }
 
 // Output is plain only when the variable "nc" is set and standard output is no character device.
@@ -147,7 +100,7 @@ int runProgram(int argc, char **argv) {
   struct stat standardOutput = {};
   const bool outputIsDevice = fstat(STDOUT_FILENO, &standardOutput) == 0 &&
                               (standardOutput.st_mode & kCharacterDevice) != 0;
-  probeKernel();
+  if (const char *version = probeKernel(); version != nullptr) chooseStatisticsLayout(version);
   chooseDisplay(argc, outputIsDevice);
 
   const char *word = argc > 1 ? argv[1] : "";

@@ -4,9 +4,6 @@
 
 namespace sondex {
 
-// Sets g_isARM64, g_OsVer and g_Compression from the long version text of the kernel.
-void noteKernelVersion(const char *version);
-
 // The whole program. Returns the exit status of the plain list; every other way ends in exit().
 int runProgram(int argc, char **argv);
 

@@ -211,15 +211,16 @@ static int32_t awaitSetUp(int32_t milliseconds) {
   return milliseconds;
 }
 
-void awaitCounts(int32_t milliseconds) {
+bool awaitCounts(int32_t milliseconds) {
   milliseconds = awaitSetUp(milliseconds);
-  if (load(clientState) != kSubscribed) return;
+  if (load(clientState) != kSubscribed) return false;
   // Anew: the first round may be older than what the service knows of owners.
   queryCounts();
   const int32_t wanted = load(roundsAsked);
-  while (milliseconds > 0 && load(clientState) == kSubscribed &&
-         roundsComplete.load(std::memory_order_acquire) < wanted) {
-    if (!pauseUnlessEnding(kOneNap)) return;
+  for (;;) {
+    if (roundsComplete.load(std::memory_order_acquire) >= wanted) return true;
+    if (milliseconds <= 0 || load(clientState) != kSubscribed) return false;
+    if (!pauseUnlessEnding(kOneNap)) return false;
     milliseconds -= kOneNap;
   }
 }

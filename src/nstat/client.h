@@ -49,8 +49,9 @@ void *doNStat(void *argument);
 void expectCounts();
 
 // Asks for all counts and waits until they and the owners of the sources are filed: at most that
-// many milliseconds, and not at all where no client was started or none could connect.
-void awaitCounts(int32_t milliseconds);
+// many milliseconds, and not at all where no client was started or none could connect. True when
+// all are.
+bool awaitCounts(int32_t milliseconds);
 
 // Reads datagrams from `socket` until one is empty or fails, and files the message at the start of
 // each; of kernels that tell how long messages are, all. Asks for the rest of an answer that comes

@@ -4,8 +4,8 @@
 
 #include <type_traits>
 
+#include "darwin/kcdata.h"
 #include "darwin/stackshot.h"
-#include "host/darwin/kcdata.h"
 #include "layouts.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "darwin/kcdata.h"
 #include "darwin/stackshot.h"
-#include "host/darwin/kcdata.h"
 
 namespace kcdata_test {
 

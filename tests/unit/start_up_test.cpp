@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "device/kernel.h"
 #include "main/usage.h"
 #include "tests/unit/sampled_machine.h"
 
