@@ -3,6 +3,10 @@
 # stubs in packaging/device/stubs/, which list for each library of the device the symbols that the
 # program uses. To be sourced from the repository's root, after common.sh.
 
+# The executables, by their names in build/device/.
+# shellcheck disable=SC2034 # for who sources this
+programs=(sondex sondex-capture)
+
 # What is made bears the date of the source, not of the day it is made: of the last commit, or of the
 # build's description where there is no git. Compiler and packer read it from here.
 if [[ -z ${SOURCE_DATE_EPOCH:-} ]]; then

@@ -25,7 +25,7 @@ copies = 200
 )";
 
 // A report of a few lines, one that is longer than any buffer, and what is not a report.
-const std::vector<std::vector<std::string>> kRuns = {
+const std::vector<std::vector<std::string>> kPrinted = {
     {"50", "ports"}, {"all"}, {"all", "fds"}, {"gestalt"}, {}};
 
 class LostOutput : public testing::TestWithParam<std::vector<std::string>> {
@@ -84,7 +84,7 @@ TEST_P(LostOutput, WithoutAReaderEndsQuietly) {
   EXPECT_EQ(ending->signal, SIGPIPE) << *ending;
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, LostOutput, testing::ValuesIn(kRuns), [](const auto &row) {
+INSTANTIATE_TEST_SUITE_P(Of, LostOutput, testing::ValuesIn(kPrinted), [](const auto &row) {
   std::string name;
   for (const std::string &word : row.param) name += word;
   return name.empty() ? "List" : name;

@@ -3,6 +3,7 @@
 // in another way.
 #define NCURSES_NOMACROS 1
 #include <curses.h>
+#include <term.h>
 
 #include "imports/calls.h"
 
@@ -47,6 +48,7 @@ std::span<const Import> curses() {
       SAME(resizeterm),
       SAME(scrollok),
       SAME(start_color),
+      SAME(setupterm),
       SAME(typeahead),
       SAME(use_default_colors),
       SAME(waddch),
