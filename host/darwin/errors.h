@@ -10,7 +10,6 @@ constexpr int DARWIN_EINTR = 4;
 constexpr int DARWIN_EIO = 5;
 constexpr int DARWIN_ENXIO = 6;
 constexpr int DARWIN_E2BIG = 7;
-constexpr int DARWIN_EBADF = 9;
 constexpr int DARWIN_EDEADLK = 11;
 constexpr int DARWIN_EACCES = 13;
 constexpr int DARWIN_EFAULT = 14;

@@ -23,9 +23,5 @@ constexpr int PROC_POLICY_SCOPE_THREAD = 2;
 constexpr int PROC_POLICY_ACTION_SET = 10;
 constexpr int PROC_POLICY_APPTYPE = 6;
 constexpr int PROC_POLICY_APPLIFE_DEVSTATUS = 2;
-constexpr int32_t PROC_APPSTATE_NONE = 0;
-constexpr int32_t PROC_APPSTATE_ACTIVE = 1;
-constexpr int32_t PROC_APPSTATE_BACKGROUND = 2;
-constexpr int32_t PROC_APPSTATE_NONUI = 3;
 
 }  // namespace darwin

@@ -96,6 +96,11 @@ darwin::mach_port_t darwin::mach_host_self(void) {
   return host::callerIsPrivileged() ? host::kPrivilegedHostPort : host::kHostPort;
 }
 
+darwin::kern_return_t darwin::mach_timebase_info(mach_timebase_info_data_t *info) {
+  *info = host::kernel().timebase();
+  return KERN_SUCCESS;
+}
+
 darwin::kern_return_t darwin::host_info(host_t host, host_flavor_t flavor, host_info_t out,
                                         mach_msg_type_number_t *count) {
   const kern_return_t refused = host::checkHostPort(host);

@@ -17,9 +17,9 @@
 #include <cstring>
 #include <optional>
 
+#include "darwin/file_flags.h"
 #include "host/copy_text.h"
 #include "host/darwin/errors.h"
-#include "host/darwin/file_flags.h"
 #include "host/darwin/kqueue.h"
 #include "host/darwin/proc_info.h"
 #include "host/linux/liveness.h"

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "darwin/mach_host.h"
 #include "darwin/sysctl.h"
 #include "host/errno.h"
 #include "host/kernel_family.h"
@@ -30,6 +31,8 @@ class KernelQuestions {
   virtual bool namesKernelFamily() noexcept { return true; }
   // In bytes, a power of two.
   virtual uint64_t pageSize() noexcept { return 4096; }
+  // Nanoseconds per unit of the kernel's absolute time; neither number is 0.
+  virtual darwin::mach_timebase_info_data_t timebase() noexcept { return {1, 1}; }
   // Whether the C library has an entry point that only some releases have, such as
   // "memorystatus_get_level".
   virtual bool hasEntryPoint(std::string_view /*name*/) { return false; }

@@ -10,9 +10,10 @@
 #include <utility>
 #include <variant>
 
-#include "host/darwin/file_flags.h"
+#include "darwin/file_flags.h"
 #include "host/darwin/proc_info.h"
 #include "host/darwin/socket.h"
+#include "host/simulator/error_names.h"
 
 namespace host::simulator {
 
@@ -173,6 +174,7 @@ class DescriptorReader {
     int32_t type = 0;
     int32_t protocol = 0;
   };
+  static constexpr int32_t kAnyFamily = -1;  // one that a key says
   struct TypeRow {
     std::string_view text;
     void (DescriptorReader::*read)();  // null: there is nothing more to read
@@ -204,6 +206,7 @@ class DescriptorReader {
          &Reader::readNetworkDriver,
          {SOCKINFO_NDRV, DARWIN_AF_NDRV, DARWIN_SOCK_RAW, 0}},
         {"vsock", &Reader::readVirtual, {SOCKINFO_VSOCK, DARWIN_AF_VSOCK, DARWIN_SOCK_STREAM, 0}},
+        {"socket", &Reader::readPlainSocket, {SOCKINFO_GENERIC, kAnyFamily, DARWIN_SOCK_STREAM, 0}},
         {"semaphore", &Reader::readSemaphore},
         {"shared-memory", &Reader::readSharedMemory},
         {"pipe", &Reader::readPipe},
@@ -247,6 +250,7 @@ class DescriptorReader {
     reader_.severalOf("guard", descriptor.guard, kGuards);
     if (descriptor.guard != 0) descriptor.status |= darwin::PROC_FP_GUARDED;
     reader_.figure("offset", descriptor.offset, Unit::kSize);
+    reader_.read("error", descriptor.refusal, readError);
   }
 
   void readPeer() {
@@ -255,6 +259,20 @@ class DescriptorReader {
     };
     reader_.read("label", entry_.label, label);
     reader_.read("peer", entry_.peer, label);
+    readAddresses();
+  }
+
+  // In place of those that are chosen.
+  void readAddresses() {
+    Descriptor &descriptor = entry_.item;
+    const Field own = reader_.find("address");
+    const Field peer = reader_.find("peer-address");
+    if (peer && !entry_.peer.text.empty()) {
+      peer.fail("found `peer-address` beside `peer`", "one of the two");
+    }
+    descriptor.isAddressed = own || peer;
+    if (own) descriptor.handle = own.address();
+    if (peer) descriptor.peer = peer.address();
   }
 
   void readFile() {
@@ -352,6 +370,13 @@ class DescriptorReader {
     reader_.number("protocol", socket().protocol, 0, 255);
   }
 
+  void readPlainSocket() {
+    socket().family = 0;
+    reader_.number("family", socket().family);
+    reader_.number("socket-type", socket().type);
+    reader_.number("protocol", socket().protocol);
+  }
+
   void readControl() {
     text(reader_.require("control", "the name of the kernel control"), kLongestControl,
          &Socket::controlName);
@@ -446,7 +471,8 @@ class DescriptorReader {
     text(reader_.find("path"), kLongestSocketPath, &Socket::path);
     text(reader_.find("peer-path"), kLongestSocketPath, &Socket::peerPath);
     reader_.oneOf("kind", socket().type, kSocketKinds);
-    if (!socket().peerPath.empty()) socket().state = kSocketConnected;
+    const bool isConnected = !socket().peerPath.empty() || entry_.item.peer != 0;
+    if (isConnected) socket().state = kSocketConnected;
   }
 
   void readVirtual() {

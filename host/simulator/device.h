@@ -50,6 +50,7 @@ struct DeviceClock {
   Nanoseconds step{1'000'000'000};
   // Seconds since the epoch; nothing is the time at which the program starts.
   std::optional<int64_t> start;
+  Nanoseconds startFraction{0};  // of the next second, beside `start`
   // In the form of the variable TZ; empty is the zone of the host.
   std::string zone;
   // How long the device had been up at the start.
@@ -290,15 +291,23 @@ struct Descriptor {
   uint32_t status = 0;
   uint32_t guard = 0;
   Figure offset;
+  std::optional<int32_t> refusal;  // with which the kernel refuses to say more of it
   // What it is known by to descriptors that have this as their peer; 0 is one that the device
   // chooses. Sockets, pipes.
   uint64_t handle = 0;
   uint64_t peer = 0;
+  bool isAddressed = false;  // both are what they are, whoever has them
   // What the network statistics tell a socket with traffic by; the device numbers them. Forks share
   // it.
   uint64_t sourceKey = 0;
   std::variant<File, Socket, NamedSemaphore, SharedMemory, PipeEnd, EventQueue, Channel, Opaque>
       object;
+};
+
+// Contents at a place in a region.
+struct MemoryPiece {
+  uint64_t offset = 0;
+  std::vector<uint8_t> bytes;
 };
 
 struct Region {
@@ -325,8 +334,9 @@ struct Region {
   Figure swappedOut;
   Figure dirty;
   std::string path;
-  std::vector<uint8_t> contents;  // from the start, repeated to the end; empty is zeroes
-  bool isReadable = true;         // a copy of its contents is refused otherwise
+  std::vector<uint8_t> contents;    // from the start, repeated to the end; empty is zeroes
+  std::vector<MemoryPiece> pieces;  // in their place, by ascending offset and apart, in zeroes
+  bool isReadable = true;           // a copy of its contents is refused otherwise
 };
 
 struct WorkQueue {
@@ -408,7 +418,9 @@ struct Process {
 
   std::vector<Thread> threads;
   std::vector<Descriptor> descriptors;
-  std::vector<Region> regions;  // by ascending address, apart from one another
+  std::vector<Region> regions;             // by ascending address, apart from one another
+  std::optional<TrafficCounters> traffic;  // beside that of its sockets; nothing: it has none
+  uint64_t sourceKey = 0;                  // of that, as a descriptor has one
   std::optional<WorkQueue> workQueue;
   std::optional<ResourceUsage> usage = ResourceUsage{};  // nothing: refused with DARWIN_ENOTSUP
   // Resource and jetsam; nothing: both have its PID.
@@ -515,7 +527,8 @@ struct Device {
   // Whether what comes without being asked for is told: network statistics to their client, memory
   // pressure to who waits for it.
   bool tellsInBackground = true;
-  uint32_t caller = 0;  // effective user of the program: 0 is root
+  bool countsSockets = true;  // false: none is counted on its own, whatever it says
+  uint32_t caller = 0;        // effective user of the program: 0 is root
   Hardware hardware;
   Memory memory;
   std::optional<Swap> swap;            // nothing: the kernel has none, all figures are 0

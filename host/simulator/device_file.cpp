@@ -22,7 +22,7 @@ namespace host::simulator {
 
 namespace {
 
-constexpr size_t kLongestFile = size_t{4} << 20;
+constexpr size_t kLongestFile = size_t{64} << 20;
 constexpr size_t kLongestKernelText = 255;
 constexpr size_t kLongestDeviceText = 1023;
 constexpr size_t kLongestNetwork = 32;
@@ -138,7 +138,11 @@ void readClock(const Field &field, DeviceClock &clock) {
   TableReader reader(field);
   reader.oneOf("mode", clock.isStepped, kClockModes);
   reader.read("step", clock.step, &Field::timeAboveZero);
-  reader.read("start", clock.start, &Field::moment);
+  if (const Field start = reader.find("start")) {
+    const Field::Moment moment = start.moment();
+    clock.start = moment.seconds;
+    clock.startFraction = moment.fraction;
+  }
   reader.read("zone", clock.zone, readZone);
   reader.time("up", clock.up);
   reader.finish();
@@ -335,6 +339,7 @@ void readDevice(Loading &loading, const Field &document) {
   reader.text("name", device.name, kLongestDeviceText);
   reader.number("caller", device.caller);
   reader.flag("background", device.tellsInBackground);
+  reader.flag("counted-sockets", device.countsSockets);
   reader.finish();
 
   if (kernel) readKernel(kernel, device.kernel);
@@ -359,6 +364,19 @@ void readDevice(Loading &loading, const Field &document) {
   loading.settle();
 }
 
+// Most files are small: no more room than they need.
+void readUpTo(size_t most, std::FILE *file, std::string &text) {
+  constexpr size_t kPiece = size_t{256} << 10;
+  size_t length = 0;
+  size_t read = 0;
+  do {
+    text.resize(std::min(length + kPiece, most));
+    read = std::fread(text.data() + length, 1, text.size() - length, file);
+    length += read;
+  } while (read > 0 && length < most);
+  text.resize(length);
+}
+
 Mistake ofWholeFile(const std::string &file, std::string what, std::string expected) {
   return {file, 0, std::move(what), std::move(expected)};
 }
@@ -368,7 +386,7 @@ Mistake ofWholeFile(const std::string &file, std::string what, std::string expec
 std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_view file) {
   const std::string fileName(file);
   if (text.size() > kLongestFile) {
-    return ofWholeFile(fileName, "more than 4 MiB", "at most that much");
+    return ofWholeFile(fileName, "more than 64 MiB", "at most that much");
   }
   try {
     const std::shared_ptr<const toml::node> document = parseToml(text);
@@ -384,14 +402,13 @@ std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_vie
 }
 
 std::variant<Device, Mistake> readDeviceFile(const std::string &path) {
-  std::string text(kLongestFile + 1, '\0');
+  std::string text;
   std::FILE *file = std::fopen(path.c_str(), "re");
-  const size_t length = file != nullptr ? std::fread(text.data(), 1, text.size(), file) : 0;
+  if (file != nullptr) readUpTo(kLongestFile + 1, file, text);
   const int error = file == nullptr || std::ferror(file) != 0 ? errno : 0;
   if (file != nullptr) std::fclose(file);
   if (error != 0)
     return ofWholeFile(path, std::string("can't be read: ") + std::strerror(error), "");
-  text.resize(length);
   return parseDevice(text, path);
 }
 

@@ -4,9 +4,9 @@
 #include <utility>
 #include <variant>
 
-#include "host/darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "host/simulator/descriptor_reader.h"
+#include "host/simulator/error_names.h"
 #include "host/simulator/limits.h"
 #include "host/simulator/process_plan.h"
 #include "host/simulator/process_reader.h"
@@ -22,40 +22,6 @@ constexpr size_t kLongestState = 255;
 constexpr int64_t kLargestCopy = 19'998;  // the last copy of the one with the largest number
 constexpr int64_t kMostSources = 1000;
 constexpr Nanoseconds kShortestRepetition{100'000'000};
-
-constexpr Word kErrors[] = {
-    {"EPERM", darwin::DARWIN_EPERM},
-    {"ENOENT", darwin::DARWIN_ENOENT},
-    {"ESRCH", darwin::DARWIN_ESRCH},
-    {"EINTR", darwin::DARWIN_EINTR},
-    {"EIO", darwin::DARWIN_EIO},
-    {"E2BIG", darwin::DARWIN_E2BIG},
-    {"EBADF", darwin::DARWIN_EBADF},
-    {"EDEADLK", darwin::DARWIN_EDEADLK},
-    {"ENOMEM", darwin::DARWIN_ENOMEM},
-    {"EACCES", darwin::DARWIN_EACCES},
-    {"EFAULT", darwin::DARWIN_EFAULT},
-    {"EBUSY", darwin::DARWIN_EBUSY},
-    {"EEXIST", darwin::DARWIN_EEXIST},
-    {"EINVAL", darwin::DARWIN_EINVAL},
-    {"ENOTTY", darwin::DARWIN_ENOTTY},
-    {"ENOSPC", darwin::DARWIN_ENOSPC},
-    {"ERANGE", darwin::DARWIN_ERANGE},
-    {"EAGAIN", darwin::DARWIN_EAGAIN},
-    {"EINPROGRESS", darwin::DARWIN_EINPROGRESS},
-    {"EALREADY", darwin::DARWIN_EALREADY},
-    {"ENOTSOCK", darwin::DARWIN_ENOTSOCK},
-    {"EPROTOTYPE", darwin::DARWIN_EPROTOTYPE},
-    {"ENOTSUP", darwin::DARWIN_ENOTSUP},
-    {"ENOBUFS", darwin::DARWIN_ENOBUFS},
-    {"ENOTCONN", darwin::DARWIN_ENOTCONN},
-    {"ETIMEDOUT", darwin::DARWIN_ETIMEDOUT},
-    {"ECONNREFUSED", darwin::DARWIN_ECONNREFUSED},
-    {"ENAMETOOLONG", darwin::DARWIN_ENAMETOOLONG},
-    {"ENOSYS", darwin::DARWIN_ENOSYS},
-    {"EOVERFLOW", darwin::DARWIN_EOVERFLOW},
-    {"EOPNOTSUPP", darwin::DARWIN_EOPNOTSUPP},
-};
 
 // The calls, or the forms of one call.
 std::string listOfCalls(std::string_view call) {
@@ -262,7 +228,7 @@ class EventReader {
         form.fail(forms.empty() ? "none, as there is one form of this call" : "one of " + forms);
       }
     }
-    reader_.oneOf("error", fail.error, kErrors);
+    reader_.read("error", fail.error, readError);
     const Field process = reader_.find("process");
     const size_t index = add(std::move(fail));
     if (!process) return;

@@ -107,7 +107,7 @@ void Loading::settlePeers() {
   uint64_t handle = kFirstPeerHandle;
   for (const End &end : ends_) {
     Descriptor &descriptor = end.reach(device);
-    descriptor.handle = handle;
+    if (descriptor.handle == 0) descriptor.handle = handle;
     handle += kPeerHandleDistance;
     if (end.label.text.empty()) continue;
     if (!labelled.emplace(end.label.text, &descriptor).second) {

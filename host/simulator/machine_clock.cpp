@@ -16,18 +16,18 @@ Nanoseconds MachineClock::now() const {
 }
 
 Wide MachineClock::sinceEpoch(Nanoseconds moment) const {
-  return Wide{start_} * kNanosecondsPerSecond + moment.count();
+  return Wide{start_} * kNanosecondsPerSecond + clock_.startFraction.count() + moment.count();
 }
 
 int64_t MachineClock::timeOfDay() const {
-  return saturate<int64_t>(Wide{start_} + now().count() / kNanosecondsPerSecond);
+  return saturate<int64_t>(sinceEpoch(now()) / kNanosecondsPerSecond);
 }
 
 darwin::timeval MachineClock::wallTime(Nanoseconds moment) const {
+  const Wide passed = sinceEpoch(moment);
   darwin::timeval time{};
-  time.tv_sec = saturate<int64_t>(Wide{start_} + moment.count() / kNanosecondsPerSecond);
-  time.tv_usec =
-      static_cast<int32_t>(moment.count() % kNanosecondsPerSecond / kNanosecondsPerMicrosecond);
+  time.tv_sec = saturate<int64_t>(passed / kNanosecondsPerSecond);
+  time.tv_usec = static_cast<int32_t>(passed % kNanosecondsPerSecond / kNanosecondsPerMicrosecond);
   return time;
 }
 

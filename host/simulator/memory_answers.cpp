@@ -20,11 +20,29 @@ size_t readableFrom(const RunningProcess &process, uint64_t address) {
   return region->address + region->size - address;
 }
 
+// The first that does not end at or before the offset.
+std::vector<MemoryPiece>::const_iterator firstPiece(const Region &region, uint64_t offset) {
+  return std::partition_point(
+      region.pieces.begin(), region.pieces.end(),
+      [offset](const MemoryPiece &piece) { return piece.offset + piece.bytes.size() <= offset; });
+}
+
+void copyPieces(const Region &region, uint64_t offset, size_t size, uint8_t *to) {
+  const uint64_t end = offset + size;
+  for (auto piece = firstPiece(region, offset); piece != region.pieces.end() && piece->offset < end;
+       ++piece) {
+    const uint64_t from = std::max(piece->offset, offset);
+    const uint64_t stop = std::min(piece->offset + piece->bytes.size(), end);
+    std::memcpy(to + (from - offset), piece->bytes.data() + (from - piece->offset), stop - from);
+  }
+}
+
 // The contents begin anew at each multiple of their length.
 void copyContents(const Region &region, uint64_t offset, size_t size, uint8_t *to) {
   const std::vector<uint8_t> &contents = region.contents;
   if (contents.empty()) {
     std::memset(to, 0, size);
+    copyPieces(region, offset, size, to);
     return;
   }
   size_t from = offset % contents.size();
@@ -37,9 +55,17 @@ void copyContents(const Region &region, uint64_t offset, size_t size, uint8_t *t
   }
 }
 
-int dispositionOf(const Region &region) {
+bool hasPieceBetween(const Region &region, uint64_t start, uint64_t end) {
+  const uint64_t from = start > region.address ? start - region.address : 0;
+  const auto piece = firstPiece(region, from);
+  return piece != region.pieces.end() && piece->offset < end - region.address;
+}
+
+// Of what the region has between two addresses, the second of which is in it or beyond.
+int dispositionOf(const Region &region, uint64_t start, uint64_t end) {
   if (!region.path.empty()) return darwin::VM_PAGE_QUERY_PAGE_EXTERNAL;
-  const bool isThere = !region.contents.empty() || !region.isReadable;
+  const bool isThere =
+      !region.contents.empty() || !region.isReadable || hasPieceBetween(region, start, end);
   return isThere ? darwin::VM_PAGE_QUERY_PAGE_PRESENT : 0;
 }
 
@@ -105,7 +131,7 @@ void tellPages(const RunningProcess &process, uint64_t address, size_t count, ui
     to[i] = 0;
     const Region *region = process.region(address);
     while (region != nullptr && region->address < address + pageSize) {
-      to[i] |= dispositionOf(*region);
+      to[i] |= dispositionOf(*region, address, address + pageSize);
       region = process.region(region->address + region->size);
     }
   }

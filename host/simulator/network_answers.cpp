@@ -43,13 +43,13 @@ NetworkProvider providerOf(const Socket &socket) {
   return isUserland ? NetworkProvider::userlandUDP : NetworkProvider::udp;
 }
 
-NetworkSource sourceOf(const RunningProcess &process, const Descriptor &descriptor,
-                       const Socket &socket, const TrafficCounters &traffic, Nanoseconds now) {
+NetworkSource sourceOf(const RunningProcess &process, uint64_t key, const Socket &socket,
+                       const TrafficCounters &traffic, Nanoseconds now) {
   const Nanoseconds own = process.ownTime(now);
   const int family = familyOf(socket);
   const bool isTCP = socket.kind == darwin::SOCKINFO_TCP;
   NetworkSource source;
-  source.key = descriptor.sourceKey;
+  source.key = key;
   source.provider = providerOf(socket);
   source.pid = process.pid();
   source.process = process.description().name.substr(0, kNameBytes);
@@ -61,6 +61,14 @@ NetworkSource sourceOf(const RunningProcess &process, const Descriptor &descript
   source.sentPackets = traffic.sentPackets.at(own);
   source.sentBytes = traffic.sentBytes.at(own);
   return source;
+}
+
+// Of what a process has sent and received, whatever by.
+Socket anySocket() {
+  Socket socket;
+  socket.kind = darwin::SOCKINFO_TCP;
+  socket.tcpState = darwin::TSI_S_ESTABLISHED;
+  return socket;
 }
 
 }  // namespace
@@ -102,16 +110,21 @@ Errno fillWirelessNetwork(const std::optional<WiFi> &wifi, const std::string &in
   return kAnswered;
 }
 
-std::vector<NetworkSource> networkSources(const ProcessTable &processes, Nanoseconds now) {
+std::vector<NetworkSource> networkSources(const ProcessTable &processes, bool countsSockets,
+                                          Nanoseconds now) {
   std::vector<NetworkSource> list;
   std::unordered_set<uint64_t> listed;
   for (const auto &process : processes.inStartOrder()) {
     for (const Descriptor &descriptor : process->descriptors()) {
-      const Socket *socket = std::get_if<Socket>(&descriptor.object);
+      const Socket *socket = countsSockets ? std::get_if<Socket>(&descriptor.object) : nullptr;
       if (socket == nullptr || !socket->traffic || !listed.insert(descriptor.sourceKey).second) {
         continue;
       }
-      list.push_back(sourceOf(*process, descriptor, *socket, *socket->traffic, now));
+      list.push_back(sourceOf(*process, descriptor.sourceKey, *socket, *socket->traffic, now));
+    }
+    const Process &from = process->description();
+    if (from.traffic) {
+      list.push_back(sourceOf(*process, from.sourceKey, anySocket(), *from.traffic, now));
     }
   }
   return list;

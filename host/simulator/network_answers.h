@@ -21,6 +21,7 @@ Errno fillWirelessNetwork(const std::optional<WiFi> &wifi, const std::string &in
                           WirelessNetwork &network);
 
 // Each socket once: of those that share one, the process that started first is its owner.
-std::vector<NetworkSource> networkSources(const ProcessTable &processes, Nanoseconds now);
+std::vector<NetworkSource> networkSources(const ProcessTable &processes, bool countsSockets,
+                                          Nanoseconds now);
 
 }  // namespace host::simulator

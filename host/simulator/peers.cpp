@@ -37,6 +37,7 @@ void Peers::remove(const Descriptor &descriptor) {
 }
 
 uint64_t Peers::peerOf(const Descriptor &descriptor) const {
+  if (descriptor.isAddressed) return descriptor.peer;
   if (descriptor.peer != 0) return ends_.contains(descriptor.peer) ? descriptor.peer : 0;
   const auto namers = namers_.find(descriptor.handle);
   return namers == namers_.end() ? 0 : namers->second.front();

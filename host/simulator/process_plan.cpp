@@ -206,10 +206,19 @@ class PlanReader {
     plan_.given = readTimes(reader_, process_.userTime, process_.systemTime);
     ResourceUsage usage;
     reader_.figures(kUsageFigures, usage);
+    readTraffic();
     bool isAnswered = true;
     reader_.flag("usage", isAnswered);
     process_.usage.reset();
     if (isAnswered) process_.usage = usage;
+  }
+
+  void readTraffic() {
+    if (!reader_.find("network-received") && !reader_.find("network-sent")) return;
+    TrafficCounters traffic;
+    reader_.figure("network-received", traffic.receivedBytes, Unit::kSize);
+    reader_.figure("network-sent", traffic.sentBytes, Unit::kSize);
+    process_.traffic = traffic;
   }
 
   void readThreads() {

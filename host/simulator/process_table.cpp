@@ -85,6 +85,7 @@ RunningProcess &ProcessTable::add(Process description, Nanoseconds startedAt) {
   auto process = std::make_unique<RunningProcess>(std::move(description), lastLife_ + 1, startedAt);
   RunningProcess &added = *process;
   for (Descriptor &descriptor : added.description().descriptors) enter(descriptor);
+  if (added.description().traffic) added.description().sourceKey = ++lastSourceKey_;
   processes_.push_back(std::move(process));
   byPid_[added.pid()] = &added;
   include(added.description());

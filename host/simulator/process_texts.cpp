@@ -25,7 +25,8 @@ void replaceAll(std::string &text, std::string_view pattern, std::string_view va
 bool hasPattern(std::string_view text) {
   return text.find("{name}") != std::string_view::npos ||
          text.find("{pid}") != std::string_view::npos ||
-         text.find("{index}") != std::string_view::npos;
+         text.find("{index}") != std::string_view::npos ||
+         text.find("{brace}") != std::string_view::npos;
 }
 
 std::string filledIn(std::string_view text, const PatternValues &values) {
@@ -34,6 +35,7 @@ std::string filledIn(std::string_view text, const PatternValues &values) {
   if (values.pid) replaceAll(result, "{pid}", std::to_string(*values.pid));
   if (values.index) replaceAll(result, "{index}", std::to_string(*values.index));
   if (values.name) replaceAll(result, "{name}", *values.name);
+  replaceAll(result, "{brace}", "{");
   return result;
 }
 

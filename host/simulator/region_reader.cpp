@@ -88,6 +88,29 @@ void checkApart(const std::vector<RegionEntry> &entries, const Position &lower,
          "overlaps another region", "regions apart from one another");
 }
 
+// In the order in which they lie in the region.
+void readPieces(TableReader &of, Region &region) {
+  const Field field = of.find("pieces");
+  if (!field) return;
+  if (!region.contents.empty()) field.fail("found `pieces` beside `contents`", "one of the two");
+  uint64_t end = 0;
+  for (const Field &element : field.elements()) {
+    TableReader reader(element);
+    MemoryPiece piece;
+    reader.size("at", piece.offset);
+    const Field bytes = reader.require("bytes", "pairs of hexadecimal digits");
+    piece.bytes = bytes.bytes();
+    if (piece.offset < end)
+      element.fail("begins before the end of the one before it", "one behind");
+    if (piece.offset > region.size || piece.bytes.size() > region.size - piece.offset) {
+      bytes.fail("found more bytes than the region has", "at most its size");
+    }
+    reader.finish();
+    end = piece.offset + piece.bytes.size();
+    if (!piece.bytes.empty()) region.pieces.push_back(std::move(piece));
+  }
+}
+
 }  // namespace
 
 RegionEntry readRegion(const Field &field) {
@@ -128,13 +151,16 @@ RegionEntry readRegion(const Field &field) {
       contents.fail("found more bytes than the region has", "at most its size");
     }
   }
+  readPieces(reader, region);
   reader.flag("readable", region.isReadable);
   reader.finish();
   return entry;
 }
 
 size_t textBytes(const Region &region) {
-  return textBytes(region.path) + region.contents.size();
+  size_t bytes = textBytes(region.path) + region.contents.size();
+  for (const MemoryPiece &piece : region.pieces) bytes += sizeof piece + piece.bytes.size();
+  return bytes;
 }
 
 void makeRegions(Items<RegionEntry> &regions) {

@@ -143,6 +143,7 @@ void RunningProcess::end(uint32_t status, Nanoseconds now) {
   takeThreads({});
   description_.descriptors.clear();
   description_.regions.clear();
+  description_.traffic.reset();
   openings_.clear();
 }
 
@@ -155,6 +156,7 @@ Process RunningProcess::forked(Nanoseconds now) const {
   child.coalitions = coalitions();
   if (isStopped()) child.status = statusBeforeStop_;
   child.donors.clear();
+  child.traffic.reset();
   for (Figure Process::*size : kSizes) child.*size = (child.*size).setTo((child.*size).at(own), {});
   for (Figure Process::*count : kCounts) child.*count = (child.*count).setTo(0, {});
   if (child.usage) {

@@ -40,6 +40,7 @@ Errno SimulatedDescriptors::ask(Question question, pid_t pid, int fd, T &answer,
   return device_.askProcess(question, Access::own, pid, [&](const ProcessMoment &at) {
     const Descriptor *descriptor = at.process.descriptor(fd);
     if (descriptor == nullptr) return darwin::DARWIN_EBADF;
+    if (descriptor->refusal) return *descriptor->refusal;
     return fill({at.process, *descriptor, at.state.processes().peers(), at.now}, answer);
   });
 }

@@ -32,6 +32,11 @@ uint64_t SimulatedKernel::pageSize() noexcept {
   return device_.description().kernel.pageSize;
 }
 
+darwin::mach_timebase_info_data_t SimulatedKernel::timebase() noexcept {
+  const Kernel &kernel = device_.description().kernel;
+  return {kernel.timebaseNumerator, kernel.timebaseDenominator};
+}
+
 bool SimulatedKernel::hasEntryPoint(std::string_view name) {
   const std::vector<std::string> &missing = device_.description().kernel.missing;
   if (name == kGestalt && !device_.description().gestalt) return false;

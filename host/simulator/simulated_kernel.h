@@ -20,6 +20,7 @@ class SimulatedKernel : public virtual KernelQuestions {
   KernelFamily kernelFamily() noexcept override;
   bool namesKernelFamily() noexcept override;
   uint64_t pageSize() noexcept override;
+  darwin::mach_timebase_info_data_t timebase() noexcept override;
   bool hasEntryPoint(std::string_view name) override;
   Errno kernelExtensions(std::vector<std::string> &identifiers) override;
   bool isPrivileged() override;

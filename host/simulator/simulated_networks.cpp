@@ -21,7 +21,7 @@ Errno SimulatedNetworks::networkSources(std::vector<NetworkSource> &sources) {
   return device_.ask(Question::networkSources, [&](const Moment &at) {
     sources.clear();
     if (at.device().tellsInBackground) {
-      sources = simulator::networkSources(at.state.processes(), at.now);
+      sources = simulator::networkSources(at.state.processes(), at.device().countsSockets, at.now);
     }
   });
 }

@@ -85,6 +85,9 @@ void spreadFigures(Process &process, int64_t millionths, int64_t seed) {
                      usage.logicalWrites, usage.instructions, usage.cycles, usage.billedEnergy,
                      usage.servicedEnergy, usage.billedSystemTime, usage.servicedSystemTime);
   }
+  if (process.traffic) {
+    spread.changeAll(process.traffic->receivedBytes, process.traffic->sentBytes);
+  }
   for (Thread &thread : process.threads) {
     spread.changeAll(thread.userTime, thread.systemTime, thread.share);
     // A thread fills one processor at most.

@@ -301,18 +301,19 @@ Nanoseconds Field::timeAboveZero() const {
   return result;
 }
 
-int64_t Field::moment() const {
+Field::Moment Field::moment() const {
   using namespace std::chrono;
   const toml::date_time *time = as<toml::date_time>();
-  int64_t moment = -1;
+  Moment moment{-1};
   if (time != nullptr && time->offset) {
     const sys_days day = year{time->date.year} / time->date.month / time->date.day;
     const seconds sinceMidnight =
         hours{time->time.hour} + minutes{time->time.minute} + seconds{time->time.second};
     const minutes offset{time->offset->minutes};
-    moment = (day.time_since_epoch() + sinceMidnight - offset).count();
+    moment.seconds = (day.time_since_epoch() + sinceMidnight - offset).count();
+    moment.fraction = nanoseconds{time->time.nanosecond};
   }
-  if (moment < 0) fail("a time of day from 1970 on such as 2024-03-05T14:07:09Z");
+  if (moment.seconds < 0) fail("a time of day from 1970 on such as 2024-03-05T14:07:09Z");
   return moment;
 }
 

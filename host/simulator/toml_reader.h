@@ -93,7 +93,11 @@ class Field {
   uint64_t size() const;
   Nanoseconds time() const;  // seconds, at most kLongestTime
   Nanoseconds timeAboveZero() const;
-  int64_t moment() const;  // a time of day, in whole seconds since 1970
+  struct Moment {
+    int64_t seconds = 0;  // since 1970
+    Nanoseconds fraction{0};
+  };
+  Moment moment() const;  // a time of day
   // The kernel's own addresses, beyond the numbers of the file, are texts.
   uint64_t address() const;
   // Without a NUL; the reference is to the tree.

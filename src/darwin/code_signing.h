@@ -19,10 +19,18 @@ constexpr uint32_t CS_INSTALLER = 0x8;
 constexpr uint32_t CS_HARD = 0x100;
 constexpr uint32_t CS_KILL = 0x200;
 constexpr uint32_t CS_CHECK_EXPIRATION = 0x400;
+constexpr uint32_t CS_RESTRICT = 0x800;
 constexpr uint32_t CS_ENFORCEMENT = 0x1000;
 constexpr uint32_t CS_REQUIRE_LV = 0x2000;
+constexpr uint32_t CS_ENTITLEMENTS_VALIDATED = 0x4000;
+constexpr uint32_t CS_RUNTIME = 0x10000;
+constexpr uint32_t CS_LINKER_SIGNED = 0x20000;
 constexpr uint32_t CS_EXEC_SET_HARD = 0x100000;
 constexpr uint32_t CS_EXEC_SET_KILL = 0x200000;
+constexpr uint32_t CS_KILLED = 0x1000000;
+constexpr uint32_t CS_PLATFORM_BINARY = 0x4000000;
+constexpr uint32_t CS_DEBUGGED = 0x10000000;
+constexpr uint32_t CS_SIGNED = 0x20000000;
 
 extern "C" {
 

@@ -7,6 +7,7 @@ namespace darwin {
 
 constexpr int DARWIN_EPERM = 1;
 constexpr int DARWIN_ESRCH = 3;
+constexpr int DARWIN_EBADF = 9;
 constexpr int DARWIN_ENOMEM = 12;
 constexpr int DARWIN_EBUSY = 16;
 constexpr int DARWIN_EINVAL = 22;

@@ -8,5 +8,7 @@ namespace darwin {
 
 constexpr uint32_t DARWIN_FREAD = 0x1;
 constexpr uint32_t DARWIN_FWRITE = 0x2;
+constexpr uint32_t DARWIN_O_NONBLOCK = 0x4;
+constexpr uint32_t DARWIN_O_APPEND = 0x8;
 
 }  // namespace darwin

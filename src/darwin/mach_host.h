@@ -108,6 +108,13 @@ constexpr int CPU_STATE_NICE = 3;
 constexpr int HOST_LOCAL_NODE = -1;
 constexpr int DARWIN_HOST_KERNEL_PORT = 4;  // a slot that stock kernels leave empty
 
+// Nanoseconds per unit of the kernel's absolute time, as a fraction.
+struct mach_timebase_info_data_t {
+  uint32_t numer;
+  uint32_t denom;
+};
+DARWIN_LAYOUT(mach_timebase_info_data_t, 8, 4, (numer, 0), (denom, 4));
+
 // Ticks of 10 ms per state, wrapping at 2^32.
 struct processor_cpu_load_info {
   uint32_t cpu_ticks[CPU_STATE_MAX];
@@ -118,6 +125,9 @@ extern "C" {
 
 // The caller's port for the host: the privileged one for root, else the plain one.
 mach_port_t mach_host_self(void);
+
+// Writes the fraction. Nothing can fail but the pointer.
+kern_return_t mach_timebase_info(mach_timebase_info_data_t *info);
 
 // Writes the flavour's words to out. *count is the room in 32-bit words (at most 68) and comes back
 // as the words written. KERN_FAILURE when the room is too small, KERN_INVALID_ARGUMENT for an

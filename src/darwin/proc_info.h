@@ -20,7 +20,9 @@ constexpr int PROC_PIDTHREADINFO = 5;
 constexpr int PROC_PIDLISTTHREADS = 6;
 constexpr int PROC_PIDREGIONPATHINFO = 8;
 constexpr int PROC_PIDWORKQUEUEINFO = 12;
+constexpr int PROC_PIDTHREADID64INFO = 15;
 constexpr int PROC_PIDCOALITIONINFO = 20;
+constexpr int PROC_PIDLISTTHREADIDS = 28;
 
 // Flavours of proc_pidfdinfo().
 constexpr int PROC_PIDFDVNODEPATHINFO = 2;
@@ -70,6 +72,8 @@ constexpr uint32_t PROC_FLAG_EXEC = 0x4000;
 constexpr uint32_t PROC_FLAG_DARWINBG = 0x8000;
 constexpr uint32_t PROC_FLAG_EXT_DARWINBG = 0x10000;
 constexpr uint32_t PROC_FLAG_IOS_APPLEDAEMON = 0x20000;
+constexpr uint32_t PROC_FLAG_DELAYIDLESLEEP = 0x40000;
+constexpr uint32_t PROC_FLAG_IOS_IMPPROMOTION = 0x80000;
 constexpr uint32_t PROC_FLAG_ADAPTIVE = 0x100000;
 constexpr uint32_t PROC_FLAG_ADAPTIVE_IMPORTANT = 0x200000;
 constexpr uint32_t PROC_FLAG_IMPORTANCE_DONOR = 0x400000;
@@ -160,6 +164,18 @@ DARWIN_LAYOUT(proc_threadinfo, 112, 8, (pth_user_time, 0), (pth_system_time, 8),
               (pth_cpu_usage, 16), (pth_policy, 20), (pth_run_state, 24), (pth_flags, 28),
               (pth_sleep_time, 32), (pth_curpri, 36), (pth_priority, 40), (pth_maxpriority, 44),
               (pth_name, 48));
+
+// pth_run_state.
+constexpr int32_t TH_STATE_RUNNING = 1;
+constexpr int32_t TH_STATE_STOPPED = 2;
+constexpr int32_t TH_STATE_WAITING = 3;
+constexpr int32_t TH_STATE_UNINTERRUPTIBLE = 4;
+constexpr int32_t TH_STATE_HALTED = 5;
+
+// pth_policy and pti_policy.
+constexpr int32_t POLICY_TIMESHARE = 1;
+constexpr int32_t POLICY_RR = 2;
+constexpr int32_t POLICY_FIFO = 4;
 
 // pth_flags.
 constexpr int32_t TH_FLAGS_SWAPPED = 0x1;
@@ -597,5 +613,48 @@ struct socket_fdinfo {
   socket_info psi;
 };
 DARWIN_LAYOUT(socket_fdinfo, 792, 8, (pfi, 0), (psi, 24));
+
+// pri_flags.
+constexpr uint32_t PROC_REGION_SUBMAP = 1;
+constexpr uint32_t PROC_REGION_SHARED = 2;
+
+// fi_status.
+constexpr uint32_t PROC_FP_SHARED = 0x1;
+constexpr uint32_t PROC_FP_CLEXEC = 0x2;
+constexpr uint32_t PROC_FP_GUARDED = 0x4;
+constexpr uint32_t PROC_FP_CLFORK = 0x8;
+
+// fi_guardflags.
+constexpr uint32_t PROC_FI_GUARD_CLOSE = 0x1;
+constexpr uint32_t PROC_FI_GUARD_DUP = 0x2;
+constexpr uint32_t PROC_FI_GUARD_SOCKET_IPC = 0x4;
+constexpr uint32_t PROC_FI_GUARD_FILEPORT = 0x8;
+
+// insi_vflag.
+constexpr uint8_t INI_IPV4 = 0x1;
+constexpr uint8_t INI_IPV6 = 0x2;
+
+// tcpsi_state.
+constexpr int32_t TSI_S_CLOSED = 0;
+constexpr int32_t TSI_S_LISTEN = 1;
+constexpr int32_t TSI_S_SYN_SENT = 2;
+constexpr int32_t TSI_S_SYN_RECEIVED = 3;
+constexpr int32_t TSI_S_ESTABLISHED = 4;
+constexpr int32_t TSI_S__CLOSE_WAIT = 5;
+constexpr int32_t TSI_S_FIN_WAIT_1 = 6;
+constexpr int32_t TSI_S_CLOSING = 7;
+constexpr int32_t TSI_S_LAST_ACK = 8;
+constexpr int32_t TSI_S_FIN_WAIT_2 = 9;
+constexpr int32_t TSI_S_TIME_WAIT = 10;
+
+// soi_kind: which member of soi_proto is filled.
+constexpr int32_t SOCKINFO_GENERIC = 0;
+constexpr int32_t SOCKINFO_IN = 1;
+constexpr int32_t SOCKINFO_TCP = 2;
+constexpr int32_t SOCKINFO_UN = 3;
+constexpr int32_t SOCKINFO_NDRV = 4;
+constexpr int32_t SOCKINFO_KERN_EVENT = 5;
+constexpr int32_t SOCKINFO_KERN_CTL = 6;
+constexpr int32_t SOCKINFO_VSOCK = 7;
 
 }  // namespace darwin

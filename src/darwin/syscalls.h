@@ -31,6 +31,10 @@ constexpr int PROC_POLICY_SCOPE_PROCESS = 1;
 constexpr int PROC_POLICY_ACTION_GET = 11;
 constexpr int PROC_POLICY_APP_LIFECYCLE = 5;
 constexpr int PROC_POLICY_APPLIFE_STATE = 1;
+constexpr int32_t PROC_APPSTATE_NONE = 0;
+constexpr int32_t PROC_APPSTATE_ACTIVE = 1;
+constexpr int32_t PROC_APPSTATE_BACKGROUND = 2;
+constexpr int32_t PROC_APPSTATE_NONUI = 3;
 constexpr int32_t PROC_APPSTATE_INACTIVE = 4;
 
 }  // namespace darwin

@@ -34,7 +34,7 @@ TEST_P(DeviceFileMistake, IsToldInFull) {
   "one of \"kernel\", \"clock\", \"hardware\", \"memory\", \"swap\", \"load\", \"memory-level\", " \
   "\"interface\", \"wifi\", \"power\", \"gestalt\", \"template\", \"process\", \"event\", "        \
   "\"name\", "                                                                                     \
-  "\"caller\", \"background\""
+  "\"caller\", \"background\", \"counted-sockets\""
 
 #define A_ZONE "a time zone such as \"UTC\" or \"CET-1CEST,M3.5.0,M10.5.0/3\""
 
@@ -251,7 +251,32 @@ const MistakeCase kProcesses[] = {
      "one of its own"},
     {"KeyOfAnotherType", A_PROCESS "descriptors = [{ type = \"route\", path = \"/\" }]\n",
      ":3: process[0].descriptors[0].path: unknown key; expected one of \"type\", \"number\", "
-     "\"copies\", \"mode\", \"status\", \"guard\", \"offset\", \"label\", \"peer\""},
+     "\"copies\", \"mode\", \"status\", \"guard\", \"offset\", \"error\", \"label\", \"peer\", "
+     "\"address\", \"peer-address\""},
+    {"PeerAddressBesidePeer",
+     A_PROCESS
+     "descriptors = [{ type = \"pipe\", label = \"a\", peer = \"a\", peer-address = 1 }]\n",
+     ":3: process[0].descriptors[0].peer-address: found `peer-address` beside `peer`; expected one "
+     "of the two"},
+    {"AddressOfWords", A_PROCESS "descriptors = [{ type = \"unix\", address = \"here\" }]\n",
+     ":3: process[0].descriptors[0].address: found \"here\"; expected an address: a number, or a "
+     "text such as \"0xfffffff007b6a1c4\""},
+    {"PieceBeyondTheRegion",
+     A_PROCESS
+     "regions = [{ address = 4096, size = 4096, pieces = [{ at = 4095, bytes = \"0102\" }] "
+     "}]\n",
+     ":3: process[0].regions[0].pieces[0].bytes: found more bytes than the region has; expected at "
+     "most its size"},
+    {"PiecesOutOfOrder",
+     A_PROCESS
+     "regions = [{ address = 4096, size = 4096, pieces = [{ bytes = \"0102\" }, { at = 1, "
+     "bytes = \"03\" }] }]\n",
+     ":3: process[0].regions[0].pieces[1]: begins before the end of the one before it; expected "
+     "one "
+     "behind"},
+    {"PiecesBesideContents",
+     A_PROCESS "regions = [{ address = 4096, size = 4096, contents = \"01\", pieces = [] }]\n",
+     ":3: process[0].regions[0].pieces: found `pieces` beside `contents`; expected one of the two"},
     {"FileWithoutPath", A_PROCESS "descriptors = [{ type = \"file\" }]\n",
      ":3: process[0].descriptors[0].path: is missing; expected the file's path"},
     {"Address", A_PROCESS "descriptors = [{ type = \"tcp\", local = \"10.0.0:80\" }]\n",
@@ -369,7 +394,7 @@ const MistakeCase kEvents[] = {
     {"CopiesOfAnOpenedDescriptor",
      AN_EVENT "do = \"open\"\nprocess = 1\ndescriptor = { type = \"nexus\", copies = 2 }\n",
      ":6: event[0].descriptor.copies: unknown key; expected one of \"type\", \"number\", \"mode\", "
-     "\"status\", \"guard\", \"offset\""},
+     "\"status\", \"guard\", \"offset\", \"error\""},
     {"PowerSource", "[power]\nsource = [{}]\n" AN_EVENT "do = \"power\"\nsource = 1\n",
      ":7: event[0].source: there is no power source 1; expected one that [power] has, counted from "
      "0"},
@@ -572,10 +597,10 @@ TEST(DeviceFileLimit, Templates) {
 
 TEST(DeviceFileLimit, FileSize) {
   std::string text = A_PROCESS "# ";
-  text.resize(size_t{4} << 20, 'x');
+  text.resize(size_t{64} << 20, 'x');
   EXPECT_EQ(mistakeIn(text), "none");
   text += 'x';
-  EXPECT_EQ(mistakeIn(text), std::string(kFile) + ": more than 4 MiB; expected at most that much");
+  EXPECT_EQ(mistakeIn(text), std::string(kFile) + ": more than 64 MiB; expected at most that much");
 }
 
 }  // namespace

@@ -32,9 +32,9 @@
 #include <functional>
 #include <thread>
 
+#include "darwin/file_flags.h"
 #include "darwin/socket.h"
 #include "host/darwin/errors.h"
-#include "host/darwin/file_flags.h"
 #include "host/darwin/kqueue.h"
 #include "host/darwin/proc_info.h"
 #include "host/darwin/signals.h"

@@ -27,8 +27,8 @@
 #include <string>
 #include <thread>
 
+#include "darwin/file_flags.h"
 #include "host/darwin/errors.h"
-#include "host/darwin/file_flags.h"
 #include "host/darwin/proc_info.h"
 #include "host/linux/clock.h"
 #include "host/posix.h"

@@ -41,6 +41,7 @@ SAME_STRUCTURE(host_basic_info, max_cpus, avail_cpus, memory_size, cpu_type, cpu
                cpu_threadtype, physical_cpu, physical_cpu_max, logical_cpu, logical_cpu_max,
                max_mem);
 SAME_STRUCTURE(processor_cpu_load_info, cpu_ticks);
+SAME_STRUCTURE(mach_timebase_info_data_t, numer, denom);
 
 // Newer platforms count swapped pages behind what we ask for.
 SAME_START(vm_statistics64, free_count, active_count, inactive_count, wire_count, zero_fill_count,
@@ -72,6 +73,7 @@ static_assert(std::is_same_v<::cpu_subtype_t, darwin::cpu_subtype_t>);
 static_assert(std::is_same_v<::cpu_threadtype_t, darwin::cpu_threadtype_t>);
 
 SAME_FUNCTION(mach_host_self);
+SAME_FUNCTION(mach_timebase_info);
 SAME_FUNCTION(host_info);
 SAME_FUNCTION(host_statistics64);
 SAME_FUNCTION(host_get_special_port);

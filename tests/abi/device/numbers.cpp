@@ -1,6 +1,6 @@
 // Error, signal, socket and file-flag numbers beside the platform's.
+#include "darwin/file_flags.h"
 #include "host/darwin/errors.h"
-#include "host/darwin/file_flags.h"
 #include "host/darwin/signals.h"
 #include "host/darwin/socket.h"
 #include "same.h"

@@ -87,6 +87,7 @@ std::span<const Import> darwinCalls() {
       DARWIN_CALL(kqueue),
       DARWIN_CALL(mach_host_self),
       DARWIN_CALL(mach_port_deallocate),
+      DARWIN_CALL(mach_timebase_info),
       DARWIN_CALL(mach_vm_page_range_query),
       DARWIN_CALL(mach_vm_read_overwrite),
       call("memorystatus_get_level", &memorystatus_get_level),
