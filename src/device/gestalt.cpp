@@ -15,20 +15,25 @@ std::atomic<darwin::MGCopyAnswerWithError_function> MGCopyAnswerWithError_func{n
 // Answers that are never released, each with a text of its own, filled from the front.
 static std::atomic<darwin::CFStringRef> keptAnswers[kKeptAnswers];
 
-static darwin::MGCopyAnswerWithError_function findService() {
+darwin::MGCopyAnswerWithError_function findGestalt(FILE *messages) {
   darwin::MGCopyAnswerWithError_function service = load(MGCopyAnswerWithError_func);
   if (service != nullptr) return service;
   void *library = dlopen(darwin::kGestaltLibrary, RTLD_LAZY);
   if (library == nullptr) {
     const char *reason = dlerror();
-    fprintf(stderr, "Error loading Gestalt: %s\n", reason != nullptr ? reason : "unknown");
+    if (messages != nullptr) {
+      fprintf(messages, "Error loading Gestalt: %s\n", reason != nullptr ? reason : "unknown");
+    }
     return nullptr;
   }
   service = reinterpret_cast<darwin::MGCopyAnswerWithError_function>(
       dlsym(library, darwin::kGestaltEntryPoint));
   if (service == nullptr) {
-    fputs("Can't find MGCopyAnswerWithError in libMobileGestalt.. Which version of iOS is this?\n",
-          stderr);
+    if (messages != nullptr) {
+      fputs(
+          "Can't find MGCopyAnswerWithError in libMobileGestalt.. Which version of iOS is this?\n",
+          messages);
+    }
     return nullptr;
   }
   store(MGCopyAnswerWithError_func, service);
@@ -55,7 +60,7 @@ static const char *keepAnswer(darwin::CFStringRef answer, const char *text) {
 }
 
 const char *gestaltAnswer(const char *key) {
-  const darwin::MGCopyAnswerWithError_function service = findService();
+  const darwin::MGCopyAnswerWithError_function service = findGestalt(stderr);
   if (service == nullptr) return nullptr;
 
   int error = 0;

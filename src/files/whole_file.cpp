@@ -3,11 +3,22 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sondex {
 
 static const char kSuffix[] = ".XXXXXX";
+
+// Where the file is to be; false when it is something else than a file.
+static bool findPlace(const char *path, char *place) {
+  struct stat status = {};
+  snprintf(place, PATH_MAX, "%s", path);
+  if (stat(path, &status) != 0) return true;
+  if (!S_ISREG(status.st_mode)) return false;
+  if (realpath(path, place) == nullptr) snprintf(place, PATH_MAX, "%s", path);
+  return true;
+}
 
 static bool nameFile(WholeFile *file, const char *path) {
   const size_t length = strlen(path);
@@ -22,8 +33,14 @@ static bool nameFile(WholeFile *file, const char *path) {
 }
 
 bool beginWholeFile(WholeFile *file, const char *path) {
+  char place[PATH_MAX];
   file->stream = nullptr;
-  if (!nameFile(file, path)) return false;
+  file->temporary[0] = '\0';
+  if (!findPlace(path, place)) {
+    file->stream = fopen(path, "w");
+    return file->stream != nullptr;
+  }
+  if (!nameFile(file, place)) return false;
   const int descriptor = mkstemp(file->temporary);
   if (descriptor < 0) return false;
   file->stream = fdopen(descriptor, "w");
@@ -37,25 +54,29 @@ bool beginWholeFile(WholeFile *file, const char *path) {
 
 // On the disk, so that the name never stands for less after a loss of power. A write that failed
 // earlier stays an error of the stream's, whose number may be another's by now.
-static bool isWritten(FILE *stream) {
+static bool isWritten(FILE *stream, bool onDisk) {
   errno = 0;
   if (fflush(stream) != 0) return false;
-  if (ferror(stream) == 0) return fsync(fileno(stream)) == 0;
+  if (ferror(stream) == 0) return !onDisk || fsync(fileno(stream)) == 0;
   errno = EIO;
   return false;
 }
 
+static bool isTemporary(const WholeFile *file) {
+  return file->temporary[0] != '\0';
+}
+
 bool finishWholeFile(WholeFile *file) {
-  bool done = isWritten(file->stream);
+  bool done = isWritten(file->stream, isTemporary(file));
   int failure = errno;
   if (fclose(file->stream) != 0 && done) {
     done = false;
     failure = errno;
   }
   file->stream = nullptr;
-  if (done && rename(file->temporary, file->path) == 0) return true;
+  if (done && (!isTemporary(file) || rename(file->temporary, file->path) == 0)) return true;
   if (done) failure = errno;
-  unlink(file->temporary);
+  if (isTemporary(file)) unlink(file->temporary);
   errno = failure;
   return false;
 }
@@ -64,7 +85,7 @@ void dropWholeFile(WholeFile *file) {
   if (file->stream == nullptr) return;
   fclose(file->stream);
   file->stream = nullptr;
-  unlink(file->temporary);
+  if (isTemporary(file)) unlink(file->temporary);
 }
 
 }  // namespace sondex

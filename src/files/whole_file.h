@@ -1,5 +1,5 @@
 // A file that is there whole or not at all: it is written beside its place under another name, and
-// takes its place at the end. Nothing but its tests calls it yet.
+// takes its place at the end.
 #pragma once
 
 #include <limits.h>
@@ -13,8 +13,9 @@ struct WholeFile {
   char temporary[PATH_MAX];
 };
 
-// Begins the file that is to be at `path`, readable by its owner alone. Returns false with errno
-// set when it can't be made; nothing is open then.
+// Begins the file that is to be at `path`, or where a link of that name leads, readable by its
+// owner alone. What is there and no file, such as a device, is written to as it goes along. Returns
+// false with errno set when it can't be made; nothing is open then.
 bool beginWholeFile(WholeFile *file, const char *path);
 
 // Puts what was written in its place, where it replaces what was there. Returns false with errno

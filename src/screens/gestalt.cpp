@@ -41,6 +41,10 @@ static const Row kRows[] = {
     {"\n\tBlueTooth MAC:\t", "BluetoothAddress"},
 };
 
+const char *gestaltKeyAt(size_t index) {
+  return index < sizeof kRows / sizeof *kRows ? kRows[index].key : nullptr;
+}
+
 [[noreturn]] static void endUnsupported() {
   store(wantCurses, 0);
   endProgram(1, stdout, "Gestalt is only supported on *OS (Blame AAPL for this, not Z)\n");

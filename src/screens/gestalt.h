@@ -1,7 +1,12 @@
 // The identity screen, and its answers for other screens.
 #pragma once
 
+#include <stddef.h>
+
 namespace sondex {
+
+// The keys that the screen asks for, in its order; null behind the last one.
+const char *gestaltKeyAt(size_t index);
 
 // Writes the answer to `key`, made safe for a terminal; "?" when there is none.
 void outputGestaltAnswer(const char *key);

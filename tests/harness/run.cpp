@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -75,6 +76,17 @@ Outcome runSondex(const std::vector<std::string> &arguments, const Environment &
   launch.program = sondexPath();
   launch.arguments = arguments;
   launch.environment = environment;
+  launch.user = user;
+  return run(launch);
+}
+
+Outcome runCapture(const std::vector<std::string> &arguments, const Environment &environment,
+                   std::optional<uid_t> user) {
+  Launch launch;
+  launch.program = std::filesystem::path(sondexPath()).replace_filename("sondex-capture");
+  launch.arguments = arguments;
+  launch.environment = {{"TERM", "xterm"}};
+  launch.environment.insert(launch.environment.end(), environment.begin(), environment.end());
   launch.user = user;
   return run(launch);
 }

@@ -36,6 +36,10 @@ bool sondexIsSanitized();
 Outcome runSondex(const std::vector<std::string> &arguments, const Environment &environment = {},
                   std::optional<uid_t> user = std::nullopt);
 
+// sondex-capture beside it, with a TERM that every machine describes.
+Outcome runCapture(const std::vector<std::string> &arguments, const Environment &environment = {},
+                   std::optional<uid_t> user = std::nullopt);
+
 // Curses does not give back what it has when it can't start: to be left unsaid in a sanitizer
 // build.
 Environment withoutLeakDetection(Environment environment = {});

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <iterator>
@@ -26,19 +27,30 @@ std::string withSteppedClock(std::string_view text) {
   return copy.replace(place, static_cast<size_t>(first->length(1)), "stepped");
 }
 
-SteppedDevice::SteppedDevice(const std::string &name, Background background) {
+std::vector<std::string> shippedDevices() {
+  std::vector<std::string> names;
+  for (const auto &entry : fs::directory_iterator(DEVICES_FOLDER)) {
+    if (entry.path().extension() == ".toml") names.push_back(entry.path().stem().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string steppedDeviceText(const std::string &name) {
   const fs::path original = fs::path(DEVICES_FOLDER) / (name + ".toml");
   std::ifstream input(original, std::ios::binary);
   if (!input) throw std::system_error(errno, std::generic_category(), original.string());
-  const std::string text(std::istreambuf_iterator<char>(input), {});
-  const std::string stepped = withSteppedClock(text);
+  return withSteppedClock(std::string(std::istreambuf_iterator<char>(input), {}));
+}
 
+SteppedDevice::SteppedDevice(const std::string &name, Background background) {
+  const std::string stepped = steppedDeviceText(name);
   std::string folder = (fs::temp_directory_path() / "sondex-device-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), folder);
   }
   folder_ = folder;
-  file_ = folder_ / original.filename();
+  file_ = folder_ / (name + ".toml");
   std::ofstream copy(file_, std::ios::binary);
   if (background == Background::silent) copy << "background = false\n";
   copy << stepped;

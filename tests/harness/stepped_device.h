@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "harness/child.h"
 
@@ -13,6 +14,12 @@ namespace test {
 // The text of a device file, its line `mode = "wall"` made `mode = "stepped"` if it does not say so
 // already. Throws std::runtime_error unless there is exactly one line of the one or the other kind.
 std::string withSteppedClock(std::string_view text);
+
+// The names of the device files of the repository, in order.
+std::vector<std::string> shippedDevices();
+
+// devices/NAME.toml with a stepped clock. Throws std::runtime_error.
+std::string steppedDeviceText(const std::string &name);
 
 // A copy of devices/NAME.toml with a stepped clock, in a folder of its own for as long as this
 // lives.

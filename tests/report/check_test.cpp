@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <string>
 
 #include "harness/child.h"
@@ -20,17 +19,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
-
-Outcome runCapture(const std::vector<std::string> &arguments, const Environment &environment = {},
-                   std::optional<uid_t> user = std::nullopt) {
-  Launch launch;
-  launch.program = std::filesystem::path(sondexPath()).replace_filename("sondex-capture");
-  launch.arguments = arguments;
-  launch.environment = {{"TERM", "xterm"}};
-  launch.environment.insert(launch.environment.end(), environment.begin(), environment.end());
-  launch.user = user;
-  return run(launch);
-}
 
 // The verdict on a call, with what is said of it; empty where it was not made.
 std::string verdictOn(const Outcome &outcome, const std::string &call) {
@@ -167,21 +155,28 @@ TEST(Check, TellsATerminalThatIsNotDescribed) {
 TEST(Capture, HelpsWhoAsks) {
   const Outcome outcome = runCapture({"--help"});
   EXPECT_TRUE(outcome.exitedWith(0)) << outcome;
-  EXPECT_THAT(outcome.output, StartsWith("Usage: sondex-capture --check\n"));
+  EXPECT_THAT(outcome.output, StartsWith("Usage: sondex-capture [-o FILE] [--stacks] "));
   EXPECT_THAT(outcome.error, IsEmpty());
 }
 
 TEST(Capture, RefusesArgumentsThatItDoesNotKnow) {
-  const Outcome none = runCapture({});
-  EXPECT_TRUE(none.exitedWith(2)) << none;
-  EXPECT_EQ(none.error, "Try 'sondex-capture --help'.\n");
-  for (const std::vector<std::string> &arguments :
-       std::vector<std::vector<std::string>>{{"--chek\x1b"}, {"--check", "--chek\x1b"}}) {
-    const Outcome outcome = runCapture(arguments);
+  const struct {
+    std::vector<std::string> arguments;
+    std::string message;
+  } rows[] = {
+      {{"--chek\x1b"}, "unknown argument '--chek?'"},
+      {{"12x"}, "unknown argument '12x'"},
+      {{"--check", "--chek\x1b"}, "nothing goes with --check: '--chek?'"},
+      {{"--json", "--check"}, "nothing goes with --check: '--json'"},
+      {{"-o"}, "something is missing behind '-o'"},
+      {{"--memory"}, "something is missing behind '--memory'"},
+      {{"--memory", "launchd"}, "no PID: 'launchd'"},
+  };
+  for (const auto &row : rows) {
+    const Outcome outcome = runCapture(row.arguments);
     EXPECT_TRUE(outcome.exitedWith(2)) << outcome;
     EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.error,
-              "sondex-capture: unknown argument '--chek?'\nTry 'sondex-capture --help'.\n");
+    EXPECT_EQ(outcome.error, "sondex-capture: " + row.message + "\nTry 'sondex-capture --help'.\n");
   }
 }
 

@@ -18,12 +18,14 @@ namespace {
 using namespace sondex;
 
 template <typename Write>
-std::string written(Write write) {
+std::string written(Write write, FileForm form = FileForm::kTOML) {
   char *text = nullptr;
   size_t size = 0;
   FILE *stream = open_memstream(&text, &size);
+  useFileForm(form);
   beginDeviceFile(stream);
   write();
+  endDeviceFile();
   EXPECT_EQ(fclose(stream), 0);
   std::string copy(text, size);
   free(text);
@@ -67,6 +69,142 @@ TEST(DeviceFileWriter, WhatIsNestedIsInOneLine) {
             }),
             "threads = [{ share = 20, flags = [], user-stack = [1, 2] }, {  }]\n"
             "band = 10\n");
+}
+
+TEST(DeviceFileWriter, RowsAreALineEach) {
+  const auto write = [] {
+    beginRows("threads");
+    for (int share : {20, 30}) {
+      beginInlineTable(nullptr);
+      writeNumber("copies", 2);
+      writeNumber("share", share);
+      endInlineTable();
+    }
+    endArray();
+    beginRows("regions");
+    endArray();
+  };
+  EXPECT_EQ(written(write),
+            "threads = [\n"
+            "  { copies = 2, share = 20 },\n"
+            "  { copies = 2, share = 30 },\n"
+            "]\n"
+            "regions = [\n]\n");
+}
+
+TEST(DeviceFileWriter, NumbersAreWrittenAsTheFileReadsThem) {
+  EXPECT_EQ(written([] {
+              writeDecimal("age", 1'500'000, 6);
+              writeDecimal("growth", -2'000'000, 6);
+              writeDecimal("up", 3, 6);
+              writeDecimal("start", 0, 9);
+              writeSize("size", 98304);
+              writeSize("most", uint64_t{3} << 40);
+              writeSize("odd", 1025);
+              writeSize("none", 0);
+              writeMoment("begin", 1709647629, 0);
+              writeMoment("later", 1709647629, 5);
+              beginBytes("contents");
+              const uint8_t bytes[] = {0xCF, 0xFA, 0x00};
+              addBytes(bytes, 1);
+              addBytes(bytes + 1, 2);
+              endBytes();
+            }),
+            "age = 1.5\ngrowth = -2\nup = 0.000003\nstart = 0\n"
+            "size = \"96K\"\nmost = \"3T\"\nodd = 1025\nnone = 0\n"
+            "begin = 2024-03-05T14:07:09Z\nlater = 2024-03-05T14:07:09.000005Z\n"
+            "contents = \"cffa00\"\n");
+}
+
+TEST(DeviceFileWriter, FlagsAreWordsAndTheRestANumber) {
+  static const FlagWord kWords[] = {{"system", 1}, {"traced", 2}};
+  EXPECT_EQ(written([] {
+              writeFlags("flags", 0x43, kWords);
+              writeFlags("none", 0, kWords);
+              writeWord("state", 2, kWords);
+              writeWord("other", 3, kWords);
+            }),
+            "flags = [\"system\", \"traced\", 64]\nnone = []\nstate = \"traced\"\nother = 3\n");
+}
+
+TEST(DeviceFileWriter, WhatLooksLikeAPatternStandsForItself) {
+  EXPECT_EQ(writtenText("{name}{pid{pid}{index}{brace}{other}"),
+            "name = \"{brace}name}{pid{brace}pid}{brace}index}{brace}brace}{other}\"\n");
+  EXPECT_EQ(written([] { writePlainText("name", "{pid}"); }), "name = \"{pid}\"\n");
+}
+
+TEST(DeviceFileWriter, FragmentsAreWrittenElsewhereFirst) {
+  for (const FileForm form : {FileForm::kTOML, FileForm::kJSON}) {
+    const auto write = [] {
+      FILE *spool = tmpfile();
+      ASSERT_NE(spool, nullptr);
+      beginFragment(spool);
+      writeNumber("faults", 7);
+      writeNumber("band", 10);
+      const size_t size = endFragment();
+      rewind(spool);
+      writeEntry("process");
+      writeNumber("pid", 1);
+      EXPECT_TRUE(writeFragment(spool, size));
+      fclose(spool);
+      writeFlag("jetsam", false);
+    };
+    const bool isJSON = form == FileForm::kJSON;
+    EXPECT_EQ(written(write, form),
+              isJSON
+                  ? "{\n  \"process\": [{\n    \"pid\": 1,\n    \"faults\": 7,\n    \"band\": 10,"
+                    "\n    \"jetsam\": false}]\n}\n"
+                  : "\n[[process]]\npid = 1\nfaults = 7\nband = 10\njetsam = false\n");
+  }
+}
+
+TEST(DeviceFileWriter, AFragmentThatIsCutShortIsTold) {
+  FILE *spool = tmpfile();
+  ASSERT_NE(spool, nullptr);
+  written([spool] { EXPECT_FALSE(writeFragment(spool, 1)); });
+  fclose(spool);
+}
+
+TEST(DeviceFileWriter, JSONIsTheSameTree) {
+  EXPECT_EQ(written(
+                [] {
+                  writeNumber("caller", 501);
+                  writeTable("hardware");
+                  writeSize("memory", 4096);
+                  writeEntryWithin("processor");
+                  writeNumber("user", 1);
+                  writeEntryWithin("processor");
+                  writeTable("clock");
+                  writeMoment("start", 1709647629, 0);
+                  writeEntry("process");
+                  writeText("name", "a\"{pid}", 8);
+                  writeEntry("process");
+                  beginRows("threads");
+                  beginInlineTable(nullptr);
+                  writeDecimal("share", 125, 1);
+                  beginArray("flags");
+                  endArray();
+                  endInlineTable();
+                  endArray();
+                  writeEntry("event");
+                },
+                FileForm::kJSON),
+            R"({
+  "caller": 501,
+  "hardware": {
+    "memory": 4096,
+    "processor": [{
+      "user": 1}, {}]},
+  "clock": {
+    "start": "2024-03-05T14:07:09Z"},
+  "process": [{
+    "name": "a\"{pid}"}, {
+    "threads": [
+  {"share": 12.5, "flags": []}
+]}],
+  "event": [{}]
+}
+)");
 }
 
 TEST(DeviceFileWriter, TextsEndAtTheirEnd) {
