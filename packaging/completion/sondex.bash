@@ -3,7 +3,7 @@
 # put into the line.
 
 # Adds to what is offered the PIDs that begin as the word does. They are this machine's, not those of
-# a simulated device.
+# a simulated device; one that is chosen on the line itself bash does not show here.
 _sondex_pids() {
   local word=$1 pid name pids=() named=()
   if [[ -n ${SONDEX_DEVICE:-} ]]; then return; fi
