@@ -24,6 +24,17 @@ project_version() {
   printf '%s\n' "$version"
 }
 
+# Prints the date of the source, in seconds since 1970, which what is made bears in the place of the day
+# when it is made: SOURCE_DATE_EPOCH where that is set; else that of the last commit, or of the build's
+# description where there is no git.
+source_date() {
+  if [[ -n ${SOURCE_DATE_EPOCH:-} ]]; then
+    printf '%s\n' "$SOURCE_DATE_EPOCH"
+  else
+    git -C "$repo" log -1 --format=%ct 2>/dev/null || stat -c %Y "$repo/CMakeLists.txt"
+  fi
+}
+
 # Prints the .h and .cpp files below the named folders of the repository, as paths from its root,
 # NUL after each, in order. Folders that do not exist, and what was built, are passed over.
 list_sources() {

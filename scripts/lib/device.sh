@@ -7,12 +7,9 @@
 # shellcheck disable=SC2034 # for who sources this
 programs=(sondex sondex-capture)
 
-# What is made bears the date of the source, not of the day it is made: of the last commit, or of the
-# build's description where there is no git. Compiler and packer read it from here.
-if [[ -z ${SOURCE_DATE_EPOCH:-} ]]; then
-  SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CMakeLists.txt)
-fi
+# Compiler and packer read the date of what they make from here.
 export SOURCE_DATE_EPOCH
+SOURCE_DATE_EPOCH=$(source_date)
 
 # Where the library is on the device. $1: stub.
 stub_library() {
