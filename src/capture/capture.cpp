@@ -28,6 +28,7 @@ namespace sondex {
 constexpr int32_t kCountsPatience = 2000;  // milliseconds
 constexpr int64_t kMillion = 1'000'000;
 constexpr int64_t kBetweenSamples = kMillion;  // microseconds
+constexpr uint64_t kLargestFile = uint64_t{64} << 20;
 constexpr int32_t kMostPIDs = 100'000;
 
 // The threads of all processes in the second sample; `end` is by process, where those of it end.
@@ -162,6 +163,11 @@ static bool takeSecondSample(Capture *capture) {
   return true;
 }
 
+// Of what is to be loaded again.
+static bool isTooLarge(const Capture *capture) {
+  return capture->options->isLoadedAgain && deviceFileSize() > kLargestFile;
+}
+
 static bool writeProcesses(Capture *capture, const CaptureMoment *moment) {
   beginThreadIDs();
   size_t shares = 0;
@@ -175,7 +181,7 @@ static bool writeProcesses(Capture *capture, const CaptureMoment *moment) {
         {capture->spool, capture->shares.list + shares, static_cast<int32_t>(end - shares)}};
     shares = end;
     if (capture->parts[i].isWhole && !writeProcess(&process, moment)) return false;
-    if (deviceFileError() != 0) break;
+    if (deviceFileError() != 0 || isTooLarge(capture)) break;
   }
   return true;
 }
@@ -199,6 +205,11 @@ static int writeFile(Capture *capture, WholeFile *file) {
   if (!writeMachine(capture, to)) return fail("the temporary file", errno != 0 ? errno : EIO);
   endProgress();
   if (deviceFileError() != 0) return fail(name, deviceFileError());
+  if (isTooLarge(capture)) {
+    fprintf(stderr, "sondex-capture: %s: a device file has at most 64 MiB: name fewer processes\n",
+            name);
+    return 1;
+  }
   if (reasonToEnd() != 0) return 1;
   const bool isWritten = file != nullptr ? finishWholeFile(file) : fflush(stdout) == 0;
   return isWritten ? 0 : fail(name, errno);

@@ -8,7 +8,8 @@ namespace sondex {
 constexpr int32_t kMostNamed = 1024;  // processes on a command line
 
 struct CaptureOptions {
-  const char *path;  // null: standard output
+  const char *path;    // null: standard output
+  bool isLoadedAgain;  // as a device file, which has a largest size
   bool withStacks;
   int32_t pids[kMostNamed];    // those to be captured
   int32_t pidCount;            // 0: all of them

@@ -20,9 +20,10 @@ static const char *g_table;   // the table or entry that is open; null at the to
 static const char *g_array;   // the array of tables at the top that is open
 static const char *g_within;  // that within the table that is open
 
-static FILE *g_fileAround;  // while a fragment is written
+static FILE *g_fileAround;  // of which a fragment is written; null while none is
 static size_t g_fragment;   // bytes of it
 static int g_error;         // of the first write that failed
+static uint64_t g_size;     // bytes of the file
 
 static bool isJSON() {
   return g_form == FileForm::kJSON;
@@ -31,6 +32,7 @@ static bool isJSON() {
 static void put(const char *bytes, size_t size) {
   if (fwrite(bytes, 1, size, g_file) != size && g_error == 0) g_error = errno;
   g_fragment += size;
+  if (g_fileAround == nullptr) g_size += size;
 }
 
 static void put(const char *text) {
@@ -66,6 +68,7 @@ void beginDeviceFile(FILE *to) {
   g_hasRows = false;
   g_table = g_array = g_within = nullptr;
   g_fragment = 0;
+  g_size = 0;
   if (isJSON()) put("{");
 }
 
@@ -95,6 +98,10 @@ static void closeTable(const char *nextArray) {
 
 int deviceFileError() {
   return g_error;
+}
+
+uint64_t deviceFileSize() {
+  return g_size;
 }
 
 void endDeviceFile() {
@@ -154,7 +161,7 @@ void writeEntryWithin(const char *name) {
 }
 
 void beginFragment(FILE *to) {
-  g_fileAround = g_file;
+  g_fileAround = g_file != nullptr ? g_file : to;
   g_file = to;
   g_fragment = 0;
   g_needComma = false;
@@ -163,6 +170,7 @@ void beginFragment(FILE *to) {
 
 size_t endFragment() {
   g_file = g_fileAround;
+  g_fileAround = nullptr;
   g_needComma = false;
   g_table = nullptr;
   return g_fragment;

@@ -20,6 +20,8 @@ void beginDeviceFile(FILE *to);
 // The number of the first error with which something could not be written, fragments too; 0 while
 // there is none.
 int deviceFileError();
+// Bytes of it up to now.
+uint64_t deviceFileSize();
 void endDeviceFile();
 
 // Begin the table `name`; the next entry of the array of tables `name`; the next one of the array

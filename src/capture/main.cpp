@@ -111,6 +111,7 @@ static int capture(CaptureOptions *options) {
 
 static int runCapture(int argc, char **argv) {
   static CaptureOptions options;
+  options.isLoadedAgain = true;
   setlocale(LC_CTYPE, "");
   allowUTF8(isLocaleUTF8());
   for (int i = 1; i < argc; i++) {
@@ -138,6 +139,7 @@ static int runCapture(int argc, char **argv) {
       useStandIns();
     } else if (strcmp(argument, "--json") == 0) {
       useFileForm(FileForm::kJSON);
+      options.isLoadedAgain = false;
     } else if (argument[0] == '-' || !addPID(argument, options.pids, &options.pidCount)) {
       return failForUse("unknown argument", argument);
     }
