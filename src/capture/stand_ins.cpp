@@ -1,6 +1,5 @@
 #include "capture/stand_ins.h"
 
-#include <ctype.h>
 #include <fcntl.h>
 #include <string.h>
 #include <time.h>
@@ -43,11 +42,14 @@ static char turn(char letter, char first, uint64_t count, uint64_t by) {
   return static_cast<char>(static_cast<uint64_t>(first) + (place + by) % count);
 }
 
+static bool isBetween(char letter, char first, char last) {
+  return letter >= first && letter <= last;
+}
+
 static char hideLetter(char letter, uint64_t by) {
-  const auto byte = static_cast<unsigned char>(letter);
-  if (isdigit(byte) != 0) return turn(letter, '0', 10, by % 10);
-  if (islower(byte) != 0) return turn(letter, 'a', 26, by % 26);
-  if (isupper(byte) != 0) return turn(letter, 'A', 26, by % 26);
+  if (isBetween(letter, '0', '9')) return turn(letter, '0', 10, by % 10);
+  if (isBetween(letter, 'a', 'z')) return turn(letter, 'a', 26, by % 26);
+  if (isBetween(letter, 'A', 'Z')) return turn(letter, 'A', 26, by % 26);
   return letter;
 }
 
@@ -120,10 +122,9 @@ void writeName(const char *key, const char *text, size_t size) {
 }
 
 static char hideHexadecimal(char letter, uint64_t by) {
-  const auto byte = static_cast<unsigned char>(letter);
-  if (isdigit(byte) != 0) return turn(letter, '0', 10, by % 10);
-  if (letter >= 'a' && letter <= 'f') return turn(letter, 'a', 6, by % 6);
-  if (letter >= 'A' && letter <= 'F') return turn(letter, 'A', 6, by % 6);
+  if (isBetween(letter, '0', '9')) return turn(letter, '0', 10, by % 10);
+  if (isBetween(letter, 'a', 'f')) return turn(letter, 'a', 6, by % 6);
+  if (isBetween(letter, 'A', 'F')) return turn(letter, 'A', 6, by % 6);
   return letter;
 }
 

@@ -25,7 +25,6 @@ namespace sondex {
 constexpr uint32_t kUnknownLevel = UINT32_MAX;
 constexpr int64_t kMillion = 1'000'000;
 constexpr uint64_t kThousand = 1000;
-constexpr uint32_t kTicksPerSecond = 100;
 
 template <typename Value>
 static void readVariable(const char *name, Value *value) {

@@ -1,6 +1,5 @@
 #include "capture/time_zone.h"
 
-#include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,20 +10,23 @@ namespace sondex {
 constexpr long kMostRules =
     256;  // bytes at the end of a file in which a zone's rules are looked for
 
+static bool isLetter(char letter) {
+  return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z');
+}
+
 // Whether it begins with a name and the distance to UTC, as a text of its own does.
 static bool saysAll(const char *text) {
   if (strcmp(text, "UTC") == 0) return true;
   const char *at = text;
   if (*at == '<') {
-    at = strchr(at, '>');
-    if (at == nullptr) return false;
-    at++;
+    while (*at != '\0' && *at != '>') at++;
+    if (*at == '>') at++;
   } else {
-    while (isalpha(static_cast<unsigned char>(*at)) != 0) at++;
+    while (isLetter(*at)) at++;
     if (at - text < 3) return false;
   }
   if (*at == '+' || *at == '-') at++;
-  return isdigit(static_cast<unsigned char>(*at)) != 0 && strlen(text) < kZoneSize;
+  return *at >= '0' && *at <= '9' && strlen(text) < kZoneSize;
 }
 
 // The last line of a file of the zone's history is what holds from now on.

@@ -125,6 +125,11 @@ int statLink(const char *path, DeviceStat *told) {
   return tell(lstat(path, &native), native, told);
 }
 
+int statPath(const char *path, DeviceStat *told) {
+  struct stat native {};
+  return tell(stat(path, &native), native, told);
+}
+
 // The other ways to count from are numbered differently.
 off_t seek(int descriptor, off_t offset, int whence) {
   if (whence < SEEK_SET || whence > SEEK_END) return refuse(EINVAL);
@@ -208,7 +213,7 @@ std::span<const Import> files() {
   static const Import table[] = {
       LOADER_VARIADIC(fcntl), call("fstat", &statDescriptor), LOADER_VARIADIC(ioctl),
       call("lseek", &seek),   call("lstat", &statLink),       call("mmap", &map),
-      LOADER_VARIADIC(open),
+      LOADER_VARIADIC(open),  call("stat", &statPath),
   };
   return table;
 }

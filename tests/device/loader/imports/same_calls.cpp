@@ -2,6 +2,7 @@
 // of the same layout and without a number that one side counts differently. Their errno is
 // translated when it is read.
 #include <poll.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
@@ -43,21 +44,27 @@ std::span<const Import> sameCalls() {
       SAME(exit),
       call("fchmod", &changeMode),
       SAME(free),
+      SAME(fsync),
       SAME(ftruncate),
       SAME(getenv),
       SAME(getpgrp),
       SAME(getpid),
       SAME(isatty),
       SAME(malloc),
+      SAME(memcmp),
       SAME(memcpy),
       SAME(memmove),
       SAME(memset),
+      SAME(mkstemp),
       SAME(munmap),
       SAME(pipe),
       call("poll", &pollFew),
       SAME(pwrite),
       SAME(qsort),
       SAME(read),
+      SAME(realloc),
+      call("realpath$DARWIN_EXTSN", &::realpath),
+      SAME(rename),
       SAME(strcmp),
       SAME(strcspn),
       SAME(strdup),

@@ -1,4 +1,5 @@
 // Sockets, as far as the device's own kinds go and those that its interfaces are asked through.
+#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -34,6 +35,15 @@ int connectSocket(int descriptor, const uint8_t *address, unsigned int length) {
   return __wrap_connect(descriptor, reinterpret_cast<const struct sockaddr *>(address), length);
 }
 
+const char *printAddress(int family, const void *address, char *text, unsigned int size) {
+  const bool isIPv6 = family == darwin::DARWIN_AF_INET6;
+  if (!isIPv6 && family != darwin::DARWIN_AF_INET) {
+    refuse(EAFNOSUPPORT);
+    return nullptr;
+  }
+  return inet_ntop(isIPv6 ? AF_INET6 : AF_INET, address, text, size);
+}
+
 // Numbers of options are the device's, which only its own kind of socket knows.
 int setSocketOption(int descriptor, int level, int option, const void *value, unsigned int length) {
   constexpr int kDeviceLevel = 0xFFFF;
@@ -48,6 +58,7 @@ namespace loader {
 std::span<const Import> sockets() {
   static const Import table[] = {
       call("connect", &connectSocket),
+      call("inet_ntop", &printAddress),
       call("setsockopt", &setSocketOption),
       call("socket", &openSocket),
   };

@@ -28,6 +28,9 @@ int on_snprintf(char *buffer, size_t size, const char *format, const uint64_t *a
 
 }  // extern "C"
 
+// Ways to count from, and modes of files, are the same.
+static_assert(SEEK_SET == 0 && SEEK_CUR == 1 && SEEK_END == 2);
+
 #define SAME(name) call(#name, &::name)
 
 namespace loader {
@@ -41,12 +44,18 @@ std::span<const Import> streams() {
       SAME(fdopen),
       SAME(ferror),
       SAME(fflush),
+      SAME(fileno),
+      SAME(fopen),
       LOADER_VARIADIC(fprintf),
       SAME(fputs),
+      SAME(fread),
+      SAME(fseek),
+      SAME(ftell),
       SAME(fwrite),
       LOADER_VARIADIC(printf),
       SAME(puts),
       LOADER_VARIADIC(snprintf),
+      SAME(tmpfile),
       call("vfprintf", &on_fprintf),
       call("vprintf", &on_printf),
       call("vsnprintf", &on_snprintf),

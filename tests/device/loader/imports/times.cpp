@@ -63,6 +63,7 @@ std::span<const Import> times() {
   static const Import table[] = {
       call("clock_gettime", &readClock),
       call("gettimeofday", &timeOfDay),
+      SAME(gmtime_r),
       SAME(localtime_r),
       SAME(nanosleep),
       SAME(sleep),
