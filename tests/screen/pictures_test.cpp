@@ -70,13 +70,13 @@ TEST_F(KeptPicture, OfAProcessWithItsRegions) {
 // Its first threads.
 TEST_F(KeptPicture, OfAStackshot) {
   constexpr int kShown = 34;
-  Terminal terminal(options(80, 300, {"MobileMail", "threads"}));
+  Terminal terminal(options(80, 300, {"Prototype", "threads"}));
   const std::optional<Ending> ending = terminal.waitForEnd();
   ASSERT_TRUE(ending && ending->exitedWith(0)) << terminal.text();
   Screen screen = screenOf(terminal);
   screen.rows = kShown;
   EXPECT_EQ(complaintAboutPicture(screen, kStackshot,
-                                  "sondex MobileMail threads: where threads wait, in the kernel "
+                                  "sondex Prototype threads: where threads wait, in the kernel "
                                   "and in user space"),
             "");
 }
