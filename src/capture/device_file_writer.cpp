@@ -7,6 +7,7 @@
 
 #include <initializer_list>
 
+#include "text/safe_text.h"
 #include "text/utf8.h"
 
 namespace sondex {
@@ -246,10 +247,6 @@ void endInlineTable() {
   endNested(isJSON() ? "}" : " }");
 }
 
-static bool isControl(uint32_t code) {
-  return code < 0x20 || code == 0x7F;
-}
-
 // Whether a pattern stands at the start of the text.
 static bool beginsPattern(const char *text, size_t length) {
   for (const char *pattern : {"{name}", "{pid}", "{index}", "{brace}"}) {
@@ -270,7 +267,7 @@ static void writeQuoted(const char *key, const char *text, size_t length, bool m
       at++;
       continue;
     }
-    if (isControl(code)) {
+    if (isUnsafe(code)) {
       char escape[8];
       put(escape, static_cast<size_t>(snprintf(escape, sizeof escape, "\\u%04" PRIX32, code)));
     } else if (code == '{' && mayHavePatterns && beginsPattern(text + at, length - at)) {

@@ -32,16 +32,20 @@ static const Range kUnsafe[] = {
     {0xFEFF, 0xFEFF},
 };
 
+bool isUnsafe(uint32_t code) {
+  for (const Range &range : kUnsafe) {
+    if (code >= range.first && code <= range.last) return true;
+  }
+  return false;
+}
+
 // Length in bytes of the printable character that starts at `text`, 0 when there is none.
 static size_t characterLength(const char *text, size_t available) {
   if (*text >= ' ' && *text <= '~') return 1;  // nearly all text
   uint32_t code = 0;
   const size_t length = decodeUTF8(text, available, &code);
   if (length > 1 && !utf8Allowed.load(std::memory_order_relaxed)) return 0;
-  for (const Range &range : kUnsafe) {
-    if (code >= range.first && code <= range.last) return 0;
-  }
-  return length;
+  return isUnsafe(code) ? 0 : length;
 }
 
 char *makeSafe(char *to, size_t toSize, const char *from, size_t fromSize) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 namespace sondex {
 
@@ -18,5 +19,9 @@ char *copySafe(const char *text);
 
 // Whether who reads takes UTF-8; so it is unless told otherwise. Any thread.
 void allowUTF8(bool allowed);
+
+// Whether the character with that code would drive a terminal, has no width, or turns the direction
+// of text. None is beyond the first 65,536.
+bool isUnsafe(uint32_t code);
 
 }  // namespace sondex

@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -13,8 +16,10 @@
 #include <iterator>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "harness/hostile_device.h"
 #include "harness/run.h"
 #include "harness/size_limit.h"
 #include "harness/stepped_device.h"
@@ -444,6 +449,60 @@ TEST(Capture, EndedByASignalLeavesNothing) {
   ASSERT_TRUE(ending.has_value());
   EXPECT_EQ(ending->signal, SIGTERM);
   EXPECT_THAT(captured.neighbours(), IsEmpty());
+}
+
+TEST(Capture, OfHostileNamesIsSafeToLookAtAndTheSameAgain) {
+  const WrittenDevice device(hostileDevice());
+  const CapturedFile captured;
+  captured.capture(device.environment(), {"--stacks"});
+  const std::string text = captured.text();
+  EXPECT_THAT(text, Not(testing::ContainsRegex("[\x01-\x09\x0b-\x1f\x7f]")));
+  for (const char *driving : {"\u009b", "\u202e", "\u200b", "\ufeff"}) {
+    EXPECT_THAT(text, Not(HasSubstr(driving)));
+  }
+  const CapturedFile again;
+  again.capture(captured.environment(), {"--stacks"});
+  EXPECT_EQ(again.text(), text);
+  for (const std::vector<std::string> &arguments :
+       std::vector<std::vector<std::string>>{{"gestalt"}, {"60"}, {"all", "fds"}}) {
+    EXPECT_EQ(runSondex(arguments, captured.environment()).output,
+              runSondex(arguments, device.environment()).output);
+  }
+}
+
+// Of other users' processes it is told little more than that they are there.
+TEST(Capture, BySomebodyElseThanRootIsTheSameAgain) {
+  if (!isRoot()) GTEST_SKIP() << "needs root to be somebody else";
+  const Outcome first = runCapture({}, {}, kNobody);
+  ASSERT_TRUE(first.exitedWith(0)) << first.error;
+  EXPECT_THAT(first.output, HasSubstr("caller = 65534\n"));
+  const WrittenDevice device(first.output);
+  const Outcome again = runCapture({}, device.environment());
+  EXPECT_TRUE(again.output == first.output) << firstDifference(first.output, again.output);
+}
+
+// Processes that come and go meanwhile are there whole or not at all.
+TEST(Capture, OfAMachineWithComingsAndGoingsLoads) {
+  std::atomic<bool> isOver = false;
+  std::thread churn([&] {
+    while (!isOver) {
+      const pid_t child = fork();
+      if (child == 0) _exit(0);
+      if (child > 0) waitpid(child, nullptr, 0);
+    }
+  });
+  for (int i = 0; i < 3; i++) {
+    const CapturedFile captured;
+    captured.capture({});
+    const Outcome list = runSondex({}, [&] {
+      Environment environment = captured.environment();
+      environment.emplace_back("nc", "1");
+      return environment;
+    }());
+    EXPECT_TRUE(list.exitedWith(0)) << list;
+  }
+  isOver = true;
+  churn.join();
 }
 
 // This machine, as far as it stays the same: once captured, it stands still.

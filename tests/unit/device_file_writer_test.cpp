@@ -214,6 +214,7 @@ TEST(DeviceFileWriter, TextsEndAtTheirEnd) {
 
 TEST(DeviceFileWriter, TextsCantLeaveTheirQuotes) {
   EXPECT_EQ(writtenText("\"\\\n\x7f\x1b"), "name = \"\\\"\\\\\\u000A\\u007F\\u001B\"\n");
+  EXPECT_EQ(writtenText("\xC2\x9B\xE2\x80\xAE"), "name = \"\\u009B\\u202E\"\n");
   EXPECT_EQ(writtenText("caf\xC3\xA9"), "name = \"caf\xC3\xA9\"\n");
 }
 
