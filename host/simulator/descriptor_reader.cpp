@@ -150,6 +150,12 @@ uint32_t formOf(const Endpoint &endpoint) {
   return endpoint.address.size() == 4 ? darwin::INI_IPV4 : darwin::INI_IPV6;
 }
 
+// What a filter has to say of an event: a signed number, or any 64 bits.
+int64_t readData(const Field &field) {
+  if (field.as<std::string>() == nullptr) return field.number<int64_t>();
+  return static_cast<int64_t>(field.address());
+}
+
 class DescriptorReader {
  public:
   DescriptorReader(const Field &field, bool isPartOfProcess)
@@ -303,7 +309,7 @@ class DescriptorReader {
 
   void readSemaphore() { readNamed<NamedSemaphore>(Unit::kCount); }
   void readSharedMemory() {
-    reader_.number("address", readNamed<SharedMemory>(Unit::kSize).address);
+    reader_.read("address", readNamed<SharedMemory>(Unit::kSize).address, &Field::address);
   }
 
   void readPipe() {
@@ -319,12 +325,12 @@ class DescriptorReader {
     for (const Field &element : reader_.elements("events")) {
       TableReader reader(element);
       QueuedEvent event;
-      reader.number("ident", event.identifier);
+      reader.read("ident", event.identifier, &Field::address);
       event.filter = reader.require("filter", "the number of the filter").number<int16_t>();
       reader.number("flags", event.flags);
       reader.number("fflags", event.filterFlags);
-      reader.number("data", event.data);
-      reader.number("udata", event.userData);
+      reader.read("data", event.data, readData);
+      reader.read("udata", event.userData, &Field::address);
       reader.number("status", event.status);
       reader.finish();
       queue.events.push_back(event);

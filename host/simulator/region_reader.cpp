@@ -57,6 +57,12 @@ uint64_t readGap(const Field &field) {
   return gap;
 }
 
+// A kernel may have any 64 bits there.
+uint64_t readOffset(const Field &field) {
+  const std::string *text = field.as<std::string>();
+  return text != nullptr && text->starts_with("0x") ? field.address() : field.size();
+}
+
 // Where an item is to be, and its entry.
 struct Position {
   uint64_t address;
@@ -140,7 +146,7 @@ RegionEntry readRegion(const Field &field) {
   reader.number("behaviour", region.behaviour);
   reader.number("wired", region.wiredCount);
   reader.number("shadow", region.shadowDepth);
-  reader.size("offset", region.offset);
+  reader.read("offset", region.offset, readOffset);
   reader.severalOf("flags", region.flags, kRegionFlags);
   reader.oneOf("share", region.shareMode, kShareModes);
   reader.figures(kFigures, region);

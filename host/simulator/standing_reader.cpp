@@ -48,11 +48,11 @@ WorkQueue readWorkQueue(const Field &field) {
 // One for both kinds, or one each.
 std::array<uint64_t, 2> readCoalitions(const Field &field) {
   if (!field.isArray()) {
-    const uint64_t both = field.number<uint64_t>();
+    const uint64_t both = field.address();
     return {both, both};
   }
   const std::vector<Field> each = field.elementsOf(2, 2, "a number, or an array of two");
-  return {each[0].number<uint64_t>(), each[1].number<uint64_t>()};
+  return {each[0].address(), each[1].address()};
 }
 
 void readJetsam(TableReader &reader, std::optional<Jetsam> &jetsam) {

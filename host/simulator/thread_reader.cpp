@@ -42,7 +42,7 @@ void readTime(TableReader &reader, std::string_view key, Figure &figure, bool &i
 void readOwnNumber(TableReader &reader, std::string_view key, uint64_t &target, int64_t copies) {
   const Field field = reader.find(key);
   if (!field) return;
-  target = field.number<uint64_t>();
+  target = field.address();
   if (target != 0 && copies > 1) {
     field.fail("several threads would have the same " + std::string(key), "one thread, or 0");
   }

@@ -57,7 +57,9 @@ static void writeRegion(const darwin::proc_regionwithpathinfo *found, darwin::ma
   writeUnless("behaviour", region.pri_behavior, 0);
   writeUnless("wired", region.pri_user_wired_count, 0);
   writeUnless("shadow", region.pri_shadow_depth, 0);
-  if (region.pri_offset != 0 && region.pri_offset <= INT64_MAX) {
+  if (region.pri_offset > INT64_MAX) {
+    writeAddress("offset", region.pri_offset);
+  } else if (region.pri_offset != 0) {
     writeSize("offset", region.pri_offset);
   }
   if ((region.pri_flags & kKnownFlags) != 0) {

@@ -251,6 +251,11 @@ TEST(DeviceFileDescriptor, NamedObjects) {
   EXPECT_EQ(memory.group, 2u);
   EXPECT_EQ(memory.size.start, 65536u);
   EXPECT_EQ(memory.address, 0x106c40000u);
+  EXPECT_EQ(std::get<SharedMemory>(descriptorOf("type = \"shared-memory\", name = \"m\", "
+                                                "address = \"0xfffffff007b6a1c4\"")
+                                       .object)
+                .address,
+            0xfffffff007b6a1c4u);
 }
 
 TEST(DeviceFileDescriptor, PipeQueueChannel) {
@@ -275,6 +280,14 @@ TEST(DeviceFileDescriptor, PipeQueueChannel) {
   EXPECT_EQ(queue.events[1].data, -4);
   EXPECT_EQ(queue.events[1].userData, 5u);
   EXPECT_EQ(queue.events[1].status, 6);
+  const EventQueue wide = std::get<EventQueue>(
+      descriptorOf("type = \"kqueue\", events = [{ filter = -8, ident = \"0xfffffff000000001\", "
+                   "data = \"0xfffffff000000002\", udata = \"0xfffffff000000003\" }]")
+          .object);
+  ASSERT_EQ(wide.events.size(), 1u);
+  EXPECT_EQ(wide.events[0].identifier, 0xfffffff000000001u);
+  EXPECT_EQ(wide.events[0].data, -0xffffffffe);
+  EXPECT_EQ(wide.events[0].userData, 0xfffffff000000003u);
 
   const Channel channel = std::get<Channel>(
       descriptorOf("type = \"channel\", instance = \"000102030405060708090a0b0c0d0e0f\", "

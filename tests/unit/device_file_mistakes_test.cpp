@@ -191,6 +191,31 @@ const MistakeCase kProcesses[] = {
      "or 0"},
     {"ThreadIdInTwoProcesses", A_PROCESS "copies = 2\nthreads = [{ id = 3 }]\n",
      ":1: process[0]: a thread of another process has the ID 3 already; expected one of its own"},
+    {"ThreadHandle", A_PROCESS "threads = [{ handle = \"12\" }]\n",
+     ":3: process[0].threads[0].handle: found \"12\"; expected an address: a number, or a text "
+     "such as \"0xfffffff007b6a1c4\""},
+    {"CoalitionNumber", A_PROCESS "coalition = -1\n",
+     ":3: process[0].coalition: found -1; expected an address: a number, or a text such as "
+     "\"0xfffffff007b6a1c4\""},
+    {"SharedMemoryAddress",
+     A_PROCESS "descriptors = [{ type = \"shared-memory\", name = \"m\", address = -1 }]\n",
+     ":3: process[0].descriptors[0].address: found -1; expected an address: a number, or a text "
+     "such as \"0xfffffff007b6a1c4\""},
+    {"QueuedEventIdent",
+     A_PROCESS "descriptors = [{ type = \"kqueue\", events = [{ filter = 1, ident = -1 }] }]\n",
+     ":3: process[0].descriptors[0].events[0].ident: found -1; expected an address: a number, or a "
+     "text such as \"0xfffffff007b6a1c4\""},
+    {"QueuedEventData",
+     A_PROCESS "descriptors = [{ type = \"kqueue\", events = [{ filter = 1, data = \"-1\" }] }]\n",
+     ":3: process[0].descriptors[0].events[0].data: found \"-1\"; expected an address: a number, "
+     "or a text such as \"0xfffffff007b6a1c4\""},
+    {"QueuedEventUserData",
+     A_PROCESS "descriptors = [{ type = \"kqueue\", events = [{ filter = 1, udata = 0.5 }] }]\n",
+     ":3: process[0].descriptors[0].events[0].udata: found 0.5; expected an address: a number, or "
+     "a text such as \"0xfffffff007b6a1c4\""},
+    {"RegionOffset", A_PROCESS "regions = [{ address = 0, size = 4096, offset = \"0xg\" }]\n",
+     ":3: process[0].regions[0].offset: found \"0xg\"; expected an address: a number, or a text "
+     "such as \"0xfffffff007b6a1c4\""},
     {"KernelExtensions", "[kernel]\nextensions = [3]\n" A_PROCESS,
      ":2: kernel.extensions[0]: found 3; expected a text of at most 255 bytes"},
     {"KernelTask", "[kernel]\nkernel-task = 4\n" A_PROCESS,

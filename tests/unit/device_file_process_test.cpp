@@ -233,6 +233,8 @@ TEST(DeviceFileProcess, Accounts) {
   EXPECT_EQ(process.jetsam->inactiveLimit, 1400);
   EXPECT_EQ(process.jetsam->state, 3u);
   EXPECT_THAT(processOf("coalition = 4").coalitions, Optional(ElementsAre(4, 4)));
+  EXPECT_THAT(processOf("coalition = [1, \"0xfffffff007b6a1c4\"]").coalitions,
+              Optional(ElementsAre(1, 0xfffffff007b6a1c4)));
   EXPECT_FALSE(processOf("jetsam = false").jetsam.has_value());
 }
 
@@ -417,6 +419,12 @@ TEST(DeviceFileThread, Numbers) {
   EXPECT_EQ(processOf("threads = [{ copies = 3 }, {}]").threads.size(), 4u);
 }
 
+TEST(DeviceFileThread, NumbersMayHaveAll64Bits) {
+  const Thread thread = threadOf("handle = \"0xffffffffffffffff\", id = \"0x8000000000000000\"");
+  EXPECT_EQ(thread.handle, 0xffffffffffffffffu);
+  EXPECT_EQ(thread.id, 0x8000000000000000u);
+}
+
 TEST(DeviceFileThread, Registers) {
   const Registers none = threadOf("").registers;
   EXPECT_EQ(none.programCounter, 0u);
@@ -543,6 +551,10 @@ TEST(DeviceFileRegion, Keys) {
   for (const auto &[word, number] : modes) {
     EXPECT_EQ(regionOf("share = \"" + std::string(word) + "\"").shareMode, number) << word;
   }
+}
+
+TEST(DeviceFileRegion, OffsetsHave64Bits) {
+  EXPECT_EQ(regionOf("offset = \"0x8000000000001000\"").offset, 0x8000000000001000u);
 }
 
 TEST(DeviceFileRegion, CopiesAndGap) {
