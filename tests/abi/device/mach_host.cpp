@@ -1,5 +1,8 @@
 // Mach's base types, result codes, host structures and host calls beside the platform's.
+// The two functions have a name in common, and take structures of their own.
+#define mach_timebase_info our_mach_timebase_info
 #include "host/darwin/mach_host.h"
+#undef mach_timebase_info
 #include "same.h"
 
 #define NAMES(EACH)              \
@@ -29,6 +32,7 @@ PREFIXED_NAMES(KEEP_PREFIXED);
 #include <mach/kern_return.h>
 #include <mach/mach.h>
 #include <mach/mach_host.h>
+#include <mach/mach_time.h>
 #include <mach/message.h>
 #include <mach/mig_errors.h>
 #include <mach/processor_info.h>
@@ -73,7 +77,13 @@ static_assert(std::is_same_v<::cpu_subtype_t, darwin::cpu_subtype_t>);
 static_assert(std::is_same_v<::cpu_threadtype_t, darwin::cpu_threadtype_t>);
 
 SAME_FUNCTION(mach_host_self);
-SAME_FUNCTION(mach_timebase_info);
+
+template <typename Info>
+using TellTimebase = darwin::kern_return_t(Info *);
+static_assert(
+    std::is_same_v<decltype(::mach_timebase_info), TellTimebase<::mach_timebase_info_data_t>>);
+static_assert(std::is_same_v<decltype(darwin::our_mach_timebase_info),
+                             TellTimebase<darwin::mach_timebase_info_data_t>>);
 SAME_FUNCTION(host_info);
 SAME_FUNCTION(host_statistics64);
 SAME_FUNCTION(host_get_special_port);
