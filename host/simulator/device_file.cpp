@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <new>
 #include <utility>
 
@@ -364,17 +364,18 @@ void readDevice(Loading &loading, const Field &document) {
   loading.settle();
 }
 
-// Most files are small: no more room than they need.
-void readUpTo(size_t most, std::FILE *file, std::string &text) {
+// Most files are small: no more room than they need. False, with errno, when not all of it can be
+// read.
+bool readUpTo(size_t most, const std::string &path, std::string &text) {
   constexpr size_t kPiece = size_t{256} << 10;
-  size_t length = 0;
-  size_t read = 0;
-  do {
+  std::ifstream input(path, std::ios::binary);
+  while (input && text.size() < most) {
+    const size_t length = text.size();
     text.resize(std::min(length + kPiece, most));
-    read = std::fread(text.data() + length, 1, text.size() - length, file);
-    length += read;
-  } while (read > 0 && length < most);
-  text.resize(length);
+    input.read(text.data() + length, static_cast<std::streamsize>(text.size() - length));
+    text.resize(length + static_cast<size_t>(input.gcount()));
+  }
+  return input.is_open() && !input.bad();
 }
 
 Mistake ofWholeFile(const std::string &file, std::string what, std::string expected) {
@@ -403,12 +404,9 @@ std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_vie
 
 std::variant<Device, Mistake> readDeviceFile(const std::string &path) {
   std::string text;
-  std::FILE *file = std::fopen(path.c_str(), "re");
-  if (file != nullptr) readUpTo(kLongestFile + 1, file, text);
-  const int error = file == nullptr || std::ferror(file) != 0 ? errno : 0;
-  if (file != nullptr) std::fclose(file);
-  if (error != 0)
-    return ofWholeFile(path, std::string("can't be read: ") + std::strerror(error), "");
+  if (!readUpTo(kLongestFile + 1, path, text)) {
+    return ofWholeFile(path, std::string("can't be read: ") + std::strerror(errno), "");
+  }
   return parseDevice(text, path);
 }
 

@@ -48,7 +48,7 @@ static bool readRules(const char *path, char *zone) {
   const char *line = end + length - 1;
   while (line > end && line[-1] != '\n') line--;
   if (!saysAll(line)) return false;
-  snprintf(zone, kZoneSize, "%s", line);
+  memcpy(zone, line, strlen(line) + 1);
   if (strcmp(zone, "UTC0") == 0) zone[3] = '\0';
   return true;
 }

@@ -221,6 +221,7 @@ TEST(Capture, IsReadable) {
   captured.capture(device.environment());
   const std::string text = captured.text();
   EXPECT_THAT(text, HasSubstr("load = [1.25, 0, { start = 2, growth = 0.5 }]\n"));
+  EXPECT_THAT(text, HasSubstr("timebase = [125, 3]\n"));
   EXPECT_THAT(text, HasSubstr("[clock]\n"
                               "mode = \"stepped\"\n"
                               "step = 2\n"
