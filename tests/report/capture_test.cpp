@@ -91,6 +91,14 @@ std::string withoutLaterEvents(const std::string &text) {
   return std::regex_replace(text, later, "$1");
 }
 
+// A tenth of the processes of a crowd shows as much, in less time.
+std::string withFewerCopies(const std::string &text) {
+  static const std::regex thousands(R"(copies = (\d+)\d\d\d\b)");
+  return std::regex_replace(text, thousands,
+                            "copies = $01"
+                            "00");
+}
+
 std::string firstDifference(const std::string &before, const std::string &after) {
   const std::vector<std::string> a = splitLines(before);
   const std::vector<std::string> b = splitLines(after);
@@ -104,7 +112,7 @@ std::string firstDifference(const std::string &before, const std::string &after)
 
 class RoundTrip : public testing::TestWithParam<std::string> {
  protected:
-  RoundTrip() : device_(withoutLaterEvents(steppedDeviceText(GetParam()))) {
+  RoundTrip() : device_(withFewerCopies(withoutLaterEvents(steppedDeviceText(GetParam())))) {
     captured_.capture(device_.environment(), optionsFor(GetParam()));
   }
 
@@ -504,6 +512,16 @@ TEST(Capture, OfAMachineWithComingsAndGoingsLoads) {
   }
   isOver = true;
   churn.join();
+}
+
+TEST(Capture, Of5000ProcessesIsTheSameAgain) {
+  if (sondexIsSanitized()) GTEST_SKIP() << "takes minutes with a sanitizer";
+  const SteppedDevice crowd("crowd");
+  const CapturedFile captured;
+  captured.capture(crowd.environment());
+  const CapturedFile again;
+  again.capture(captured.environment());
+  EXPECT_TRUE(again.text() == captured.text());
 }
 
 // This machine, as far as it stays the same: once captured, it stands still.
