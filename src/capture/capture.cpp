@@ -145,6 +145,11 @@ static void waitForSecondSample() {
   }
 }
 
+static bool isSampledAgain(Capture *capture, int32_t index) {
+  return sampleProcess(capture->pids[index], &capture->second[index]) &&
+         isSameProcess(&capture->first[index], &capture->second[index]);
+}
+
 static bool takeSecondSample(Capture *capture) {
   const int32_t noted = refusalsNoted();
   // How the first one began, too.
@@ -152,7 +157,7 @@ static bool takeSecondSample(Capture *capture) {
   awaitCounts(kCountsPatience);
   sampleSystem(&capture->secondSystem);
   for (int32_t i = 0; i < capture->count; i++) {
-    if (capture->parts[i].isWhole && !sampleProcess(capture->pids[i], &capture->second[i])) {
+    if (capture->parts[i].isWhole && !isSampledAgain(capture, i)) {
       capture->second[i] = capture->first[i];
     }
     if (capture->parts[i].isWhole && !addShares(&capture->shares, capture->pids[i])) return false;

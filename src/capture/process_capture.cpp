@@ -246,12 +246,19 @@ static void checkTaskPort(int32_t pid, const ProcessFigures *figures) {
   }
 }
 
-static bool isThere(int32_t pid) {
-  ProcessFigures figures;
+bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second) {
+  return first->isTold == second->isTold &&
+         first->info.pbsd.pbi_start_tvsec == second->info.pbsd.pbi_start_tvsec &&
+         first->info.pbsd.pbi_start_tvusec == second->info.pbsd.pbi_start_tvusec;
+}
+
+// Not another one that has its number by now.
+static bool isStillThere(int32_t pid, const ProcessFigures *first) {
+  ProcessFigures now;
   const int32_t noted = refusalsNoted();
-  const bool isIt = sampleProcess(pid, &figures);
+  const bool isThere = sampleProcess(pid, &now);
   forgetRefusals(noted);
-  return isIt;
+  return isThere && isSameProcess(first, &now);
 }
 
 void spoolProcess(int32_t pid, const ProcessFigures *figures, bool withMemory, FILE *to,
@@ -278,7 +285,7 @@ void spoolProcess(int32_t pid, const ProcessFigures *figures, bool withMemory, F
   writeSigning(pid);
   writeApplicationState(pid);
   parts->end = endFragment();
-  parts->isWhole = isThere(pid);
+  parts->isWhole = isStillThere(pid, figures);
   // What it refused because it was gone is no refusal.
   if (!parts->isWhole) forgetRefusals(noted);
 }

@@ -34,6 +34,9 @@ struct ProcessParts {
 // Asks for the figures of `pid` as they are now. False when there is no such process (any more).
 bool sampleProcess(int32_t pid, ProcessFigures *figures);
 
+// Whether both samples are of one process, and not of two that had the same PID.
+bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second);
+
 // Writes what else there is to say of `pid` now to `to`, for writeProcess() of this run. With
 // `withMemory` the contents of its regions and its registers are taken along.
 void spoolProcess(int32_t pid, const ProcessFigures *figures, bool withMemory, FILE *to,
