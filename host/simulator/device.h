@@ -532,7 +532,7 @@ struct Device {
   Hardware hardware;
   Memory memory;
   std::optional<Swap> swap;            // nothing: the kernel has none, all figures are 0
-  std::array<Figure, 3> loadAverages;  // thousandths
+  std::array<Figure, 3> loadAverages;  // millionths
   std::optional<Figure> memoryLevel;   // percent still available; nothing: not supported
   std::vector<Interface> interfaces;
   std::optional<WiFi> wifi;

@@ -29,7 +29,7 @@ constexpr size_t kLongestNetwork = 32;
 constexpr size_t kMostRadios = 4;
 constexpr size_t kMostInterfaces = 1000;
 constexpr size_t kMostProcessors = 256;
-constexpr uint64_t kLargestLoad = 1'000'000'000;  // thousandths
+constexpr uint64_t kLargestLoad = 1'000'000'000'000;  // millionths
 // Of an idle processor, in millionths of a tick each second.
 constexpr int64_t kIdleGrowth = 100 * kMillion;
 

@@ -10,7 +10,6 @@ namespace host::simulator {
 namespace {
 
 constexpr int64_t kLoadScale = 2048;
-constexpr int64_t kThousand = 1000;
 
 uint32_t pages(Wide count) {
   return saturate<uint32_t>(count);
@@ -85,7 +84,7 @@ void fillLoadAverage(const std::array<Figure, 3> &averages, Nanoseconds now, dar
   to = {};
   for (size_t i = 0; i < averages.size(); ++i) {
     const Wide scaled = Wide{averages[i].at(now)} * kLoadScale;
-    to.ldavg[i] = saturate<uint32_t>((scaled + kThousand / 2) / kThousand);
+    to.ldavg[i] = saturate<uint32_t>((scaled + kMillion / 2) / kMillion);
   }
   to.fscale = kLoadScale;
 }

@@ -33,7 +33,7 @@ const UnitRow &rowOf(Unit unit) {
       {1, false, true, kSizeExpected},
       {1'000'000'000, true, false, "a time in seconds"},
       {10, true, false, "a share in percent"},
-      {1000, true, false, "a load average"},
+      {kMillion, true, false, "a load average"},
   };
   return kRows[static_cast<size_t>(unit)];
 }

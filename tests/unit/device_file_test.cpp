@@ -61,9 +61,9 @@ TEST(DeviceFile, TopLevel) {
   EXPECT_EQ(device.name, "pad");
   EXPECT_EQ(device.caller, 501u);
   EXPECT_FALSE(device.tellsInBackground);
-  EXPECT_TRUE(device.loadAverages[0] == Figure(1000));
-  EXPECT_TRUE(device.loadAverages[1] == Figure(500));
-  EXPECT_TRUE(device.loadAverages[2] == Figure::growing(250, 1));
+  EXPECT_TRUE(device.loadAverages[0] == Figure(1'000'000));
+  EXPECT_TRUE(device.loadAverages[1] == Figure(500'000));
+  EXPECT_TRUE(device.loadAverages[2] == Figure::growing(250'000, 1000));
   ASSERT_TRUE(device.memoryLevel.has_value());
   EXPECT_EQ(device.memoryLevel->start, 46u);
   EXPECT_EQ(device.memoryLevel->swing, 5u);

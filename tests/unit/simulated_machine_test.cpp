@@ -966,7 +966,7 @@ TEST(SimulatedMachineTest, SaysWhenItWasStarted) {
 
 TEST(SimulatedMachineTest, SaysItsLoad) {
   Device given = device();
-  given.loadAverages = {1500, Figure::growing(150, 50), UINT64_MAX};
+  given.loadAverages = {1'500'000, Figure::growing(150'000, 50'000), UINT64_MAX};
   SimulatedMachine machine(given);
   machine.advance(2s);
   darwin::loadavg averages{};
@@ -975,6 +975,18 @@ TEST(SimulatedMachineTest, SaysItsLoad) {
   EXPECT_EQ(averages.ldavg[1], 512U);
   EXPECT_EQ(averages.ldavg[2], UINT32_MAX);
   EXPECT_EQ(averages.fscale, 2048);
+}
+
+// Thousandths would not tell one part of 2048 from the next.
+TEST(SimulatedMachineTest, SaysItsLoadExactly) {
+  Device given = device();
+  given.loadAverages = {5371, 5859, 99'999'512};  // 11, 12 and 204799 parts
+  SimulatedMachine machine(given);
+  darwin::loadavg averages{};
+  ASSERT_EQ(machine.loadAverage(averages), kAnswered);
+  EXPECT_EQ(averages.ldavg[0], 11U);
+  EXPECT_EQ(averages.ldavg[1], 12U);
+  EXPECT_EQ(averages.ldavg[2], 204'799U);
 }
 
 TEST(SimulatedMachineTest, SaysHowMuchIsSwapped) {
