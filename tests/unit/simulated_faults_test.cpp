@@ -11,10 +11,13 @@
 #include "host/darwin/errors.h"
 #include "host/simulator/calls.h"
 #include "simulated_device.h"
+#include "tests/unit/device_file_text.h"
 
 namespace simulated_test {
 namespace {
 
+using device_file_test::deviceOf;
+using host::simulator::CallForm;
 using host::simulator::FailCall;
 using host::simulator::indexOf;
 using host::simulator::kCallForms;
@@ -184,6 +187,65 @@ TEST(SimulatedFaultsTest, ForOneProcessOthersAreAnswered) {
   machine.happen(FailCall{"uname", "", 10, darwin::DARWIN_EPERM});
   host::KernelName name;
   EXPECT_EQ(machine.kernelName(name), kAnswered);
+}
+
+// Each in force from the first question on, and for its process alone.
+TEST(SimulatedFaultsTest, AProcessMayRefuseFromTheStart) {
+  constexpr Question kRefused[] = {Question::taskAllInfo,
+                                   Question::bsdInfo,
+                                   Question::executablePath,
+                                   Question::workQueue,
+                                   Question::threadHandles,
+                                   Question::threadInfo,
+                                   Question::threadIDs,
+                                   Question::threadInfoByID,
+                                   Question::coalition,
+                                   Question::descriptors,
+                                   Question::region,
+                                   Question::vnodeDescriptor,
+                                   Question::socketDescriptor,
+                                   Question::semaphoreDescriptor,
+                                   Question::sharedMemoryDescriptor,
+                                   Question::pipeDescriptor,
+                                   Question::kqueueDescriptor,
+                                   Question::kqueueEvents,
+                                   Question::channelDescriptor,
+                                   Question::resourceUsage,
+                                   Question::codeSigningFlags,
+                                   Question::codeSignature,
+                                   Question::sandboxCheck,
+                                   Question::containerPath,
+                                   Question::applicationState,
+                                   Question::memoryLimits,
+                                   Question::arguments,
+                                   Question::taskPort,
+                                   Question::taskNamePort,
+                                   Question::threadRegisters,
+                                   Question::readMemory,
+                                   Question::pages,
+                                   Question::stackshot};
+  std::string text =
+      "[[process]]\nname = \"a\"\npid = 9\nsandbox = true\n"
+      "[[process]]\nname = \"b\"\npid = 10\nsandbox = true\n";
+  const Device plain = deviceOf(text);
+  SimulatedMachine quiet(plain);
+  const std::vector<Errno> usual = askAll(quiet, 9);
+  std::vector<Errno> refused = usual;
+  for (const Question question : kRefused) {
+    const CallForm &row = kCallForms[indexOf(question)];
+    text += "[[event]]\ndo = \"fail\"\nprocess = 9\nerror = \"EDEADLK\"\ncall = \"" +
+            std::string(row.call) + "\"\n";
+    if (!row.form.empty()) text += "form = \"" + std::string(row.form) + "\"\n";
+    const bool answersNoNumber = question == Question::sandboxCheck;
+    refused[indexOf(question)] = answersNoNumber ? darwin::DARWIN_EIO : darwin::DARWIN_EDEADLK;
+  }
+  SimulatedMachine machine(deviceOf(text));
+  EXPECT_EQ(askAll(machine, 9), refused);
+  EXPECT_EQ(askAll(machine, 10), usual);
+  // Asked before anything else.
+  std::vector<darwin::proc_fdinfo> open;
+  EXPECT_EQ(SimulatedMachine(deviceOf(text)).descriptors(9, 10, open), darwin::DARWIN_EDEADLK);
+  EXPECT_EQ(SimulatedMachine(deviceOf(text)).taskPort(9), darwin::DARWIN_EDEADLK);
 }
 
 TEST(SimulatedFaultsTest, AFaultComesBeforeAllOtherRefusals) {
