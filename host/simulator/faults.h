@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "host/errno.h"
@@ -27,16 +28,22 @@ class Faults {
 
  private:
   struct Fault {
+    uint64_t order = 0;
     QuestionSet questions = 0;
-    std::optional<int32_t> pid;
     Errno error = kAnswered;
     Nanoseconds until = Nanoseconds::max();  // the largest one: for ever
 
     bool isOver(Nanoseconds now) const { return until != Nanoseconds::max() && until <= now; }
   };
 
-  std::vector<Fault> faults_;
-  QuestionSet questions_ = 0;  // of all of them
+  // Null for none.
+  const Fault *lastOf(int32_t pid, Question question, Nanoseconds now) const;
+
+  // By PID, those of any process under a key of their own, in the order in which they came: there
+  // may be some for each of thousands of processes.
+  std::unordered_map<int32_t, std::vector<Fault>> faults_;
+  uint64_t lastOrder_ = 0;
+  QuestionSet questions_ = 0;  // of all that there have been
 };
 
 class QuestionCounts {

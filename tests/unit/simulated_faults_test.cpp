@@ -292,6 +292,17 @@ TEST(SimulatedFaultsTest, TheLastFaultCounts) {
   EXPECT_EQ(machine.kernelName(name), darwin::DARWIN_EIO);
 }
 
+TEST(SimulatedFaultsTest, TheLastFaultCountsForOneProcessAndForAll) {
+  SimulatedMachine machine(device({process(9), process(10)}));
+  uint32_t flags = 0;
+  machine.happen(FailCall{"csops", "", 9, darwin::DARWIN_EIO});
+  machine.happen(FailCall{"csops", "", {}, darwin::DARWIN_EPERM});
+  EXPECT_EQ(machine.codeSigningFlags(9, flags), darwin::DARWIN_EPERM);
+  machine.happen(FailCall{"csops", "", 9, darwin::DARWIN_EIO});
+  EXPECT_EQ(machine.codeSigningFlags(9, flags), darwin::DARWIN_EIO);
+  EXPECT_EQ(machine.codeSigningFlags(10, flags), darwin::DARWIN_EPERM);
+}
+
 TEST(SimulatedFaultsTest, AnAnswerThatFailsLeavesWhatWasThere) {
   SimulatedMachine machine(device({process(9)}));
   machine.happen(FailCall{"proc_listpids", "", {}, darwin::DARWIN_EIO});
