@@ -83,9 +83,8 @@ void writeTime(const char *key, uint64_t first, uint64_t second, uint64_t usual)
   }
 }
 
-void writeThousandths(const char *key, uint64_t first, uint64_t second) {
-  constexpr int kThousandths = 3;
-  writeFigure(key, first, second, UINT64_MAX, kThousandths, false);
+void writeMillionths(const char *key, uint64_t first, uint64_t second) {
+  writeFigure(key, first, second, UINT64_MAX, kMillionths, false);
 }
 
 void writeShare(const char *key, int32_t first, int32_t second) {

@@ -21,8 +21,8 @@ void writeBytes(const char *key, uint64_t first, uint64_t second, uint64_t stand
 // nothing is said: the growth is left out then. Else it is always written.
 void writeTime(const char *key, uint64_t first, uint64_t second, uint64_t usual);
 
-// Of thousandths; always written.
-void writeThousandths(const char *key, uint64_t first, uint64_t second);
+// Of millionths; always written.
+void writeMillionths(const char *key, uint64_t first, uint64_t second);
 
 // Percent of a processor, of tenths.
 void writeShare(const char *key, int32_t first, int32_t second);

@@ -24,7 +24,6 @@ namespace sondex {
 
 constexpr uint32_t kUnknownLevel = UINT32_MAX;
 constexpr int64_t kMillion = 1'000'000;
-constexpr uint64_t kThousand = 1000;
 
 template <typename Value>
 static void readVariable(const char *name, Value *value) {
@@ -138,16 +137,16 @@ int64_t upAt(const SystemFigures *figures) {
   return up > 0 && booted.tv_sec > 0 ? up : 0;
 }
 
-static uint64_t thousandths(uint32_t average, int64_t scale) {
+static uint64_t millionths(uint32_t average, int64_t scale) {
   const uint64_t divisor = scale > 0 ? static_cast<uint64_t>(scale) : 1;
-  return (average * kThousand + divisor / 2) / divisor;
+  return (average * uint64_t{kMillion} + divisor / 2) / divisor;
 }
 
 static void writeLoad(const darwin::loadavg *first, const darwin::loadavg *second) {
   beginArray("load");
   for (size_t i = 0; i < sizeof first->ldavg / sizeof first->ldavg[0]; i++) {
-    writeThousandths(nullptr, thousandths(first->ldavg[i], first->fscale),
-                     thousandths(second->ldavg[i], second->fscale));
+    writeMillionths(nullptr, millionths(first->ldavg[i], first->fscale),
+                    millionths(second->ldavg[i], second->fscale));
   }
   endArray();
 }
