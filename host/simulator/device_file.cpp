@@ -22,7 +22,7 @@ namespace host::simulator {
 
 namespace {
 
-constexpr size_t kLongestFile = size_t{64} << 20;
+constexpr size_t kLongestFile = size_t{128} << 20;
 constexpr size_t kLongestKernelText = 255;
 constexpr size_t kLongestDeviceText = 1023;
 constexpr size_t kLongestNetwork = 32;
@@ -387,7 +387,7 @@ Mistake ofWholeFile(const std::string &file, std::string what, std::string expec
 std::variant<Device, Mistake> parseDevice(std::string_view text, std::string_view file) {
   const std::string fileName(file);
   if (text.size() > kLongestFile) {
-    return ofWholeFile(fileName, "more than 64 MiB", "at most that much");
+    return ofWholeFile(fileName, "more than 128 MiB", "at most that much");
   }
   try {
     const std::shared_ptr<const toml::node> document = parseToml(text);

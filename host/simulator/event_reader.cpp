@@ -42,6 +42,7 @@ class EventReader {
       : loading_(loading), templates_(templates), reader_(field) {}
 
   void read() {
+    loading_.take(Limit::kEvents, 1, 1, reader_.place());
     const ActionRow &row = reader_.require("do", "what happens").rowIn(actions());
     reader_.time("at", event_.at);
     if (const Field field = reader_.find("for")) {

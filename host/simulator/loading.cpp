@@ -22,6 +22,7 @@ constexpr LimitRow kLimits[] = {
     {kMostThreads, "threads"},
     {kMostDescriptors, "descriptors"},
     {kMostRegions, "regions"},
+    {100'000, "events"},
     {uint64_t{128} << 20, "bytes of texts, contents and queued events"},
 };
 

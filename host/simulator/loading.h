@@ -17,7 +17,7 @@
 
 namespace host::simulator {
 
-enum class Limit { kProcesses, kThreads, kDescriptors, kRegions, kBytes };
+enum class Limit { kProcesses, kThreads, kDescriptors, kRegions, kEvents, kBytes };
 
 inline constexpr size_t kLongestName = 255;
 // The kernel's limits less the closing NUL.
@@ -73,7 +73,7 @@ class Loading {
   int32_t pidOf(const Reference &reference) const;
   void settlePeers();
 
-  std::array<uint64_t, 5> taken_{};
+  std::array<uint64_t, 6> taken_{};
   std::unordered_map<std::string, Named> names_;
   std::unordered_map<int32_t, size_t> listed_;
   std::vector<Reference> references_;

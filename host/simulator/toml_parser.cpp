@@ -15,10 +15,16 @@ namespace {
 // more table. No device file comes near.
 constexpr size_t kMostKeyParts = 16;
 
+// What the parser makes of a text takes up to 180 bytes for each of these, for a point, which may
+// make a table, somewhat more: their number, rather than that of bytes, bounds the memory that a
+// file takes.
+constexpr std::string_view kMarks = "=,.[{";
+constexpr size_t kMostMarks = 8'000'000;
+
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// What the parser is not to see: keys of too many parts, and, where TOML has only ASCII, other
-// characters, some of which it takes for blanks.
+// What the parser is not to see: too much, keys of too many parts, and, where TOML has only ASCII,
+// other characters, some of which it takes for blanks.
 class Precheck {
  public:
   explicit Precheck(std::string_view text) : text_(text) {
@@ -28,6 +34,7 @@ class Precheck {
   // Walks over what is outside of strings and comments.
   void run() {
     size_t parts = 1;
+    size_t marks = 0;
     while (at_ < text_.size()) {
       const char letter = text_[at_];
       if (letter == '"' || letter == '\'') {
@@ -37,6 +44,10 @@ class Precheck {
       if (letter == '#') {
         at_ = std::min(text_.find('\n', at_), text_.size());
         continue;
+      }
+      if (kMarks.find(letter) != std::string_view::npos) marks += letter == '.' ? 2 : 1;
+      if (marks > kMostMarks) {
+        fail("more than " + std::to_string(kMostMarks) + " of the characters = , . [ {");
       }
       if (letter == '\n' || letter == '=' || letter == ',' || letter == '[' || letter == '{') {
         parts = 1;

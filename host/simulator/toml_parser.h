@@ -12,8 +12,8 @@ class node;
 
 namespace host::simulator {
 
-// The document's top level. What is not TOML, or nested so deeply that it can only be meant to
-// exhaust the reader, is thrown as MistakeFound; its message may hold any bytes of the text.
+// The document's top level. What is not TOML, or so much or nested so deeply that it would exhaust
+// the reader, is thrown as MistakeFound; its message may hold any bytes of the text.
 std::shared_ptr<const toml::node> parseToml(std::string_view text);
 
 }  // namespace host::simulator

@@ -28,7 +28,7 @@ namespace sondex {
 constexpr int32_t kCountsPatience = 2000;  // milliseconds
 constexpr int64_t kMillion = 1'000'000;
 constexpr int64_t kBetweenSamples = kMillion;  // microseconds
-constexpr uint64_t kLargestFile = uint64_t{64} << 20;
+constexpr uint64_t kLargestFile = uint64_t{128} << 20;
 constexpr int32_t kMostPIDs = 100'000;
 
 // The threads of all processes in the second sample; `end` is by process, where those of it end.
@@ -211,7 +211,7 @@ static int writeFile(Capture *capture, WholeFile *file) {
   endProgress();
   if (deviceFileError() != 0) return fail(name, deviceFileError());
   if (isTooLarge(capture)) {
-    fprintf(stderr, "sondex-capture: %s: a device file has at most 64 MiB: name fewer processes\n",
+    fprintf(stderr, "sondex-capture: %s: a device file has at most 128 MiB: name fewer processes\n",
             name);
     return 1;
   }

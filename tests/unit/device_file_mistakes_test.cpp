@@ -566,7 +566,7 @@ TEST(DeviceFileLimit, Holdings) {
   EXPECT_EQ(
       mistakeIn(manyProcesses("regions = [{ address = 0, size = 4096, copies = 65536 }]\n")),
       std::string(kFile) +
-          ":4: process[0].regions[0]: makes more than 250000 regions; expected at most that many "
+          ":4: process[0].regions[0]: makes more than 500000 regions; expected at most that many "
           "in all");
   EXPECT_EQ(deviceOf(manyProcesses("threads = 12\n")).processes.back().threads.size(), 12u);
 }
@@ -620,12 +620,35 @@ TEST(DeviceFileLimit, Templates) {
   EXPECT_THAT(mistakeIn(doubling + A_PROCESS), HasSubstr("takes over too many templates"));
 }
 
+// What is no TOML from its start is soon refused.
 TEST(DeviceFileLimit, FileSize) {
-  std::string text = A_PROCESS "# ";
-  text.resize(size_t{64} << 20, 'x');
-  EXPECT_EQ(mistakeIn(text), "none");
-  text += 'x';
-  EXPECT_EQ(mistakeIn(text), std::string(kFile) + ": more than 64 MiB; expected at most that much");
+  constexpr size_t kMost = size_t{128} << 20;
+  std::string text = "= # ";
+  text.resize(kMost + 1, 'x');
+  EXPECT_THAT(mistakeIn(std::string_view(text).substr(0, kMost)),
+              StartsWith(std::string(kFile) + ":1: Error while parsing"));
+  EXPECT_EQ(mistakeIn(text),
+            std::string(kFile) + ": more than 128 MiB; expected at most that much");
+}
+
+// Points count twice, and those in texts and comments don't.
+TEST(DeviceFileLimit, Marks) {
+  std::string text = "# =,.[{\n\"=,.[{\" ";
+  for (int i = 0; i < 1'333'333; i++) text += "=,.[{";
+  text += "==";
+  EXPECT_THAT(mistakeIn(text), StartsWith(std::string(kFile) + ":2: Error while parsing"));
+  EXPECT_EQ(mistakeIn(text + ","),
+            std::string(kFile) + ":2: more than 8000000 of the characters = , . [ {");
+}
+
+TEST(DeviceFileLimit, Events) {
+  std::string text = "event = [";
+  for (int i = 0; i < 100'000; i++) text += "{ do = \"pressure\" },";
+  EXPECT_EQ(deviceOf(text + "]\n" A_PROCESS).events.size(), 100'000u);
+  EXPECT_EQ(mistakeIn(text + "\n{ do = \"pressure\" }]\n" A_PROCESS),
+            std::string(kFile) +
+                ":2: event[100000]: makes more than 100000 events; expected at most that many in "
+                "all");
 }
 
 }  // namespace

@@ -337,11 +337,14 @@ TEST(DeviceFile, OneThatCanNotBeReadIsAMistake) {
 
 TEST(DeviceFile, IsReadFromDisk) {
   const std::filesystem::path path = std::filesystem::path(testing::TempDir()) / "mine-own.toml";
-  std::ofstream(path) << "[[process]]\nname = \"launchd\"\n";
+  // More than is read at once.
+  std::ofstream(path) << "# " << std::string(5'000'000, 'x')
+                      << "\n[[process]]\nname = \"launchd\"\n";
   const auto device = readDeviceFile(path.string());
   std::filesystem::remove(path);
   ASSERT_TRUE(std::holds_alternative<Device>(device));
   EXPECT_EQ(std::get<Device>(device).name, "mine-own");
+  EXPECT_EQ(std::get<Device>(device).processes.at(0).name, "launchd");
 }
 
 }  // namespace
