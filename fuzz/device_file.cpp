@@ -1,4 +1,5 @@
 // The reader of device files on any text; and a machine of whatever it lets through.
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -26,16 +27,31 @@ bool isFit(const std::string &text) {
   return true;
 }
 
+// Of the first region and what follows it.
+void askMemory(SimulatedMachine &machine, int32_t pid) {
+  darwin::proc_regionwithpathinfo region;
+  if (machine.region(pid, 0, region) != host::kAnswered) return;
+  std::array<uint8_t, 40000> memory;
+  std::array<int, 4> pages;
+  const uint64_t start = region.prp_prinfo.pri_address;
+  machine.readMemory(pid, start, memory.size(), memory.data());
+  machine.readMemory(pid, start + 1, 4000, memory.data());
+  machine.pages(pid, start, pages.size(), pages.data());
+}
+
 void askAll(Device device) {
   SimulatedMachine machine(std::move(device));
   std::vector<int32_t> pids;
+  std::vector<host::NetworkSource> sources;
   for (int round = 0; round < 2; ++round) {
     if (machine.processIDs(pids) == host::kAnswered) {
       for (const int32_t pid : pids) {
         darwin::proc_taskallinfo info;
         machine.taskAllInfo(pid, info);
+        askMemory(machine, pid);
       }
     }
+    machine.networkSources(sources);
     machine.advance(Nanoseconds{3'000'000'000});
   }
 }
