@@ -562,12 +562,7 @@ TEST(SimulatedMachineTest, ThreadsAreFoundByHandleAndByID) {
   SimulatedMachine machine(device({given, process(301)}));
   std::vector<uint64_t> handles;
   ASSERT_EQ(machine.threadHandles(300, handles), kAnswered);
-  ASSERT_EQ(handles.size(), 3U);
-  EXPECT_EQ(handles[1], 0x16D0E3000U);
-  EXPECT_THAT(handles, Each(testing::Ne(0U)));
-  EXPECT_NE(handles[0], handles[1]);
-  EXPECT_NE(handles[2], handles[1]);
-  EXPECT_NE(handles[0], handles[2]);
+  ASSERT_THAT(handles, ElementsAre(0x16D16F000, 0x16D0E3000, 0x16D1FB000));
   const char *names[] = {"first", "second", "third"};
   const std::vector<uint64_t> ids = threadIDsOf(machine, 300);
   ASSERT_EQ(ids.size(), 3U);
@@ -618,6 +613,21 @@ TEST(SimulatedMachineTest, NoTwoThreadsOfADeviceHaveTheSameID) {
   std::sort(all.begin(), all.end());
   EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
   EXPECT_NE(all.front(), 0U);
+}
+
+// As the description of device files says it.
+TEST(SimulatedMachineTest, ThreadIDsAreChosenInTheOrderOfTheProcesses) {
+  Process first = process(300);
+  first.threads = {thread(), thread(), thread()};
+  first.threads[1].id = 5;
+  Process second = process(40);
+  second.threads = {thread(), thread()};
+  second.threads[0].id = 258;
+  SimulatedMachine machine(device({first, zombie(41), second}));
+  EXPECT_THAT(threadIDsOf(machine, 300), ElementsAre(257, 5, 259));
+  EXPECT_THAT(threadIDsOf(machine, 40), ElementsAre(258, 261));
+  machine.happen(ForkProcess{40, 42});
+  EXPECT_THAT(threadIDsOf(machine, 42), ElementsAre(262, 263));
 }
 
 TEST(SimulatedMachineTest, FindsTheRegionAtAnAddressOrTheNext) {
