@@ -18,6 +18,7 @@ constexpr size_t kMostWords = 64;
 // Millionths per second, up or down.
 constexpr int64_t kLargestGrowth = 9'000'000'000'000'000'000;
 constexpr uint64_t kLongestNanoseconds = static_cast<uint64_t>(kLongestTime) * 1'000'000'000;
+constexpr uint64_t kExactInDouble = uint64_t{1} << 53;
 constexpr std::string_view kSizeExpected = "a size such as 4096 or \"1.5M\"";
 
 struct UnitRow {
@@ -292,7 +293,12 @@ uint64_t Field::size() const {
 Nanoseconds Field::time() const {
   const std::optional<uint64_t> time = amount(*this, Unit::kTime, kLongestNanoseconds);
   if (!time) fail(rangeText("a time in seconds", 0, kLongestTime));
-  return Nanoseconds(static_cast<int64_t>(*time));
+  Nanoseconds result(static_cast<int64_t>(*time));
+  // A double tells no nanoseconds of so long a time, but always microseconds.
+  if (as<double>() != nullptr && *time > kExactInDouble) {
+    result = std::chrono::round<std::chrono::microseconds>(result);
+  }
+  return result;
 }
 
 Nanoseconds Field::timeAboveZero() const {

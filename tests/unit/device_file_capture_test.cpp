@@ -175,6 +175,21 @@ TEST(CapturedClock, BeginsWithinASecond) {
   EXPECT_EQ(info.pbsd.pbi_start_tvusec, 250'000U);
 }
 
+TEST(CapturedClock, KeepsMicrosecondsOfLongTimes) {
+  SimulatedMachine machine(
+      deviceOf("[clock]\nmode = \"stepped\"\nstart = 2024-03-05T14:07:09.000001Z\nzone = "
+               "\"UTC\"\nup = 34560000.000003\n[[process]]\nname = \"a\"\npid = 1\nage = "
+               "25920000.000007\n"));
+  darwin::timeval boot{};
+  ASSERT_EQ(machine.bootTime(boot), kAnswered);
+  EXPECT_EQ(boot.tv_sec, 1675087628);
+  EXPECT_EQ(boot.tv_usec, 999'998);
+  darwin::proc_taskallinfo info{};
+  ASSERT_EQ(machine.taskAllInfo(1, info), kAnswered);
+  EXPECT_EQ(info.pbsd.pbi_start_tvsec, 1683727628U);
+  EXPECT_EQ(info.pbsd.pbi_start_tvusec, 999'994U);
+}
+
 TEST(CapturedThreads, HaveIDsFrom257On) {
   SimulatedMachine machine = machineOf("threads = 2", "threads = [{ id = 259 }, {}]");
   std::vector<uint64_t> ids;
