@@ -10,6 +10,7 @@
 
 #include "capture/device_file_writer.h"
 #include "capture/figures.h"
+#include "capture/memory_capture.h"
 #include "capture/process_capture.h"
 #include "capture/progress.h"
 #include "capture/refusals.h"
@@ -57,6 +58,16 @@ static Capture g_capture;
 
 static int fail(const char *what, int error) {
   fprintf(stderr, "sondex-capture: %s: %s\n", what, strerror(error));
+  return 1;
+}
+
+static const char *nameOf(const CaptureOptions *options) {
+  return options->path != nullptr ? options->path : "standard output";
+}
+
+static int failForSize(const Capture *capture) {
+  fprintf(stderr, "sondex-capture: %s: a device file has at most 128 MiB: name fewer processes\n",
+          nameOf(capture->options));
   return 1;
 }
 
@@ -205,16 +216,12 @@ static bool writeMachine(Capture *capture, FILE *to) {
 
 static int writeFile(Capture *capture, WholeFile *file) {
   FILE *to = file != nullptr ? file->stream : stdout;
-  const char *name = file != nullptr ? capture->options->path : "standard output";
+  const char *name = nameOf(capture->options);
   errno = 0;
   if (!writeMachine(capture, to)) return fail("the temporary file", errno != 0 ? errno : EIO);
   endProgress();
   if (deviceFileError() != 0) return fail(name, deviceFileError());
-  if (isTooLarge(capture)) {
-    fprintf(stderr, "sondex-capture: %s: a device file has at most 128 MiB: name fewer processes\n",
-            name);
-    return 1;
-  }
+  if (isTooLarge(capture)) return failForSize(capture);
   if (reasonToEnd() != 0) return 1;
   const bool isWritten = file != nullptr ? finishWholeFile(file) : fflush(stdout) == 0;
   return isWritten ? 0 : fail(name, errno);
@@ -228,7 +235,10 @@ static void startClient() {
 }
 
 static int captureAll(Capture *capture, WholeFile *file) {
-  if (!listProcesses(capture) || !makeRoom(capture)) return fail("the list of processes", errno);
+  errno = 0;
+  if (!listProcesses(capture) || !makeRoom(capture)) {
+    return fail("the list of processes", errno != 0 ? errno : EIO);
+  }
   if (capture->options->withStacks && capture->options->pidCount == 0) {
     const int error = takeStacks(kEveryProcess);
     if (error != 0) return fail("the stackshot", error > 0 ? error : errno);
@@ -236,7 +246,10 @@ static int captureAll(Capture *capture, WholeFile *file) {
   takeFirstSample(capture);
   spoolAll(capture);
   if (deviceFileError() != 0) return fail("the temporary file", deviceFileError());
-  if (fflush(capture->spool) != 0) return fail("the temporary file", errno);
+  if (fflush(capture->spool) != 0 || ferror(capture->spool) != 0) {
+    return fail("the temporary file", errno != 0 ? errno : EIO);
+  }
+  if (isMemoryTooMuch()) return failForSize(capture);
   waitForSecondSample();
   if (!takeSecondSample(capture)) return fail("the threads", ENOMEM);
   return writeFile(capture, file);

@@ -4,6 +4,7 @@
 
 #include "capture/device_file_writer.h"
 #include "darwin/mach_vm.h"
+#include "terminal/ending.h"
 #include "vm/page_map.h"
 #include "vm/task_memory.h"
 
@@ -11,6 +12,14 @@ namespace sondex {
 
 constexpr uint32_t kPage = 4096;  // what is zeros is left out by so many bytes
 constexpr uint32_t kBatch = 64 * kPage;
+
+constexpr uint64_t kMostMemory = uint64_t{64} << 20;  // in two letters each
+
+static uint64_t g_written;  // bytes
+
+bool isMemoryTooMuch() {
+  return g_written > kMostMemory;
+}
 
 static bool isZeros(const uint8_t *bytes, size_t size) {
   return bytes[0] == 0 && memcmp(bytes, bytes + 1, size - 1) == 0;
@@ -39,6 +48,7 @@ static void addPage(Pieces *pieces, uint64_t offset, const uint8_t *bytes, size_
     pieces->isOpen = true;
   }
   addBytes(bytes, size);
+  g_written += size;
 }
 
 static void endPieces(Pieces *pieces) {
@@ -61,7 +71,7 @@ static bool addMemory(darwin::mach_port_t task, const darwin::proc_regioninfo *r
   PageMap map;
   openPageMap(&map, task);
   PageRun run = {0, false};
-  for (uint64_t at = 0; at < region->pri_size;) {
+  for (uint64_t at = 0; at < region->pri_size && !isMemoryTooMuch() && reasonToEnd() == 0;) {
     if (run.size == 0) run = pageRunAt(&map, region->pri_address + at, region->pri_size - at);
     const uint32_t size = smaller(run.size, kBatch);
     uint32_t copied = 0;

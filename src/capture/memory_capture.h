@@ -6,6 +6,9 @@
 
 namespace sondex {
 
+// Whether there was more memory than a device file can hold: not all of it was written then.
+bool isMemoryTooMuch();
+
 // Writes the keys `pieces`, with what is not zeros, or `readable`, of a region of the task, whose
 // port stays the caller's.
 void writeContents(darwin::mach_port_t task, const darwin::proc_regioninfo *region);

@@ -332,6 +332,26 @@ TEST(Capture, TakesMemoryAlong) {
   EXPECT_EQ(again.text(), captured.text());
 }
 
+TEST(Capture, OfMoreMemoryThanAFileHoldsSaysSo) {
+  const WrittenDevice device(std::string(kSteppedClock) +
+                             "[[process]]\npid = 1\nname = \"launchd\"\nregions = [{ address = "
+                             "4096, size = \"65M\", contents = \"01\" }]\n");
+  const CapturedFile captured;
+  const Outcome outcome =
+      runCapture({"--memory", "1", "-o", captured.path()}, device.environment());
+  EXPECT_TRUE(outcome.exitedWith(1)) << outcome;
+  EXPECT_EQ(outcome.error, "sondex-capture: " + captured.path() +
+                               ": a device file has at most 128 MiB: name fewer processes\n");
+  EXPECT_THAT(captured.neighbours(), IsEmpty());
+}
+
+TEST(Capture, OfAMachineThatSaysNothingSaysSo) {
+  const Outcome outcome = runCapture({}, {{"SONDEX_DEVICE", "none"}});
+  EXPECT_TRUE(outcome.exitedWith(1)) << outcome;
+  EXPECT_EQ(outcome.error, "uname: Operation not supported\n");
+  EXPECT_EQ(outcome.output, "");
+}
+
 TEST(Capture, AsJSONIsTheSameTree) {
   const WrittenDevice device(kPhone);
   const Outcome outcome = runCapture({"--json", "40"}, device.environment());
