@@ -71,6 +71,18 @@ Socket anySocket() {
   return socket;
 }
 
+// Those that are not in the list by another process.
+void addSockets(const RunningProcess &process, Nanoseconds now,
+                std::unordered_set<uint64_t> &listed, std::vector<NetworkSource> &list) {
+  for (const Descriptor &descriptor : process.descriptors()) {
+    const Socket *socket = std::get_if<Socket>(&descriptor.object);
+    if (socket == nullptr || !socket->traffic || !listed.insert(descriptor.sourceKey).second) {
+      continue;
+    }
+    list.push_back(sourceOf(process, descriptor.sourceKey, *socket, *socket->traffic, now));
+  }
+}
+
 }  // namespace
 
 std::vector<NetworkInterface> networkInterfaces(const std::vector<Interface> &interfaces,
@@ -115,13 +127,7 @@ std::vector<NetworkSource> networkSources(const ProcessTable &processes, bool co
   std::vector<NetworkSource> list;
   std::unordered_set<uint64_t> listed;
   for (const auto &process : processes.inStartOrder()) {
-    for (const Descriptor &descriptor : process->descriptors()) {
-      const Socket *socket = countsSockets ? std::get_if<Socket>(&descriptor.object) : nullptr;
-      if (socket == nullptr || !socket->traffic || !listed.insert(descriptor.sourceKey).second) {
-        continue;
-      }
-      list.push_back(sourceOf(*process, descriptor.sourceKey, *socket, *socket->traffic, now));
-    }
+    if (countsSockets) addSockets(*process, now, listed, list);
     const Process &from = process->description();
     if (from.traffic) {
       list.push_back(sourceOf(*process, from.sourceKey, anySocket(), *from.traffic, now));

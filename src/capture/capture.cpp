@@ -20,6 +20,7 @@
 #include "control/signals.h"
 #include "darwin/libproc.h"
 #include "files/whole_file.h"
+#include "nstat/accounting.h"
 #include "nstat/client.h"
 #include "state/system.h"
 #include "terminal/ending.h"
@@ -123,9 +124,11 @@ static bool addShares(Shares *shares, int32_t pid) {
 static void takeFirstSample(Capture *capture) {
   capture->jetsam = g_r00t != 0 ? getMemoryStatusPriorityList() : nullptr;
   sampleSystem(&capture->firstSystem);
+  SourceSums *sums = takeSourceSums();
   for (int32_t i = 0; i < capture->count; i++) {
-    capture->parts[i].isWhole = sampleProcess(capture->pids[i], &capture->first[i]);
+    capture->parts[i].isWhole = sampleProcess(capture->pids[i], sums, &capture->first[i]);
   }
+  releaseSourceSums(sums);
 }
 
 // Asks all else. What ends meanwhile is left out: not all of it is known.
@@ -141,24 +144,28 @@ static void spoolAll(Capture *capture) {
   }
 }
 
-static int64_t distanceOf(const Capture *capture) {
-  return (capture->secondSystem.seconds - capture->firstSystem.seconds) * kMillion +
-         capture->secondSystem.microseconds - capture->firstSystem.microseconds;
+static int64_t microsecondsSinceFirst(const Capture *capture, int64_t seconds,
+                                      int64_t microseconds) {
+  return (seconds - capture->firstSystem.seconds) * kMillion + microseconds -
+         capture->firstSystem.microseconds;
 }
 
-static void waitForSecondSample() {
+static void waitForSecondSample(const Capture *capture) {
   timeval now = {};
   gettimeofday(&now, nullptr);
-  const int64_t passed = (now.tv_sec - g_capture.firstSystem.seconds) * kMillion + now.tv_usec -
-                         g_capture.firstSystem.microseconds;
+  const int64_t passed = microsecondsSinceFirst(capture, now.tv_sec, now.tv_usec);
   if (passed >= 0 && passed < kBetweenSamples) {
     pauseUnlessEnding(static_cast<int32_t>((kBetweenSamples - passed) / 1000));
   }
 }
 
-static bool isSampledAgain(Capture *capture, int32_t index) {
-  return sampleProcess(capture->pids[index], &capture->second[index]) &&
-         isSameProcess(&capture->first[index], &capture->second[index]);
+// One that has ended is as it was.
+static void sampleAgain(Capture *capture, int32_t index, const SourceSums *sums) {
+  const ProcessFigures *first = &capture->first[index];
+  ProcessFigures *second = &capture->second[index];
+  if (!sampleProcess(capture->pids[index], sums, second) || !isSameProcess(first, second)) {
+    *second = *first;
+  }
 }
 
 static bool takeSecondSample(Capture *capture) {
@@ -167,16 +174,20 @@ static bool takeSecondSample(Capture *capture) {
   darwin::proc_listpids(darwin::PROC_ALL_PIDS, 0, nullptr, 0);
   awaitCounts(kCountsPatience);
   sampleSystem(&capture->secondSystem);
-  for (int32_t i = 0; i < capture->count; i++) {
-    if (capture->parts[i].isWhole && !isSampledAgain(capture, i)) {
-      capture->second[i] = capture->first[i];
+  SourceSums *sums = takeSourceSums();
+  bool hasRoom = true;
+  for (int32_t i = 0; i < capture->count && hasRoom; i++) {
+    if (capture->parts[i].isWhole) {
+      sampleAgain(capture, i, sums);
+      hasRoom = addShares(&capture->shares, capture->pids[i]);
     }
-    if (capture->parts[i].isWhole && !addShares(&capture->shares, capture->pids[i])) return false;
     capture->shares.end[i] = capture->shares.count;
   }
-  setSampleDistance(distanceOf(capture));
+  releaseSourceSums(sums);
+  setSampleDistance(microsecondsSinceFirst(capture, capture->secondSystem.seconds,
+                                           capture->secondSystem.microseconds));
   forgetRefusals(noted);
-  return true;
+  return hasRoom;
 }
 
 // Of what is to be loaded again.
@@ -250,7 +261,7 @@ static int captureAll(Capture *capture, WholeFile *file) {
     return fail("the temporary file", errno != 0 ? errno : EIO);
   }
   if (isMemoryTooMuch()) return failForSize(capture);
-  waitForSecondSample();
+  waitForSecondSample(capture);
   if (!takeSecondSample(capture)) return fail("the threads", ENOMEM);
   return writeFile(capture, file);
 }

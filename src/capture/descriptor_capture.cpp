@@ -61,17 +61,8 @@ constexpr int32_t kListen = 1;
 constexpr int32_t kEstablished = 4;
 constexpr int32_t kLastState = 10;
 
-static void writeUnless(const char *key, int64_t number, int64_t usual) {
-  if (number != usual) writeNumber(key, number);
-}
-
 static void writeUnlessZero(const char *key, uint64_t number) {
-  if (number == 0) return;
-  if (number > INT64_MAX) {
-    writeAddress(key, number);
-  } else {
-    writeNumber(key, static_cast<int64_t>(number));
-  }
+  if (number != 0) writeWide(key, number);
 }
 
 // `next` is the number that the file gives to a descriptor without one: that of the first ones

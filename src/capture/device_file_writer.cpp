@@ -296,6 +296,10 @@ void writeNumber(const char *key, int64_t number) {
   endValue();
 }
 
+void writeUnless(const char *key, int64_t number, int64_t usual) {
+  if (number != usual) writeNumber(key, number);
+}
+
 void writeFlag(const char *key, bool flag) {
   beginValue(key);
   put(flag ? "true" : "false");
@@ -306,6 +310,14 @@ void writeAddress(const char *key, uint64_t address) {
   char text[24];
   snprintf(text, sizeof text, "0x%" PRIx64, address);
   writePlainText(key, text);
+}
+
+void writeWide(const char *key, uint64_t number) {
+  if (number > INT64_MAX) {
+    writeAddress(key, number);
+  } else {
+    writeNumber(key, static_cast<int64_t>(number));
+  }
 }
 
 void writeSize(const char *key, uint64_t size) {

@@ -44,9 +44,13 @@ void writePlainText(const char *key, const char *text);
 // A text of a process, up to a NUL or `size` bytes: what looks like a pattern stands for itself.
 void writeText(const char *key, const char *text, size_t size);
 void writeNumber(const char *key, int64_t number);
+// The same, but for what the file takes for granted where the key is missing.
+void writeUnless(const char *key, int64_t number, int64_t usual);
 void writeFlag(const char *key, bool flag);
 // Of all 64 bits, as a text: a number of the file ends at 63.
 void writeAddress(const char *key, uint64_t address);
+// A number, or that text where it is beyond one.
+void writeWide(const char *key, uint64_t number);
 // Bytes, with a unit where that says the same.
 void writeSize(const char *key, uint64_t size);
 // `number` divided by 10 to the power of `decimals`.

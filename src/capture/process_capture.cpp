@@ -18,15 +18,12 @@
 #include "darwin/sandbox.h"
 #include "darwin/syscalls.h"
 #include "darwin/sysctl.h"
+#include "proc/sampler.h"
 #include "proc/system_calls.h"
-#include "state/system.h"
 
 namespace sondex {
 
 constexpr size_t kArgumentArea = 262144;  // the longest that kernels have
-constexpr int32_t kOsVerUsageV3 = 10;     // first kernel generation with the third structure
-constexpr int32_t kOsVerLongCoalitions = 11;
-constexpr int kShortCoalitionSize = 32;
 constexpr int64_t kMillion = 1'000'000;
 constexpr int32_t kUsualPriority = 31;
 
@@ -78,14 +75,6 @@ static const FlagWord kApplicationStates[] = {{"none", darwin::PROC_APPSTATE_NON
                                               {"no-ui", darwin::PROC_APPSTATE_NONUI},
                                               {"inactive", darwin::PROC_APPSTATE_INACTIVE}};
 
-static bool askUsage(int32_t pid, darwin::rusage_info_v3 *usage) {
-  if (proc_pid_rusage_funcptr == nullptr) return false;
-  const int flavour =
-      g_OsVer < kOsVerUsageV3 ? darwin::DARWIN_RUSAGE_INFO_V2 : darwin::DARWIN_RUSAGE_INFO_V3;
-  return proc_pid_rusage_funcptr(pid, flavour, reinterpret_cast<darwin::rusage_info_t *>(usage)) >=
-         0;
-}
-
 // Whether the caller is refused it because the process is another user's, as in a device file, too.
 static bool isAnothers(uint32_t user, int error) {
   const uid_t caller = geteuid();
@@ -102,15 +91,15 @@ static void takeFromUsage(const darwin::rusage_info_v3 *usage, darwin::proc_task
   task->pti_policy = darwin::POLICY_TIMESHARE;
 }
 
-bool sampleProcess(int32_t pid, ProcessFigures *figures) {
+bool sampleProcess(int32_t pid, const SourceSums *sums, ProcessFigures *figures) {
   memset(figures, 0, sizeof *figures);
   errno = 0;
   const int size = darwin::proc_pidinfo(pid, darwin::PROC_PIDTASKALLINFO, 0, &figures->info,
                                         sizeof figures->info);
   const int error = errno;
   figures->isTold = size == static_cast<int>(sizeof figures->info);
-  figures->hasUsage = askUsage(pid, &figures->usage);
-  figures->hasTraffic = sumSources(pid, &figures->traffic);
+  figures->hasUsage = getProcUsage(pid, &figures->usage);
+  figures->hasTraffic = sums != nullptr && sumAtMoment(sums, pid, &figures->traffic);
   if (figures->isTold) return true;
   memset(&figures->info, 0, sizeof figures->info);
   if (error == darwin::DARWIN_ESRCH) {
@@ -177,28 +166,20 @@ static void writeWorkQueue(int32_t pid) {
   endInlineTable();
 }
 
-static void writeID(const char *key, uint64_t number) {
-  if (number > INT64_MAX) {
-    writeAddress(key, number);
-  } else {
-    writeNumber(key, static_cast<int64_t>(number));
-  }
-}
-
 static void writeCoalitions(int32_t pid) {
   darwin::proc_pidcoalitioninfo info = {};
-  const bool isShort = g_OsVer < kOsVerLongCoalitions;
-  const int wanted = isShort ? kShortCoalitionSize : static_cast<int>(sizeof info);
+  const int wanted = coalitionInfoSize();
+  const bool isShort = wanted < static_cast<int>(sizeof info);
   if (darwin::proc_pidinfo(pid, darwin::PROC_PIDCOALITIONINFO, 0, &info, wanted) != wanted) return;
   const uint64_t first = info.coalition_id[0];
   const uint64_t second = isShort ? first : info.coalition_id[1];
   if (first == second) {
-    if (first != static_cast<uint64_t>(pid)) writeID("coalition", first);
+    if (first != static_cast<uint64_t>(pid)) writeWide("coalition", first);
     return;
   }
   beginArray("coalition");
-  writeID(nullptr, first);
-  writeID(nullptr, second);
+  writeWide(nullptr, first);
+  writeWide(nullptr, second);
   endArray();
 }
 
@@ -256,7 +237,7 @@ bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second) {
 static bool isStillThere(int32_t pid, const ProcessFigures *first) {
   ProcessFigures now;
   const int32_t noted = refusalsNoted();
-  const bool isThere = sampleProcess(pid, &now);
+  const bool isThere = sampleProcess(pid, nullptr, &now);
   forgetRefusals(noted);
   return isThere && isSameProcess(first, &now);
 }
@@ -288,10 +269,6 @@ void spoolProcess(int32_t pid, const ProcessFigures *figures, bool withMemory, F
   parts->isWhole = isStillThere(pid, figures);
   // What it refused because it was gone is no refusal.
   if (!parts->isWhole) forgetRefusals(noted);
-}
-
-static void writeUnless(const char *key, int64_t number, int64_t usual) {
-  if (number != usual) writeNumber(key, number);
 }
 
 static void writeNames(const darwin::proc_bsdinfo *process) {
@@ -347,7 +324,7 @@ static void writeTaskTime(const char *key, uint64_t first, uint64_t second, int6
   const uint64_t start = nanosecondsOf(first);
   const uint64_t end = nanosecondsOf(second);
   const uint64_t usual = grown(start, share, parts);
-  writeTime(key, start, end, unitsOf(usual) == second ? end : usual == end ? end + 1 : usual);
+  writeTime(key, start, end, unitsOf(usual) == second ? end : usual);
 }
 
 static uint64_t orZero(int32_t count) {
@@ -385,6 +362,12 @@ static void writeTaskFigures(const CapturedProcess *process) {
   if (first.pti_policy != darwin::POLICY_TIMESHARE) writePolicy(first.pti_policy);
 }
 
+// Of absolute time that stays where nothing is said.
+static void writeUnits(const char *key, uint64_t first, uint64_t second) {
+  const uint64_t start = nanosecondsOf(first);
+  writeTime(key, start, nanosecondsOf(second), start);
+}
+
 static void writeUsage(const CapturedProcess *process) {
   if (!process->first->hasUsage) {
     writeFlag("usage", false);
@@ -397,12 +380,8 @@ static void writeUsage(const CapturedProcess *process) {
   writeBytes("disk-written", first.ri_diskio_byteswritten, second.ri_diskio_byteswritten);
   writeCount("idle-wakeups", first.ri_pkg_idle_wkups, second.ri_pkg_idle_wkups);
   writeCount("interrupt-wakeups", first.ri_interrupt_wkups, second.ri_interrupt_wkups);
-  const uint64_t billed = nanosecondsOf(second.ri_billed_system_time);
-  writeTime("billed-time", nanosecondsOf(first.ri_billed_system_time), billed,
-            nanosecondsOf(first.ri_billed_system_time));
-  const uint64_t serviced = nanosecondsOf(second.ri_serviced_system_time);
-  writeTime("serviced-time", nanosecondsOf(first.ri_serviced_system_time), serviced,
-            nanosecondsOf(first.ri_serviced_system_time));
+  writeUnits("billed-time", first.ri_billed_system_time, second.ri_billed_system_time);
+  writeUnits("serviced-time", first.ri_serviced_system_time, second.ri_serviced_system_time);
 }
 
 static void writeTraffic(const CapturedProcess *process) {

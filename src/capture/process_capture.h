@@ -31,8 +31,9 @@ struct ProcessParts {
   bool isWhole;      // false when it ended meanwhile
 };
 
-// Asks for the figures of `pid` as they are now. False when there is no such process (any more).
-bool sampleProcess(int32_t pid, ProcessFigures *figures);
+// Asks for the figures of `pid` as they are now, and takes its traffic from `sums`, where that is
+// not null. False when there is no such process (any more).
+bool sampleProcess(int32_t pid, const SourceSums *sums, ProcessFigures *figures);
 
 // Whether both samples are of one process, and not of two that had the same PID.
 bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second);

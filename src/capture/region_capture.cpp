@@ -38,10 +38,6 @@ static void writeProtection(const char *key, uint32_t bits, uint32_t usual) {
   writePlainText(key, text);
 }
 
-static void writeUnless(const char *key, uint32_t number, uint32_t usual) {
-  if (number != usual) writeNumber(key, number);
-}
-
 static void writeRegion(const darwin::proc_regionwithpathinfo *found, darwin::mach_port_t task) {
   const darwin::proc_regioninfo &region = found->prp_prinfo;
   beginInlineTable(nullptr);

@@ -229,10 +229,6 @@ static void writeClock(const SystemFigures *first, int64_t up) {
   writeDecimal("up", up, 6);
 }
 
-static void writeUnless(const char *key, int64_t number, int64_t usual) {
-  if (number != usual) writeNumber(key, number);
-}
-
 // Counts of 32 bits that start again: what is less has done so.
 static uint64_t later(uint32_t first, uint32_t second) {
   return second >= first ? second : second + (uint64_t{1} << 32);

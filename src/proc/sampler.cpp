@@ -71,14 +71,12 @@ TableView getPIDList() {
   return {table, sampled};
 }
 
-// False when there is no usage to be had.
-static bool getUsage(int32_t pid, ProcessRecord *record) {
-  memset(&record->rusage, 0xFF, sizeof record->rusage);
+bool getProcUsage(int32_t pid, darwin::rusage_info_v3 *usage) {
   if (proc_pid_rusage_funcptr == nullptr) return false;
   const int flavour =
       g_OsVer < kOsVerUsageV3 ? darwin::DARWIN_RUSAGE_INFO_V2 : darwin::DARWIN_RUSAGE_INFO_V3;
-  return proc_pid_rusage_funcptr(pid, flavour,
-                                 reinterpret_cast<darwin::rusage_info_t *>(&record->rusage)) >= 0;
+  return proc_pid_rusage_funcptr(pid, flavour, reinterpret_cast<darwin::rusage_info_t *>(usage)) >=
+         0;
 }
 
 static void addToTotals(const ProcessRecord *record) {
@@ -118,7 +116,8 @@ static bool askKernel(int32_t pid, ProcessRecord *record) {
                            sizeof record->taskAllInfo) <= 0) {
     perror("proc_pidinfo");
   }
-  const bool hasUsage = getUsage(pid, record);
+  memset(&record->rusage, 0xFF, sizeof record->rusage);
+  const bool hasUsage = getProcUsage(pid, &record->rusage);
   darwin::proc_pidinfo(pid, darwin::PROC_PIDWORKQUEUEINFO, 0, &record->workqueueInfo,
                        sizeof record->workqueueInfo);
   getThreads(pid, record);
@@ -170,10 +169,13 @@ int getProcFDInfo(int32_t pid, ProcessRecord *record) {
   return 0;
 }
 
+int coalitionInfoSize() {
+  return g_OsVer < kOsVerLongCoalitions ? kShortCoalitionSize
+                                        : static_cast<int>(sizeof(darwin::proc_pidcoalitioninfo));
+}
+
 int getProcCoalitionInfo(int32_t pid, ProcessRecord *record) {
-  const int wanted = g_OsVer < kOsVerLongCoalitions
-                         ? kShortCoalitionSize
-                         : static_cast<int>(sizeof record->coalitionInfo);
+  const int wanted = coalitionInfoSize();
   const int size =
       darwin::proc_pidinfo(pid, darwin::PROC_PIDCOALITIONINFO, 0, &record->coalitionInfo, wanted);
   if (size != wanted && isTracing()) {

@@ -40,6 +40,13 @@ void refreshProcInfo(ProcessRecord *record);
 // when a detail's query answers a negative number.
 int getProcFDInfo(int32_t pid, ProcessRecord *record);
 
+// Asks proc_pid_rusage() for what this kernel generation knows of the structure. False when there
+// is no usage to be had; what is not known stays as it was.
+bool getProcUsage(int32_t pid, darwin::rusage_info_v3 *usage);
+
+// Bytes of this kernel generation's answer about coalitions: the shorter one has one identifier.
+int coalitionInfoSize();
+
 // Fills the coalition identifiers. Returns 0.
 int getProcCoalitionInfo(int32_t pid, ProcessRecord *record);
 
