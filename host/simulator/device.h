@@ -527,8 +527,9 @@ struct Device {
   // Whether what comes without being asked for is told: network statistics to their client, memory
   // pressure to who waits for it.
   bool tellsInBackground = true;
-  bool countsSockets = true;  // false: none is counted on its own, whatever it says
-  uint32_t caller = 0;        // effective user of the program: 0 is root
+  bool countsSockets = true;    // false: none is counted on its own, whatever it says
+  bool tellsOfZombies = false;  // as Linux does: what is asked of a task is answered of them, too
+  uint32_t caller = 0;          // effective user of the program: 0 is root
   Hardware hardware;
   Memory memory;
   std::optional<Swap> swap;            // nothing: the kernel has none, all figures are 0

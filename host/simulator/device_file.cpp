@@ -340,6 +340,7 @@ void readDevice(Loading &loading, const Field &document) {
   reader.number("caller", device.caller);
   reader.flag("background", device.tellsInBackground);
   reader.flag("counted-sockets", device.countsSockets);
+  reader.flag("told-zombies", device.tellsOfZombies);
   reader.finish();
 
   if (kernel) readKernel(kernel, device.kernel);

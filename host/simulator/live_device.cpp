@@ -56,11 +56,14 @@ Errno LiveDevice::begin(Question question, std::optional<pid_t> pid, Nanoseconds
 }
 
 Errno LiveDevice::check(const RunningProcess *process, Access access) const {
-  const bool isThere = process != nullptr && (!process->isZombie() || access == Access::ownOrDead);
-  if (!isThere) return darwin::DARWIN_ESRCH;
+  if (process == nullptr) return darwin::DARWIN_ESRCH;
+  const bool isForAny = access == Access::any || access == Access::anyOrTold;
+  const bool isForTold = access == Access::anyOrTold || access == Access::ownOrTold;
+  const bool isForDead = access == Access::ownOrDead || (isForTold && description().tellsOfZombies);
+  if (process->isZombie() && !isForDead) return darwin::DARWIN_ESRCH;
   const uint32_t caller = description().caller;
   const bool isOwn = caller == kRoot || process->description().user == caller;
-  return access == Access::any || isOwn ? kAnswered : darwin::DARWIN_EPERM;
+  return isForAny || isOwn ? kAnswered : darwin::DARWIN_EPERM;
 }
 
 void LiveDevice::waitForChange(std::unique_lock<std::mutex> &lock, Deadline deadline) {

@@ -27,7 +27,9 @@ namespace host::simulator {
 // Which processes a question may be about. Root's may be about all.
 enum class Access : uint8_t {
   any,
+  anyOrTold,  // zombies too where the machine tells of them
   own,        // of the caller
+  ownOrTold,
   ownOrDead,  // zombies too
 };
 

@@ -36,7 +36,7 @@ Errno giveThread(const ProcessMoment &at, const Thread *thread, darwin::proc_thr
 
 }  // namespace
 
-// The newest first, the kernel itself last, and zombies after all others.
+// The newest first, the kernel itself last, and zombies after all others unless they are told of.
 Errno SimulatedProcesses::processIDs(std::vector<int32_t> &pids) {
   return device_.ask(Question::processIDs, [&](const Moment &at) {
     const std::vector<std::unique_ptr<RunningProcess>> &processes =
@@ -47,7 +47,7 @@ Errno SimulatedProcesses::processIDs(std::vector<int32_t> &pids) {
     bool hasKernel = false;
     for (const auto &process : std::ranges::reverse_view(processes)) {
       const int32_t pid = process->pid();
-      if (process->isZombie()) {
+      if (process->isZombie() && !at.device().tellsOfZombies) {
         zombies.push_back(pid);
       } else if (pid == 0) {
         hasKernel = true;
@@ -70,10 +70,11 @@ Errno SimulatedProcesses::give(Question question, Access access, pid_t pid, T Pr
 }
 
 Errno SimulatedProcesses::taskAllInfo(pid_t pid, darwin::proc_taskallinfo &info) {
-  return device_.askProcess(Question::taskAllInfo, Access::own, pid, [&](const ProcessMoment &at) {
-    fillBsdInfo(at.process, at.state.clock(), info.pbsd);
-    fillTaskInfo(at.process, at.now, at.timeBase(), at.pageSize(), info.ptinfo);
-  });
+  return device_.askProcess(
+      Question::taskAllInfo, Access::ownOrTold, pid, [&](const ProcessMoment &at) {
+        fillBsdInfo(at.process, at.state.clock(), info.pbsd);
+        fillTaskInfo(at.process, at.now, at.timeBase(), at.pageSize(), info.ptinfo);
+      });
 }
 
 Errno SimulatedProcesses::bsdInfo(pid_t pid, bool zombies, darwin::proc_bsdinfo &info) {
@@ -202,7 +203,7 @@ Errno SimulatedProcesses::codeSignature(pid_t pid, std::vector<uint8_t> &blob) {
 
 int SimulatedProcesses::sandboxCheck(pid_t pid) {
   int answer = -1;
-  give(Question::sandboxCheck, Access::any, pid, &Process::sandboxed, answer);
+  give(Question::sandboxCheck, Access::anyOrTold, pid, &Process::sandboxed, answer);
   return answer;
 }
 

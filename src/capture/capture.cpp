@@ -126,7 +126,9 @@ static void takeFirstSample(Capture *capture) {
   sampleSystem(&capture->firstSystem);
   SourceSums *sums = takeSourceSums();
   for (int32_t i = 0; i < capture->count; i++) {
+    const ProcessFigures *figures = &capture->first[i];
     capture->parts[i].isWhole = sampleProcess(capture->pids[i], sums, &capture->first[i]);
+    if (isZombie(figures) && figures->isTold) capture->firstSystem.tellsOfZombies = true;
   }
   releaseSourceSums(sums);
 }
@@ -195,20 +197,30 @@ static bool isTooLarge(const Capture *capture) {
   return capture->options->isLoadedAgain && deviceFileSize() > kLargestFile;
 }
 
+static bool writeOne(const Capture *capture, int32_t index, const CaptureMoment *moment) {
+  const Shares *shares = &capture->shares;
+  const size_t start = index > 0 ? shares->end[index - 1] : 0;
+  const CapturedProcess process = {
+      capture->pids[index],
+      &capture->first[index],
+      &capture->second[index],
+      &capture->parts[index],
+      {capture->spool, shares->list + start, static_cast<int32_t>(shares->end[index] - start)}};
+  return writeProcess(&process, moment);
+}
+
+// Zombies first, unless they are told of in their place: the kernel lists them after all others,
+// but some became that once it had.
 static bool writeProcesses(Capture *capture, const CaptureMoment *moment) {
   beginThreadIDs();
-  size_t shares = 0;
-  for (int32_t i = 0; i < capture->count; i++) {
-    const size_t end = capture->shares.end[i];
-    const CapturedProcess process = {
-        capture->pids[i],
-        &capture->first[i],
-        &capture->second[i],
-        &capture->parts[i],
-        {capture->spool, capture->shares.list + shares, static_cast<int32_t>(end - shares)}};
-    shares = end;
-    if (capture->parts[i].isWhole && !writeProcess(&process, moment)) return false;
-    if (deviceFileError() != 0 || isTooLarge(capture)) break;
+  for (const bool areApart : {true, false}) {
+    for (int32_t i = 0; i < capture->count; i++) {
+      const ProcessFigures *figures = &capture->first[i];
+      const bool isApart = isZombie(figures) && !figures->isTold;
+      if (isApart != areApart || !capture->parts[i].isWhole) continue;
+      if (!writeOne(capture, i, moment)) return false;
+      if (deviceFileError() != 0 || isTooLarge(capture)) return true;
+    }
   }
   return true;
 }

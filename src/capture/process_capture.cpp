@@ -113,7 +113,7 @@ bool sampleProcess(int32_t pid, const SourceSums *sums, ProcessFigures *figures)
   return true;
 }
 
-static bool isZombie(const ProcessFigures *figures) {
+bool isZombie(const ProcessFigures *figures) {
   return figures->info.pbsd.pbi_status == darwin::SZOMB;
 }
 
@@ -194,12 +194,12 @@ static void writeConfinement(int32_t pid) {
   }
 }
 
-static void writeSigning(int32_t pid) {
+static void writeSigning(int32_t pid, const ProcessFigures *figures) {
   if (pid == 0) return;  // csops takes 0 for the caller itself
   uint32_t flags = 0;
   errno = 0;
   if (darwin::csops(pid, darwin::CS_OPS_STATUS, &flags, sizeof flags) != 0) {
-    noteRefusal(pid, "csops", "CS_OPS_STATUS", errno);
+    if (!isZombie(figures)) noteRefusal(pid, "csops", "CS_OPS_STATUS", errno);
   } else if (flags != kUsualSigning) {
     writeFlags("signing", flags, kSigning);
   }
@@ -228,7 +228,7 @@ static void checkTaskPort(int32_t pid, const ProcessFigures *figures) {
 }
 
 bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second) {
-  return first->isTold == second->isTold &&
+  return first->isTold == second->isTold && isZombie(first) == isZombie(second) &&
          first->info.pbsd.pbi_start_tvsec == second->info.pbsd.pbi_start_tvsec &&
          first->info.pbsd.pbi_start_tvusec == second->info.pbsd.pbi_start_tvusec;
 }
@@ -263,7 +263,7 @@ void spoolProcess(int32_t pid, const ProcessFigures *figures, bool withMemory, F
   beginFragment(to);
   writeCoalitions(pid);
   writeConfinement(pid);
-  writeSigning(pid);
+  writeSigning(pid, figures);
   writeApplicationState(pid);
   parts->end = endFragment();
   parts->isWhole = isStillThere(pid, figures);

@@ -35,7 +35,10 @@ struct ProcessParts {
 // not null. False when there is no such process (any more).
 bool sampleProcess(int32_t pid, const SourceSums *sums, ProcessFigures *figures);
 
-// Whether both samples are of one process, and not of two that had the same PID.
+bool isZombie(const ProcessFigures *figures);
+
+// Whether both samples are of one process, and not of two that had the same PID, or of one that has
+// ended in between.
 bool isSameProcess(const ProcessFigures *first, const ProcessFigures *second);
 
 // Writes what else there is to say of `pid` now to `to`, for writeProcess() of this run. With

@@ -155,6 +155,7 @@ static void writeTop(const SystemFigures *first, const SystemFigures *second) {
   const uid_t caller = geteuid();
   if (caller != 0) writeNumber("caller", caller);
   writeFlag("counted-sockets", false);
+  if (first->tellsOfZombies) writeFlag("told-zombies", true);
   writeLoad(&first->load, &second->load);
   if (first->level != kUnknownLevel) {
     writeCount("memory-level", first->level,

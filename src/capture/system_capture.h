@@ -25,7 +25,8 @@ struct SystemFigures {
   darwin::vm_statistics64 memory;
   darwin::loadavg load;
   darwin::xsw_usage swap;
-  uint32_t level;  // percent of memory; above 100: not told
+  uint32_t level;       // percent of memory; above 100: not told
+  bool tellsOfZombies;  // left to the caller, who asks about processes
   uint32_t processorCount;
   darwin::processor_cpu_load_info processors[kMostProcessors];
   int32_t interfaceCount;

@@ -544,13 +544,39 @@ TEST(Capture, Of5000ProcessesIsTheSameAgain) {
   EXPECT_TRUE(again.text() == captured.text());
 }
 
-// This machine, as far as it stays the same: once captured, it stands still.
+// This machine, as far as it stays the same: once captured, it stands still. A zombie is told of.
 TEST(Capture, OfThisMachineIsTheSameAgain) {
+  const pid_t zombie = fork();
+  if (zombie == 0) _exit(0);
+  siginfo_t ended = {};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(zombie), &ended, WEXITED | WNOWAIT), 0);
   const CapturedFile captured;
   captured.capture({});
+  const std::vector<std::string> ofZombie = {std::to_string(zombie)};
+  const Outcome live = runSondex(ofZombie);
+  waitpid(zombie, nullptr, 0);
   const CapturedFile again;
   again.capture(captured.environment());
   EXPECT_TRUE(again.text() == captured.text()) << firstDifference(captured.text(), again.text());
+  EXPECT_THAT(captured.text(), HasSubstr("\npid = " + std::to_string(zombie) + "\nname = \""));
+  EXPECT_EQ(runSondex(ofZombie, captured.environment()).output, live.output);
+}
+
+// It was listed among the others.
+TEST(Capture, OfAProcessThatBecomesAZombieIsTheSameAgain) {
+  const WrittenDevice device(
+      "[[process]]\npid = 1\nname = \"a\"\n[[process]]\npid = 20\nname = \"b\"\nusage = true\n"
+      "jetsam = false\nsandbox = \"unknown\"\n[[process]]\npid = 30\nname = \"c\"\n"
+      "[[event]]\ndo = \"fail\"\ncall = \"proc_pidinfo\"\nprocess = 20\nerror = \"ESRCH\"\n"
+      "[[event]]\ndo = \"fail\"\ncall = \"csops\"\nprocess = 20\nerror = \"ESRCH\"\n"
+      "[clock]\nmode = \"stepped\"\nstart = 2026-01-01T00:00:00Z\nzone = \"UTC\"\n");
+  const CapturedFile captured;
+  captured.capture(device.environment());
+  const CapturedFile again;
+  again.capture(captured.environment());
+  EXPECT_EQ(again.text(), captured.text());
+  EXPECT_THAT(captured.text(),
+              HasSubstr("pid = 20\nname = \"\"\npath = \"\"\nstatus = \"zombie\"\n"));
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ TEST_P(DeviceFileMistake, IsToldInFull) {
   "one of \"kernel\", \"clock\", \"hardware\", \"memory\", \"swap\", \"load\", \"memory-level\", " \
   "\"interface\", \"wifi\", \"power\", \"gestalt\", \"template\", \"process\", \"event\", "        \
   "\"name\", "                                                                                     \
-  "\"caller\", \"background\", \"counted-sockets\""
+  "\"caller\", \"background\", \"counted-sockets\", \"told-zombies\""
 
 #define A_ZONE "a time zone such as \"UTC\" or \"CET-1CEST,M3.5.0,M10.5.0/3\""
 

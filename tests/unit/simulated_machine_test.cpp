@@ -188,6 +188,22 @@ TEST(SimulatedMachineTest, AnswersForAZombieWhatAKernelDoes) {
   EXPECT_EQ(machine.sandboxCheck(20), -1);
 }
 
+TEST(SimulatedMachineTest, TellsOfZombiesAsLinuxDoes) {
+  Device given = device({process(1), zombie(20, 9), process(30)});
+  given.tellsOfZombies = true;
+  SimulatedMachine machine(given);
+  EXPECT_THAT(pidsOf(machine), ElementsAre(30, 20, 1));
+  darwin::proc_taskallinfo task{};
+  EXPECT_EQ(machine.taskAllInfo(20, task), kAnswered);
+  EXPECT_EQ(task.pbsd.pbi_status, darwin::SZOMB);
+  EXPECT_EQ(task.ptinfo.pti_threadnum, 0);
+  EXPECT_EQ(machine.sandboxCheck(20), 0);
+  darwin::proc_bsdinfo info{};
+  EXPECT_EQ(machine.bsdInfo(20, false, info), darwin::DARWIN_ESRCH);
+  std::vector<uint64_t> ids;
+  EXPECT_EQ(machine.threadIDs(20, ids), darwin::DARWIN_ESRCH);
+}
+
 // The error of every question about a process.
 std::vector<Errno> refusalsOf(SimulatedMachine &machine, int32_t pid) {
   darwin::proc_taskallinfo task{};
