@@ -395,6 +395,7 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
   alignas(8) char buffer[16384];
   Link link;
   bool isWhole = false;
+  bool areHidden = false;
   while (!isWhole && list_.size() < limit) {
     // The kernel does some work for each entry it hands out: no more than the limit are asked for,
     // and the two of the directory itself.
@@ -416,14 +417,16 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
       const std::optional<int> number =
           parseEntry({name, strnlen(name, length - offsetof(dirent64, d_name))});
       if (!number.has_value()) continue;
-      const bool isOwn = ownFiles != nullptr && ownFiles->has(*number);
-      if (!isOwn && link.read(directory.get(), EntryName(".", *number).text)) {
+      const bool isKnown = areHidden || (ownFiles != nullptr && ownFiles->has(*number));
+      if (!isKnown && link.read(directory.get(), EntryName(".", *number).text)) {
         // In a listing of this process: what it is read from.
         if (*number == directory.get() && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});
         if (link.type == darwin::PROX_FDTYPE_SOCKET) inodes_.push_back(link.inode());
-      } else if (isOwn || errno == EACCES || errno == EPERM) {
+      } else if (isKnown || errno == EACCES || errno == EPERM) {
         list_.push_back({*number, darwin::PROX_FDTYPE_VNODE});
+        // The kernel decides it for a process, not for each descriptor.
+        areHidden = areHidden || !isKnown;
       } else if (errno != ENOENT && errno != ESRCH) {
         return failure(errno, processDirectory);
       }

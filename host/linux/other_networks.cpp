@@ -29,7 +29,8 @@ static bool readNetwork(int processDirectory, std::vector<DiagSocket> &sockets,
     if (!network.isOpen() || setns(network.get(), CLONE_NEWNET) != 0) return;
     isEntered = true;
     SockDiag kernel;
-    dumpAllSockets(kernel, sockets, names);
+    dumpLocalSockets(kernel, sockets, names);
+    dumpInternetSockets(kernel, sockets, names);
   });
   // The numbers of interfaces have other names here.
   for (DiagSocket &socket : sockets) socket.interfaceIndex = 0;
@@ -39,11 +40,10 @@ static bool readNetwork(int processDirectory, std::vector<DiagSocket> &sockets,
 struct OtherNetworks::Network {
   Network(const NetworkKey &itsKey, const Dump &dump)
       : key(itsKey),
-        table(
-            [this, &dump](std::vector<DiagSocket> &sockets, std::string &names) {
-              isEntered = dump(processDirectory, sockets, names);
-            },
-            std::chrono::steady_clock::now) {}
+        table({[this, &dump](std::vector<DiagSocket> &sockets, std::string &names) {
+                isEntered = dump(processDirectory, sockets, names);
+              }},
+              std::chrono::steady_clock::now) {}
 
   const NetworkKey key;
   int processDirectory = -1;  // of the process that is asked about

@@ -225,107 +225,144 @@ int32_t tcpState(uint8_t state) {
   }
 }
 
-// The kernel walks a large table to list multipath connections, whether there are any or not: the
-// counts of protocols are had for a hundredth of that.
-static bool isInUse(SocketSource source) {
-  if (source != SocketSource::mptcp4 && source != SocketSource::mptcp6) return true;
+static void dumpIf(bool (*isWanted)(const Family &family), SockDiag &kernel,
+                   std::vector<DiagSocket> &sockets, std::string &names) {
+  for (const Family &family : kFamilies) {
+    if (isWanted(family)) kernel.dump(family.source, sockets, names);
+  }
+}
+
+static bool isLocal(const Family &family) {
+  return family.family != darwin::DARWIN_AF_INET && family.family != darwin::DARWIN_AF_INET6;
+}
+
+void dumpLocalSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
+  dumpIf(isLocal, kernel, sockets, names);
+}
+
+// The kernel walks its table for multipath connections whether there are any or not: the counts of
+// protocols are had for a hundredth of that.
+static void dumpMultipath(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
   FileReader reader;
   std::string_view protocols;
-  if (reader.readList(AT_FDCWD, "/proc/thread-self/net/protocols", protocols) != kAnswered) {
-    return true;
+  const bool isTold =
+      reader.readList(AT_FDCWD, "/proc/thread-self/net/protocols", protocols) == kAnswered;
+  if (!isTold || countsSockets(protocols, "MPTCP")) {
+    kernel.dump(SocketSource::mptcp4, sockets, names);
   }
-  return countsSockets(protocols, source == SocketSource::mptcp4 ? "MPTCP" : "MPTCPv6");
+  if (!isTold || countsSockets(protocols, "MPTCPv6")) {
+    kernel.dump(SocketSource::mptcp6, sockets, names);
+  }
 }
 
-void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
+void dumpInternetSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
   kernel.dumpTcp(sockets);
-  for (const Family &family : kFamilies) {
-    const bool isTcp = family.source == SocketSource::tcp4 || family.source == SocketSource::tcp6;
-    if (!isTcp && isInUse(family.source)) kernel.dump(family.source, sockets, names);
-  }
+  dumpMultipath(kernel, sockets, names);
+  dumpIf(
+      [](const Family &family) { return !isLocal(family) && family.kind == darwin::SOCKINFO_IN; },
+      kernel, sockets, names);
 }
 
-SocketTable::SocketTable()
-    : SocketTable([kernel = std::make_shared<SockDiag>()](
-                      std::vector<DiagSocket> &sockets,
-                      std::string &names) { dumpAllSockets(*kernel, sockets, names); },
-                  std::chrono::steady_clock::now) {}
+SocketTable::SocketTable() : SocketTable({}, std::chrono::steady_clock::now) {
+  const auto kernel = std::make_shared<SockDiag>();
+  const auto add = [&](decltype(dumpLocalSockets) *dump) {
+    Reading &reading = readings_.emplace_back();
+    reading.dump = [kernel, dump](std::vector<DiagSocket> &sockets, std::string &names) {
+      dump(*kernel, sockets, names);
+    };
+  };
+  add(dumpLocalSockets);
+  add(dumpInternetSockets);
+}
 
-SocketTable::SocketTable(Dump dump, Clock clock)
-    : dump_(std::move(dump)), clock_(std::move(clock)) {}
+SocketTable::SocketTable(std::vector<Dump> dumps, Clock clock) : clock_(std::move(clock)) {
+  for (Dump &dump : dumps) readings_.emplace_back().dump = std::move(dump);
+}
 
 void SocketTable::beginPass() {
-  current_ = false;
+  for (Reading &reading : readings_) reading.isCurrent = false;
 }
 
-void SocketTable::read() {
+void SocketTable::read(Reading &reading) {
   const auto start = clock_();
-  sockets_.clear();
-  names_.clear();
-  dump_(sockets_, names_);
+  reading.sockets.clear();
+  reading.names.clear();
+  reading.dump(reading.sockets, reading.names);
   // A subflow of multipath TCP carries the inode of its owner, which comes first by its source.
-  std::sort(sockets_.begin(), sockets_.end(), [](const DiagSocket &a, const DiagSocket &b) {
-    return a.inode != b.inode ? a.inode < b.inode : a.source < b.source;
-  });
-  readAt_ = clock_();
-  duration_ = readAt_ - start;
-  current_ = true;
+  std::sort(reading.sockets.begin(), reading.sockets.end(),
+            [](const DiagSocket &a, const DiagSocket &b) {
+              return a.inode != b.inode ? a.inode < b.inode : a.source < b.source;
+            });
+  reading.readAt = clock_();
+  reading.duration = reading.readAt - start;
+  reading.isCurrent = true;
 }
 
-bool SocketTable::isOlderThan(std::chrono::steady_clock::duration age) const {
-  return clock_() - readAt_ >= std::max(age, duration_ * kUseForDurations);
+bool SocketTable::isOlderThan(const Reading &reading,
+                              std::chrono::steady_clock::duration age) const {
+  return clock_() - reading.readAt >= std::max(age, reading.duration * kUseForDurations);
 }
 
-const DiagSocket *SocketTable::find(uint64_t inode) const {
+const DiagSocket *SocketTable::Reading::find(uint64_t inode) const {
   const auto found =
-      std::lower_bound(sockets_.begin(), sockets_.end(), inode,
+      std::lower_bound(sockets.begin(), sockets.end(), inode,
                        [](const DiagSocket &socket, uint64_t key) { return socket.inode < key; });
-  return found != sockets_.end() && found->inode == inode ? &*found : nullptr;
+  return found != sockets.end() && found->inode == inode ? &*found : nullptr;
 }
 
-std::string_view SocketTable::nameOf(const DiagSocket &socket) const {
-  if (socket.nameStart > names_.size()) return {};
-  return std::string_view(names_).substr(socket.nameStart, socket.nameLength);
+std::string_view SocketTable::Reading::nameOf(const DiagSocket &socket) const {
+  if (socket.nameStart > names.size()) return {};
+  return std::string_view(names).substr(socket.nameStart, socket.nameLength);
 }
 
 bool SocketTable::describe(uint64_t inode, darwin::socket_info &info) {
   info.soi_so = inode;
-  if (!current_ || isOlderThan(kLongestUse)) read();
-  const DiagSocket *socket = find(inode);
-  if (socket == nullptr && isOlderThan(kRereadAfter)) {
-    read();
-    socket = find(inode);
+  const auto isFoundIn = [&](const Reading &reading) {
+    const DiagSocket *socket = reading.find(inode);
+    if (socket != nullptr) fill(reading, *socket, info);
+    return socket != nullptr;
+  };
+  for (Reading &reading : readings_) {
+    if (!reading.isCurrent || isOlderThan(reading, kLongestUse)) read(reading);
+    if (isFoundIn(reading)) return true;
   }
-  if (socket == nullptr) return false;
+  for (Reading &reading : readings_) {
+    if (!isOlderThan(reading, kRereadAfter)) continue;
+    read(reading);
+    if (isFoundIn(reading)) return true;
+  }
+  return false;
+}
 
-  fillFamily(socket->source, socket->type, socket->protocol, info);
-  fillQueues(*socket, info);
+void SocketTable::fill(const Reading &reading, const DiagSocket &socket,
+                       darwin::socket_info &info) {
+  fillFamily(socket.source, socket.type, socket.protocol, info);
+  fillQueues(socket, info);
   switch (info.soi_kind) {
     case darwin::SOCKINFO_TCP:
-      fillInternet(*socket, info.soi_proto.pri_tcp.tcpsi_ini);
-      info.soi_proto.pri_tcp.tcpsi_state = tcpState(socket->state);
+      fillInternet(socket, info.soi_proto.pri_tcp.tcpsi_ini);
+      info.soi_proto.pri_tcp.tcpsi_state = tcpState(socket.state);
       break;
     case darwin::SOCKINFO_IN:
-      fillInternet(*socket, info.soi_proto.pri_in);
+      fillInternet(socket, info.soi_proto.pri_in);
       break;
     case darwin::SOCKINFO_UN:
-      info.soi_proto.pri_un.unsi_conn_so = socket->peerInode;
-      fillUnixName(nameOf(*socket), info.soi_proto.pri_un.unsi_addr);
-      if (socket->peerInode == 0) break;
-      if (const DiagSocket *peer = find(socket->peerInode); peer != nullptr) {
-        fillUnixName(nameOf(*peer), info.soi_proto.pri_un.unsi_caddr);
+      info.soi_proto.pri_un.unsi_conn_so = socket.peerInode;
+      fillUnixName(reading.nameOf(socket), info.soi_proto.pri_un.unsi_addr);
+      if (socket.peerInode == 0) break;
+      if (const DiagSocket *peer = reading.find(socket.peerInode); peer != nullptr) {
+        fillUnixName(reading.nameOf(*peer), info.soi_proto.pri_un.unsi_caddr);
       }
       break;
     case darwin::SOCKINFO_KERN_CTL:
-      fillNetlink(*socket, info.soi_proto.pri_kern_ctl);
+      fillNetlink(socket, info.soi_proto.pri_kern_ctl);
       break;
     case darwin::SOCKINFO_NDRV:
-      fillPacket(*socket, info.soi_proto.pri_ndrv);
+      fillPacket(socket, info.soi_proto.pri_ndrv);
       break;
     default:
       break;
   }
-  return true;
 }
 
 bool countsSockets(std::string_view protocols, std::string_view name) {

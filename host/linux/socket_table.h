@@ -1,6 +1,6 @@
 // The machine's sockets by inode, in Darwin's structures. Owns when the kernel's tables are read:
-// once per pass, and again once the reading is old, or for a socket that it did not have. Not
-// thread-safe.
+// once per pass where they are needed, and again once the reading is old, or for a socket that none
+// of them had. Not thread-safe.
 #pragma once
 
 #include <chrono>
@@ -17,13 +17,14 @@ namespace host::linux_machine {
 
 class SocketTable {
  public:
-  // Appends all sockets and their names.
+  // Appends sockets and their names.
   using Dump = std::function<void(std::vector<DiagSocket> &, std::string &)>;
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
   // Reads the sockets of this network namespace.
   SocketTable();
-  SocketTable(Dump dump, Clock clock);
+  // Each of `dumps` is asked only for what those before it did not have.
+  SocketTable(std::vector<Dump> dumps, Clock clock);
   SocketTable(const SocketTable &) = delete;
   SocketTable &operator=(const SocketTable &) = delete;
 
@@ -35,23 +36,31 @@ class SocketTable {
   bool describe(uint64_t inode, darwin::socket_info &info);
 
  private:
-  void read();
-  bool isOlderThan(std::chrono::steady_clock::duration age) const;
-  const DiagSocket *find(uint64_t inode) const;
-  std::string_view nameOf(const DiagSocket &socket) const;
+  struct Reading {
+    Dump dump;
+    bool isCurrent = false;
+    std::chrono::steady_clock::time_point readAt;
+    std::chrono::steady_clock::duration duration{};
+    std::vector<DiagSocket> sockets;  // by inode
+    std::string names;
 
-  Dump dump_;
+    const DiagSocket *find(uint64_t inode) const;
+    std::string_view nameOf(const DiagSocket &socket) const;
+  };
+
+  void read(Reading &reading);
+  bool isOlderThan(const Reading &reading, std::chrono::steady_clock::duration age) const;
+  static void fill(const Reading &reading, const DiagSocket &socket, darwin::socket_info &info);
+
   Clock clock_;
-  bool current_ = false;
-  std::chrono::steady_clock::time_point readAt_;
-  std::chrono::steady_clock::duration duration_{};  // of that reading
-  std::vector<DiagSocket> sockets_;                 // by inode
-  std::string names_;
+  std::vector<Reading> readings_;
 };
 
-// Appends the sockets of all sources that are in use in the calling thread's network namespace,
-// which has to be that of `kernel`.
-void dumpAllSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names);
+// Append the sockets of the sources that are in use in the calling thread's network namespace,
+// which has to be that of `kernel`: those within the machine, and those of the Internet, for which
+// the kernel walks a large table.
+void dumpLocalSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names);
+void dumpInternetSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names);
 
 // Whether the kernel lists the sockets of a protocol, by the name that it has there ("TCPv6").
 bool isListedProtocol(std::string_view name);

@@ -14,6 +14,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -356,12 +357,12 @@ class SocketTableTest : public testing::Test {
   int readings_ = 0;
   milliseconds duration_{0};  // of a reading
   std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
-  SocketTable table_{[this](std::vector<DiagSocket> &sockets, std::string &names) {
+  SocketTable table_{{[this](std::vector<DiagSocket> &sockets, std::string &names) {
                        readings_++;
                        now_ += duration_;
                        names += names_;
                        sockets.insert(sockets.end(), kernel_.begin(), kernel_.end());
-                     },
+                     }},
                      [this] { return now_; }};
 };
 
@@ -563,6 +564,30 @@ TEST_F(SocketTableTest, ReadsOncePerPass) {
   describe(1);
   describe(2);
   EXPECT_EQ(readings_, 2);
+}
+
+// What is within the machine is listed first, which costs less.
+TEST_F(SocketTableTest, AsksNoFurtherThanForTheSocket) {
+  std::array<int, 2> asked = {};
+  const auto giving = [&asked](size_t which, uint32_t inode) {
+    return [&asked, which, inode](std::vector<DiagSocket> &sockets, std::string &) {
+      asked[which]++;
+      sockets.emplace_back().inode = inode;
+    };
+  };
+  SocketTable table({giving(0, 10), giving(1, 20)}, [this] { return now_; });
+  darwin::socket_info info = {};
+  EXPECT_TRUE(table.describe(10, info));
+  EXPECT_EQ(asked, (std::array{1, 0}));
+  EXPECT_TRUE(table.describe(20, info));
+  EXPECT_FALSE(table.describe(30, info));
+  EXPECT_EQ(asked, (std::array{1, 1}));
+  now_ += milliseconds(30);
+  EXPECT_FALSE(table.describe(30, info));
+  EXPECT_EQ(asked, (std::array{2, 2}));
+  table.beginPass();
+  EXPECT_TRUE(table.describe(10, info));
+  EXPECT_EQ(asked, (std::array{3, 2}));
 }
 
 TEST_F(SocketTableTest, LooksAgainForUnknownSocketsButNotAtOnce) {
