@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -103,17 +104,23 @@ void CgroupLimits::read(const std::vector<CgroupMount> &mounts) {
   }
 }
 
+// A directory has a link for each directory in it, beside its own two, where a file system counts
+// them: as those of groups do.
+static bool hasNothingBelow(int directory) {
+  struct stat status;
+  return fstat(directory, &status) == 0 && status.st_nlink == 2;
+}
+
 void CgroupLimits::walk(int group, bool isVersion1, uint64_t limit, int depth) {
   std::string_view text;
   if (reader_.readRecord(group, memoryLimitFile(isVersion1), text) == kAnswered) {
     limit = std::min(limit, parseMemoryLimit(text));
   }
   if (limit != kNoMemoryLimit) addProcesses(group, limit);
-  if (depth >= kDeepestCgroup) return;
+  if (depth >= kDeepestCgroup || hasNothingBelow(group)) return;
 
   std::vector<std::string> below;
-  DirectoryReader lister;
-  lister.readNames(group, [&below](const char *name, bool isDirectory) {
+  lister_.readNames(group, [&below](const char *name, bool isDirectory) {
     if (isDirectory) below.emplace_back(name);
   });
   for (const std::string &name : below) {

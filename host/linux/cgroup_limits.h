@@ -67,6 +67,7 @@ class CgroupLimits {
 
   CgroupMounts mounts_;
   FileReader reader_;
+  DirectoryReader lister_;
   std::unordered_map<int32_t, uint64_t> limits_;
 };
 
