@@ -258,9 +258,8 @@ static void dumpMultipath(SockDiag &kernel, std::vector<DiagSocket> &sockets, st
 void dumpInternetSockets(SockDiag &kernel, std::vector<DiagSocket> &sockets, std::string &names) {
   kernel.dumpTcp(sockets);
   dumpMultipath(kernel, sockets, names);
-  dumpIf(
-      [](const Family &family) { return !isLocal(family) && family.kind == darwin::SOCKINFO_IN; },
-      kernel, sockets, names);
+  dumpIf([](const Family &family) { return family.kind == darwin::SOCKINFO_IN; }, kernel, sockets,
+         names);
 }
 
 SocketTable::SocketTable() : SocketTable({}, std::chrono::steady_clock::now) {
