@@ -70,12 +70,11 @@ void readSockets(SocketSource source, const fuzz::Copy &answer) {
     check(socket.nameLength <= kLongestSocketName && socket.nameStart <= names.size() &&
           socket.nameLength <= names.size() - socket.nameStart);
   }
-  SocketTable table(
-      [&](std::vector<DiagSocket> &listed, std::string &pool) {
-        listed = sockets;
-        pool = names;
-      },
-      [] { return std::chrono::steady_clock::time_point{}; });
+  const auto list = [&](std::vector<DiagSocket> &listed, std::string &pool) {
+    listed = sockets;
+    pool = names;
+  };
+  SocketTable table({list}, [] { return std::chrono::steady_clock::time_point{}; });
   for (const DiagSocket &socket : sockets) checkDescribed(table, socket.inode);
 }
 

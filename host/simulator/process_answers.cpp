@@ -93,12 +93,8 @@ void fillThreadInfo(const RunningProcess &process, const Thread &thread, Nanosec
   info = {};
   info.pth_user_time = thread.userTime.at(own);
   info.pth_system_time = thread.systemTime.at(own);
-  if (process.isStopped()) {
-    info.pth_run_state = darwin::TH_STATE_STOPPED;
-  } else {
-    info.pth_run_state = thread.state;
-    info.pth_cpu_usage = std::min(saturate<int32_t>(thread.share.at(own)), darwin::TH_USAGE_SCALE);
-  }
+  info.pth_run_state = process.isStopped() ? darwin::TH_STATE_STOPPED : thread.state;
+  info.pth_cpu_usage = process.shareOf(thread, now);
   info.pth_policy = thread.policy;
   info.pth_flags = thread.flags;
   info.pth_sleep_time = thread.sleepTime;

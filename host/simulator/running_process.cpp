@@ -7,6 +7,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "host/darwin/proc_info.h"
+#include "host/simulator/wide.h"
+
 namespace host::simulator {
 
 namespace {
@@ -119,6 +122,12 @@ std::array<uint64_t, 2> RunningProcess::coalitions() const {
 
 Nanoseconds RunningProcess::ownTime(Nanoseconds now) const {
   return stands_ ? *stands_ : now - origin_;
+}
+
+int32_t RunningProcess::shareOf(const Thread &thread, Nanoseconds now) const {
+  if (isStopped() && stops_ > 0) return 0;
+  const uint64_t share = thread.share.at(isStopped() ? now - origin_ : ownTime(now));
+  return std::min(saturate<int32_t>(share), darwin::TH_USAGE_SCALE);
 }
 
 uint64_t RunningProcess::stop(Nanoseconds now) {

@@ -37,6 +37,9 @@ class RunningProcess {
   // What its figures count: since its start or that of the device's clock, without the time for
   // which it was stopped.
   Nanoseconds ownTime(Nanoseconds now) const;
+  // What one of its threads takes of a processor now, in tenths of a percent: nothing once it was
+  // stopped. What a process that was stopped before had left goes on falling, or growing.
+  int32_t shareOf(const Thread &thread, Nanoseconds now) const;
 
   // Both leave a zombie alone. `stop` tells one stop from the next, and answers 0 for a process
   // that is stopped already.

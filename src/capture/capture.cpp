@@ -161,13 +161,12 @@ static void waitForSecondSample(const Capture *capture) {
   }
 }
 
-// One that has ended is as it was.
+// One that has ended is as it was, and so is one that is stopped in the file.
 static void sampleAgain(Capture *capture, int32_t index, const SourceSums *sums) {
   const ProcessFigures *first = &capture->first[index];
   ProcessFigures *second = &capture->second[index];
-  if (!sampleProcess(capture->pids[index], sums, second) || !isSameProcess(first, second)) {
-    *second = *first;
-  }
+  const bool isThere = sampleProcess(capture->pids[index], sums, second);
+  if (!isThere || !isSameProcess(first, second) || isStopped(first)) *second = *first;
 }
 
 static bool takeSecondSample(Capture *capture) {

@@ -260,7 +260,7 @@ static const char *typeOf(const darwin::socket_info *socket) {
 
 static void writePlainSocket(const darwin::socket_info *socket) {
   writeUnless("family", socket->soi_family, 0);
-  writeUnless("socket-type", socket->soi_type, 0);
+  writeUnless("socket-type", socket->soi_type, darwin::DARWIN_SOCK_STREAM);
   writeUnless("protocol", socket->soi_protocol, 0);
 }
 
@@ -449,7 +449,13 @@ static int sizeOf(uint32_t type) {
   }
 }
 
-static void writeDescriptor(int32_t pid, const darwin::proc_fdinfo *listed, int32_t *next) {
+// Where in the table of descriptors the writer is.
+struct Place {
+  bool isOpen;
+  int32_t next;  // the number that is taken for granted
+};
+
+static void writeDescriptor(int32_t pid, const darwin::proc_fdinfo *listed, Place *place) {
   static Detail detail;
   const char *type = nameOf(listed->proc_fdtype);
   const DescriptorKind *kind = findDescriptorKind(listed->proc_fdtype);
@@ -466,11 +472,13 @@ static void writeDescriptor(int32_t pid, const darwin::proc_fdinfo *listed, int3
   const bool isRefused = isAsked && (size < expected || (size <= 0 && error != 0));
   // Closed since it was listed.
   if (isRefused && (error == darwin::DARWIN_EBADF || error == darwin::DARWIN_ESRCH)) return;
+  if (!place->isOpen) beginRows("descriptors");
+  place->isOpen = true;
   beginInlineTable(nullptr);
   if (isRefused) {
-    writeRefused(listed, type, error, next);
+    writeRefused(listed, type, error, &place->next);
   } else {
-    writeDetail(listed, &detail, size, type, next);
+    writeDetail(listed, &detail, size, type, &place->next);
   }
   endInlineTable();
 }
@@ -480,15 +488,14 @@ void writeDescriptors(int32_t pid) {
   const int size = darwin::proc_pidinfo(pid, darwin::PROC_PIDLISTFDS, 0, list, sizeof list);
   if (size < static_cast<int>(sizeof list[0]) || size > static_cast<int>(sizeof list)) return;
   const int count = size / static_cast<int>(sizeof list[0]);
-  int32_t next = 0;
+  Place place = {};
   int32_t last = -1;
-  beginRows("descriptors");
   for (int i = 0; i < count; i++) {
     if (list[i].proc_fd <= last || list[i].proc_fd >= kMostDescriptors) continue;
     last = list[i].proc_fd;
-    writeDescriptor(pid, &list[i], &next);
+    writeDescriptor(pid, &list[i], &place);
   }
-  endArray();
+  if (place.isOpen) endArray();
 }
 
 }  // namespace sondex

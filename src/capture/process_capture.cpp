@@ -117,6 +117,10 @@ bool isZombie(const ProcessFigures *figures) {
   return figures->info.pbsd.pbi_status == darwin::SZOMB;
 }
 
+bool isStopped(const ProcessFigures *figures) {
+  return figures->info.pbsd.pbi_status == darwin::SSTOP;
+}
+
 static void writeArguments(const char *path, const char *end, int32_t count) {
   const char *argument = path + strlen(path);
   while (argument < end && *argument == '\0') argument++;  // up to a multiple of the word's size
@@ -393,9 +397,11 @@ static void writeTraffic(const CapturedProcess *process) {
   writeBytes("network-sent", first.sent, second.sent, UINT64_MAX);
 }
 
-static void writeJetsam(int32_t pid, const JetsamList *list) {
+// A zombie may have been none when the list was taken.
+static void writeJetsam(const CapturedProcess *process, const JetsamList *list) {
   if (list == nullptr) return;
-  const darwin::memorystatus_priority_entry *entry = getJetsamPropertiesOfPID(pid, list);
+  const darwin::memorystatus_priority_entry *entry =
+      isZombie(process->first) ? nullptr : getJetsamPropertiesOfPID(process->pid, list);
   if (entry == nullptr) {
     writeFlag("jetsam", false);
     return;
@@ -430,7 +436,8 @@ bool writeProcess(const CapturedProcess *process, const CaptureMoment *moment) {
   if (isTold || process->first->hasUsage) writeTaskFigures(process);
   if (isTold) {
     const ThreadDefaults defaults = {process->first->info.ptinfo.pti_priority,
-                                     process->first->info.ptinfo.pti_policy};
+                                     process->first->info.ptinfo.pti_policy,
+                                     isStopped(process->first)};
     if (!writeThreads(&process->threads, &defaults)) return false;
   } else {
     writeNumber("threads", 0);
@@ -438,7 +445,7 @@ bool writeProcess(const CapturedProcess *process, const CaptureMoment *moment) {
   if (!writeFragment(from, parts->middle)) return false;
   writeTraffic(process);
   writeUsage(process);
-  writeJetsam(pid, moment->jetsam);
+  writeJetsam(process, moment->jetsam);
   return writeFragment(from, parts->end);
 }
 

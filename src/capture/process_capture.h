@@ -36,6 +36,7 @@ struct ProcessParts {
 bool sampleProcess(int32_t pid, const SourceSums *sums, ProcessFigures *figures);
 
 bool isZombie(const ProcessFigures *figures);
+bool isStopped(const ProcessFigures *figures);
 
 // Whether both samples are of one process, and not of two that had the same PID, or of one that has
 // ended in between.

@@ -52,12 +52,16 @@ static int32_t listWords(int32_t pid, int flavour, uint64_t *words) {
   return size > 0 && size <= kRoom ? size / static_cast<int>(sizeof *words) : 0;
 }
 
-// The handles and the IDs, which are 0 where the kernel does not tell them for all.
+// Their IDs or, where the kernel does not tell those, their handles: the others are 0. Not both,
+// as threads may come and go in between.
 static int32_t listThreads(int32_t pid, uint64_t *handles, uint64_t *ids) {
-  const int32_t count = listWords(pid, darwin::PROC_PIDLISTTHREADS, handles);
-  if (listWords(pid, darwin::PROC_PIDLISTTHREADIDS, ids) != count) {
-    memset(ids, 0, static_cast<size_t>(count) * sizeof *ids);
+  int32_t count = listWords(pid, darwin::PROC_PIDLISTTHREADIDS, ids);
+  uint64_t *unknown = handles;
+  if (count == 0) {
+    count = listWords(pid, darwin::PROC_PIDLISTTHREADS, handles);
+    unknown = ids;
   }
+  memset(unknown, 0, static_cast<size_t>(count) * sizeof *unknown);
   return count;
 }
 
@@ -301,6 +305,7 @@ bool writeThreads(const ThreadSource *source, const ThreadDefaults *defaults) {
   for (int32_t i = 0; i < count; i++) {
     if (!readThread(source->from, next)) return false;
     if (next->spooled.hasEnded != 0) continue;
+    if (defaults->areStopped) next->spooled.info.pth_run_state = darwin::TH_STATE_STOPPED;
     next->secondShare = secondShare(source, &next->spooled, &at);
     next->needsID = takeID(next->spooled.id);
     if (copies > 0 && isAlike(current, next)) {

@@ -24,6 +24,7 @@ struct ThreadSource {
 struct ThreadDefaults {
   int32_t priority;
   int32_t policy;
+  bool areStopped;  // whatever each was when it was asked about
 };
 
 constexpr int32_t kMostThreads = 4096;  // of a process in a device file

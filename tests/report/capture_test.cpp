@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -562,11 +563,71 @@ TEST(Capture, OfThisMachineIsTheSameAgain) {
   EXPECT_EQ(runSondex(ofZombie, captured.environment()).output, live.output);
 }
 
+TEST(Capture, OfDescriptorsThatAreClosedMeanwhileHasNone) {
+  const WrittenDevice device(
+      "[[process]]\npid = 1\nname = \"a\"\ndescriptors = [{ type = \"pipe\" }]\n"
+      "[[event]]\ndo = \"fail\"\ncall = \"proc_pidfdinfo\"\nerror = \"EBADF\"\n");
+  const CapturedFile captured;
+  captured.capture(device.environment());
+  EXPECT_THAT(captured.text(), Not(HasSubstr("descriptors")));
+}
+
+// One that the kernel does not list has neither a family nor a type.
+TEST(Capture, OfASocketOfNoTypeKeepsThat) {
+  const WrittenDevice device(
+      "[[process]]\npid = 1\nname = \"a\"\n"
+      "descriptors = [{ type = \"socket\", socket-type = 0 }, { type = \"socket\" }]\n");
+  const CapturedFile captured;
+  captured.capture(device.environment());
+  EXPECT_THAT(captured.text(),
+              HasSubstr("  { type = \"socket\", socket-type = 0 },\n  { type = \"socket\" },\n"));
+}
+
+// What it took of a processor before has not faded yet.
+TEST(Capture, OfAStoppedProcessIsTheSameAgain) {
+  const WrittenDevice device(
+      "[[process]]\npid = 1\nname = \"a\"\nstatus = \"stop\"\n"
+      "threads = [{ share = { start = 30.6, growth = -29 } }]\n"
+      "[clock]\nmode = \"stepped\"\nstart = 2026-01-01T00:00:00Z\nzone = \"UTC\"\n");
+  const CapturedFile captured;
+  captured.capture(device.environment());
+  EXPECT_THAT(captured.text(),
+              HasSubstr("state = \"stopped\", share = { start = 30.6, growth = -29 }"));
+  const CapturedFile again;
+  again.capture(captured.environment());
+  EXPECT_EQ(again.text(), captured.text());
+}
+
+// Whenever that happens: in the file it is stopped, and stands still.
+TEST(Capture, OfAProcessThatIsStoppedAndGoesOnIsTheSameAgain) {
+  const pid_t parent = getpid();
+  const pid_t process = fork();
+  if (process == 0) {
+    raise(SIGSTOP);
+    while (getppid() == parent) continue;
+    _exit(0);
+  }
+  siginfo_t change = {};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process), &change, WSTOPPED | WNOWAIT), 0);
+  const CapturedFile captured;
+  std::thread later([process] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    kill(process, SIGCONT);
+  });
+  captured.capture({}, {std::to_string(process)});
+  later.join();
+  kill(process, SIGKILL);
+  waitpid(process, nullptr, 0);
+  const CapturedFile again;
+  again.capture(captured.environment());
+  EXPECT_TRUE(again.text() == captured.text()) << firstDifference(captured.text(), again.text());
+}
+
 // It was listed among the others.
 TEST(Capture, OfAProcessThatBecomesAZombieIsTheSameAgain) {
   const WrittenDevice device(
       "[[process]]\npid = 1\nname = \"a\"\n[[process]]\npid = 20\nname = \"b\"\nusage = true\n"
-      "jetsam = false\nsandbox = \"unknown\"\n[[process]]\npid = 30\nname = \"c\"\n"
+      "band = 10\nsandbox = \"unknown\"\n[[process]]\npid = 30\nname = \"c\"\n"
       "[[event]]\ndo = \"fail\"\ncall = \"proc_pidinfo\"\nprocess = 20\nerror = \"ESRCH\"\n"
       "[[event]]\ndo = \"fail\"\ncall = \"csops\"\nprocess = 20\nerror = \"ESRCH\"\n"
       "[clock]\nmode = \"stepped\"\nstart = 2026-01-01T00:00:00Z\nzone = \"UTC\"\n");
