@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +11,8 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "darwin/memorystatus.h"
@@ -96,6 +99,20 @@ inline size_t openDescriptors() {
   EXPECT_EQ(lister.readNames(directory.get(), [&count](const char *, bool) { count++; }),
             kAnswered);
   return count;
+}
+
+// What this process has open, by its links.
+inline std::multiset<std::string> openFiles() {
+  DirectoryReader lister;
+  FileHandle directory = openDirectory(AT_FDCWD, "/proc/self/fd");
+  std::multiset<std::string> files;
+  const auto add = [&](const char *name, bool) {
+    char link[PATH_MAX];
+    const ssize_t length = readlinkat(directory.get(), name, link, sizeof link);
+    if (length > 0) files.emplace(link, static_cast<size_t>(length));
+  };
+  EXPECT_EQ(lister.readNames(directory.get(), add), kAnswered);
+  return files;
 }
 
 }  // namespace host::linux_machine
