@@ -65,13 +65,14 @@ bool isOfPresentProcess(const std::string &file) {
          fs::exists("/proc/" + std::to_string(pid));
 }
 
+// Another user's files can't be told apart without the capability to look: all are counted then.
 size_t countDescriptors(pid_t pid) {
   std::error_code error;
   size_t count = 0;
   for (const auto &entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
-    const std::string file = fs::read_symlink(entry.path(), error).string();
-    // One that was closed meanwhile has no name.
-    if (!file.empty() && !isOfPresentProcess(file)) count++;
+    const fs::path file = fs::read_symlink(entry.path(), error);
+    const bool isClosed = error == std::errc::no_such_file_or_directory;
+    if (!isClosed && !isOfPresentProcess(file.string())) count++;
   }
   return count;
 }
