@@ -22,6 +22,9 @@ namespace host::linux_machine {
 struct KnownThread {
   int32_t id = 0;
   uint64_t startTicks = 0;
+  // Of a process that has several: the last reading, and the survey before it.
+  ProcessStat stat{};
+  uint64_t survey = 0;
   ThreadFigures figures{};
   UsageEstimate estimate;
   // Of a process that has several.
@@ -58,6 +61,9 @@ TableSharing compareDescriptorTables(int32_t pid, int32_t other);
 
 struct KnownProcess {
   uint64_t startTicks = 0;
+  // The last reading, and the number of the survey before it.
+  ProcessStat stat{};
+  uint64_t survey = 0;
   // It was alive at the last look, and takeLife() was not asked since.
   bool isAlive = false;
 

@@ -63,7 +63,9 @@ Errno LinuxHost::memoryStatusList(std::vector<darwin::memorystatus_priority_entr
   const std::lock_guard lock(shared_.mutex);
   std::vector<int32_t> pids;
   Errno error = shared_.list(pids);
-  if (error == kAnswered) memoryStatus_.list(shared_.proc.get(), pids, shared_.known, entries);
+  if (error == kAnswered) {
+    memoryStatus_.list(shared_.proc.get(), pids, shared_.survey, shared_.known, entries);
+  }
   return error;
 }
 

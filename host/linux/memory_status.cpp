@@ -75,15 +75,35 @@ static bool readScore(int procDirectory, int32_t pid, KnownProcess *known, FileR
   return isRead && TextCursor(text).number(score);
 }
 
-void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
+// False for one that is not alive.
+static bool takeFrom(const TaskSurvey &survey, int32_t pid, bool &isAlive, int32_t &score) {
+  const std::span<const TaskRecord> tasks = survey.tasks(pid);
+  const auto leader = std::ranges::find(tasks, pid, &TaskRecord::id);
+  if (leader == tasks.end()) return false;
+  isAlive = !leader->hasEnded() || leader->threads > 1;
+  score = leader->score;
+  return true;
+}
+
+bool MemoryStatus::lookAt(int procDirectory, int32_t pid, KnownProcesses &known, int32_t &score) {
+  return readScore(procDirectory, pid, known.look(pid), reader_, score) &&
+         (known.takeLife(pid) || isAlive(procDirectory, pid));
+}
+
+void MemoryStatus::list(int procDirectory, const std::vector<int32_t> &pids,
+                        const TaskSurvey &survey, KnownProcesses &known,
                         std::vector<darwin::memorystatus_priority_entry> &entries) {
+  const bool isSurveyed = survey.isFresh();
   limits_.read();
   entries.clear();
   entries.reserve(pids.size());
   for (int32_t pid : pids) {
     int32_t score = 0;
-    if (!readScore(procDirectory, pid, known.look(pid), reader_, score)) continue;
-    if (!known.takeLife(pid) && !isAlive(procDirectory, pid)) continue;
+    bool isAlive = false;
+    if (!isSurveyed || !takeFrom(survey, pid, isAlive, score)) {
+      isAlive = lookAt(procDirectory, pid, known, score);
+    }
+    if (!isAlive) continue;
     darwin::memorystatus_priority_entry entry{};
     entry.pid = pid;
     entry.priority = jetsamBand(score);

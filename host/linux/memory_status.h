@@ -8,6 +8,7 @@
 #include "host/linux/cgroup_limits.h"
 #include "host/linux/known_processes.h"
 #include "host/linux/procfs.h"
+#include "host/linux/task_survey.h"
 
 namespace host::linux_machine {
 
@@ -33,12 +34,15 @@ Errno writeOwnLimits(int processDirectory, int32_t pid, const std::vector<Cgroup
 class MemoryStatus {
  public:
   // Entries of all processes among `pids` that are alive, lowest band first. `procDirectory` is an
-  // open handle of /proc. One that was alive at the last look is taken to be alive without being
-  // asked, but only once: one that has ended since then may still be in this list.
-  void list(int procDirectory, const std::vector<int32_t> &pids, KnownProcesses &known,
-            std::vector<darwin::memorystatus_priority_entry> &entries);
+  // open handle of /proc. Of one that a fresh survey does not know: if it was alive at the last
+  // look it is taken to be alive without being asked, but only once, so that one that has ended
+  // since then may still be in this list.
+  void list(int procDirectory, const std::vector<int32_t> &pids, const TaskSurvey &survey,
+            KnownProcesses &known, std::vector<darwin::memorystatus_priority_entry> &entries);
 
  private:
+  bool lookAt(int procDirectory, int32_t pid, KnownProcesses &known, int32_t &score);
+
   CgroupLimits limits_;
   FileReader reader_;
 };

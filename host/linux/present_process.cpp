@@ -44,8 +44,8 @@ static Errno processError(Errno error) {
   return error == darwin::DARWIN_ENOENT ? darwin::DARWIN_ESRCH : error;
 }
 
-PresentProcess::PresentProcess(int procDirectory, KnownProcesses &known)
-    : procDirectory_(procDirectory), all_(known), caller_(__real_geteuid()) {}
+PresentProcess::PresentProcess(int procDirectory, KnownProcesses &known, const TaskSurvey &survey)
+    : procDirectory_(procDirectory), all_(known), survey_(survey), caller_(__real_geteuid()) {}
 
 void PresentProcess::beginPass() {
   release();
@@ -86,7 +86,15 @@ Errno PresentProcess::ensureDirectory() {
   if (!directory_.isOpen()) return processError(darwinError(errno));
   // The pid was its own all the while if it is still there.
   std::string_view text;
-  const Errno error = processError(reader_.readRecord(files().score.handle(), text));
+  ProcessStat stat{};
+  Errno error = kAnswered;
+  if (files().areOpen()) {
+    error = processError(reader_.readRecord(files().score.handle(), text));
+  } else {
+    error = processError(reader_.readRecord(directory_.get(), "stat", text));
+    const bool isSame = parseProcessStat(text, stat) && stat.startTicks == known_->startTicks;
+    if (error == kAnswered && !isSame) error = darwin::DARWIN_ESRCH;
+  }
   if (error != kAnswered) directory_.close();
   return error;
 }
@@ -140,7 +148,53 @@ Errno PresentProcess::readStat() {
   return parseProcessStat(text, stat_) ? kAnswered : darwin::DARWIN_EIO;
 }
 
+// Whether what was read of a process last, after the survey before this one, is all still true.
+bool PresentProcess::mayRecall(const KnownProcess &known, std::span<const TaskRecord> tasks) const {
+  const ProcessStat &stat = known.stat;
+  const auto leader = std::ranges::find(tasks, stat.id, &TaskRecord::id);
+  if (known.survey + 1 != survey_.number() || leader == tasks.end() || !agrees(*leader, stat) ||
+      tasks.size() != stat.threads || stat.hasLostFirstThread() || known.isProcess != true) {
+    return false;
+  }
+  return tasks.size() == 1 ? known.record.has_value() : mayRecallThreads(known, tasks);
+}
+
+bool PresentProcess::mayRecallThreads(const KnownProcess &known,
+                                      std::span<const TaskRecord> tasks) const {
+  return std::ranges::equal(
+      tasks, known.threads, [this](const TaskRecord &task, const KnownThread &thread) {
+        return thread.survey + 1 == survey_.number() && agrees(task, thread.stat);
+      });
+}
+
+bool PresentProcess::recall(pid_t pid) {
+  if (!survey_.isFresh()) return false;
+  KnownProcess *known = all_.look(pid);
+  if (known == nullptr || !mayRecall(*known, survey_.restingTasks(pid))) return false;
+  if (pid_ != pid) release();
+  pid_ = pid;
+  known_ = known;
+  stat_ = known->stat;
+  known_->survey = survey_.number();
+  known_->isAlive = !stat_.isZombie();
+  beginReading();
+  if (stat_.threads > 1) {
+    for (KnownThread &thread : known_->threads) {
+      thread.survey = survey_.number();
+      addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
+    }
+    threadsRead_ = true;
+    known_->tellsRest = true;
+  }
+  return true;
+}
+
 Errno PresentProcess::read(pid_t pid) {
+  if (recall(pid)) {
+    readAt_ = coarseNanoseconds();
+    freshFor_ = kFreshAtLeast;
+    return kAnswered;
+  }
   if (pid_ != pid) resume(pid);
   const uint64_t began = coarseNanoseconds();
   Errno error = pid_ == pid ? readStat() : darwin::DARWIN_ESRCH;
@@ -155,8 +209,7 @@ Errno PresentProcess::read(pid_t pid) {
   return error;
 }
 
-// Joins a fresh stat with what is known of the process, and drops what may have changed.
-Errno PresentProcess::findOut(pid_t pid) {
+void PresentProcess::beginReading() {
   reading_++;
   answered_ = 0;
   access_.reset();
@@ -164,7 +217,14 @@ Errno PresentProcess::findOut(pid_t pid) {
   threadsRead_ = false;
   otherThread_ = 0;
   otherDirectory_.close();
+}
+
+// Joins a fresh stat with what is known of the process, and drops what may have changed.
+Errno PresentProcess::findOut(pid_t pid) {
+  beginReading();
   known_ = &all_.find(pid, stat_.startTicks);
+  known_->stat = stat_;
+  known_->survey = survey_.number();
   if (!known_->files.areOpen()) known_->files = std::move(opened_);
   const bool hasRested = stat_.threads == 1 ? hasOnlyThreadRested() : haveKnownThreadsRested();
   if (!hasRested) known_->forgetAnswers();
@@ -230,13 +290,12 @@ bool PresentProcess::haveKnownThreadsRested() {
   bool hasRested = true;
   for (KnownThread &thread : known_->threads) {
     const std::optional<SchedulerRecord> before = thread.record;
-    ProcessStat stat{};
-    if (!thread.files.areOpen() || !readKnownThread(thread, stat)) {
+    if (!thread.files.areOpen() || !readKnownThread(thread)) {
       threads_.clear();
       return false;
     }
-    if (hasRunSince(before, thread.record, stat)) hasRested = false;
-    addThread(thread, stat, stat.userTicks, stat.systemTicks);
+    if (hasRunSince(before, thread.record, thread.stat)) hasRested = false;
+    addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
   }
   // Each of as many as there are is one that was there before.
   threadsRead_ = true;
@@ -441,12 +500,13 @@ KnownThread PresentProcess::takeKnownThread(int32_t id) {
 }
 
 // By the files that are kept open for it.
-bool PresentProcess::readKnownThread(KnownThread &thread, ProcessStat &stat) {
+bool PresentProcess::readKnownThread(KnownThread &thread) {
   std::string_view text;
   if (reader_.readRecord(thread.files.stat.handle(), text) != kAnswered ||
-      !parseProcessStat(text, stat)) {
+      !parseProcessStat(text, thread.stat)) {
     return false;
   }
+  thread.survey = survey_.number();
   SchedulerRecord record{};
   const bool hasRecord = reader_.readRecord(thread.files.schedule.handle(), text) == kAnswered &&
                          parseSchedulerRecord(text, record);
@@ -454,14 +514,18 @@ bool PresentProcess::readKnownThread(KnownThread &thread, ProcessStat &stat) {
   return true;
 }
 
-bool PresentProcess::readThread(int tasks, int32_t id, KnownThread &thread, ProcessStat &stat) {
-  if (thread.files.areOpen() && readKnownThread(thread, stat)) return true;
+bool PresentProcess::readThread(int tasks, int32_t id, KnownThread &thread) {
+  if (thread.files.areOpen() && readKnownThread(thread)) return true;
   thread.files = openKeptThreadFiles(all_.budget(), tasks, id);
-  if (thread.files.areOpen()) return readKnownThread(thread, stat);
+  if (thread.files.areOpen()) return readKnownThread(thread);
   thread.record.reset();
   std::string_view text;
-  return reader_.readRecord(tasks, NumberedName("", id, "/stat").text(), text) == kAnswered &&
-         parseProcessStat(text, stat);
+  if (reader_.readRecord(tasks, NumberedName("", id, "/stat").text(), text) != kAnswered ||
+      !parseProcessStat(text, thread.stat)) {
+    return false;
+  }
+  thread.survey = survey_.number();
+  return true;
 }
 
 Errno PresentProcess::readOnlyThread() {
@@ -504,10 +568,9 @@ Errno PresentProcess::readAllThreads() {
   threads_.reserve(ids.size());
   for (int32_t id : ids) {
     KnownThread thread = takeKnownThread(id);
-    ProcessStat stat{};
     // Threads end while the others are read.
-    if (!readThread(task.get(), id, thread, stat)) continue;
-    addThread(thread, stat, stat.userTicks, stat.systemTicks);
+    if (!readThread(task.get(), id, thread)) continue;
+    addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
     seen.push_back(std::move(thread));
   }
   known_->threads = std::move(seen);

@@ -8,12 +8,14 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/linux/known_processes.h"
 #include "host/linux/procfs.h"
+#include "host/linux/task_survey.h"
 #include "host/machine/processes.h"
 
 namespace host::linux_machine {
@@ -37,11 +39,12 @@ struct ThreadReading {
 
 class PresentProcess {
  public:
-  // `procDirectory` is an open handle of /proc. It and `known` outlive this object.
-  PresentProcess(int procDirectory, KnownProcesses &known);
+  // `procDirectory` is an open handle of /proc. It, `known` and `survey` outlive this object.
+  PresentProcess(int procDirectory, KnownProcesses &known, const TaskSurvey &survey);
 
   // Makes `pid` the present process. Each answers DARWIN_ESRCH for one that is not there; zombies
-  // are. After a failure there is no present process. Takes a new reading.
+  // are. After a failure there is no present process. Takes a new reading: from the files, or once
+  // for each survey what was read last, if the survey shows that it still holds.
   Errno read(pid_t pid);
   // Keeps a reading of a moment ago that has not answered `question` yet, else takes a new one.
   Errno readFor(pid_t pid, Question question);
@@ -96,6 +99,10 @@ class PresentProcess {
  private:
   Errno open(pid_t pid);
   void resume(pid_t pid);
+  bool recall(pid_t pid);
+  bool mayRecall(const KnownProcess &known, std::span<const TaskRecord> tasks) const;
+  bool mayRecallThreads(const KnownProcess &known, std::span<const TaskRecord> tasks) const;
+  void beginReading();
   // Of a process whose files were open anyway it is opened when it is first needed.
   Errno ensureDirectory();
   const KeptFiles &files() const;
@@ -115,14 +122,15 @@ class PresentProcess {
   bool hasOnlyThreadRested();
   bool haveKnownThreadsRested();
   KnownThread takeKnownThread(int32_t id);
-  bool readKnownThread(KnownThread &thread, ProcessStat &stat);
+  bool readKnownThread(KnownThread &thread);
   // The same, or else by its name below `tasks`.
-  bool readThread(int tasks, int32_t id, KnownThread &thread, ProcessStat &stat);
+  bool readThread(int tasks, int32_t id, KnownThread &thread);
   void addThread(KnownThread &thread, const ProcessStat &stat, uint64_t userTicks,
                  uint64_t systemTicks);
 
   int procDirectory_;
   KnownProcesses &all_;
+  const TaskSurvey &survey_;
   FileReader reader_;
   DirectoryReader lister_;
 

@@ -8,16 +8,30 @@
 namespace host::linux_machine {
 
 SharedProcesses::SharedProcesses(FileHandle procDirectory)
-    : proc(std::move(procDirectory)), known(descriptorsToKeep()), present(proc.get(), known) {}
+    : proc(std::move(procDirectory)),
+      known(descriptorsToKeep()),
+      present(proc.get(), known, survey) {}
 
 // What a sample asks for: how many processes there are, which, and where memory status puts them.
 static constexpr int kListsOfSample = 3;
 static constexpr uint64_t kSampleTime = 100'000'000;
 
+// What can't tell anything yet in the first sample, and takes its time to begin, is not for reports
+// that are made of two.
+static constexpr uint64_t kFirstSurveyed = 3;
+
 void SharedProcesses::beginSample() {
   const std::lock_guard lock(mutex);
   listed_.clear();
   listAnswers_ = kListsOfSample;
+  surveyTasks();
+}
+
+void SharedProcesses::surveyTasks() {
+  samples_++;
+  if (samples_ == kFirstSurveyed) tasks_ = TaskIterator::load(proc.get());
+  if (!tasks_) return;
+  survey.take([this](std::vector<TaskRecord> &tasks) { return tasks_->read(tasks); });
 }
 
 Errno SharedProcesses::list(std::vector<int32_t> &pids) {
@@ -25,6 +39,10 @@ Errno SharedProcesses::list(std::vector<int32_t> &pids) {
   if (isPartOfSample) listAnswers_--;
   if (isPartOfSample && !listed_.empty() && coarseNanoseconds() - listedAt_ < kSampleTime) {
     pids = listed_;
+    return kAnswered;
+  }
+  if (isPartOfSample && survey.isFresh()) {
+    survey.listProcesses(pids);
     return kAnswered;
   }
   const Errno error = readList(pids);

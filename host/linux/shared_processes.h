@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "host/linux/clock.h"
@@ -13,6 +14,8 @@
 #include "host/linux/known_processes.h"
 #include "host/linux/present_process.h"
 #include "host/linux/procfs.h"
+#include "host/linux/task_iterator.h"
+#include "host/linux/task_survey.h"
 
 namespace host::linux_machine {
 
@@ -25,6 +28,7 @@ struct SharedProcesses {
 
   const FileHandle proc;
   DirectoryReader lister;
+  TaskSurvey survey;
   KnownProcesses known;
   PresentProcess present;
   Descriptors descriptors;
@@ -53,7 +57,11 @@ struct SharedProcesses {
   Errno holdUserProcess(pid_t pid);
 
  private:
+  void surveyTasks();
   Errno readList(std::vector<int32_t> &pids);
+
+  uint64_t samples_ = 0;
+  std::optional<TaskIterator> tasks_;
 
   std::vector<int32_t> listed_;
   uint64_t listedAt_ = 0;

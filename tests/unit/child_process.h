@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <linux/sched.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -79,6 +81,17 @@ inline void busy(const std::function<void()> &ready) {
   ready();
   for (std::atomic<uint64_t> count = 0;; count++) {
   }
+}
+
+// A child with this pid; 0 where the kernel does not let one choose.
+inline pid_t startAs(pid_t pid) {
+  clone_args arguments{};
+  arguments.exit_signal = SIGCHLD;
+  arguments.set_tid = reinterpret_cast<uintptr_t>(&pid);
+  arguments.set_tid_size = 1;
+  const long started = __real_syscall(SYS_clone3, &arguments, sizeof arguments, 0L, 0L, 0L);
+  if (started == 0) sleepForever();
+  return started < 0 ? 0 : static_cast<pid_t>(started);
 }
 
 // The jetsam band of a process that is listed; -1 for another.

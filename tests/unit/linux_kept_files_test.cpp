@@ -4,10 +4,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/sched.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 
 #include <algorithm>
 #include <fstream>
@@ -101,17 +99,6 @@ TEST_F(LinuxKeptFilesTest, AreListedAmongTheProgramsOwnDescriptors) {
     if (text.starts_with("/proc/" + std::to_string(child.pid()) + "/")) kept++;
   }
   EXPECT_EQ(kept, kFiles);
-}
-
-// A child with this pid; 0 where the kernel does not let one choose.
-pid_t startAs(pid_t pid) {
-  clone_args arguments{};
-  arguments.exit_signal = SIGCHLD;
-  arguments.set_tid = reinterpret_cast<uintptr_t>(&pid);
-  arguments.set_tid_size = 1;
-  const long started = __real_syscall(SYS_clone3, &arguments, sizeof arguments, 0L, 0L, 0L);
-  if (started == 0) sleepForever();
-  return started < 0 ? 0 : static_cast<pid_t>(started);
 }
 
 TEST_F(LinuxKeptFilesTest, AreNotThoseOfTheNextOwnerOfThePid) {
@@ -304,7 +291,8 @@ TEST_F(LinuxKeptFilesTest, AProcessThatThereIsNoRoomForIsReadAnew) {
   Child child(sleeping);
   const FileHandle proc = openDirectory(AT_FDCWD, "/proc");
   KnownProcesses known(0);
-  PresentProcess present(proc.get(), known);
+  const TaskSurvey survey;
+  PresentProcess present(proc.get(), known, survey);
   const size_t before = openDescriptors();
   for (const int nice : {1, 5, 9}) {
     ASSERT_EQ(setpriority(PRIO_PROCESS, static_cast<id_t>(child.pid()), nice), 0);

@@ -370,7 +370,8 @@ TEST(LinuxMemoryStatus, ListsTheLivingLowestBandFirst) {
   FileHandle proc = openDirectory(AT_FDCWD, "/proc");
   std::vector<darwin::memorystatus_priority_entry> entries;
   KnownProcesses known;
-  status.list(proc.get(), {zombie, second, first, getpid(), INT32_MAX}, known, entries);
+  status.list(proc.get(), {zombie, second, first, getpid(), INT32_MAX}, TaskSurvey(), known,
+              entries);
   std::vector<int32_t> pids;
   std::vector<int32_t> bands;
   for (const auto &entry : entries) {
@@ -401,16 +402,16 @@ TEST(LinuxMemoryStatus, OneThatEndedSinceTheLastLookIsInOneMoreList) {
   MemoryStatus status;
   FileHandle proc = openDirectory(AT_FDCWD, "/proc");
   std::vector<darwin::memorystatus_priority_entry> entries;
-  status.list(proc.get(), {pid, getpid()}, known, entries);
+  status.list(proc.get(), {pid, getpid()}, TaskSurvey(), known, entries);
   EXPECT_EQ(entries.size(), 2u);
-  status.list(proc.get(), {pid, getpid()}, known, entries);
+  status.list(proc.get(), {pid, getpid()}, TaskSurvey(), known, entries);
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_EQ(entries.front().pid, getpid());
 
   // Once it is reaped there is nothing left to list.
   known.find(pid, 1).isAlive = true;
   waitpid(pid, nullptr, 0);
-  status.list(proc.get(), {pid, getpid()}, known, entries);
+  status.list(proc.get(), {pid, getpid()}, TaskSurvey(), known, entries);
   EXPECT_EQ(entries.size(), 1u);
 }
 
