@@ -177,9 +177,12 @@ bool PresentProcess::recall(pid_t pid) {
   stat_ = known->stat;
   known_->survey = survey_.number();
   known_->isAlive = !stat_.isZombie();
+  // Only what is read has them open: this program lists its own descriptors, too.
+  if (known_->files.areOpen()) known_->files = {};
   beginReading();
   if (stat_.threads > 1) {
     for (KnownThread &thread : known_->threads) {
+      thread.files = {};
       thread.survey = survey_.number();
       addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
     }

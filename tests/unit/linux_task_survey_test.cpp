@@ -515,6 +515,30 @@ TEST_P(SurveyedProcess, HasItsScoreAndEndToldByTheSurvey) {
   EXPECT_TRUE(wait({}));
 }
 
+TEST_P(SurveyedProcess, HasFilesOpenOnlyWhileItIsRead) {
+  Child child([](const std::function<void()> &ready) {
+    std::thread(sleepForever).detach();
+    sleeping(ready);
+  });
+  const pid_t pid = child.pid();
+  KnownProcesses known(100);
+  PresentProcess present(proc_.get(), known, survey_);
+  const auto look = [&] {
+    present.beginPass();
+    survey(pid);
+    std::vector<ThreadReading> *threads = nullptr;
+    EXPECT_EQ(present.read(pid), kAnswered);
+    EXPECT_EQ(present.threads(threads), kAnswered);
+    return known.budget().open();
+  };
+  EXPECT_EQ(look(), KeptFiles::kCount + 2 * KeptThreadFiles::kCount);
+  EXPECT_TRUE(waitUntil([&] { return look() == 0; }));
+  child.signalAndWait(SIGSTOP, WSTOPPED);
+  EXPECT_GE(look(), KeptFiles::kCount);
+  EXPECT_EQ(present.stat().state, 'T');
+  EXPECT_TRUE(waitUntil([&] { return look() == 0; }));
+}
+
 // A folder that is opened for what was recalled is the process's own, or none.
 TEST_P(SurveyedProcess, HasNoFolderOnceItsNumberIsAnothers) {
   Child child(sleeping);
