@@ -68,13 +68,14 @@ bool readText(int fd, size_t limit, std::string &text) {
   text.clear();
   char piece[4096];
   while (text.size() < limit) {
-    const ssize_t got = ::read(fd, piece, std::min(sizeof(piece), limit - text.size()));
+    const size_t room = std::min(sizeof(piece), limit - text.size());
+    const ssize_t got = ::read(fd, piece, room);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0 && text.empty()) return false;
     if (got <= 0) break;
     text.append(piece, static_cast<size_t>(got));
-    // The beginning was asked for, and comes whole: no need to see the end.
-    if (limit <= sizeof(piece)) break;
+    // The kernel makes these texts in one piece: a read that leaves room has reached its end.
+    if (limit <= sizeof(piece) || static_cast<size_t>(got) < room) break;
   }
   return true;
 }
@@ -184,6 +185,39 @@ Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
   return lookAt(processDirectory, fd, stat, device);
 }
 
+// The same by what the kernel told of it. Not for files whose systems have figures of their own:
+// nothing but an inode stands behind sockets and pipes.
+void fillStat(const FileRecord &file, darwin::vinfo_stat &stat) {
+  stat.vst_dev = darwinDevice(file.device >> 20, file.device & 0xfffff);
+  stat.vst_mode = file.mode;
+  stat.vst_nlink = static_cast<uint16_t>(std::min<uint32_t>(file.links, UINT16_MAX));
+  stat.vst_ino = file.inode;
+  stat.vst_uid = file.user;
+  stat.vst_gid = file.group;
+  stat.vst_atime = file.accessSeconds;
+  stat.vst_atimensec = file.accessNanoseconds;
+  stat.vst_mtime = file.modificationSeconds;
+  stat.vst_mtimensec = file.modificationNanoseconds;
+  stat.vst_ctime = file.changeSeconds;
+  stat.vst_ctimensec = file.changeNanoseconds;
+  stat.vst_size = file.size;
+  stat.vst_blocks = static_cast<int64_t>(file.blocks);
+  stat.vst_blksize = int32_t{1} << std::min<int>(file.blockBits, 30);
+}
+
+uint64_t deviceOf(const FileRecord &file) {
+  return makedev(file.device >> 20, file.device & 0xfffff);
+}
+
+darwin::proc_fileinfo fileInfoOf(const FileRecord &file, uint32_t type) {
+  darwin::proc_fileinfo info = {};
+  info.fi_type = static_cast<int32_t>(type);
+  info.fi_openflags = darwinOpenFlags(file.flags);
+  if (file.closesOnExec != 0) info.fi_status = darwin::PROC_FP_CLEXEC;
+  info.fi_offset = file.position;
+  return info;
+}
+
 // The file system that an open file stands in; 0 if none was opened.
 uint64_t deviceOf(const FileHandle &file) {
   struct stat stat;
@@ -199,6 +233,10 @@ uint64_t deviceOfPipes() {
   if (pipe2(ends, O_CLOEXEC) != 0) return 0;
   const FileHandle writing(ends[1]);
   return deviceOf(FileHandle(ends[0]));
+}
+
+uint64_t deviceOfQueues() {
+  return deviceOf(FileHandle(epoll_create1(EPOLL_CLOEXEC)));
 }
 
 int32_t vnodeType(uint16_t mode) {
@@ -334,6 +372,20 @@ struct Descriptors::Link {
     return true;
   }
 
+  // The same of an event queue or its like, by its name. False for anything else.
+  bool take(const FileRecord &file, uint64_t queueDevice) {
+    constexpr std::string_view kKind = "anon_inode:";
+    const size_t length = strnlen(file.name, sizeof(file.name));
+    if (queueDevice == 0 || deviceOf(file) != queueDevice || length + 1 >= sizeof(file.name)) {
+      return false;
+    }
+    memcpy(buffer, kKind.data(), kKind.size());
+    memcpy(buffer + kKind.size(), file.name, length);
+    text = std::string_view(buffer, kKind.size() + length);
+    type = descriptorTypeOfLink(text);
+    return true;
+  }
+
   // The number in "socket:[123]".
   uint64_t inode() const {
     uint64_t number = 0;
@@ -375,6 +427,7 @@ uint32_t descriptorTypeOfLink(std::string_view link) {
 Descriptors::Descriptors()
     : socketKind_{darwin::PROX_FDTYPE_SOCKET, darwin::DARWIN_ENOTSOCK, deviceOfSockets()},
       pipeKind_{darwin::PROX_FDTYPE_PIPE, darwin::DARWIN_EBADF, deviceOfPipes()},
+      queueDevice_(deviceOfQueues()),
       ownNetwork_(networkOf(openStartingPoint(AT_FDCWD, "/proc/thread-self").get())) {}
 Descriptors::~Descriptors() = default;
 
@@ -385,13 +438,51 @@ void Descriptors::beginPass() {
 
 Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
                         std::vector<uint64_t> *sockets, const DescriptorBudget *ownFiles) {
-  const FileHandle directory = openDirectory(processDirectory, "fd");
-  if (!directory.isOpen()) {
-    const Errno error = errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
-    return error == darwin::DARWIN_EPERM ? count(processDirectory, limit, list, sockets) : error;
-  }
   list_.clear();
   inodes_.clear();
+  Errno error = kAnswered;
+  if (!files_.empty()) {
+    error = listFiles(processDirectory, limit);
+  } else {
+    const FileHandle directory = openDirectory(processDirectory, "fd");
+    if (!directory.isOpen()) {
+      error = errno == ENOENT ? darwin::DARWIN_ESRCH : failure(errno, processDirectory);
+      return error == darwin::DARWIN_EPERM ? count(processDirectory, limit, list, sockets) : error;
+    }
+    error = listDirectory(directory.get(), processDirectory, limit, ownFiles);
+  }
+  if (error != kAnswered) return error;
+  if (list_.empty() && !isAlive(processDirectory)) return darwin::DARWIN_ESRCH;
+  list.assign(list_.begin(), list_.end());
+  if (sockets != nullptr) sockets->assign(inodes_.begin(), inodes_.end());
+  return kAnswered;
+}
+
+// Links are read of what has a name only.
+Errno Descriptors::listFiles(int processDirectory, size_t limit) {
+  Link link;
+  for (const FileRecord &file : files_) {
+    if (list_.size() >= limit) break;
+    const uint64_t device = deviceOf(file);
+    if (device == socketKind_.device) {
+      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_SOCKET});
+      inodes_.push_back(file.inode);
+    } else if (device == pipeKind_.device) {
+      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_PIPE});
+    } else if (link.take(file, queueDevice_) ||
+               link.read(processDirectory, EntryName("fd", file.descriptor).text)) {
+      list_.push_back({file.descriptor, link.type});
+    } else if (errno == EACCES || errno == EPERM) {
+      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_VNODE});
+    } else if (errno != ENOENT && errno != ESRCH) {
+      return failure(errno, processDirectory);
+    }
+  }
+  return kAnswered;
+}
+
+Errno Descriptors::listDirectory(int directory, int processDirectory, size_t limit,
+                                 const DescriptorBudget *ownFiles) {
   alignas(8) char buffer[16384];
   Link link;
   bool isWhole = false;
@@ -401,7 +492,7 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
     // and the two of the directory itself.
     const size_t room = sizeof(buffer) / kEntrySize - 2;
     const size_t wanted = std::min(limit - list_.size(), room) + 2;
-    const ssize_t size = getdents64(directory.get(), buffer, wanted * kEntrySize);
+    const ssize_t size = getdents64(directory, buffer, wanted * kEntrySize);
     if (size < 0) return failure(errno, processDirectory);
     // The kernel stops for want of room only.
     isWhole = static_cast<size_t>(size) + kEntrySize <= wanted * kEntrySize;
@@ -418,9 +509,9 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
           parseEntry({name, strnlen(name, length - offsetof(dirent64, d_name))});
       if (!number.has_value()) continue;
       const bool isKnown = areHidden || (ownFiles != nullptr && ownFiles->has(*number));
-      if (!isKnown && link.read(directory.get(), EntryName(".", *number).text)) {
+      if (!isKnown && link.read(directory, EntryName(".", *number).text)) {
         // In a listing of this process: what it is read from.
-        if (*number == directory.get() && link.text == ownListing()) continue;
+        if (*number == directory && link.text == ownListing()) continue;
         list_.push_back({*number, link.type});
         if (link.type == darwin::PROX_FDTYPE_SOCKET) inodes_.push_back(link.inode());
       } else if (isKnown || errno == EACCES || errno == EPERM) {
@@ -432,10 +523,16 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
       }
     }
   }
-  if (list_.empty() && !isAlive(processDirectory)) return darwin::DARWIN_ESRCH;
-  list.assign(list_.begin(), list_.end());
-  if (sockets != nullptr) sockets->assign(inodes_.begin(), inodes_.end());
   return kAnswered;
+}
+
+// What is known of a descriptor from the look at all of them, but once: who asks again wants the
+// state of now. Null for one that is not known.
+const FileRecord *Descriptors::takeFile(int fd) {
+  const auto file = std::ranges::lower_bound(files_, fd, {}, &FileRecord::descriptor);
+  if (file == files_.end() || file->descriptor != fd || file->isTaken != 0) return nullptr;
+  file->isTaken = 1;
+  return &*file;
 }
 
 // How many there are, where the kernel keeps even their numbers to itself. Those before 6.2 don't
@@ -496,11 +593,17 @@ Errno Descriptors::readAccess(int processDirectory, int fd, darwin::proc_fileinf
 // What all questions begin with: the link, which must be of the type asked about, and the fdinfo.
 Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Link &link,
                         darwin::proc_fileinfo &info) {
-  Errno error = readLink(processDirectory, fd, link);
+  const FileRecord *file = takeFile(fd);
+  Errno error = kAnswered;
+  if (file == nullptr || !link.take(*file, queueDevice_)) {
+    error = readLink(processDirectory, fd, link);
+  }
   if (error != kAnswered) return error;
   if (link.type != type) return darwin::DARWIN_EBADF;
-  error = readFileInfo(processDirectory, fd, kFileInfoSize);
-  if (error == kAnswered) info = parseFileInfo(text_, type);
+  if (file == nullptr) error = readFileInfo(processDirectory, fd, kFileInfoSize);
+  if (error == kAnswered) {
+    info = file != nullptr ? fileInfoOf(*file, type) : parseFileInfo(text_, type);
+  }
   return error;
 }
 
@@ -531,6 +634,13 @@ Errno Descriptors::openNameless(int processDirectory, int fd, const NamelessKind
                                 uint64_t &inode, darwin::proc_fileinfo &info,
                                 darwin::vinfo_stat &stat) {
   if (fd < 0) return darwin::DARWIN_EBADF;
+  const FileRecord *file = takeFile(fd);
+  if (file != nullptr && deviceOf(*file) == kind.device) {
+    fillStat(*file, stat);
+    inode = file->inode;
+    info = fileInfoOf(*file, kind.type);
+    return kAnswered;
+  }
   uint64_t device = 0;
   Errno error = lookAt(processDirectory, fd, stat, device);
   if (error != kAnswered) return error;
@@ -632,7 +742,11 @@ Errno Descriptors::kqueue(int processDirectory, int fd, darwin::kqueue_fdinfo &i
 Errno Descriptors::kqueueEvents(int processDirectory, int fd,
                                 std::vector<darwin::kevent_extinfo> &events) {
   Link link;
-  Errno error = readLink(processDirectory, fd, link);
+  const FileRecord *file = takeFile(fd);
+  Errno error = kAnswered;
+  if (file == nullptr || !link.take(*file, queueDevice_)) {
+    error = readLink(processDirectory, fd, link);
+  }
   if (error != kAnswered) return error;
   if (link.type != darwin::PROX_FDTYPE_KQUEUE) return darwin::DARWIN_EBADF;
   error = readFileInfo(processDirectory, fd, kEventsSize);

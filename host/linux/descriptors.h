@@ -11,6 +11,7 @@
 
 #include "darwin/proc_info.h"
 #include "host/errno.h"
+#include "host/linux/file_iterator.h"
 #include "host/linux/kept_files.h"
 #include "host/linux/mapped_files.h"
 #include "host/linux/other_networks.h"
@@ -33,6 +34,11 @@ class Descriptors {
 
   // A new sample begins: the socket tables are read anew when next needed.
   void beginPass();
+
+  // Takes over what the kernel told just now of all that a task has open, or of as many as come
+  // first: the next list(), and the next question about each, are answered by that. To be taken
+  // back, for none, before another task is asked about.
+  void useFiles(std::vector<FileRecord> &files) { files_.swap(files); }
 
   // The descriptors in ascending order, at most `limit`, and the inodes of the sockets among them
   // where `sockets` is not null. Work and memory are bounded by the limit. `ownFiles` are known to
@@ -72,6 +78,10 @@ class Descriptors {
     uint64_t device;  // of the file system that has nothing else in it; 0 if not known
   };
 
+  const FileRecord *takeFile(int fd);
+  Errno listFiles(int processDirectory, size_t limit);
+  Errno listDirectory(int directory, int processDirectory, size_t limit,
+                      const DescriptorBudget *ownFiles);
   Errno count(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,
               std::vector<uint64_t> *sockets);
   Errno readAccess(int processDirectory, int fd, darwin::proc_fileinfo &info);
@@ -84,10 +94,12 @@ class Descriptors {
 
   const NamelessKind socketKind_;
   const NamelessKind pipeKind_;
+  const uint64_t queueDevice_;  // of event queues and their like; 0 if not known
   const NetworkKey ownNetwork_;
   SocketTable sockets_;
   OtherNetworks otherNetworks_;
   MappedFiles mappedFiles_;
+  std::vector<FileRecord> files_;          // ascending by descriptor
   std::string text_;                       // the last fdinfo read
   std::vector<darwin::proc_fdinfo> list_;  // reused from one listing to the next
   std::vector<uint64_t> inodes_;

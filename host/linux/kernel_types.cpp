@@ -1,5 +1,6 @@
 #include "host/linux/kernel_types.h"
 
+#include <bit>
 #include <utility>
 
 #include "host/linux/procfs.h"
@@ -16,6 +17,11 @@ uint32_t KernelTypes::find(const char *name, uint32_t kind) const {
   if (types_ == nullptr) return 0;
   const int32_t id = btf__find_by_name_kind(types_.get(), name, kind);
   return id > 0 ? static_cast<uint32_t>(id) : 0;
+}
+
+// Where the last byte comes first, the beginning of a wider number is no number.
+static bool isWideEnough(size_t width, size_t wanted) {
+  return std::endian::native == std::endian::little ? width >= wanted : width == wanted;
 }
 
 // What a type is, without its qualifiers and other names; 0 for void.
@@ -83,7 +89,7 @@ bool KernelTypes::follow(const char *structure, std::string_view path, size_t si
       offsets.push_back(base);
       return btf_is_ptr(found)
                  ? size == sizeof(void *)
-                 : (btf_is_int(found) || btf_is_any_enum(found)) && found->size == size;
+                 : (btf_is_int(found) || btf_is_any_enum(found)) && isWideEnough(found->size, size);
     }
     if (path.starts_with("->")) {
       if (!btf_is_ptr(found)) return false;

@@ -21,7 +21,8 @@ class KernelTypes {
   // The way to a member, or member of a member, of a structure: `path` is what C would have behind
   // "p->" for a pointer to `structure`, such as "signal->pids[2]->level". Fills `offsets` with
   // where one pointer after the other is found, each from where the one before it leads, and last
-  // what the path ends with. False if there is none, or it is no number or pointer of `size` bytes.
+  // what the path ends with. False if there is none, or it is no number or pointer of at least
+  // `size` bytes, of which the low ones are wanted.
   bool follow(const char *structure, std::string_view path, size_t size,
               std::vector<uint32_t> &offsets) const;
 

@@ -1,5 +1,6 @@
 #include "host/linux/linux_descriptors.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,36 @@
 
 namespace host::linux_machine {
 
+// To look at files one by one costs as much for so many as it does to prepare looks at all of a
+// process's.
+static constexpr size_t kWorthPreparing = 1000;
+// How many a process has at least for one look to be cheaper.
+static constexpr size_t kWorthLooking = 4;
+
+// What has no name is dearest, and a look at all spares most of that.
+void LinuxDescriptors::countCost(const std::vector<darwin::proc_fdinfo> &list) {
+  if (askedOneByOne_ >= kWorthPreparing) return;
+  askedOneByOne_ +=
+      static_cast<size_t>(std::ranges::count_if(list, [](const darwin::proc_fdinfo &entry) {
+        return entry.proc_fdtype != darwin::PROX_FDTYPE_VNODE;
+      }));
+  if (askedOneByOne_ >= kWorthPreparing) iterator_ = FileIterator::load(shared_.proc.get());
+}
+
+// Answers the questions of this reading by one look at all files, if there can be one.
+void LinuxDescriptors::lookAtFiles(int directory, size_t most) {
+  const int32_t task = shared_.present.taskThread();
+  files_.clear();
+  // This program's own would be more than it has.
+  if (iterator_ && shared_.present.stat().id != getpid()) {
+    iterator_->read(task, most, files_);
+    // The number was the task's own if that is still there.
+    if (faccessat(directory, "stat", F_OK, 0) != 0) files_.clear();
+  }
+  shared_.descriptors.useFiles(files_);
+  lookedAt_ = shared_.present.reading();
+}
+
 Errno LinuxDescriptors::listPresent(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list,
                                     std::vector<uint64_t> &sockets) {
   // The kernel opens nothing in the table that its threads share.
@@ -18,6 +49,7 @@ Errno LinuxDescriptors::listPresent(pid_t pid, size_t limit, std::vector<darwin:
   int directory = -1;
   const Errno error = shared_.present.taskDirectory(directory);
   if (error != kAnswered) return error;
+  lookAtFiles(directory, limit);
   const DescriptorBudget *own = pid == getpid() ? &shared_.known.budget() : nullptr;
   return shared_.descriptors.list(directory, limit, list, &sockets, own);
 }
@@ -37,6 +69,7 @@ Errno LinuxDescriptors::descriptors(pid_t pid, size_t limit,
     std::vector<darwin::proc_fdinfo> listed;
     error = listPresent(pid, limit, listed, process.sockets);
     if (error != kAnswered) return error;
+    countCost(listed);
     process.descriptors = std::move(listed);
     process.descriptorLimit = limit;
   }
@@ -84,7 +117,12 @@ Errno LinuxDescriptors::read(const Kind<T> &kind, int fd, T &answer) {
   }
   int directory = -1;
   const Errno error = shared_.present.taskDirectory(directory);
-  return error == kAnswered ? (shared_.descriptors.*kind.question)(directory, fd, answer) : error;
+  if (error != kAnswered) return error;
+  if (lookedAt_ != shared_.present.reading()) {
+    const bool isWorth = process.descriptors && process.descriptors->size() >= kWorthLooking;
+    lookAtFiles(directory, isWorth ? process.descriptorLimit : 0);
+  }
+  return (shared_.descriptors.*kind.question)(directory, fd, answer);
 }
 
 template <typename T>

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/darwin/errors.h"
+#include "host/linux/file_iterator.h"
 #include "host/linux/shared_processes.h"
 #include "host/machine/descriptors.h"
 
@@ -29,6 +30,8 @@ class LinuxDescriptors : public virtual DescriptorQuestions {
 
  private:
   // Of the present process.
+  void lookAtFiles(int directory, size_t most);
+  void countCost(const std::vector<darwin::proc_fdinfo> &list);
   Errno listPresent(pid_t pid, size_t limit, std::vector<darwin::proc_fdinfo> &list,
                     std::vector<uint64_t> &sockets);
   template <typename T>
@@ -49,6 +52,10 @@ class LinuxDescriptors : public virtual DescriptorQuestions {
   // Under the lock of the processes.
   uint64_t answeredPass_ = 0;
   size_t answersOfPass_ = 0;
+  std::optional<FileIterator> iterator_;
+  size_t askedOneByOne_ = 0;
+  uint64_t lookedAt_ = 0;  // the reading in which there was a look at all files
+  std::vector<FileRecord> files_;
 };
 
 }  // namespace host::linux_machine

@@ -1,5 +1,4 @@
-// A look at all tasks of the system at once: a small program in the kernel, a BPF iterator over
-// tasks, writes a record of each. That costs a tenth of what reading a file per task does.
+// A look at all tasks of the system at once.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/linux/procfs.h"
+#include "host/linux/kernel_iterator.h"
 
 namespace host::linux_machine {
 
@@ -45,10 +44,7 @@ struct TaskRecord {
 
 class TaskIterator {
  public:
-  // Puts the program into the kernel, which takes some 10 ms. Not there where the kernel has no
-  // such iterators or does not describe itself, where the caller may not use them (it takes
-  // CAP_BPF and CAP_PERFMON), and where /proc, of which `procDirectory` is an open handle, does
-  // not number all processes of the system as the kernel does.
+  // As KernelIterator::load.
   static std::optional<TaskIterator> load(int procDirectory);
 
   // Fills `records` with those of all tasks, ascending by process and then by ID. False, with no
@@ -56,9 +52,9 @@ class TaskIterator {
   bool read(std::vector<TaskRecord> &records);
 
  private:
-  explicit TaskIterator(FileHandle link) : link_(std::move(link)) {}
+  explicit TaskIterator(KernelIterator tasks) : tasks_(std::move(tasks)) {}
 
-  FileHandle link_;  // what keeps the program in the kernel
+  KernelIterator tasks_;
 };
 
 }  // namespace host::linux_machine

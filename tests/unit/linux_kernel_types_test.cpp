@@ -102,6 +102,7 @@ TEST_F(LinuxKernelTypesTest, MembersAreWhereTheyAre) {
   EXPECT_THAT(way("task", "one", 4), ElementsAre(8)) << "in a structure without a name";
   EXPECT_THAT(way("task", "left", 8), ElementsAre(16)) << "in a union within that";
   EXPECT_THAT(way("task", "right", 4), ElementsAre(16));
+  EXPECT_THAT(way("task", "left", 4), ElementsAre(16)) << "the low half";
   EXPECT_THAT(way("task", "signal->pids[2]->numbers[0].nr", 4), ElementsAre(32, 32, 96));
   EXPECT_THAT(way("task", "signal->pids[3]->numbers[1].nr", 4), ElementsAre(32, 40, 112));
 }
