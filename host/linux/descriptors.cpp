@@ -442,7 +442,7 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
   inodes_.clear();
   Errno error = kAnswered;
   if (!files_.empty()) {
-    error = listFiles(processDirectory, limit);
+    error = listFiles(processDirectory, limit, ownFiles);
   } else {
     const FileHandle directory = openDirectory(processDirectory, "fd");
     if (!directory.isOpen()) {
@@ -459,24 +459,26 @@ Errno Descriptors::list(int processDirectory, size_t limit, std::vector<darwin::
 }
 
 // Links are read of what has a name only.
-Errno Descriptors::listFiles(int processDirectory, size_t limit) {
+Errno Descriptors::listFiles(int processDirectory, size_t limit, const DescriptorBudget *ownFiles) {
   Link link;
   for (const FileRecord &file : files_) {
     if (list_.size() >= limit) break;
     const uint64_t device = deviceOf(file);
+    const bool isOwnFile = ownFiles != nullptr && ownFiles->has(file.descriptor);
+    uint32_t type = darwin::PROX_FDTYPE_VNODE;
     if (device == socketKind_.device) {
-      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_SOCKET});
+      type = darwin::PROX_FDTYPE_SOCKET;
       inodes_.push_back(file.inode);
     } else if (device == pipeKind_.device) {
-      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_PIPE});
-    } else if (link.take(file, queueDevice_) ||
-               link.read(processDirectory, EntryName("fd", file.descriptor).text)) {
-      list_.push_back({file.descriptor, link.type});
-    } else if (errno == EACCES || errno == EPERM) {
-      list_.push_back({file.descriptor, darwin::PROX_FDTYPE_VNODE});
-    } else if (errno != ENOENT && errno != ESRCH) {
-      return failure(errno, processDirectory);
+      type = darwin::PROX_FDTYPE_PIPE;
+    } else if (!isOwnFile) {
+      const bool isRead = link.take(file, queueDevice_) ||
+                          link.read(processDirectory, EntryName("fd", file.descriptor).text);
+      if (!isRead && (errno == ENOENT || errno == ESRCH)) continue;
+      if (!isRead && errno != EACCES && errno != EPERM) return failure(errno, processDirectory);
+      if (isRead) type = link.type;
     }
+    list_.push_back({file.descriptor, type});
   }
   return kAnswered;
 }

@@ -79,7 +79,7 @@ class Descriptors {
   };
 
   const FileRecord *takeFile(int fd);
-  Errno listFiles(int processDirectory, size_t limit);
+  Errno listFiles(int processDirectory, size_t limit, const DescriptorBudget *ownFiles);
   Errno listDirectory(int directory, int processDirectory, size_t limit,
                       const DescriptorBudget *ownFiles);
   Errno count(int processDirectory, size_t limit, std::vector<darwin::proc_fdinfo> &list,

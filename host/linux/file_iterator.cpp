@@ -3,6 +3,7 @@
 #include <linux/bpf.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <type_traits>
 
 #include "host/linux/instructions.h"
@@ -94,16 +95,25 @@ static bool addRest(const KernelTypes &types, Instructions &program, int record)
   return true;
 }
 
-std::optional<FileIterator> FileIterator::load(int procDirectory) {
+std::optional<FileIterator> FileIterator::load(const KernelTypes &types) {
   std::optional<KernelIterator> files =
-      KernelIterator::load(procDirectory, kFiles, kFields, sizeof(FileRecord), addRest);
+      KernelIterator::load(types, kFiles, kFields, sizeof(FileRecord), addRest);
+  if (!files) return std::nullopt;
+  FileIterator iterator(std::move(*files));
   std::vector<FileRecord> own;
-  if (!files || !files->read(own, 1, getpid())) return std::nullopt;
-  return FileIterator(std::move(*files));
+  if (!iterator.read(getpid(), 1, own)) return std::nullopt;
+  return iterator;
 }
 
 bool FileIterator::read(int32_t task, size_t most, std::vector<FileRecord> &files) const {
-  if (!files_.read(files, most, task)) return false;
+  // The one that is open for the look may be this program's own.
+  const size_t wanted = most < SIZE_MAX ? most + 1 : most;
+  int own = -1;
+  if (!files_.read(files, wanted, task, own)) return false;
+  if (task == getpid()) {
+    std::erase_if(files, [own](const FileRecord &file) { return file.descriptor == own; });
+  }
+  files.resize(std::min(files.size(), most));
   for (FileRecord &file : files) file.changeNanoseconds &= kNanoseconds;
   return true;
 }

@@ -37,12 +37,11 @@ struct FileRecord {
 
 class FileIterator {
  public:
-  // As KernelIterator::load; also of kernels that can't look at a single task (before 6.1).
-  static std::optional<FileIterator> load(int procDirectory);
+  // As KernelIterator::load; not of kernels that can't look at a single task (before 6.1).
+  static std::optional<FileIterator> load(const KernelTypes &types);
 
   // Fills `files` with what a task has open, ascending by descriptor, but `most` at most: nothing
-  // for one that is gone. False, with no records, if the kernel can't give them now. This program's
-  // own are two more while they are looked at.
+  // for one that is gone. False, with no records, if the kernel can't give them now.
   bool read(int32_t task, size_t most, std::vector<FileRecord> &files) const;
 
  private:

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/darwin/errors.h"
+#include "host/linux/clock.h"
 #include "host/linux/mount_text.h"
 
 namespace host::linux_machine {
@@ -155,11 +156,19 @@ void fillVirtualMemory(const MemoryInfo &info, const MemoryEvents &events,
       info.compressedData / kPageKiB + devices.dataBytes / kPageBytes;
 }
 
+// One reading serves the questions of a moment: each frame has several.
 Errno HostFigures::readMemory(MemoryInfo &info) {
-  std::string_view text;
-  Errno error = reader_.readRecord(AT_FDCWD, "/proc/meminfo", text);
-  if (error != kAnswered) return error;
-  return parseMemoryInfo(text, info) ? kAnswered : darwin::DARWIN_EIO;
+  constexpr uint64_t kMoment = 10'000'000;
+  const uint64_t now = coarseNanoseconds();
+  if (memoryReadAt_ == 0 || now - memoryReadAt_ >= kMoment) {
+    std::string_view text;
+    const Errno error = reader_.readRecord(AT_FDCWD, "/proc/meminfo", text);
+    if (error != kAnswered) return error;
+    if (!parseMemoryInfo(text, memory_)) return darwin::DARWIN_EIO;
+    memoryReadAt_ = now;
+  }
+  info = memory_;
+  return kAnswered;
 }
 
 Errno HostFigures::memoryBytes(uint64_t &bytes) {
@@ -179,6 +188,8 @@ Errno HostFigures::memoryStatusLevel(unsigned int &percent) {
 }
 
 void HostFigures::readCompressedDevices(CompressedDevices &devices) {
+  // Of the driver, without which there is none.
+  if (faccessat(AT_FDCWD, "/sys/class/zram-control", F_OK, 0) != 0) return;
   FileHandle blocks = openDirectory(AT_FDCWD, "/sys/block");
   if (!blocks.isOpen()) return;
   lister_.readNames(blocks.get(), [&](std::string_view name, bool) {

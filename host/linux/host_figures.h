@@ -87,6 +87,8 @@ class HostFigures {
   FileReader reader_;
   FileReader secondReader_;
   DirectoryReader lister_;
+  MemoryInfo memory_{};
+  uint64_t memoryReadAt_ = 0;  // coarseNanoseconds(); 0 for never
 };
 
 }  // namespace host::linux_machine

@@ -1,21 +1,13 @@
 #include "host/linux/kernel_iterator.h"
 
 #include <bpf/bpf.h>
-#include <bpf/btf.h>
-#include <bpf/libbpf.h>
 #include <linux/bpf.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstdarg>
 
 #include "host/linux/instructions.h"
 #include "host/linux/kernel_types.h"
 
 namespace host::linux_machine {
-
-// The inode of the initial namespace of pids, of which each system has one.
-static constexpr ino_t kInitialPids = 0xEFFFFFFC;
 
 static bool followAny(const KernelTypes &types, const char *structure, const RecordField &field,
                       std::vector<uint32_t> &way) {
@@ -60,28 +52,10 @@ static bool writeProgram(const KernelTypes &types, const RecordSource &source,
   return true;
 }
 
-static int printNothing(libbpf_print_level, const char *, va_list) {
-  return 0;
-}
-
-// Whether the pids of a /proc are those of the initial namespace.
-static bool numbersAllProcesses(int procDirectory) {
-  struct stat pids {};
-  char self[16];
-  const ssize_t length = readlinkat(procDirectory, "self", self, sizeof self);
-  int32_t number = 0;
-  return fstatat(procDirectory, "self/ns/pid", &pids, 0) == 0 && pids.st_ino == kInitialPids &&
-         length > 0 && parseNumber({self, static_cast<size_t>(length)}, number) &&
-         number == getpid();
-}
-
-std::optional<KernelIterator> KernelIterator::load(int procDirectory, const RecordSource &source,
+std::optional<KernelIterator> KernelIterator::load(const KernelTypes &types,
+                                                   const RecordSource &source,
                                                    std::span<const RecordField> fields, size_t size,
                                                    Extra extra) {
-  if (!numbersAllProcesses(procDirectory)) return std::nullopt;
-  // It would say on standard error what the kernel refuses.
-  libbpf_set_print(printNothing);
-  const KernelTypes types(btf__load_vmlinux_btf());
   Instructions program;
   if (!writeProgram(types, source, fields, size, extra, program)) return std::nullopt;
 

@@ -42,20 +42,17 @@ class KernelIterator {
   // are in registers of their own. False if this kernel lacks what it takes.
   using Extra = bool (*)(const KernelTypes &types, Instructions &program, int record);
 
-  // Puts the program into the kernel, which takes some 10 ms. Its records have `size` bytes, of
-  // which those that no field takes are 0. Not there where the kernel has no such iterators or does
-  // not describe itself, where the caller may not use them (it takes CAP_BPF and CAP_PERFMON), and
-  // where /proc, of which `procDirectory` is an open handle, does not number all processes of the
-  // system as the kernel does.
-  static std::optional<KernelIterator> load(int procDirectory, const RecordSource &source,
+  // Puts the program into the kernel. Its records have `size` bytes, of which those that no field
+  // takes are 0. Not there where the kernel refuses, or lacks a field.
+  static std::optional<KernelIterator> load(const KernelTypes &types, const RecordSource &source,
                                             std::span<const RecordField> fields, size_t size,
                                             Extra extra = nullptr);
 
   // Fills `records` with one of each object, in the kernel's order, but `most` at most; of a single
   // task's objects where `task` is not 0. False, with no records, if the kernel can't give them
-  // now.
+  // now. `own` is set to the descriptor that was open for it.
   template <typename Record>
-  bool read(std::vector<Record> &records, size_t most = SIZE_MAX, int32_t task = 0) const;
+  bool read(std::vector<Record> &records, size_t most, int32_t task, int &own) const;
 
  private:
   KernelIterator(FileHandle program, FileHandle link)
@@ -70,13 +67,14 @@ class KernelIterator {
 };
 
 template <typename Record>
-bool KernelIterator::read(std::vector<Record> &records, size_t most, int32_t task) const {
-  constexpr size_t kPiece = 32768 / sizeof(Record);
+bool KernelIterator::read(std::vector<Record> &records, size_t most, int32_t task, int &own) const {
+  constexpr size_t kRoom = 32768 / sizeof(Record);
   const FileHandle file = open(task);
+  own = file.get();
   size_t filled = 0;
   ssize_t length = file.isOpen() ? 1 : -1;
   while (length > 0 && filled / sizeof(Record) < most) {
-    records.resize(filled / sizeof(Record) + kPiece);
+    records.resize(filled / sizeof(Record) + kRoom);
     length = readPiece(file, std::as_writable_bytes(std::span(records)).subspan(filled));
     if (length > 0) filled += static_cast<size_t>(length);
   }

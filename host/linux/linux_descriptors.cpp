@@ -25,16 +25,16 @@ void LinuxDescriptors::countCost(const std::vector<darwin::proc_fdinfo> &list) {
       static_cast<size_t>(std::ranges::count_if(list, [](const darwin::proc_fdinfo &entry) {
         return entry.proc_fdtype != darwin::PROX_FDTYPE_VNODE;
       }));
-  if (askedOneByOne_ >= kWorthPreparing) iterator_ = FileIterator::load(shared_.proc.get());
+  if (askedOneByOne_ >= kWorthPreparing) shared_.preparedLooks();
 }
 
 // Answers the questions of this reading by one look at all files, if there can be one.
 void LinuxDescriptors::lookAtFiles(int directory, size_t most) {
   const int32_t task = shared_.present.taskThread();
   files_.clear();
-  // This program's own would be more than it has.
-  if (iterator_ && shared_.present.stat().id != getpid()) {
-    iterator_->read(task, most, files_);
+  const std::optional<FileIterator> &iterator = shared_.looks().files;
+  if (iterator && most > 0) {
+    iterator->read(task, most, files_);
     // The number was the task's own if that is still there.
     if (faccessat(directory, "stat", F_OK, 0) != 0) files_.clear();
   }

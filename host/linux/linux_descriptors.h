@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "host/darwin/errors.h"
-#include "host/linux/file_iterator.h"
 #include "host/linux/shared_processes.h"
 #include "host/machine/descriptors.h"
 
@@ -52,7 +51,6 @@ class LinuxDescriptors : public virtual DescriptorQuestions {
   // Under the lock of the processes.
   uint64_t answeredPass_ = 0;
   size_t answersOfPass_ = 0;
-  std::optional<FileIterator> iterator_;
   size_t askedOneByOne_ = 0;
   uint64_t lookedAt_ = 0;  // the reading in which there was a look at all files
   std::vector<FileRecord> files_;

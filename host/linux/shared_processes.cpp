@@ -16,8 +16,8 @@ SharedProcesses::SharedProcesses(FileHandle procDirectory)
 static constexpr int kListsOfSample = 3;
 static constexpr uint64_t kSampleTime = 100'000'000;
 
-// What can't tell anything yet in the first sample, and takes its time to begin, is not for reports
-// that are made of two.
+// A survey can't tell anything yet in the first sample, and takes its time to be prepared: not for
+// reports that are made of two.
 static constexpr uint64_t kFirstSurveyed = 3;
 
 void SharedProcesses::beginSample() {
@@ -28,10 +28,15 @@ void SharedProcesses::beginSample() {
 }
 
 void SharedProcesses::surveyTasks() {
-  samples_++;
-  if (samples_ == kFirstSurveyed) tasks_ = TaskIterator::load(proc.get());
-  if (!tasks_) return;
-  survey.take([this](std::vector<TaskRecord> &tasks) { return tasks_->read(tasks); });
+  if (samples_ < kFirstSurveyed) samples_++;
+  if (samples_ < kFirstSurveyed || !preparedLooks().tasks) return;
+  survey.take([this](std::vector<TaskRecord> &tasks) { return looks_.tasks->read(tasks); });
+}
+
+const KernelLooks &SharedProcesses::preparedLooks() {
+  if (!areLooksPrepared_) looks_ = KernelLooks::load(proc.get());
+  areLooksPrepared_ = true;
+  return looks_;
 }
 
 Errno SharedProcesses::list(std::vector<int32_t> &pids) {

@@ -6,15 +6,14 @@
 
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 #include "host/linux/clock.h"
 #include "host/linux/descriptors.h"
+#include "host/linux/kernel_looks.h"
 #include "host/linux/known_processes.h"
 #include "host/linux/present_process.h"
 #include "host/linux/procfs.h"
-#include "host/linux/task_iterator.h"
 #include "host/linux/task_survey.h"
 
 namespace host::linux_machine {
@@ -32,6 +31,11 @@ struct SharedProcesses {
   KnownProcesses known;
   PresentProcess present;
   Descriptors descriptors;
+
+  // Looks at many of the kernel's objects at once. They take their time to be prepared, so are
+  // there once a caller that has many to look at asked for them.
+  const KernelLooks &preparedLooks();
+  const KernelLooks &looks() const { return looks_; }
 
   // A sample of all processes begins: one listing answers all its questions for the list.
   void beginSample();
@@ -61,7 +65,8 @@ struct SharedProcesses {
   Errno readList(std::vector<int32_t> &pids);
 
   uint64_t samples_ = 0;
-  std::optional<TaskIterator> tasks_;
+  bool areLooksPrepared_ = false;
+  KernelLooks looks_;
 
   std::vector<int32_t> listed_;
   uint64_t listedAt_ = 0;

@@ -39,15 +39,16 @@ static_assert(std::has_unique_object_representations_v<TaskRecord>, "the kernel 
 
 static constexpr RecordSource kTasks = {"bpf_iter_task", "bpf_iter__task", "task", "task_struct"};
 
-std::optional<TaskIterator> TaskIterator::load(int procDirectory) {
+std::optional<TaskIterator> TaskIterator::load(const KernelTypes &types) {
   std::optional<KernelIterator> tasks =
-      KernelIterator::load(procDirectory, kTasks, kFields, sizeof(TaskRecord));
+      KernelIterator::load(types, kTasks, kFields, sizeof(TaskRecord));
   if (!tasks) return std::nullopt;
   return TaskIterator(std::move(*tasks));
 }
 
 bool TaskIterator::read(std::vector<TaskRecord> &records) {
-  const bool isRead = tasks_.read(records);
+  int own = -1;
+  const bool isRead = tasks_.read(records, SIZE_MAX, 0, own);
   std::ranges::sort(records, {},
                     [](const TaskRecord &task) { return std::tie(task.process, task.id); });
   return isRead;

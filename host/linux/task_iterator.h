@@ -45,7 +45,7 @@ struct TaskRecord {
 class TaskIterator {
  public:
   // As KernelIterator::load.
-  static std::optional<TaskIterator> load(int procDirectory);
+  static std::optional<TaskIterator> load(const KernelTypes &types);
 
   // Fills `records` with those of all tasks, ascending by process and then by ID. False, with no
   // records, if the kernel can't give them now.

@@ -29,6 +29,7 @@
 #include "host/darwin/errors.h"
 #include "host/darwin/proc_info.h"
 #include "host/linux/descriptors.h"
+#include "host/linux/kernel_looks.h"
 #include "host/linux/linux_machine.h"
 #include "tests/unit/child_process.h"
 #include "tests/unit/waiting.h"
@@ -88,7 +89,7 @@ void sleepWithAllKinds(const std::function<void()> &ready) {
 class LinuxFileIteratorTest : public testing::Test {
  protected:
   void SetUp() override {
-    iterator_ = FileIterator::load(proc_.get());
+    iterator_ = KernelLooks::load(proc_.get()).files;
     if (!iterator_) GTEST_SKIP() << "this kernel gives no look at all files to this user";
   }
   std::vector<FileRecord> look(pid_t pid, size_t most = SIZE_MAX) {
@@ -394,7 +395,15 @@ TEST_F(ManyDescriptors, OfOneProcessAreNotToldOfAnother) {
 
 TEST_F(ManyDescriptors, OfThisProgramAreThoseItHas) {
   const std::vector<darwin::proc_fdinfo> own = list(getpid());
-  for (const auto &entry : own) EXPECT_GE(fcntl(entry.proc_fd, F_GETFD), 0) << entry.proc_fd;
+  std::vector<int32_t> numbers = {0};
+  DirectoryReader lister;
+  {
+    const FileHandle directory = openDirectory(AT_FDCWD, "/proc/self/fd");
+    ASSERT_EQ(lister.readNumbers(directory.get(), numbers), kAnswered);
+    std::erase(numbers, directory.get());
+  }
+  std::ranges::sort(numbers);
+  EXPECT_TRUE(std::ranges::equal(own, numbers, {}, &darwin::proc_fdinfo::proc_fd));
 }
 
 TEST_F(ManyDescriptors, OfAZombieAreNone) {

@@ -16,6 +16,7 @@
 #include <tuple>
 #include <vector>
 
+#include "host/linux/kernel_looks.h"
 #include "host/linux/task_survey.h"
 #include "tests/unit/child_process.h"
 #include "tests/unit/waiting.h"
@@ -26,7 +27,7 @@ namespace {
 class LinuxTaskIteratorTest : public testing::Test {
  protected:
   void SetUp() override {
-    tasks_ = TaskIterator::load(proc_.get());
+    tasks_ = KernelLooks::load(proc_.get()).tasks;
     if (!tasks_) GTEST_SKIP() << "this kernel gives no look at all tasks to this user";
   }
   std::vector<TaskRecord> look() {
@@ -119,7 +120,7 @@ TEST_F(LinuxTaskIteratorTest, NothingIsLeftOpenForProgramsThatAreStartedLater) {
   const std::multiset<std::string> before = openFiles();
   look();
   EXPECT_EQ(openFiles(), before);
-  tasks_ = TaskIterator::load(proc_.get());
+  tasks_ = KernelLooks::load(proc_.get()).tasks;
   EXPECT_EQ(openFiles(), before);
   size_t seen = 0;
   for (int fd = 3; fd < 256; fd++) {
@@ -147,7 +148,7 @@ bool isRefusedInSilence() {
   int error[2];
   if (pipe(error) != 0 || dup2(error[1], STDERR_FILENO) < 0) _exit(90);
   const FileHandle proc = openDirectory(AT_FDCWD, "/proc");
-  const bool isThere = TaskIterator::load(proc.get()).has_value();
+  const bool isThere = KernelLooks::load(proc.get()).tasks.has_value();
   char said = 0;
   fcntl(error[0], F_SETFL, O_NONBLOCK);
   return !isThere && read(error[0], &said, 1) < 0;
@@ -175,7 +176,7 @@ TEST(LinuxTaskIterator, IsNotWhereProcessesHaveOtherNumbers) {
 
 TEST(LinuxTaskIterator, IsNotBesideAnotherTreeThanProc) {
   const FileHandle other = openDirectory(AT_FDCWD, "/sys");
-  EXPECT_FALSE(TaskIterator::load(other.get()).has_value());
+  EXPECT_FALSE(KernelLooks::load(other.get()).tasks.has_value());
 }
 
 }  // namespace

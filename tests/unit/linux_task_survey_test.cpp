@@ -21,10 +21,10 @@
 #include <vector>
 
 #include "host/darwin/errors.h"
+#include "host/linux/kernel_looks.h"
 #include "host/linux/linux_machine.h"
 #include "host/linux/memory_status.h"
 #include "host/linux/present_process.h"
-#include "host/linux/task_iterator.h"
 #include "tests/unit/child_process.h"
 #include "tests/unit/waiting.h"
 
@@ -259,7 +259,7 @@ class SurveyedProcess : public testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
     if (!GetParam()) return;
-    iterator_ = TaskIterator::load(proc_.get());
+    iterator_ = KernelLooks::load(proc_.get()).tasks;
     if (!iterator_) GTEST_SKIP() << "this kernel gives no look at all tasks to this user";
   }
 
