@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace host::linux_machine {
@@ -27,13 +28,18 @@ class Instructions {
   void load(Register to, Register from, int64_t offset, size_t size = sizeof(uint64_t)) {
     add(BPF_LDX | BPF_MEM | width(size), to, from, static_cast<int16_t>(offset), 0);
   }
-  // The last of a way that KernelTypes::follow found is a number of `size` bytes.
+  // Loads what a way that KernelTypes::follow found ends with. Pointers that the way before led
+  // through, too, are not followed anew: the kernel takes long to check each that is.
   void follow(const std::vector<uint32_t> &way, Register from, Register to, size_t size) {
-    for (size_t i = 0; i + 1 < way.size(); i++) {
-      load(below, from, way[i]);
-      from = below;
+    const std::vector<uint32_t> pointers(way.begin(), way.end() - 1);
+    if (!pointers.empty() && (from != followedFrom_ || pointers != followed_)) {
+      Register at = from;
+      for (const uint32_t offset : pointers) load(below, std::exchange(at, below), offset);
+      followedFrom_ = from;
+      followed_ = pointers;
     }
-    load(to, from, way.back(), size);
+    load(to, pointers.empty() ? from : below, way.back(), size);
+    if (to == below) followed_.clear();
   }
   // At an offset from the end of the stack.
   void store(int offset, Register from, size_t size) {
@@ -85,6 +91,9 @@ class Instructions {
   }
 
   std::vector<bpf_insn> all_;
+  // What the register `below` holds: where these pointers lead to from there.
+  std::vector<uint32_t> followed_;
+  Register followedFrom_ = result;
 };
 
 }  // namespace host::linux_machine

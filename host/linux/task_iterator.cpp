@@ -25,13 +25,13 @@ static constexpr RecordField kFields[] = {
     {RECORD_FIELD(TaskRecord, priority), "static_prio"},
     {RECORD_FIELD(TaskRecord, realTimePriority), "rt_priority"},
     {RECORD_FIELD(TaskRecord, policy), "policy"},
-    {RECORD_FIELD(TaskRecord, threads), "signal->nr_threads"},
     {RECORD_FIELD(TaskRecord, virtualPages), "mm->total_vm"},
     {RECORD_FIELD(TaskRecord, filePages), "mm->rss_stat[0].count", "mm->rss_stat.count[0].counter"},
     {RECORD_FIELD(TaskRecord, anonymousPages), "mm->rss_stat[1].count",
      "mm->rss_stat.count[1].counter"},
     {RECORD_FIELD(TaskRecord, sharedPages), "mm->rss_stat[3].count",
      "mm->rss_stat.count[3].counter"},
+    {RECORD_FIELD(TaskRecord, threads), "signal->nr_threads"},
     {RECORD_FIELD(TaskRecord, score), "signal->oom_score_adj"},
 };
 
