@@ -59,8 +59,10 @@ std::optional<KernelIterator> KernelIterator::load(const KernelTypes &types,
   Instructions program;
   if (!writeProgram(types, source, fields, size, extra, program)) return std::nullopt;
 
-  LIBBPF_OPTS(bpf_prog_load_opts, options, .expected_attach_type = BPF_TRACE_ITER,
-              .attach_btf_id = types.findFunction(source.function));
+  bpf_prog_load_opts options{};
+  options.sz = sizeof options;
+  options.expected_attach_type = BPF_TRACE_ITER;
+  options.attach_btf_id = types.findFunction(source.function);
   FileHandle loaded(bpf_prog_load(BPF_PROG_TYPE_TRACING, "sondex", "Dual MIT/GPL",
                                   program.all().data(), program.all().size(), &options));
   if (!loaded.isOpen()) return std::nullopt;
@@ -73,7 +75,10 @@ FileHandle KernelIterator::open(int32_t task) const {
   if (task == 0) return FileHandle(bpf_iter_create(link_.get()));
   bpf_iter_link_info which{};
   which.task.tid = static_cast<uint32_t>(task);
-  LIBBPF_OPTS(bpf_link_create_opts, options, .iter_info = &which, .iter_info_len = sizeof which);
+  bpf_link_create_opts options{};
+  options.sz = sizeof options;
+  options.iter_info = &which;
+  options.iter_info_len = sizeof which;
   const FileHandle link(bpf_link_create(program_.get(), 0, BPF_TRACE_ITER, &options));
   return FileHandle(link.isOpen() ? bpf_iter_create(link.get()) : -1);
 }
