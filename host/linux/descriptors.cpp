@@ -127,14 +127,17 @@ uint32_t darwinOpenFlags(unsigned int flags) {
   return result;
 }
 
+// `flags` are Linux's, with O_CLOEXEC.
+void setOpenFlags(unsigned int flags, darwin::proc_fileinfo &info) {
+  info.fi_openflags = darwinOpenFlags(flags);
+  if ((flags & O_CLOEXEC) != 0) info.fi_status = darwin::PROC_FP_CLEXEC;
+}
+
 darwin::proc_fileinfo parseFileInfo(std::string_view text, uint32_t type) {
   darwin::proc_fileinfo info = {};
   unsigned int flags = 0;
   info.fi_type = static_cast<int32_t>(type);
-  if (findNumber(text, "flags:", 8, flags)) {
-    info.fi_openflags = darwinOpenFlags(flags);
-    if ((flags & O_CLOEXEC) != 0) info.fi_status = darwin::PROC_FP_CLEXEC;
-  }
+  if (findNumber(text, "flags:", 8, flags)) setOpenFlags(flags, info);
   findNumber(text, "pos:", 10, info.fi_offset);
   return info;
 }
@@ -185,10 +188,15 @@ Errno lookAt(int processDirectory, int fd, darwin::vinfo_stat &stat) {
   return lookAt(processDirectory, fd, stat, device);
 }
 
-// The same by what the kernel told of it. Not for files whose systems have figures of their own:
-// nothing but an inode stands behind sockets and pipes.
+uint64_t deviceOf(const FileRecord &file) {
+  return makedev(file.device >> 20, file.device & 0xfffff);
+}
+
+// What lookAt() fills in, by what the kernel told of the file. Not for files whose systems have
+// figures of their own: nothing but an inode stands behind sockets and pipes.
 void fillStat(const FileRecord &file, darwin::vinfo_stat &stat) {
-  stat.vst_dev = darwinDevice(file.device >> 20, file.device & 0xfffff);
+  const uint64_t device = deviceOf(file);
+  stat.vst_dev = darwinDevice(major(device), minor(device));
   stat.vst_mode = file.mode;
   stat.vst_nlink = static_cast<uint16_t>(std::min<uint32_t>(file.links, UINT16_MAX));
   stat.vst_ino = file.inode;
@@ -205,15 +213,10 @@ void fillStat(const FileRecord &file, darwin::vinfo_stat &stat) {
   stat.vst_blksize = int32_t{1} << std::min<int>(file.blockBits, 30);
 }
 
-uint64_t deviceOf(const FileRecord &file) {
-  return makedev(file.device >> 20, file.device & 0xfffff);
-}
-
 darwin::proc_fileinfo fileInfoOf(const FileRecord &file, uint32_t type) {
   darwin::proc_fileinfo info = {};
   info.fi_type = static_cast<int32_t>(type);
-  info.fi_openflags = darwinOpenFlags(file.flags);
-  if (file.closesOnExec != 0) info.fi_status = darwin::PROC_FP_CLEXEC;
+  setOpenFlags(file.closesOnExec != 0 ? file.flags | O_CLOEXEC : file.flags, info);
   info.fi_offset = file.position;
   return info;
 }
@@ -560,6 +563,12 @@ Errno Descriptors::readLink(int processDirectory, int fd, Link &link) {
   return failure(errno, processDirectory);
 }
 
+// The same by what takeFile() gave, as far as that tells.
+Errno Descriptors::findLink(int processDirectory, int fd, const FileRecord *file, Link &link) {
+  const bool isTold = file != nullptr && link.take(*file, queueDevice_);
+  return isTold ? kAnswered : readLink(processDirectory, fd, link);
+}
+
 Errno Descriptors::readFileInfo(int processDirectory, int fd, size_t limit) {
   const EntryName name("fdinfo", fd);
   const FileHandle file(openat(processDirectory, name.text, O_RDONLY | O_CLOEXEC));
@@ -596,10 +605,7 @@ Errno Descriptors::readAccess(int processDirectory, int fd, darwin::proc_fileinf
 Errno Descriptors::open(int processDirectory, int fd, uint32_t type, Link &link,
                         darwin::proc_fileinfo &info) {
   const FileRecord *file = takeFile(fd);
-  Errno error = kAnswered;
-  if (file == nullptr || !link.take(*file, queueDevice_)) {
-    error = readLink(processDirectory, fd, link);
-  }
+  Errno error = findLink(processDirectory, fd, file, link);
   if (error != kAnswered) return error;
   if (link.type != type) return darwin::DARWIN_EBADF;
   if (file == nullptr) error = readFileInfo(processDirectory, fd, kFileInfoSize);
@@ -745,10 +751,7 @@ Errno Descriptors::kqueueEvents(int processDirectory, int fd,
                                 std::vector<darwin::kevent_extinfo> &events) {
   Link link;
   const FileRecord *file = takeFile(fd);
-  Errno error = kAnswered;
-  if (file == nullptr || !link.take(*file, queueDevice_)) {
-    error = readLink(processDirectory, fd, link);
-  }
+  Errno error = findLink(processDirectory, fd, file, link);
   if (error != kAnswered) return error;
   if (link.type != darwin::PROX_FDTYPE_KQUEUE) return darwin::DARWIN_EBADF;
   error = readFileInfo(processDirectory, fd, kEventsSize);

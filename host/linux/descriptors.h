@@ -86,6 +86,7 @@ class Descriptors {
               std::vector<uint64_t> *sockets);
   Errno readAccess(int processDirectory, int fd, darwin::proc_fileinfo &info);
   Errno readLink(int processDirectory, int fd, Link &link);
+  Errno findLink(int processDirectory, int fd, const FileRecord *file, Link &link);
   Errno readFileInfo(int processDirectory, int fd, size_t limit);
   Errno open(int processDirectory, int fd, uint32_t type, Link &link, darwin::proc_fileinfo &info);
   Errno openNameless(int processDirectory, int fd, const NamelessKind &kind, uint64_t &inode,

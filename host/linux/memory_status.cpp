@@ -75,7 +75,7 @@ static bool readScore(int procDirectory, int32_t pid, KnownProcess *known, FileR
   return isRead && TextCursor(text).number(score);
 }
 
-// False for one that is not alive.
+// False for one that the survey does not know.
 static bool takeFrom(const TaskSurvey &survey, int32_t pid, bool &isAlive, int32_t &score) {
   const std::span<const TaskRecord> tasks = survey.tasks(pid);
   const auto leader = std::ranges::find(tasks, pid, &TaskRecord::id);

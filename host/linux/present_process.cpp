@@ -182,22 +182,20 @@ bool PresentProcess::recall(pid_t pid) {
   beginReading();
   if (stat_.threads > 1) {
     for (KnownThread &thread : known_->threads) {
-      thread.files = {};
+      if (thread.files.areOpen()) thread.files = {};
       thread.survey = survey_.number();
-      addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
+      addThread(thread);
     }
     threadsRead_ = true;
     known_->tellsRest = true;
   }
+  readAt_ = coarseNanoseconds();
+  freshFor_ = kFreshAtLeast;
   return true;
 }
 
 Errno PresentProcess::read(pid_t pid) {
-  if (recall(pid)) {
-    readAt_ = coarseNanoseconds();
-    freshFor_ = kFreshAtLeast;
-    return kAnswered;
-  }
+  if (recall(pid)) return kAnswered;
   if (pid_ != pid) resume(pid);
   const uint64_t began = coarseNanoseconds();
   Errno error = pid_ == pid ? readStat() : darwin::DARWIN_ESRCH;
@@ -298,7 +296,7 @@ bool PresentProcess::haveKnownThreadsRested() {
       return false;
     }
     if (hasRunSince(before, thread.record, thread.stat)) hasRested = false;
-    addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
+    addThread(thread);
   }
   // Each of as many as there are is one that was there before.
   threadsRead_ = true;
@@ -493,6 +491,10 @@ void PresentProcess::addThread(KnownThread &thread, const ProcessStat &stat, uin
   threads_.push_back({stat, thread.figures, false});
 }
 
+void PresentProcess::addThread(KnownThread &thread) {
+  addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
+}
+
 // What is known of a thread, to be filed again if it is still there.
 KnownThread PresentProcess::takeKnownThread(int32_t id) {
   std::vector<KnownThread> &known = known_->threads;
@@ -502,14 +504,18 @@ KnownThread PresentProcess::takeKnownThread(int32_t id) {
   return found != known.end() && found->id == id ? std::move(*found) : KnownThread{};
 }
 
+bool PresentProcess::takeStat(std::string_view text, KnownThread &thread) {
+  thread.survey = survey_.number();
+  return parseProcessStat(text, thread.stat);
+}
+
 // By the files that are kept open for it.
 bool PresentProcess::readKnownThread(KnownThread &thread) {
   std::string_view text;
   if (reader_.readRecord(thread.files.stat.handle(), text) != kAnswered ||
-      !parseProcessStat(text, thread.stat)) {
+      !takeStat(text, thread)) {
     return false;
   }
-  thread.survey = survey_.number();
   SchedulerRecord record{};
   const bool hasRecord = reader_.readRecord(thread.files.schedule.handle(), text) == kAnswered &&
                          parseSchedulerRecord(text, record);
@@ -523,12 +529,8 @@ bool PresentProcess::readThread(int tasks, int32_t id, KnownThread &thread) {
   if (thread.files.areOpen()) return readKnownThread(thread);
   thread.record.reset();
   std::string_view text;
-  if (reader_.readRecord(tasks, NumberedName("", id, "/stat").text(), text) != kAnswered ||
-      !parseProcessStat(text, thread.stat)) {
-    return false;
-  }
-  thread.survey = survey_.number();
-  return true;
+  return reader_.readRecord(tasks, NumberedName("", id, "/stat").text(), text) == kAnswered &&
+         takeStat(text, thread);
 }
 
 Errno PresentProcess::readOnlyThread() {
@@ -573,7 +575,7 @@ Errno PresentProcess::readAllThreads() {
     KnownThread thread = takeKnownThread(id);
     // Threads end while the others are read.
     if (!readThread(task.get(), id, thread)) continue;
-    addThread(thread, thread.stat, thread.stat.userTicks, thread.stat.systemTicks);
+    addThread(thread);
     seen.push_back(std::move(thread));
   }
   known_->threads = std::move(seen);

@@ -122,9 +122,11 @@ class PresentProcess {
   bool hasOnlyThreadRested();
   bool haveKnownThreadsRested();
   KnownThread takeKnownThread(int32_t id);
+  bool takeStat(std::string_view text, KnownThread &thread);
   bool readKnownThread(KnownThread &thread);
   // The same, or else by its name below `tasks`.
   bool readThread(int tasks, int32_t id, KnownThread &thread);
+  void addThread(KnownThread &thread);
   void addThread(KnownThread &thread, const ProcessStat &stat, uint64_t userTicks,
                  uint64_t systemTicks);
 

@@ -46,11 +46,12 @@ Errno SharedProcesses::list(std::vector<int32_t> &pids) {
     pids = listed_;
     return kAnswered;
   }
+  Errno error = kAnswered;
   if (isPartOfSample && survey.isFresh()) {
     survey.listProcesses(pids);
-    return kAnswered;
+  } else {
+    error = readList(pids);
   }
-  const Errno error = readList(pids);
   if (error == kAnswered && isPartOfSample) {
     listed_ = pids;
     listedAt_ = coarseNanoseconds();

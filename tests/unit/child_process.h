@@ -6,6 +6,7 @@
 #include <limits.h>
 #include <linux/sched.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,6 +76,16 @@ class Child {
 inline void sleeping(const std::function<void()> &ready) {
   ready();
   sleepForever();
+}
+
+// Of a child that has all of `memory` mapped, and touched.
+inline Child::Work sleepingWith(const FileHandle &memory, size_t size) {
+  return [&memory, size](const std::function<void()> &ready) {
+    const void *map =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, memory.get(), 0);
+    if (map == MAP_FAILED) _exit(1);
+    sleeping(ready);
+  };
 }
 
 inline void busy(const std::function<void()> &ready) {

@@ -796,12 +796,7 @@ TEST_F(LinuxMachineTest, MemoryThatIsTakenFromARestingChildIsMissed) {
   constexpr size_t kSize = size_t{64} << 20;
   const FileHandle memory(memfd_create("taken", MFD_CLOEXEC));
   ASSERT_EQ(ftruncate(memory.get(), kSize), 0);
-  Child child([&memory](const std::function<void()> &ready) {
-    void *map =
-        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, memory.get(), 0);
-    if (map == MAP_FAILED) _exit(1);
-    sleeping(ready);
-  });
+  Child child(sleepingWith(memory, kSize));
   const auto resident = [&] {
     darwin::proc_taskallinfo info{};
     EXPECT_EQ(machine_->taskAllInfo(child.pid(), info), kAnswered);

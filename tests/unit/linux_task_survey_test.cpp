@@ -328,12 +328,7 @@ TEST_P(SurveyedProcess, IsReadAgainWhateverOthersChangeWhileItRests) {
   constexpr size_t kSize = size_t{16} << 20;
   const FileHandle memory(memfd_create("taken", MFD_CLOEXEC));
   ASSERT_EQ(ftruncate(memory.get(), kSize), 0);
-  Child child([&memory](const std::function<void()> &ready) {
-    void *map =
-        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, memory.get(), 0);
-    if (map == MAP_FAILED) _exit(1);
-    sleeping(ready);
-  });
+  Child child(sleepingWith(memory, kSize));
   const pid_t pid = child.pid();
   const sched_param usual{};
   struct {
@@ -521,6 +516,30 @@ TEST_P(SurveyedProcess, HasItsScoreAndEndToldByTheSurvey) {
   child.signalAndWait(SIGKILL, WEXITED);
   survey(pid);
   EXPECT_TRUE(wait({}));
+}
+
+// Of a child that lives, and whose score is another.
+TEST(LinuxTaskSurvey, ScoreAndEndAreToldByTheSurvey) {
+  Child child(sleeping);
+  const FileHandle proc = openDirectory(AT_FDCWD, "/proc");
+  KnownProcesses known;
+  TaskSurvey survey;
+  MemoryStatus status;
+  TaskRecord task = sleepingTask(child.pid(), child.pid());
+  const auto waitFor = [&](const std::vector<int32_t> &bands) {
+    return waitUntil([&] {
+      std::vector<darwin::memorystatus_priority_entry> entries;
+      take(survey, {task});
+      status.list(proc.get(), {child.pid()}, survey, known, entries);
+      return std::ranges::equal(entries, bands, {}, &darwin::memorystatus_priority_entry::priority);
+    });
+  };
+  task.score = 1000;
+  EXPECT_TRUE(waitFor({0}));
+  task.exitState = 0x20;
+  EXPECT_TRUE(waitFor({}));
+  task.threads = 2;
+  EXPECT_TRUE(waitFor({0})) << "others of its threads go on";
 }
 
 TEST_P(SurveyedProcess, HasFilesOpenOnlyWhileItIsRead) {
